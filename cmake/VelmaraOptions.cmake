@@ -1,0 +1,66 @@
+# Compiler settings shared by every target, and the two functions by which rooms declare themselves.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_package(Threads REQUIRED)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+add_library(velmara_options INTERFACE)
+# Results must agree to the last digit on every processor, so no fused multiply-add.
+target_compile_options(velmara_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -ffp-contract=off)
+if(VELMARA_WERROR)
+  target_compile_options(velmara_options INTERFACE -Werror)
+endif()
+if(VELMARA_SANITIZE)
+  target_compile_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE} -fno-omit-frame-pointer
+                                                   -fno-sanitize-recover=all)
+  target_link_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE})
+endif()
+
+# velmara_room(NAME SOURCES ... HEADERS ... LINK ... [BASE dir])
+# One room of the library: a static library with hidden symbols whose objects also go into libobd.so.
+# HEADERS are public: they are installed, and each must compile on its own.
+function(velmara_room name)
+  cmake_parse_arguments(ROOM "" "BASE" "SOURCES;HEADERS;LINK" ${ARGN})
+  if(ROOM_SOURCES)
+    add_library(${name} STATIC ${ROOM_SOURCES})
+    set(scope PUBLIC)
+    target_link_libraries(${name} PRIVATE velmara_options)
+  else()
+    add_library(${name} INTERFACE)
+    set(scope INTERFACE)
+  endif()
+  if(ROOM_HEADERS)
+    target_sources(${name} ${scope} FILE_SET HEADERS BASE_DIRS ${ROOM_BASE} FILES ${ROOM_HEADERS})
+    set_property(GLOBAL APPEND PROPERTY VELMARA_PUBLIC_ROOMS ${name})
+    foreach(header IN LISTS ROOM_HEADERS)
+      get_filename_component(absolute ${header} ABSOLUTE)
+      file(RELATIVE_PATH relative ${ROOM_BASE} ${absolute})
+      set_property(GLOBAL APPEND PROPERTY VELMARA_PUBLIC_HEADERS ${relative})
+    endforeach()
+  endif()
+  target_include_directories(${name} ${scope} $<BUILD_INTERFACE:${ROOM_BASE}>)
+  target_link_libraries(${name} ${scope} ${ROOM_LINK})
+endfunction()
+
+# velmara_test(NAME SOURCES ... LINK ...): a GoogleTest program run by CTest as one test.
+function(velmara_test name)
+  cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE velmara_options ${TEST_LINK} GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT TEST_TIMEOUT)
+    set(TEST_TIMEOUT 120)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})
+endfunction()

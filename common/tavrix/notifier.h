@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstddef>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include <tavrix/export.h>
+
+namespace tavrix {
+
+/// An object that implements the observer interface `T`.
+template <typename T>
+using Observer = T;
+
+/// Where observers of type `T` sign on. Always inherited virtually. For one thread: the one that calls
+/// `Dispatcher::dispatch`.
+template <typename T>
+class VELMARA_EXPORT INotifier {
+ public:
+  virtual ~INotifier() = default;
+  /// Adds an observer, which stays the caller's. An observer attached twice is called twice.
+  virtual void attach(Observer<T>* observer) = 0;
+  /// Takes out every entry of this observer; unknown observers are ignored.
+  virtual void detach(Observer<T>* observer) = 0;
+};
+
+/// One call to an observer, kept with copies of its arguments.
+template <typename T>
+class AbstractEvent {
+ public:
+  virtual ~AbstractEvent() = default;
+  virtual void apply(Observer<T>* observer) const = 0;
+};
+
+/// A member function of `T` with the arguments to call it with. Arguments are held by value, so that an
+/// event may outlive what it was made from.
+template <typename T, typename Method, typename... Arguments>
+class Event : public AbstractEvent<T> {
+ public:
+  template <typename... Values>
+  explicit Event(Method method, Values&&... values)
+      : m_method(method), m_arguments(std::forward<Values>(values)...) {}
+
+  void apply(Observer<T>* observer) const override {
+    if (observer == nullptr) {
+      return;
+    }
+    std::apply([&](const Arguments&... arguments) { (observer->*m_method)(arguments...); }, m_arguments);
+  }
+
+ private:
+  Method m_method;
+  std::tuple<Arguments...> m_arguments;
+};
+
+template <typename Method>
+struct MethodClass;
+template <typename C, typename R, typename... A>
+struct MethodClass<R (C::*)(A...)> {
+  using Type = C;
+};
+
+/// Makes an event of `method`: `makeEvent(&IObserver::onDone, true, text)`.
+template <typename Method, typename... Values>
+auto makeEvent(Method method, Values&&... values) {
+  return Event<typename MethodClass<Method>::Type, Method, std::decay_t<Values>...>(
+      method, std::forward<Values>(values)...);
+}
+
+/// A list of observers for one thread; it has no lock.
+template <typename T>
+class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
+ public:
+  void attach(Observer<T>* observer) override { m_observers.push_back(observer); }
+  void detach(Observer<T>* observer) override { std::erase(m_observers, observer); }
+
+ protected:
+  Notifier() = default;
+
+  /// Calls every observer in order of attachment. The list may change during the walk: an observer added is
+  /// still reached, and one that takes itself out makes its successor miss this event.
+  void dispatchEvent(const AbstractEvent<T>& event) {
+    for (std::size_t i = 0; i < m_observers.size(); ++i) {
+      event.apply(m_observers.at(i));
+    }
+  }
+
+  /// Shorthand: makes the event and calls every observer.
+  template <typename Method, typename... Values>
+  void fireEvent(Method method, Values&&... values) {
+    if (!m_observers.empty()) {
+      dispatchEvent(makeEvent(method, std::forward<Values>(values)...));
+    }
+  }
+
+ private:
+  std::vector<Observer<T>*> m_observers;
+};
+
+}  // namespace tavrix

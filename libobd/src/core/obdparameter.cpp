@@ -1,0 +1,169 @@
+#include "core/obdparameter.h"
+
+#include <algorithm>
+#include <exception>
+#include <sstream>
+
+#include <tavrix/tracelog.h>
+
+namespace obd {
+
+namespace {
+
+using tavrix::debugStream;
+using tavrix::LogStream;
+
+constexpr const char* Source = "src\\obdparameter";
+constexpr unsigned int DefaultTimeout = 1500;
+constexpr unsigned char NegativeResponse = 0x7F;
+constexpr int UnknownNack = 121;
+constexpr std::size_t FramePayload = 7;
+
+void appendHex(std::ostream& stream, const std::vector<unsigned char>& bytes) {
+  stream << std::hex;
+  for (const unsigned char byte : bytes) {
+    stream << " 0x" << static_cast<unsigned int>(byte);
+  }
+}
+
+std::string describeExchange(const std::vector<unsigned char>& request, const ResponseMap& responses) {
+  std::ostringstream text;
+  text << "request:";
+  appendHex(text, request);
+  for (const auto& [id, bytes] : responses) {
+    text << std::endl << ", response from 0x" << id << ":";
+    appendHex(text, bytes);
+  }
+  return text.str();
+}
+
+bool matchesAt(const std::vector<unsigned char>& signature, const std::vector<unsigned char>& data,
+               std::size_t offset) {
+  return data.size() >= offset && data.size() - offset >= signature.size() &&
+         std::equal(signature.begin(), signature.end(),
+                    data.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+}  // namespace
+
+std::string NackToString(int nack) {
+  switch (nack) {
+    case 0x00:
+      return "Acknowledged";
+    case 0x10:
+      return "General reject";
+    case 0x11:
+      return "Service not supported";
+    case 0x12:
+      return "Subfunction not supported";
+    case 0x21:
+      return "Busy";
+    case 0x22:
+      return "Conditions not correct";
+    case 0x78:
+      return "Response pending";
+    default:
+      return "Unknown";
+  }
+}
+
+IQuery::UpdateStatus ObdParameter::update(const std::shared_ptr<IObdProxy>& proxy) {
+  m_nack = 0;
+  std::vector<unsigned char> request;
+  ResponseMap responses;
+  try {
+    getRequestData(request);
+    const int result = proxy->sendRequest(request, responses, timeout());
+    if (result == RequestRefused) {
+      return AdapterRefused;
+    }
+    if (result != RequestAnswered) {
+      return NoData;
+    }
+    UpdateStatus status = NoData;
+    for (const auto& [id, bytes] : responses) {
+      const std::shared_ptr<IEcu> ecu = proxy->ecu(static_cast<unsigned int>(id));
+      if (!ecu) {
+        LogStream(Source, __LINE__, 2) << "No such ECU: " << id;
+        continue;
+      }
+      if (setResponseData(ecu, bytes)) {
+        status = Updated;
+      } else {
+        LogStream(Source, __LINE__, 2) << "Invalid data received for 0x" << std::hex << id;
+      }
+    }
+    return status;
+  } catch (...) {
+    LogStream(Source, __LINE__, 3) << "Failed ObdParameter::update (" << describeExchange(request, responses)
+                                   << ")";
+    throw;
+  }
+}
+
+void ObdParameter::requestData(std::vector<unsigned char>& data) const {
+  getRequestData(data);
+}
+
+bool ObdParameter::setResponseData(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
+  std::vector<unsigned char> signature;
+  getSignature(signature);
+  if (!data.empty() && data.front() == NegativeResponse) {
+    setNack(ecu, data);
+    return false;
+  }
+  if (!matchesAt(signature, data, 0)) {
+    LogStream(Source, __LINE__, 2) << "Signature mismatch";
+    return false;
+  }
+  return fromBytes(ecu, data);
+}
+
+unsigned int ObdParameter::timeout() const {
+  return DefaultTimeout;
+}
+
+void ObdParameter::setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
+  std::ostringstream text;
+  appendHex(text, data);
+  LogStream(Source, __LINE__, 2) << "ECU with ID " << ecu->id() << " received NACK: " << text.str();
+  m_nack = data.size() < 3 ? UnknownNack : data[2];
+}
+
+int ObdParameter::findSaeChecksumLength(const std::vector<unsigned char>& data) const {
+  if (data.size() % FramePayload == 0) {
+    debugStream << "Guess no checksum in use";
+    if (verifySaeSignatures(data, 0)) {
+      return 0;
+    }
+  }
+  if (data.size() % (FramePayload + 1) != 0) {
+    return -1;
+  }
+  debugStream << "Guess checksum in use";
+  return verifySaeSignatures(data, 1) ? 1 : -1;
+}
+
+bool ObdParameter::verifySaeSignatures(const std::vector<unsigned char>& data,
+                                       unsigned long long checksumLength) const {
+  std::vector<unsigned char> signature;
+  getSignature(signature);
+  if (data.size() < signature.size()) {
+    return false;
+  }
+  // A frame of the signature and nothing else is taken as it stands.
+  if (data.size() == signature.size()) {
+    return true;
+  }
+  const std::size_t end = data.size() - signature.size();
+  std::size_t offset = 0;
+  do {
+    if (!matchesAt(signature, data, offset)) {
+      return false;
+    }
+    offset += FramePayload + static_cast<std::size_t>(checksumLength);
+  } while (offset < end);
+  return true;
+}
+
+}  // namespace obd

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/iquery.h"
+
+namespace obd {
+
+/// The text of a negative response code (ISO 14229-1, SAE J1979).
+VELMARA_EXPORT std::string NackToString(int nack);
+
+/// A query made of one request: builds the request bytes, walks the replies of all control units, checks each
+/// for a negative response and for its signature, and hands it to the subclass, which keeps values by control
+/// unit. Used by one `update` at a time.
+class VELMARA_EXPORT ObdParameter : public IQuery {
+ public:
+  UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  void clear() override {}
+
+  /// Replaces `data` by the bytes of the request.
+  virtual void requestData(std::vector<unsigned char>& data) const;
+  /// Takes the reply of one control unit. True if it was accepted.
+  virtual bool setResponseData(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data);
+  /// Milliseconds that the proxy may wait for replies.
+  virtual unsigned int timeout() const;
+  /// The last negative response code of the latest update; 0 for none, 121 for one without a code.
+  virtual int nack() const { return m_nack; }
+
+ protected:
+  /// Replaces `data` by the request bytes.
+  virtual void getRequestData(std::vector<unsigned char>& data) const = 0;
+  /// Replaces `data` by the bytes with which every acceptable reply begins.
+  virtual void getSignature(std::vector<unsigned char>& data) const = 0;
+  /// Digests a reply, signature included. True if it was usable.
+  virtual bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) = 0;
+
+  /// Notes and logs a negative response.
+  void setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data);
+  /// Checksum bytes behind each seven-byte frame of a reply from before CAN: 0, 1, or -1 if neither fits.
+  int findSaeChecksumLength(const std::vector<unsigned char>& data) const;
+  /// Whether `data` is a train of frames of 7 + `checksumLength` bytes that each begin with the signature.
+  bool verifySaeSignatures(const std::vector<unsigned char>& data, unsigned long long checksumLength) const;
+
+ private:
+  int m_nack = 0;
+};
+
+}  // namespace obd

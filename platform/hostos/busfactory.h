@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <hostos/imessagebus.h>
+
+namespace hostos {
+
+/// Makes the buses to adapters. A port or a socket is opened only by `IMessageBus::open`.
+class VELMARA_EXPORT BusFactory {
+ public:
+  BusFactory() = delete;
+
+  /// A serial port or pseudo-terminal, 8N1 without flow control. Always gives an `ISerialBus`.
+  static std::shared_ptr<IMessageBus> createSerialBus(const std::string& device, std::uint32_t baudrate);
+
+  /// An RFCOMM link to `address` ("00:1D:A5:68:98:8B") on channel `port`. Null where the machine has no
+  /// Bluetooth or the address is none.
+  static std::shared_ptr<IMessageBus> createBluetoothBus(const std::string& name, const std::string& address,
+                                                         std::uint32_t port);
+
+  /// A TCP link to a host name, an IPv4 or an IPv6 address.
+  static std::shared_ptr<IMessageBus> createTcpBus(const std::string& address, std::uint32_t port);
+
+  /// Ends the factory's own share in the bus.
+  static void releaseBus(const std::shared_ptr<IMessageBus>& bus);
+};
+
+}  // namespace hostos
