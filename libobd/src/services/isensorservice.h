@@ -1,0 +1,81 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <tavrix/export.h>
+#include <tavrix/notifier.h>
+
+#include "powertrain/measurementunit.h"
+#include "powertrain/parameterdescriptor.h"
+
+namespace obd {
+
+/// One sensor's value as text. A value that is not numeric has no minimum, maximum and average.
+struct VELMARA_EXPORT SensorValueDataModel {
+  SensorValueDataModel(int uid, const std::string& value, const std::string& minimum,
+                       const std::string& maximum, const std::string& average)
+      : uid(uid), value(value), minimum(minimum), maximum(maximum), average(average) {}
+  SensorValueDataModel(int uid, const std::string& value) : uid(uid), value(value) {}
+
+  int uid;
+  std::string value;
+  std::string minimum;
+  std::string maximum;
+  std::string average;
+};
+
+/// One sensor with, where it was read, its value.
+struct VELMARA_EXPORT SensorDataModel {
+  /// The library passes this pointer through and leaves its contents to the front end.
+  struct Numeric;
+
+  SensorDataModel(bool extended, int uid, const std::string& description, MeasurementUnit unit,
+                  const std::shared_ptr<Numeric>& numeric)
+      : extended(extended), uid(uid), description(description), unit(unit), numeric(numeric) {}
+  SensorDataModel(bool extended, int uid, const std::string& description, MeasurementUnit unit,
+                  const std::shared_ptr<SensorValueDataModel>& value, const std::shared_ptr<Numeric>& numeric)
+      : extended(extended), uid(uid), description(description), unit(unit), numeric(numeric), value(value) {}
+
+  bool extended;  ///< false for coolant temperature, engine speed, vehicle speed and intake air temperature
+  int uid;
+  std::string description;
+  MeasurementUnit unit;
+  std::shared_ptr<Numeric> numeric;
+  std::shared_ptr<SensorValueDataModel> value;  ///< null if there is no value
+};
+
+/// Hears of sensor values on the thread that calls `Dispatcher::dispatch`.
+class VELMARA_EXPORT ISensorServiceObserver {
+ public:
+  virtual ~ISensorServiceObserver() = default;
+  /// One parameter has been read. Failed reads are repeated and not reported.
+  virtual void onSensorUpdated(bool /*success*/, const std::shared_ptr<ParameterDescriptor>& /*parameter*/,
+                               const std::vector<std::shared_ptr<SensorValueDataModel>>& /*values*/) {}
+  /// Parameters, statistics and polling are void; call `refresh` again.
+  virtual void onInvalidated() {}
+};
+
+/// Live sensors of the selected control unit, with statistics. For the thread that calls `Dispatcher::dispatch`.
+class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorServiceObserver> {
+ public:
+  virtual bool isConnected() = 0;
+  /// What can be read, in ascending order of identifier.
+  virtual std::vector<std::shared_ptr<ParameterDescriptor>> parameters() = 0;
+  /// Reads each identifier once. With an empty list it ends the polling after each parameter's next value.
+  virtual void refreshOnce(const std::vector<int>& identifiers) = 0;
+  /// Polls the identifiers over and over; unknown ones are passed over.
+  virtual void refresh(const std::vector<int>& identifiers) = 0;
+  /// Ends all polling and starts the statistics anew, without an observer call.
+  virtual void reset() = 0;
+  /// Reads one parameter of the control unit and waits for it; empty on failure. Calculated values cannot be read
+  /// this way.
+  virtual std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) = 0;
+};
+
+namespace SensorServiceBuilder {
+VELMARA_EXPORT std::shared_ptr<ISensorService> createSensorService();
+}  // namespace SensorServiceBuilder
+
+}  // namespace obd
