@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <tavrix/export.h>
@@ -54,18 +55,21 @@ class Event : public AbstractEvent<T> {
   std::tuple<Arguments...> m_arguments;
 };
 
-template <typename Method>
-struct MethodClass;
-template <typename C, typename R, typename... A>
-struct MethodClass<R (C::*)(A...)> {
-  using Type = C;
+/// The event type of a member function that is called on a `T`: arguments are kept as the function takes
+/// them, so that text given as a plain pointer is copied too.
+template <typename T, typename Method>
+struct EventOf;
+template <typename T, typename C, typename R, typename... A>
+struct EventOf<T, R (C::*)(A...)> {
+  using Class = C;
+  using Type = Event<T, R (C::*)(A...), std::decay_t<A>...>;
 };
 
 /// Makes an event of `method`: `makeEvent(&IObserver::onDone, true, text)`.
 template <typename Method, typename... Values>
 auto makeEvent(Method method, Values&&... values) {
-  return Event<typename MethodClass<Method>::Type, Method, std::decay_t<Values>...>(
-      method, std::forward<Values>(values)...);
+  using Class = typename EventOf<void, Method>::Class;
+  return typename EventOf<Class, Method>::Type(method, std::forward<Values>(values)...);
 }
 
 /// A list of observers for one thread; it has no lock.
@@ -90,7 +94,7 @@ class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
   template <typename Method, typename... Values>
   void fireEvent(Method method, Values&&... values) {
     if (!m_observers.empty()) {
-      dispatchEvent(makeEvent(method, std::forward<Values>(values)...));
+      dispatchEvent(typename EventOf<T, Method>::Type(method, std::forward<Values>(values)...));
     }
   }
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+#include <unistd.h>
 #include <atomic>
 #include <cstdio>
 #include <ctime>
 #include <iomanip>
 #include <sstream>
 #include <string>
-#include <sys/types.h>
-#include <unistd.h>
 #include <vector>
 
 #include <tavrix/export.h>
