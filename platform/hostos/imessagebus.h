@@ -9,10 +9,10 @@ namespace hostos {
 
 /// Results of `IMessageBus::read`.
 enum BusReadResult : int {
-  BusRead = 0,         ///< the buffer holds what arrived, possibly nothing
-  BusReadError = 1,    ///< the link has failed; `lastError` tells why
-  BusPeerClosed = 2,   ///< the other side has closed the link
-  BusNothingToRead = 3 ///< nothing arrived within the wait
+  BusRead = 0,          ///< the buffer holds what arrived, possibly nothing
+  BusReadError = 1,     ///< the link has failed; `lastError` tells why
+  BusPeerClosed = 2,    ///< the other side has closed the link
+  BusNothingToRead = 3  ///< nothing arrived within the wait
 };
 
 /// A byte stream to an adapter. One thread reads while another writes, and `close` may come from a third

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <atomic>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <thread>
 
 #include <tavrix/export.h>
 
@@ -21,7 +19,8 @@ class VELMARA_EXPORT CThread {
   /// Joins a thread that still runs, unless it is the calling one.
   ~CThread();
 
-  /// Starts `entry(argument)`. False if the system gives no thread, or this one runs already.
+  /// Starts `entry(argument)`. False if the system gives no thread, or this one runs already. A thread that
+  /// is over may be run again.
   bool run(Entry entry, void* argument);
 
   /// Waits for the end of the thread. Returns at once if it has not been run, is over, or is the caller.
@@ -29,9 +28,10 @@ class VELMARA_EXPORT CThread {
   void join();
 
  private:
+  struct State;
+
   std::string m_name;
-  std::mutex m_mutex;
-  std::thread m_thread;
+  std::shared_ptr<State> m_state;  // shared with the thread, which may outlive this object
 };
 
 }  // namespace hostos

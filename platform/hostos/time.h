@@ -21,14 +21,15 @@ class VELMARA_EXPORT IClock {
   virtual void msleep(std::uint32_t milliseconds) = 0;
 
   /// Waits on `condition` for a notification, at most so long. False if the time ran out. `lock` is held on
-  /// entry and on return. May wake early, like any condition variable.
+  /// entry and on return. May wake early, like any condition variable. 0xFFFFFFFF waits without limit.
   virtual bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                     std::uint32_t milliseconds) = 0;
 
   /// Wakes the waiters of `condition`: all of them, or one.
   virtual void notify(std::condition_variable& condition, bool all) = 0;
 
-  /// A thread that uses this clock begins or ends. Called on that thread by `CThread`.
+  /// A thread that uses this clock begins or ends. Called on that thread by `CThread`, `threadBegins` before
+  /// `CThread::run` returns, so that no time passes unseen by the new thread.
   virtual void threadBegins() {}
   virtual void threadEnds() {}
 
