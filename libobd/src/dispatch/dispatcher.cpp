@@ -1,0 +1,274 @@
+#include "dispatch/dispatcher.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+#include <hostos/thread.h>
+#include <hostos/time.h>
+#include <tavrix/tracelog.h>
+
+#include "dispatch/query.h"
+#include "dispatch/updatequeue.h"
+#include "powertrain/monitorstatus.h"
+
+namespace obd {
+
+using hostos::CTime;
+using tavrix::debugStream;
+using tavrix::LogStream;
+
+namespace {
+
+constexpr const char* Source = "src\\dispatcher";
+constexpr std::uint32_t IdleSleep = 10;          // ms
+constexpr std::uint32_t KeepAlivePeriod = 5000;  // ms
+
+class DispatcherTaskObserver {
+ public:
+  virtual ~DispatcherTaskObserver() = default;
+  virtual void onTaskDone() = 0;
+  virtual void onIdle() = 0;
+};
+
+// The worker thread with its two queues.
+class DispatcherTask {
+ public:
+  DispatcherTask(DispatcherTaskObserver& observer, std::shared_ptr<IObdProxy> proxy)
+      : m_observer(observer), m_proxy(std::move(proxy)) {}
+
+  // `owner` keeps this object until the worker has ended.
+  bool update(const std::weak_ptr<IDispatchable>& task, const std::shared_ptr<void>& owner) {
+    if (!m_running.exchange(true) && !start(owner)) {
+      return false;
+    }
+    return m_input.push(task);
+  }
+
+  // Waits for the work in progress.
+  void end() {
+    m_stop.store(true);
+    m_thread.join();
+  }
+
+  bool stopped() const { return m_stop.load(); }
+  std::shared_ptr<IDispatchable> popFinished() { return m_output.pop(); }
+
+  void setProxy(const std::shared_ptr<IObdProxy>& proxy) {
+    const std::lock_guard guard(m_mutex);
+    m_proxy = proxy;
+  }
+
+ private:
+  struct Start {
+    DispatcherTask* task;
+    std::shared_ptr<void> owner;
+  };
+
+  bool start(const std::shared_ptr<void>& owner) {
+    if (m_stop.load()) {
+      return true;  // at its end: what is queued now is dropped like the rest
+    }
+    auto argument = std::make_unique<Start>(Start{this, owner});
+    const auto entry = [](void* start) -> void* {
+      const std::unique_ptr<Start> own(static_cast<Start*>(start));
+      own->task->updateTask();
+      return nullptr;
+    };
+    if (!m_thread.run(entry, argument.get())) {
+      LogStream(Source, __LINE__, 3) << "DispatcherTask failed to start";
+      m_running.store(false);
+      return false;
+    }
+    argument.release();  // NOLINT(bugprone-unused-return-value): the thread's now
+    debugStream << "DispatcherTask started";
+    return true;
+  }
+
+  void updateTask() {
+    debugStream << "DispatcherTask::updateTask started";
+    while (!m_stop.load()) {
+      std::weak_ptr<IDispatchable> entry;
+      if (!m_input.take(entry)) {
+        CTime::msleep(IdleSleep);
+        m_observer.onIdle();
+        continue;
+      }
+      if (const std::shared_ptr<IDispatchable> task = entry.lock()) {
+        task->update(proxy());
+        m_output.push(std::move(entry));
+        m_observer.onTaskDone();
+      }
+    }
+    debugStream << "DispatcherTask::updateTask about to exit";
+  }
+
+  std::shared_ptr<IObdProxy> proxy() {
+    const std::lock_guard guard(m_mutex);
+    return m_proxy;
+  }
+
+  DispatcherTaskObserver& m_observer;
+  UpdateQueue m_input;
+  UpdateQueue m_output;
+  std::mutex m_mutex;
+  std::shared_ptr<IObdProxy> m_proxy;
+  std::atomic<bool> m_running{false};
+  std::atomic<bool> m_stop{false};
+  hostos::CThread m_thread{"DispatcherTask"};
+};
+
+}  // namespace
+
+// What `cancel` throws away as a whole. Whoever uses it holds it, so that it goes when nobody does any more.
+struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_from_this<DispatcherImpl> {
+  DispatcherImpl(Dispatcher& dispatcher, std::shared_ptr<IObdProxy> proxy)
+      : m_owner(dispatcher), m_task(*this, std::move(proxy)) {}
+
+  bool update(const std::weak_ptr<IDispatchable>& entry) { return m_task.update(entry, shared_from_this()); }
+
+  void shutDown() {
+    m_keepAlive->cancel();
+    m_keepAlive->release();
+    m_task.end();
+  }
+
+  void issueKeepAlive() {
+    if (!m_keepAliveDue.exchange(false)) {
+      return;
+    }
+    const bool begun = m_keepAlive->begin([](bool success) {
+      if (!success) {
+        LogStream(Source, __LINE__, 2) << "Keep alive dispatch failed";
+      }
+    });
+    if (begun && !update(m_keepAlive)) {
+      m_keepAlive->abandon();
+    }
+  }
+
+  void notifyFinished() {
+    // A `notify` may end the connection and with it this object's time.
+    while (!m_task.stopped()) {
+      const std::shared_ptr<IDispatchable> task = m_task.popFinished();
+      if (!task) {
+        break;  // a dead entry, too, ends the pass; the others come with the next one
+      }
+      task->notify();
+    }
+  }
+
+  void setProxy(const std::shared_ptr<IObdProxy>& proxy) { m_task.setProxy(proxy); }
+
+  void onTaskDone() override {
+    m_lastActivity = CTime::milliseconds();
+    m_owner.fireRunDispatch();
+  }
+
+  void onIdle() override {
+    const std::uint32_t now = CTime::milliseconds();
+    if (now - m_lastActivity <= KeepAlivePeriod) {
+      return;
+    }
+    m_keepAliveDue.store(true);
+    m_lastActivity = now;
+    m_owner.fireRunDispatch();
+  }
+
+ private:
+  Dispatcher& m_owner;
+  std::uint32_t m_lastActivity = 0;  // the worker's
+  std::atomic<bool> m_keepAliveDue{false};
+  // Its answer does not matter; asking keeps the adapter and the vehicle from going to sleep.
+  const std::shared_ptr<DispatchableQuery> m_keepAlive =
+      std::make_shared<DispatchableQuery>(std::make_shared<MonitorStatus>());
+  DispatcherTask m_task;
+};
+
+Dispatcher& Dispatcher::getInstance() {
+  static Dispatcher dispatcher;
+  return dispatcher;
+}
+
+Dispatcher::Dispatcher()
+    : m_impl(std::make_shared<DispatcherImpl>(*this, nullptr)), m_uiQueue(std::make_unique<UpdateQueue>()) {}
+
+Dispatcher::~Dispatcher() {
+  impl()->shutDown();
+}
+
+bool Dispatcher::update(const std::weak_ptr<IDispatchable>& task) {
+  return impl()->update(task);
+}
+
+bool Dispatcher::scheduleUiTask(const std::weak_ptr<IDispatchable>& task) {
+  if (!m_uiQueue->push(task)) {
+    return false;
+  }
+  fireRunDispatch();
+  return true;
+}
+
+void Dispatcher::dispatch() {
+  while (const std::shared_ptr<IDispatchable> task = popUiTask()) {
+    task->notify();
+  }
+  const std::shared_ptr<DispatcherImpl> current = impl();
+  current->issueKeepAlive();
+  current->notifyFinished();
+}
+
+void Dispatcher::cancel() {
+  // The old worker ends before the new one can start: there is one at a time.
+  impl()->shutDown();
+  std::shared_ptr<DispatcherImpl> other;
+  {
+    const std::lock_guard guard(m_mutex);
+    other = std::exchange(m_impl, std::make_shared<DispatcherImpl>(*this, m_proxy));
+  }
+  other->shutDown();  // not the same one if two threads cancel at once
+}
+
+void Dispatcher::setProxy(const std::shared_ptr<IObdProxy>& proxy) {
+  const std::lock_guard guard(m_mutex);
+  m_proxy = proxy;
+  m_impl->setProxy(proxy);
+}
+
+void Dispatcher::attach(IDispatchRunner* runner) {
+  const std::lock_guard guard(m_mutex);
+  m_runners.push_back(runner);
+}
+
+void Dispatcher::detach(IDispatchRunner* runner) {
+  const std::lock_guard guard(m_mutex);
+  std::erase(m_runners, runner);
+}
+
+std::shared_ptr<IDispatchable> Dispatcher::popUiTask() {
+  return m_uiQueue->pop();
+}
+
+std::shared_ptr<Dispatcher::DispatcherImpl> Dispatcher::impl() {
+  const std::lock_guard guard(m_mutex);
+  return m_impl;
+}
+
+void Dispatcher::fireRunDispatch() {
+  for (std::size_t i = 0;; ++i) {
+    IDispatchRunner* runner = nullptr;
+    {
+      const std::lock_guard guard(m_mutex);
+      if (i >= m_runners.size()) {
+        return;
+      }
+      runner = m_runners[i];
+    }
+    if (runner != nullptr) {
+      runner->runDispatch();
+    }
+  }
+}
+
+}  // namespace obd
