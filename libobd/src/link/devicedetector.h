@@ -25,9 +25,9 @@ class DeviceDetector {
   std::unique_ptr<ElmScantool> detect(IConnection* connection);
 
  private:
-  bool detectSerial(ElmScantool& device);
+  void detectSerial(ElmScantool& device);
   bool findInitialBaudrate(ElmScantool& device);
-  bool increaseBaudrate(ElmScantool& device);
+  void increaseBaudrate(ElmScantool& device);
   bool changeBaudrate(ElmScantool& device, int rate);
   bool setBusBaudrate(int rate);
 

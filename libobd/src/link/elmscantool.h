@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -27,6 +28,8 @@ enum class AdapterError : int {
   UnableToConnect = 12,
   NoError = 13
 };
+
+struct AdapterCommand;
 
 /// Drives an ELM327-class adapter through its AT dialogue: the ELM327 and its clones, OBDKey, adapters with a
 /// DIAMEX chip, OBDPro and PLX Kiwi.
@@ -65,8 +68,6 @@ class ElmScantool : public IDevice {
   static bool parseVoltage(const std::string& text, float& volts);
 
  private:
-  struct Command;
-
   // What the adapter has told of itself. Shared with threads that close the device or ask for its names.
   struct Identity {
     std::string interfaceName;
@@ -79,7 +80,7 @@ class ElmScantool : public IDevice {
   };
 
   template <typename Change>
-  bool store(Change&& change);
+  void store(Change change);
   Identity identity() const;
   void resetState();
 
@@ -89,15 +90,17 @@ class ElmScantool : public IDevice {
   bool writeCommand(const std::string& command);
   bool receiveBytes(std::vector<unsigned char>& bytes, unsigned int timeout);
   std::string readText(unsigned int timeout);
-  std::string readReply(const Command& command);
-  std::string commandText(const Command& command, const std::string& argument) const;
-  bool ask(const Command& command, const std::string& argument, std::string& reply);
-  bool sendExpect(const std::string& command, const std::string& expected, const std::string& failureText);
-  bool demand(const Command& command, const std::string& argument = std::string());
+  std::string readReply(const std::array<unsigned short, 3>& timeouts);
+  std::string commandText(const AdapterCommand& command, const std::string& argument = std::string()) const;
+  // Sends a text and reads as the command wants it. False, with nothing read, if the text could not be sent.
+  bool ask(const AdapterCommand& command, const std::string& text, std::string& reply);
+  // Sends a command whose answer must hold `expected`; another answer is logged.
+  bool demand(const AdapterCommand& command, const std::string& argument = std::string(),
+              const std::string& expected = "OK");
 
   bool parseInterface(std::string text);
-  bool readDeviceDescription();
-  bool readDeviceIdentifier();
+  void readDeviceDescription();
+  void readDeviceIdentifier();
   bool setTimeout(unsigned int milliseconds);
   bool probeProtocol(VehicleProtocol protocol);
   bool tryProtocol(VehicleProtocol protocol);

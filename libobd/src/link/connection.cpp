@@ -1,0 +1,234 @@
+#include "link/connection.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <tavrix/tracelog.h>
+
+namespace obd {
+
+using tavrix::debugStream;
+using tavrix::LogStream;
+
+namespace {
+
+constexpr const char* Source = "src\\connection";
+constexpr int LongestWait = 10 * 24 * 60 * 60 * 1000;  // ten days
+
+// Far above any reply. A stream that gets here without a delimiter is noise, and would eat all memory.
+constexpr std::size_t PendingLimit = std::size_t{16} << 20;
+
+// The bytes that have arrived since the last message. Remembers how far it has been searched, and drops what
+// has been cut in large steps, so that the work stays in proportion to the stream.
+class PendingBytes {
+ public:
+  void append(std::vector<unsigned char>& chunk) {
+    if (m_begin == m_bytes.size()) {
+      m_bytes.swap(chunk);
+      m_begin = 0;
+      m_searched = 0;
+    } else {
+      m_bytes.insert(m_bytes.end(), chunk.begin(), chunk.end());
+    }
+  }
+
+  void clear() {
+    m_bytes.clear();
+    m_begin = 0;
+    m_searched = 0;
+  }
+
+  std::size_t size() const { return m_bytes.size() - m_begin; }
+
+  bool cut(unsigned char delimiter, std::vector<unsigned char>& message) {
+    if (delimiter != m_delimiter) {
+      m_delimiter = delimiter;
+      m_searched = m_begin;
+    }
+    const auto begin = m_bytes.begin();
+    const auto at = std::find(begin + static_cast<std::ptrdiff_t>(m_searched), m_bytes.end(), delimiter);
+    m_searched = static_cast<std::size_t>(at - begin);
+    if (at == m_bytes.end()) {
+      return false;
+    }
+    message.assign(begin + static_cast<std::ptrdiff_t>(m_begin), at);
+    m_begin = ++m_searched;
+    if (m_begin == m_bytes.size()) {
+      clear();
+    } else if (m_begin > m_bytes.size() / 2) {
+      m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_begin));
+      m_begin = 0;
+      m_searched = 0;
+    }
+    return true;
+  }
+
+ private:
+  std::vector<unsigned char> m_bytes;
+  std::size_t m_begin = 0;
+  std::size_t m_searched = 0;  // no m_delimiter lies between m_begin and here
+  unsigned char m_delimiter = 0;
+};
+
+}  // namespace
+
+Connection::Connection(const std::shared_ptr<hostos::IMessageBus>& bus)
+    : m_bus(bus), m_readThread("Connection::readTask") {}
+
+Connection::~Connection() {
+  m_stopping = true;
+  m_readThread.join();
+  if (m_connected.exchange(false)) {
+    m_bus->close();
+    m_messageArrived.notifyAll();
+  }
+}
+
+int Connection::connect() {
+  if (m_connected) {
+    return 0;
+  }
+  const unsigned int closings = m_closings;
+  if (const int result = m_bus->open(); result != 0) {
+    LogStream(Source, __LINE__, 3) << "Failed to connect (" << result << "): " << lastError();
+    return result;
+  }
+  m_stopping = false;
+  m_connected = true;
+  if (m_closings != closings) {
+    disconnect();  // closed while it opened: the link must not come back to life
+    return 1;
+  }
+  if (!m_readThread.run(&Connection::readTask, this)) {
+    LogStream(Source, __LINE__, 3) << "Failed to start connection read thread";
+  }
+  return 0;
+}
+
+void Connection::disconnect() {
+  ++m_closings;
+  m_stopping = true;
+  m_connected = false;
+  m_bus->close();
+  {
+    const std::lock_guard guard(m_mutex);
+    m_messages.clear();
+  }
+  m_messageArrived.notifyAll();
+}
+
+void Connection::linkFailed() {
+  if (m_stopping.exchange(true)) {
+    return;
+  }
+  disconnect();
+  if (IDisconnectListener* const listener = m_disconnectListener) {
+    listener->onDisconnected();
+  }
+}
+
+int Connection::write(const std::vector<unsigned char>& bytes) {
+  if (!m_connected || m_stopping) {
+    return 1;
+  }
+  if (m_bus->write(bytes) != 0) {
+    LogStream(Source, __LINE__, 3) << "Failed to write socket: " << lastError();
+    linkFailed();
+    return 1;
+  }
+  const std::lock_guard guard(m_loggersMutex);
+  for (std::size_t i = 0; i < m_loggers.size(); ++i) {
+    m_loggers[i]->onWrite(bytes);
+  }
+  return 0;
+}
+
+int Connection::read(std::vector<unsigned char>& bytes, int timeout) {
+  std::unique_lock lock(m_mutex);
+  // Looked at under the lock, so that a disconnect in between is not slept through.
+  if (!m_connected || m_stopping) {
+    return ConnectionClosed;
+  }
+  if (m_messages.empty()) {
+    if (timeout < 1) {
+      return ConnectionTimeout;
+    }
+    const auto limit = static_cast<std::uint32_t>(std::min(timeout, LongestWait));
+    if (!m_messageArrived.wait(lock, limit) || m_messages.empty()) {
+      return ConnectionTimeout;
+    }
+  }
+  bytes = std::move(m_messages.front());
+  m_messages.pop_front();
+  const std::lock_guard guard(m_loggersMutex);
+  for (std::size_t i = 0; i < m_loggers.size(); ++i) {
+    m_loggers[i]->onRead(bytes);
+  }
+  return ConnectionMessage;
+}
+
+std::string Connection::lastError() {
+  std::string text;
+  return m_bus->lastError(text);
+}
+
+void Connection::addLogger(IConnectionLogger* logger) {
+  const std::lock_guard guard(m_loggersMutex);
+  m_loggers.push_back(logger);
+}
+
+void Connection::removeLogger(IConnectionLogger* logger) {
+  const std::lock_guard guard(m_loggersMutex);
+  if (const auto at = std::find(m_loggers.begin(), m_loggers.end(), logger); at != m_loggers.end()) {
+    m_loggers.erase(at);
+  }
+}
+
+void* Connection::readTask(void* argument) {
+  debugStream << "Read task started enter";
+  static_cast<Connection*>(argument)->readLoop();
+  debugStream << "read task exit";
+  return nullptr;
+}
+
+void Connection::readLoop() {
+  PendingBytes pending;
+  std::vector<unsigned char> chunk;
+  while (!m_stopping) {
+    chunk.clear();
+    const int result = m_bus->read(chunk);
+    const bool idle = result == hostos::BusRead && chunk.empty();
+    if (result == hostos::BusRead) {
+      pending.append(chunk);
+    } else if (result == hostos::BusReadError) {
+      LogStream(Source, __LINE__, 3) << "Failed to read socket: " << lastError();
+      linkFailed();
+      return;
+    } else if (result == hostos::BusPeerClosed) {
+      debugStream << "Disconnected by server";
+      linkFailed();
+      return;
+    } else {
+      hostos::CTime::msleep(1);
+    }
+
+    std::vector<unsigned char> message;
+    if (pending.cut(m_delimiter, message)) {
+      {
+        const std::lock_guard guard(m_mutex);
+        m_messages.push_back(std::move(message));
+      }
+      m_messageArrived.notifyOne();
+    } else if (idle && !m_stopping) {
+      hostos::CTime::msleep(1);
+    }
+    if (pending.size() > PendingLimit) {
+      LogStream(Source, __LINE__, 3) << "Failed to read socket: no end of message in " << pending.size()
+                                     << " bytes";
+      linkFailed();
+      return;
+    }
+  }
+}
+
+}  // namespace obd
