@@ -8,7 +8,18 @@
 
 namespace obd {
 
-/// The text of a negative response code (ISO 14229-1, SAE J1979).
+/// Negative response codes (ISO 14229-1, SAE J1979).
+enum Nack : int {
+  NackAcknowledged = 0x00,
+  NackGeneralReject = 0x10,
+  NackServiceNotSupported = 0x11,
+  NackSubfunctionNotSupported = 0x12,
+  NackBusy = 0x21,
+  NackConditionsNotCorrect = 0x22,
+  NackResponsePending = 0x78
+};
+
+/// The text of a negative response code, "Unknown" for one that is not in `Nack`.
 VELMARA_EXPORT std::string NackToString(int nack);
 
 /// A query made of one request: builds the request bytes, walks the replies of all control units, checks each
