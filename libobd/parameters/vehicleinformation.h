@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,7 +16,7 @@ namespace obd {
 class VELMARA_EXPORT IdentificationNumberParser {
  public:
   /// `signature` are the two bytes with which a reply, and before CAN each of its frames, begins.
-  explicit IdentificationNumberParser(std::vector<unsigned char> signature);
+  explicit IdentificationNumberParser(const std::array<unsigned char, 2>& signature);
 
   /// Takes a whole reply. False, with the earlier text kept, if it is malformed.
   bool parse(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& payload);
@@ -27,7 +28,7 @@ class VELMARA_EXPORT IdentificationNumberParser {
   bool parseCan(unsigned int id, const std::vector<unsigned char>& payload);
   bool parseFrames(unsigned int id, const std::vector<unsigned char>& payload);
 
-  std::vector<unsigned char> m_signature;
+  std::array<unsigned char, 2> m_signature;
   std::map<unsigned int, std::string> m_texts;  // by control unit
 };
 
