@@ -1,0 +1,470 @@
+#include <simulator/vehicle.h>
+
+#include <algorithm>
+#include <bitset>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <hostos/time.h>
+
+#include "builtinvehicles.h"
+#include "vehicledata.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr std::uint8_t Positive = 0x40;
+constexpr std::uint8_t Negative = 0x7F;
+constexpr std::uint8_t ConditionsNotCorrect = 0x22;
+
+void append(Bytes& out, const Bytes& more) {
+  out.insert(out.end(), more.begin(), more.end());
+}
+
+Bytes render(const Template& terms, const Signals& signals) {
+  Bytes out;
+  for (const Term& term : terms) {
+    if (term.signal == Signal::Count) {
+      append(out, term.bytes);
+      continue;
+    }
+    const double value = signals[static_cast<std::size_t>(term.signal)] * term.factor + term.offset;
+    const double top = std::ldexp(1.0, static_cast<int>(8 * term.width)) - 1;
+    const auto number =
+        static_cast<std::uint32_t>(std::isfinite(value) ? std::clamp(std::round(value), 0.0, top) : 0.0);
+    for (unsigned i = term.width; i-- > 0;) {
+      out.push_back(static_cast<std::uint8_t>(number >> (8 * i)));
+    }
+  }
+  return out;
+}
+
+// What a unit has of the identifiers of one service. Bit 0 of each block of 32 tells that more follow.
+class Support {
+ public:
+  void add(unsigned id) {
+    if (id > 0 && id < 256) {
+      m_ids.set(id);
+    }
+  }
+  bool any() const { return m_ids.any(); }
+
+  // The bitmap of the block that begins behind `base`; false if nobody would ask for it.
+  bool bitmap(unsigned base, Bytes& out) const {
+    if (base != 0 && !anyBehind(base)) {
+      return false;
+    }
+    std::uint32_t bits = 0;
+    for (unsigned i = 1; i <= 32 && base + i < 256; ++i) {
+      const bool set = m_ids.test(base + i) || (i == 32 && anyBehind(base + 32));
+      bits = (bits << 1) | (set ? 1U : 0U);
+    }
+    if (base == 0xE0) {
+      bits <<= 1;
+    }
+    for (int shift = 24; shift >= 0; shift -= 8) {
+      out.push_back(static_cast<std::uint8_t>(bits >> shift));
+    }
+    return true;
+  }
+
+ private:
+  bool anyBehind(unsigned base) const {
+    for (unsigned id = base + 1; id < 256; ++id) {
+      if (m_ids.test(id)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  std::bitset<256> m_ids;
+};
+
+bool isBlock(std::uint8_t id) {
+  return id % 0x20 == 0;
+}
+
+template <typename Map>
+Support supportOf(const Map& map) {
+  Support support;
+  for (const auto& entry : map) {
+    support.add(entry.first);
+  }
+  return support;
+}
+
+}  // namespace
+
+std::uint32_t VehicleData::driveTime() const {
+  const std::lock_guard guard(m_mutex);
+  return m_held ? *m_held : hostos::CTime::milliseconds() - m_start;
+}
+
+void VehicleData::begin() {
+  m_start = hostos::CTime::milliseconds();
+}
+
+void VehicleData::holdDrive(std::optional<std::uint32_t> milliseconds) {
+  const std::lock_guard guard(m_mutex);
+  if (!milliseconds && m_held) {
+    m_start = hostos::CTime::milliseconds() - *m_held;
+  }
+  m_held = milliseconds;
+}
+
+void VehicleData::setIgnition(bool on) {
+  const std::lock_guard guard(m_mutex);
+  m_ignition = on;
+}
+
+bool VehicleData::ignition() const {
+  const std::lock_guard guard(m_mutex);
+  return m_ignition;
+}
+
+double VehicleData::batteryVoltage() const {
+  return battery > 0 ? battery : drive.at(driveTime())[static_cast<std::size_t>(Signal::Voltage)];
+}
+
+std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<std::uint32_t> target) {
+  const Signals signals = drive.at(driveTime());
+  const std::lock_guard guard(m_mutex);
+  std::vector<UnitReply> replies;
+  if (!m_ignition || request.empty()) {
+    return replies;
+  }
+  for (Unit& unit : units) {
+    if (target && *target != unit.id) {
+      continue;
+    }
+    UnitReply one{unit.id, unit.latency, {}};
+    if (!reply(unit, request, signals, one.messages)) {
+      one.messages.clear();
+      if (unit.refusal) {
+        one.messages.push_back({Negative, request.front(), *unit.refusal});
+      }
+    }
+    if (!one.messages.empty()) {
+      replies.push_back(std::move(one));
+    }
+  }
+  return replies;
+}
+
+// True if the unit knows the request, even if it says nothing to it.
+bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals, std::vector<Bytes>& out) {
+  for (const Answer& answer : unit.answers) {
+    const bool fits =
+        answer.anyRest ? request.size() >= answer.request.size() : request.size() == answer.request.size();
+    if (fits && std::equal(answer.request.begin(), answer.request.end(), request.begin())) {
+      for (const Template& message : answer.messages) {
+        out.push_back(render(message, signals));
+      }
+      return true;
+    }
+  }
+  Bytes message;
+  bool known = false;
+  switch (request.front()) {
+    case 0x01:
+      known = currentData(unit, request, signals, message);
+      break;
+    case 0x02:
+      known = freezeData(unit, request, signals, message);
+      break;
+    case 0x03:
+    case 0x04:
+    case 0x07:
+    case 0x0A:
+      return request.size() == 1 && codes(unit, request, out);
+    case 0x05:
+    case 0x06:
+    case 0x08:
+      known = testBlocks(unit, request, message);
+      break;
+    case 0x09:
+      return information(unit, request, out);
+    default:
+      break;
+  }
+  if (known) {
+    out.push_back(std::move(message));
+  }
+  return known;
+}
+
+bool VehicleData::currentData(const Unit& unit, const Bytes& request, const Signals& signals,
+                              Bytes& message) const {
+  // On CAN up to six identifiers go into one request (ISO 15031-5).
+  if (request.size() < 2 || request.size() > (isCan() ? 7U : 2U)) {
+    return false;
+  }
+  Support support = supportOf(unit.pids);
+  if (unit.monitors) {
+    support.add(0x01);
+  }
+  message.push_back(0x01 | Positive);
+  for (std::size_t i = 1; i < request.size(); ++i) {
+    const std::uint8_t pid = request[i];
+    Bytes data;
+    if (isBlock(pid)) {
+      if (!support.any() || !support.bitmap(pid, data)) {
+        continue;
+      }
+    } else if (pid == 0x01 && unit.monitors) {
+      const std::size_t count = std::min<std::size_t>(unit.confirmed.size(), 0x7F);
+      const bool light = unit.light.value_or(count != 0);
+      data.push_back(static_cast<std::uint8_t>(count | (light ? 0x80U : 0U)));
+      data.insert(data.end(), unit.monitors->begin(), unit.monitors->end());
+      if (unit.cleared) {  // every test that there is has to run again
+        data[1] = static_cast<std::uint8_t>(data[1] | (data[1] & 0x07U) << 4);
+        data[3] = data[2];
+      }
+    } else if (const auto found = unit.pids.find(pid); found != unit.pids.end()) {
+      data = render(found->second, signals);
+    } else {
+      continue;
+    }
+    message.push_back(pid);
+    append(message, data);
+  }
+  return message.size() > 1;
+}
+
+bool VehicleData::freezeData(const Unit& unit, const Bytes& request, const Signals& signals,
+                             Bytes& message) const {
+  // Pairs of identifier and frame number, on CAN up to three.
+  if (request.size() < 3 || request.size() % 2 == 0 || request.size() > (isCan() ? 7U : 3U)) {
+    return false;
+  }
+  message.push_back(0x02 | Positive);
+  for (std::size_t i = 1; i + 1 < request.size(); i += 2) {
+    const std::uint8_t pid = request[i];
+    const std::uint8_t number = request[i + 1];
+    const auto frame = unit.frames.find(number);
+    const bool stored = frame != unit.frames.end();
+    Bytes data;
+    if (pid == 0x02 && (stored || (number == 0 && unit.hasCodes))) {
+      const unsigned code = stored ? frame->second.code : 0U;
+      data = {static_cast<std::uint8_t>(code >> 8), static_cast<std::uint8_t>(code)};
+    } else if (isBlock(pid) && stored) {
+      Support support = supportOf(frame->second.pids);
+      support.add(0x02);
+      if (!support.bitmap(pid, data)) {
+        continue;
+      }
+    } else if (stored && frame->second.pids.contains(pid)) {
+      data = render(frame->second.pids.at(pid), signals);
+    } else {
+      continue;
+    }
+    message.push_back(pid);
+    message.push_back(number);
+    append(message, data);
+  }
+  return message.size() > 1;
+}
+
+bool VehicleData::codes(Unit& unit, const Bytes& request, std::vector<Bytes>& out) {
+  const std::uint8_t service = request.front();
+  if (!unit.hasCodes || (service == 0x0A && !unit.hasPermanent)) {
+    return false;
+  }
+  if (service == 0x04) {
+    if (!unit.clears) {
+      out.push_back({Negative, service, ConditionsNotCorrect});
+      return true;
+    }
+    unit.confirmed.clear();
+    unit.pending.clear();
+    unit.frames.clear();
+    unit.cleared = true;
+    out.push_back({0x04 | Positive});
+    return true;
+  }
+  const std::vector<std::uint16_t>& list = service == 0x03   ? unit.confirmed
+                                           : service == 0x07 ? unit.pending
+                                                             : unit.permanent;
+  Bytes pairs;
+  for (const std::uint16_t code : list) {
+    pairs.push_back(static_cast<std::uint8_t>(code >> 8));
+    pairs.push_back(static_cast<std::uint8_t>(code));
+  }
+  const auto first = static_cast<std::uint8_t>(service | Positive);
+  if (isCan()) {
+    Bytes message{first, static_cast<std::uint8_t>(list.size())};
+    append(message, pairs);
+    out.push_back(std::move(message));
+    return true;
+  }
+  // Before CAN each message holds three codes, filled up by zeros.
+  pairs.resize(std::max<std::size_t>(6, (pairs.size() + 5) / 6 * 6));
+  for (std::size_t i = 0; i < pairs.size(); i += 6) {
+    Bytes message{first};
+    message.insert(message.end(), pairs.begin() + static_cast<std::ptrdiff_t>(i),
+                   pairs.begin() + static_cast<std::ptrdiff_t>(i + 6));
+    out.push_back(std::move(message));
+  }
+  return true;
+}
+
+bool VehicleData::information(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const {
+  if (request.size() != 2 || unit.infos.empty()) {
+    return false;
+  }
+  const std::uint8_t type = request[1];
+  const Bytes start{0x09 | Positive, type};
+  // Before CAN each of the types 02, 04, 06 and 08 has one in front of it that counts its messages.
+  const auto counted = [](std::uint8_t id) { return id == 0x02 || id == 0x04 || id == 0x06 || id == 0x08; };
+  const auto messages = [](const Info& info) {
+    return static_cast<std::uint8_t>((info.bytes.size() + 3) / 4);
+  };
+
+  if (isBlock(type)) {
+    Support support = supportOf(unit.infos);
+    Bytes message = start;
+    if (!isCan()) {
+      for (const auto& info : unit.infos) {
+        if (counted(info.first)) {
+          support.add(info.first - 1U);
+        }
+      }
+      message.push_back(0x01);
+    }
+    if (!support.bitmap(type, message)) {
+      return false;
+    }
+    out.push_back(std::move(message));
+    return true;
+  }
+
+  const auto found = unit.infos.find(type);
+  if (isCan()) {
+    if (found == unit.infos.end()) {
+      return false;
+    }
+    Bytes message = start;
+    message.push_back(static_cast<std::uint8_t>(found->second.count));
+    append(message, found->second.bytes);
+    out.push_back(std::move(message));
+    return true;
+  }
+  if (found == unit.infos.end()) {
+    const auto next = unit.infos.find(static_cast<std::uint8_t>(type + 1));
+    if (next == unit.infos.end() || !counted(next->first)) {
+      return false;
+    }
+    Bytes message = start;
+    message.push_back(messages(next->second));
+    out.push_back(std::move(message));
+    return true;
+  }
+  // Four bytes a message; the 17 characters of a number stand at the end of five messages.
+  Bytes bytes = found->second.bytes;
+  if (bytes.size() == 17) {
+    bytes.insert(bytes.begin(), 3, 0);
+  }
+  bytes.resize((bytes.size() + 3) / 4 * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 4) {
+    Bytes message = start;
+    message.push_back(static_cast<std::uint8_t>(i / 4 + 1));
+    message.insert(message.end(), bytes.begin() + static_cast<std::ptrdiff_t>(i),
+                   bytes.begin() + static_cast<std::ptrdiff_t>(i + 4));
+    out.push_back(std::move(message));
+  }
+  return true;
+}
+
+// Which tests there are, worked out from the answers of the file. Before CAN the reply of services 06 and 08
+// has a filler byte in front of the bitmap; service 05 asks for one sensor and repeats it there.
+bool VehicleData::testBlocks(const Unit& unit, const Bytes& request, Bytes& message) const {
+  const std::uint8_t service = request.front();
+  if (request.size() < 2 || !isBlock(request[1])) {
+    return false;
+  }
+  const bool bySensor = service == 0x05;
+  if (bySensor && (request.size() != 3 || isCan())) {
+    return false;
+  }
+  Support support;
+  bool served = false;
+  for (const Answer& answer : unit.answers) {
+    if (answer.request.size() >= 2 && answer.request.front() == service && !isBlock(answer.request[1])) {
+      served = true;
+      if (!bySensor || (answer.request.size() >= 3 && answer.request[2] == request[2])) {
+        support.add(answer.request[1]);
+      }
+    }
+  }
+  message = {static_cast<std::uint8_t>(service | Positive), request[1]};
+  if (bySensor) {
+    message.push_back(request[2]);
+  } else if (!isCan()) {
+    message.push_back(service == 0x06 ? 0xFF : 0x00);
+  }
+  return served && support.bitmap(request[1], message);
+}
+
+Vehicle::Vehicle(std::unique_ptr<VehicleData> data) : m_data(std::move(data)) {
+  m_data->begin();
+}
+Vehicle::~Vehicle() = default;
+
+std::shared_ptr<Vehicle> Vehicle::parse(std::string_view text, const std::string& origin) {
+  return std::make_shared<Vehicle>(parseVehicle(text, origin));
+}
+
+std::shared_ptr<Vehicle> Vehicle::load(const std::string& nameOrPath) {
+  for (const BuiltinVehicle& vehicle : builtinVehicles()) {
+    if (vehicle.name == nameOrPath) {
+      return parse(vehicle.text, nameOrPath + ".vehicle");
+    }
+  }
+  std::ifstream file(nameOrPath, std::ios::binary);
+  std::string text;
+  if (file) {
+    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
+  if (!file || file.bad()) {
+    std::string names;
+    for (const BuiltinVehicle& vehicle : builtinVehicles()) {
+      names.append(names.empty() ? "" : ", ").append(vehicle.name);
+    }
+    throw std::runtime_error("There is no vehicle and no readable file \"" + nameOrPath +
+                             "\"; built-in vehicles are " + names + ".");
+  }
+  return parse(text, nameOrPath);
+}
+
+const std::string& Vehicle::name() const {
+  return m_data->name;
+}
+int Vehicle::protocol() const {
+  return m_data->protocol;
+}
+std::size_t Vehicle::unitCount() const {
+  return m_data->units.size();
+}
+double Vehicle::batteryVoltage() const {
+  return m_data->batteryVoltage();
+}
+void Vehicle::holdDrive(std::optional<std::uint32_t> milliseconds) {
+  m_data->holdDrive(milliseconds);
+}
+void Vehicle::setIgnition(bool on) {
+  m_data->setIgnition(on);
+}
+
+std::vector<std::string> vehicleNames() {
+  std::vector<std::string> names;
+  for (const BuiltinVehicle& vehicle : builtinVehicles()) {
+    names.emplace_back(vehicle.name);
+  }
+  return names;
+}
+
+}  // namespace simulator

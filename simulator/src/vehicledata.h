@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "drive.h"
+
+namespace simulator {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// A piece of a reply: bytes that stand, or a signal as value * factor + offset in `width` bytes.
+struct Term {
+  Bytes bytes;
+  Signal signal = Signal::Count;  // Count: the bytes stand
+  double factor = 1;
+  double offset = 0;
+  unsigned width = 1;
+};
+
+using Template = std::vector<Term>;
+
+/// One item of service 09; `items` are the bytes as the standard packs them.
+struct Info {
+  unsigned count = 1;
+  Bytes bytes;
+};
+
+struct FreezeFrame {
+  std::uint16_t code = 0;
+  std::map<std::uint8_t, Template> pids;
+};
+
+/// A reply given word for word: services 05, 06, 08 and whatever a manufacturer adds.
+struct Answer {
+  Bytes request;
+  bool anyRest = false;            // the request may go on
+  std::vector<Template> messages;  // none: silence
+};
+
+struct Unit {
+  std::string name;
+  std::uint32_t id = 0;  // CAN identifier of the replies, or the source address
+  unsigned latency = 0;  // ms
+  std::map<std::uint8_t, Template> pids;
+  std::map<std::uint8_t, FreezeFrame> frames;
+  std::vector<std::uint16_t> confirmed, pending, permanent;
+  bool hasCodes = false;
+  bool hasPermanent = false;
+  std::optional<bool> light;                            // unset: on while there are confirmed codes
+  std::optional<std::array<std::uint8_t, 3>> monitors;  // bytes B to D of PID 01
+  bool cleared = false;
+  bool clears = true;                   // false: refuses with 0x22
+  std::optional<std::uint8_t> refusal;  // negative response to what is unknown; unset: silence
+  std::map<std::uint8_t, Info> infos;
+  std::vector<Answer> answers;
+};
+
+/// What one unit sends back: whole messages, one after the other.
+struct UnitReply {
+  std::uint32_t id = 0;
+  unsigned latency = 0;
+  std::vector<Bytes> messages;
+};
+
+class VehicleData {
+ public:
+  std::string name;
+  int protocol = 6;
+  std::optional<std::uint8_t> filler = 0x00;  // of CAN frames; unset: frames are as short as they can be
+  double battery = 0;                         // V; 0: the signal
+  Drive drive;
+  std::vector<Unit> units;
+
+  bool isCan() const { return protocol >= 6; }
+
+  /// Asks the units, all of them or the one with that reply identifier.
+  std::vector<UnitReply> request(const Bytes& request, std::optional<std::uint32_t> target);
+  double batteryVoltage() const;
+  bool ignition() const;
+
+  void begin();
+  void holdDrive(std::optional<std::uint32_t> milliseconds);
+  void setIgnition(bool on);
+
+ private:
+  bool reply(Unit& unit, const Bytes& request, const Signals& signals, std::vector<Bytes>& out);
+  bool currentData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
+  bool freezeData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
+  bool codes(Unit& unit, const Bytes& request, std::vector<Bytes>& out);
+  bool information(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const;
+  bool testBlocks(const Unit& unit, const Bytes& request, Bytes& message) const;
+  std::uint32_t driveTime() const;
+
+  mutable std::mutex m_mutex;
+  std::uint32_t m_start = 0;
+  std::optional<std::uint32_t> m_held;
+  bool m_ignition = true;
+};
+
+/// Reads a vehicle file; throws std::runtime_error with "origin:line: what".
+std::unique_ptr<VehicleData> parseVehicle(std::string_view text, const std::string& origin);
+
+}  // namespace simulator
