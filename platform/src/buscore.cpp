@@ -6,7 +6,7 @@
 
 #include <system_error>
 
-#include "limits.h"
+#include "buslimits.h"
 
 namespace hostos {
 

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "buscore.h"
-#include "limits.h"
+#include "buslimits.h"
 
 namespace hostos {
 
