@@ -47,10 +47,15 @@ class Event : public AbstractEvent<T> {
     if (observer == nullptr) {
       return;
     }
-    std::apply([&](const Arguments&... arguments) { (observer->*m_method)(arguments...); }, m_arguments);
+    call(*observer, std::index_sequence_for<Arguments...>());
   }
 
  private:
+  template <std::size_t... I>
+  void call(Observer<T>& observer, std::index_sequence<I...> /*indices*/) const {
+    (observer.*m_method)(std::get<I>(m_arguments)...);
+  }
+
   Method m_method;
   std::tuple<Arguments...> m_arguments;
 };
