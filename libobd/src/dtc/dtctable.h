@@ -1,0 +1,54 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace obd {
+
+/// Names of the makes, by `Manufacturer::AutoManufacturer`.
+inline constexpr std::array<std::string_view, 45> ManufacturerTexts = {
+    "Generic", "Acura",    "Alfa Romeo",    "Audi",       "BMW",  "Buick",      "Cadillac",   "Chrysler",
+    "Citroen", "Daewoo",   "Dodge",         "Fiat",       "Ford", "Geo",        "GM",         "Honda",
+    "Hyundai", "Infinity", "Isuzu",         "Jaguar",     "Jeep", "Kia",        "Land Rover", "Lexus",
+    "Lincoln", "Mazda",    "Mercedes-Benz", "Mercury",    "Mini", "Mitsubishi", "Nissan",     "Oldsmobile",
+    "Peugeot", "Plymouth", "Pontiac",       "Porsche",    "Saab", "Saturn",     "Scion",      "Skoda",
+    "Subaru",  "Suzuki",   "Toyota",        "Volkswagen", "Volvo"};
+
+/// One row of the table. Texts are positions in the table's pool, so that the whole table is constant data
+/// without a single pointer for the loader to relocate.
+struct DtcTableRow {
+  std::uint32_t manufacturer;
+  std::uint32_t code;
+  std::uint32_t text;
+};
+
+/// One code and the rows that have it: `order[first]` up to where the next code begins.
+struct DtcTableCode {
+  std::uint32_t code;
+  std::uint32_t first;
+};
+
+/// The trouble-code table with its index.
+///
+/// `rows` stand by ascending make, as written within a make. `codes` are sorted as byte strings and end with
+/// a sentinel whose `first` is `rowCount`. `order` holds row numbers by code, then by make, then from the
+/// last row of a make to its first: the order of every lookup.
+struct DtcTable {
+  const DtcTableRow* rows;
+  std::size_t rowCount;
+  const DtcTableCode* codes;
+  std::size_t codeCount;
+  const std::uint32_t* order;
+  const char* pool;  // zero-terminated texts
+
+  std::string_view codeOf(const DtcTableCode& code) const { return pool + code.code; }
+  std::string_view codeOf(const DtcTableRow& row) const { return pool + row.code; }
+  std::string_view textOf(const DtcTableRow& row) const { return pool + row.text; }
+};
+
+/// The table made from the rows under data/dtc by the build.
+const DtcTable& builtInDtcTable();
+
+}  // namespace obd
