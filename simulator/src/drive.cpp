@@ -17,7 +17,7 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Signal::Count)> 
 
 constexpr double Cycle = 60;          // s
 constexpr double AccelerateFrom = 8;  // s into the cycle
-constexpr double CruiseFrom = 22;
+constexpr double CruiseFrom = 28;
 constexpr double BrakeFrom = 42;
 constexpr double StandFrom = 52;
 
@@ -40,7 +40,7 @@ double speedShare(double t) {
     return smooth((t - AccelerateFrom) / (CruiseFrom - AccelerateFrom));
   }
   if (t < BrakeFrom) {
-    return 1 + 0.02 * wave(t - CruiseFrom, BrakeFrom - CruiseFrom);
+    return 1 + 0.006 * wave(t - CruiseFrom, BrakeFrom - CruiseFrom);
   }
   return 1 - smooth((t - BrakeFrom) / (StandFrom - BrakeFrom));
 }
@@ -85,7 +85,7 @@ Signals Drive::at(std::uint32_t milliseconds) const {
   const bool overrun = wheelPower < -0.5 && speed > 12;
   const bool running = engine != EngineKind::Hybrid || (speed > 25 && !overrun);
   static constexpr std::array<double, 6> PerKmh = {120, 68, 46, 34, 28, 24};  // 1/min per km/h
-  const double shift = diesel ? 2200 : 2700;
+  const double shift = diesel ? 2200 : 2500 + std::clamp(wheelPower / displacement * 90, 0.0, 2000.0);
   double rpm = idle + 12 * wave(t, 1.7);
   if (speed > 3) {
     double coupled = speed * PerKmh.front();
@@ -101,22 +101,24 @@ Signals Drive::at(std::uint32_t milliseconds) const {
     rpm = 0;
   }
   const double omega = rpm * 2 * std::numbers::pi / 60;
-  const double friction = 0.006 * displacement * rpm / 10;                               // Nm
-  const double power = running && !overrun ? std::max(0.0, wheelPower) / 0.9 + 0.7 : 0;  // kW at the crank
-  const double torque = omega > 0 ? power * 1000 / omega : 0;                            // Nm
+  const double friction = displacement * (7 + rpm * 0.0015);    // Nm
+  const double share = engine == EngineKind::Hybrid ? 0.7 : 1;  // the rest is electric
+  const double power = running && !overrun ? std::max(0.0, wheelPower) * share / 0.9 + 0.7 : 0;  // kW
+  const double torque = omega > 0 ? power * 1000 / omega : 0;                                    // Nm
 
   // Fuel and air follow from the power.
   const double heat = diesel ? 42.6 : 42.9;  // kJ/g
   const double indicated = power + friction * omega / 1000;
-  const double fuel = running && !overrun ? indicated / (heat * (diesel ? 0.42 : 0.36)) : 0;  // g/s
+  double fuel = running && !overrun ? indicated / (heat * (diesel ? 0.42 : 0.36)) : 0;  // g/s
   const double command = overrun ? 1.99 : diesel ? 1.0 : (power > 45 ? 0.93 : 1.0);
   const double fullAir = displacement * 1.19 * rpm / 120;  // g/s at 100 kPa
   double maf = diesel ? std::max(fuel * 20, fullAir * 0.85) : fuel * 14.7 * command;
-  if (running && !diesel) {
-    maf = std::max(maf, fullAir * 0.18);
+  if (running && !diesel) {  // a closed throttle leaks, an open one gives no more than there is
+    maf = std::clamp(maf, fullAir * 0.12, fullAir * 0.93);
+    fuel = std::min(fuel, maf / (14.7 * command));
   }
   const double charge = fullAir > 0 ? maf / fullAir : 0;
-  const double map = running ? std::clamp(charge * 100 / 0.88, 18.0, 250.0) : 100;
+  const double map = running ? std::clamp(charge * 100 / 0.93, 15.0, diesel ? 250.0 : 100.0) : 100;
   const double maxTorque = referenceTorque * std::min(1.0, 0.55 + rpm / 5500);
   const double load =
       running ? std::clamp((torque + friction) / (maxTorque + friction) * 100, 0.0, 100.0) : 0;

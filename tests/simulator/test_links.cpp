@@ -1,0 +1,362 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+
+#include <hostos/busfactory.h>
+#include <hostos/thread.h>
+#include <simulator/bus.h>
+#include <simulator/server.h>
+#include <support/virtualclock.h>
+
+#include "dialogue.h"
+
+using simulator::AdapterOptions;
+using simulator::Fault;
+using simulator::FaultPlan;
+using simulator::Personality;
+using simulator::Vehicle;
+
+namespace {
+
+constexpr int Rates[] = {9600, 19200, 38400, 57600, 115200};
+
+// ---------------------------------------------------------------------------------------------------------
+// Baud rates
+
+class SerialLine : public testing::Test {
+ protected:
+  void use(Personality personality, int adapterRate = 38400) {
+    AdapterOptions options;
+    options.personality = personality;
+    options.baudrate = adapterRate;
+    m_adapter = std::make_shared<simulator::ElmAdapter>(Vehicle::load("petrol-can11"), options);
+    m_port = simulator::makeSerialBus(m_adapter, 38400);
+    m_elm = std::make_unique<Dialogue>(m_port);
+  }
+
+  VirtualClock m_clock;
+  std::shared_ptr<simulator::ElmAdapter> m_adapter;
+  std::shared_ptr<hostos::ISerialBus> m_port;
+  std::unique_ptr<Dialogue> m_elm;
+};
+
+// What a program does that looks for the rate: only at the right one it hears the name, at the second try
+// at the latest, since the first line carries what was heard as garbage before.
+TEST_F(SerialLine, IsUnderstoodOnlyAtItsRate) {
+  for (const int adapterRate : Rates) {
+    use(Personality::Elm15, adapterRate);
+    for (const int rate : Rates) {
+      ASSERT_TRUE(m_port->setBaudrate(rate));
+      EXPECT_EQ(m_port->baudrate(), rate);
+      std::string heard = m_elm->ask("ATI");
+      if (rate == adapterRate && heard.find("ELM327") == std::string::npos) {
+        EXPECT_NE(heard.find("?\r\r>"), std::string::npos);
+        heard = m_elm->ask("ATI");
+      }
+      EXPECT_EQ(heard.find("ELM327 v1.5\r\r>") != std::string::npos, rate == adapterRate)
+          << rate << " at " << adapterRate << ": " << heard;
+      EXPECT_TRUE(rate == adapterRate || heard.find('>') == std::string::npos)
+          << rate << " at " << adapterRate;
+    }
+  }
+  EXPECT_FALSE(m_port->setBaudrate(12345));
+}
+
+TEST_F(SerialLine, GoesOverToANewRate) {
+  use(Personality::Elm15);
+  m_elm->ask("ATE0");
+  EXPECT_EQ(m_elm->ask("ATBRT28"), "OK\r\r>");
+  m_elm->type("ATBRD23\r");
+  EXPECT_EQ(m_elm->listen('\r', 500), "OK\r");
+  m_port->setBaudrate(115200);
+  const std::uint32_t start = m_clock.milliseconds();
+  EXPECT_EQ(m_elm->listen('\r', 500), "ELM327 v1.5\r");
+  EXPECT_EQ(m_clock.milliseconds() - start, 200U);
+  EXPECT_EQ(m_elm->ask(""), "OK\r\r>");
+  EXPECT_EQ(m_adapter->baudrate(), 115200);
+  hostos::CTime::msleep(1000);
+  EXPECT_EQ(m_elm->ask("ATE0"), "OK\r\r>");
+  // A warm start keeps the rate, a reset does not.
+  EXPECT_EQ(m_elm->ask("ATWS"), "\r\rELM327 v1.5\r\r>");
+  m_elm->ask("ATZ");
+  EXPECT_EQ(m_adapter->baudrate(), 38400);
+}
+
+TEST_F(SerialLine, FallsBackWithoutAConfirmation) {
+  use(Personality::Elm21);
+  m_elm->ask("ATE0");
+  m_elm->ask("ATBRT28");
+  m_elm->type("ATBRD23\r");
+  EXPECT_EQ(m_elm->listen('\r', 500), "OK\r");
+  EXPECT_EQ(m_adapter->baudrate(), 115200);
+  // The port stays where it was: the name comes as garbage, the prompt at the old rate again.
+  const std::string heard = m_elm->listen('>', 1000);
+  EXPECT_EQ(heard.find("ELM"), std::string::npos);
+  EXPECT_EQ(heard.substr(heard.size() - 2), "\r>");
+  EXPECT_EQ(m_adapter->baudrate(), 38400);
+  EXPECT_EQ(m_elm->ask("ATI"), "ELM327 v2.1\r\r>");
+}
+
+TEST_F(SerialLine, ChangesItsRateAtOnceOnAnObdPro) {
+  use(Personality::ObdPro);
+  m_elm->ask("ATE0");
+  EXPECT_EQ(m_elm->ask("ATBRD23"), "?\r\r>");
+  m_elm->type("ATSCS5\r");
+  EXPECT_EQ(m_elm->listen('\r', 500), "OK\r");
+  m_port->setBaudrate(57600);
+  EXPECT_EQ(m_elm->ask("ATI"), "ELM327 v1.3\r\r>");
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Faults
+
+class Faults : public testing::Test {
+ protected:
+  Dialogue with(FaultPlan plan) {
+    AdapterOptions options;
+    options.faults = std::move(plan);
+    const auto car = Vehicle::load("petrol-can11");
+    car->holdDrive(0);
+    Dialogue elm(simulator::makeBus(car, options));
+    elm.ask("ATE0");  // exchange 0
+    elm.ask("ATSP6");
+    elm.ask("ATS0");  // exchange 2
+    return elm;
+  }
+
+  VirtualClock m_clock;
+};
+
+constexpr const char* Coolant = "410547\r\r>";
+
+TEST_F(Faults, DelayAReply) {
+  Dialogue elm = with(FaultPlan::parse("latency:300@3,jitter:50@4-5"));
+  const std::uint32_t start = m_clock.milliseconds();
+  EXPECT_EQ(elm.ask("0105"), Coolant);
+  EXPECT_EQ(m_clock.milliseconds() - start, 300U);
+  EXPECT_EQ(elm.ask("0105"), Coolant);
+  EXPECT_LE(m_clock.milliseconds() - start, 350U);
+}
+
+TEST_F(Faults, SplitAndMergeReads) {
+  Dialogue elm = with(FaultPlan().add(Fault::Kind::Split, 3, 2).add(Fault::Kind::Merge, 4));
+  EXPECT_EQ(elm.ask("0105"), Coolant);
+  EXPECT_EQ(elm.reads, 5);
+  EXPECT_EQ(elm.ask("0105"), "");
+  EXPECT_EQ(elm.ask("ATI"), std::string(Coolant) + "ELM327 v1.5\r\r>");
+  EXPECT_EQ(elm.reads, 1);
+}
+
+TEST_F(Faults, SpoilTheText) {
+  Dialogue elm = with(FaultPlan::parse("noise:3@3,lostprompt@4,half@5,silence@6,error:BUS ERROR@7"));
+  const std::string noisy = elm.ask("0105");
+  EXPECT_EQ(noisy.size(), std::string(Coolant).size() + 3);
+  EXPECT_EQ(noisy.back(), '>');
+  EXPECT_EQ(elm.ask("0105"), "410547\r\r");
+  EXPECT_EQ(elm.ask("0105"), "4105");
+  EXPECT_EQ(elm.ask("0105"), "");
+  EXPECT_EQ(elm.ask("0105"), "BUS ERROR\r\r>");
+  EXPECT_EQ(elm.ask("0105"), Coolant);
+}
+
+TEST_F(Faults, BringAReplyTooLate) {
+  Dialogue elm = with(FaultPlan().add(Fault::Kind::LateReply, 3, 5000));
+  EXPECT_EQ(elm.ask("0105"), "");
+  EXPECT_EQ(elm.ask("ATI"), "ELM327 v1.5\r\r>");  // a command does not stop it
+  EXPECT_EQ(elm.listen(), Coolant);
+}
+
+TEST_F(Faults, EndTheLink) {
+  struct Case {
+    Fault::Kind kind;
+    int writes;
+    int reads;
+  };
+  for (const Case& row : {Case{Fault::Kind::PeerClose, 0, hostos::BusPeerClosed},
+                          Case{Fault::Kind::ReadError, 0, hostos::BusReadError},
+                          Case{Fault::Kind::WriteError, 1, hostos::BusNothingToRead}}) {
+    Dialogue elm = with(FaultPlan().add(row.kind, 4));
+    EXPECT_EQ(elm.ask("0105"), Coolant);
+    EXPECT_EQ(elm.type("0105\r"), row.writes);
+    EXPECT_EQ(elm.listen('>', 50), "");
+    EXPECT_EQ(elm.result, row.reads);
+  }
+}
+
+TEST_F(Faults, TellOfEachExchange) {
+  std::vector<std::string> told;
+  std::shared_ptr<hostos::IMessageBus> bus;
+  AdapterOptions options;
+  options.faults.onExchange = [&](unsigned exchange, const std::string& command) {
+    EXPECT_EQ(exchange, told.size());
+    told.push_back(command);
+    if (exchange == 2) {
+      bus->close();
+    }
+  };
+  bus = simulator::makeBus(Vehicle::load("petrol-can11"), options);
+  Dialogue elm(bus);
+  elm.ask("ate0");
+  elm.ask("");
+  EXPECT_EQ(elm.type("01 0c\r"), 1);
+  EXPECT_EQ(told, (std::vector<std::string>{"ATE0", "ATE0", "010C"}));
+  std::vector<unsigned char> bytes;
+  EXPECT_EQ(bus->read(bytes), hostos::BusReadError);
+  std::string text;
+  EXPECT_NE(bus->lastError(text).find("closed"), std::string::npos);
+  // Opened again it goes on, with the settings it had.
+  bus->open();
+  EXPECT_EQ(elm.ask("ATI"), "ELM327 v1.5\r\r>");
+}
+
+TEST(FaultScript, TellsWhatIsWrong) {
+  for (const char* text :
+       {"nothing", "latency:x", "close@", "close@1-x", "latency:-1", "split:99999999999"}) {
+    EXPECT_THROW(FaultPlan::parse(text), std::runtime_error) << text;
+  }
+  const FaultPlan plan = FaultPlan::parse("split:3@4-,error@2-7");
+  ASSERT_EQ(plan.faults.size(), 2U);
+  EXPECT_EQ(plan.faults[0].amount, 3U);
+  EXPECT_EQ(plan.faults[0].first, 4U);
+  EXPECT_GT(plan.faults[0].last, 1000000U);
+  EXPECT_EQ(plan.faults[1].text, "ERROR");
+  EXPECT_EQ(plan.faults[1].last, 7U);
+}
+
+// A reader, a writer and somebody who closes, at once and in real time.
+TEST(InProcess, ClosesUnderItsReaderAndWriter) {
+  for (int round = 0; round < 20; ++round) {
+    const auto bus = simulator::makeSerialBus(Vehicle::load("petrol-can11"), {}, 38400);
+    bus->open();
+    struct Shared {
+      hostos::ISerialBus* bus;
+      std::atomic<int> read{0};
+    } shared{bus.get(), {}};
+    hostos::CThread reader("reader");
+    hostos::CThread writer("writer");
+    reader.run(
+        [](void* argument) -> void* {
+          auto* self = static_cast<Shared*>(argument);
+          std::vector<unsigned char> bytes;
+          int result = 0;
+          while (result != hostos::BusReadError) {
+            result = self->bus->read(bytes);
+            self->read += static_cast<int>(bytes.size());
+            bytes.clear();
+          }
+          return nullptr;
+        },
+        &shared);
+    writer.run(
+        [](void* argument) -> void* {
+          auto* self = static_cast<Shared*>(argument);
+          const std::string command = "010C\r";
+          int result = 0;
+          while (result == 0) {
+            result = self->bus->write(std::vector<unsigned char>(command.begin(), command.end()));
+            self->bus->setBaudrate(self->bus->baudrate());
+          }
+          return nullptr;
+        },
+        &shared);
+    while (shared.read == 0) {
+      hostos::CTime::msleep(1);
+    }
+    bus->close();
+    reader.join();
+    writer.join();
+    EXPECT_GT(shared.read, 0);
+  }
+}
+
+TEST(InProcess, StandsAnyInput) {
+  const VirtualClock clock;
+  std::uint32_t seed = 7;
+  for (const simulator::PersonalityName& row : simulator::personalities()) {
+    AdapterOptions options;
+    options.personality = row.personality;
+    const auto port = simulator::makeSerialBus(Vehicle::load("eight-units"), options, 57600);
+    Dialogue elm(port);
+    static constexpr std::string_view Pieces = "\r\r\r\rATSHDPNCFM01239AEFBRTZW@!?>\x00\xFF";
+    for (int i = 0; i < 300; ++i) {
+      std::string text;
+      for (int n = 0; n < 40; ++n) {
+        seed = seed * 1664525 + 1013904223;
+        text.push_back(Pieces[(seed >> 16) % Pieces.size()]);
+      }
+      port->setBaudrate(i % 3 == 0 ? 38400 : 57600);
+      elm.type(text);
+      elm.listen('>', 5);
+    }
+    port->setBaudrate(38400);
+    elm.listen('>', 4000000);
+    elm.type("\r\r");
+    elm.listen('\0', 3000);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Servers, in real time and over the real platform layer
+
+TEST(Tcp, ServesOneClientAfterTheOther) {
+  simulator::TcpServer server(Vehicle::load("petrol-can11"), {});
+  EXPECT_EQ(server.link(), "tcp:127.0.0.1:" + std::to_string(server.port()));
+  for (int client = 0; client < 3; ++client) {
+    const auto bus = hostos::BusFactory::createTcpBus("127.0.0.1", server.port());
+    Dialogue elm(bus);
+    elm.prepare();
+    EXPECT_EQ(elm.ask("ATSP6"), "OK\r\r>");
+    EXPECT_EQ(elm.ask("0133"), "7E80341336400000000\r\r>");
+    bus->close();
+  }
+}
+
+TEST(Tcp, CarriesFaults) {
+  AdapterOptions options;
+  options.faults = FaultPlan::parse("latency:30@1,split:1@1,error:CAN ERROR@2,close@3");
+  simulator::TcpServer server(Vehicle::load("petrol-can11"), options);
+  Dialogue elm(hostos::BusFactory::createTcpBus("127.0.0.1", server.port()));
+  elm.ask("ATE0");
+  EXPECT_EQ(elm.ask("ATI"), "ELM327 v1.5\r\r>");
+  EXPECT_GT(elm.reads, 3);
+  EXPECT_EQ(elm.ask("ATI"), "CAN ERROR\r\r>");
+  EXPECT_EQ(elm.ask("ATI"), "");
+  EXPECT_EQ(elm.result, hostos::BusPeerClosed);
+  server.stop();
+  server.stop();
+  EXPECT_THROW(simulator::TcpServer(Vehicle::load("petrol-can11"), {}, 0, "nowhere"), std::runtime_error);
+}
+
+TEST(Tcp, RefusesATakenPort) {
+  const simulator::TcpServer server(Vehicle::load("petrol-can11"), {});
+  EXPECT_THROW(simulator::TcpServer(Vehicle::load("petrol-can11"), {}, server.port()), std::runtime_error);
+}
+
+TEST(Pty, HasABaudRateThatMatters) {
+  AdapterOptions options;
+  options.baudrate = 57600;
+  simulator::PtyServer server(Vehicle::load("petrol-can11"), options);
+  EXPECT_EQ(server.link(), "serial:" + server.path());
+  const auto bus =
+      std::dynamic_pointer_cast<hostos::ISerialBus>(hostos::BusFactory::createSerialBus(server.path(), 9600));
+  ASSERT_NE(bus, nullptr);
+  Dialogue elm(bus);
+  elm.type("ATI\r");
+  EXPECT_EQ(elm.listen('>', 200).find("ELM"), std::string::npos);
+  ASSERT_TRUE(bus->setBaudrate(57600));
+  elm.ask("ATI");  // ends the line of garbage
+  EXPECT_EQ(elm.ask("ATE0").substr(5), "OK\r\r>");
+  EXPECT_EQ(elm.ask("ATBRT14"), "OK\r\r>");
+  elm.type("ATBRD23\r");
+  EXPECT_EQ(elm.listen('\r', 500), "OK\r");
+  ASSERT_TRUE(bus->setBaudrate(115200));
+  EXPECT_EQ(elm.listen('\r', 1000), "ELM327 v1.5\r");
+  EXPECT_EQ(elm.ask(""), "OK\r\r>");
+  elm.ask("ATS0");
+  elm.ask("ATSP6");
+  EXPECT_EQ(elm.ask("0133"), "413364\r\r>");
+  bus->close();
+}
+
+}  // namespace
