@@ -1,0 +1,343 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include <hostos/thread.h>
+#include <hostos/time.h>
+
+#include "link/connection.h"
+#include "link/elmtransport.h"
+#include "support/virtualclock.h"
+
+#include "fakes.h"
+
+namespace obd {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Runs a function on a thread of the platform layer, which the virtual clock knows of.
+class Runner {
+ public:
+  explicit Runner(std::function<void()> work) : m_work(std::move(work)), m_thread("Runner") {
+    m_thread.run(
+        [](void* self) -> void* {
+          static_cast<Runner*>(self)->m_work();
+          return nullptr;
+        },
+        this);
+  }
+  void join() { m_thread.join(); }
+
+ private:
+  std::function<void()> m_work;
+  hostos::CThread m_thread;
+};
+
+class CountingListener : public IDisconnectListener {
+ public:
+  void onDisconnected() override { ++calls; }
+  std::atomic<int> calls{0};
+};
+
+class TraceLogger : public IConnectionLogger {
+ public:
+  TraceLogger(std::string name, std::vector<std::string>& lines) : m_name(std::move(name)), m_lines(lines) {}
+  void onWrite(const Bytes& bytes) override { note(" W " + toText(bytes)); }
+  void onRead(const Bytes& bytes) override { note(" R " + toText(bytes)); }
+  IConnection* leaves = nullptr;  // takes itself out there at its first call
+
+ private:
+  void note(const std::string& line) {
+    m_lines.push_back(m_name + line);
+    if (leaves != nullptr) {
+      leaves->removeLogger(this);
+    }
+  }
+  std::string m_name;
+  std::vector<std::string>& m_lines;
+};
+
+class ConnectionTest : public testing::Test {
+ protected:
+  void open(unsigned char delimiter = '>') {
+    connection->setDelimiter(delimiter);
+    connection->setDisconnectListener(&listener);
+    ASSERT_EQ(0, connection->connect());
+  }
+  std::string read(int timeout) {
+    Bytes bytes;
+    switch (connection->read(bytes, timeout)) {
+      case ConnectionMessage:
+        return "[" + toText(bytes) + "]";
+      case ConnectionTimeout:
+        return "timeout";
+      case ConnectionClosed:
+        return "closed";
+      default:
+        return "?";
+    }
+  }
+  // Waits until the read task has met what ends the link.
+  void awaitEnd() {
+    for (int i = 0; i < 1000 && connection->isConnected(); ++i) {
+      hostos::CTime::msleep(1);
+    }
+  }
+
+  VirtualClock clock;
+  CapturingLogger log;
+  std::shared_ptr<FakeBus> bus = std::make_shared<FakeBus>();
+  std::unique_ptr<Connection> connection = std::make_unique<Connection>(bus);
+  CountingListener listener;
+};
+
+TEST_F(ConnectionTest, ReportsABusThatDoesNotOpen) {
+  bus->openResult = 5;
+  EXPECT_EQ(5, connection->connect());
+  EXPECT_THAT(log.take(), ElementsAre("3 Failed to connect (5): broken"));
+  EXPECT_EQ("src\\connection", log.source());
+  EXPECT_FALSE(connection->isConnected());
+  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ(1, connection->write(toBytes("ATZ")));
+  EXPECT_EQ(0, bus->readCalls);
+}
+
+TEST_F(ConnectionTest, CutsTheStreamAtTheDelimiter) {
+  open();
+  EXPECT_EQ(0, connection->connect());  // changes nothing
+  bus->deliver("OK");
+  bus->deliver("\r");
+  bus->deliver(">");
+  const std::uint32_t begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("[OK\r]", read(5000));
+  EXPECT_LT(hostos::CTime::milliseconds() - begin, 10U);
+  bus->deliver(">one>two");
+  EXPECT_EQ("[]", read(100));
+  EXPECT_EQ("[one]", read(100));
+  EXPECT_EQ("timeout", read(100));
+  // A new delimiter counts for what has arrived already, and back again.
+  bus->deliver(" a\rb\rc");
+  hostos::CTime::msleep(20);
+  EXPECT_EQ("timeout", read(0));
+  connection->setDelimiter('\r');
+  EXPECT_EQ("[two a]", read(100));
+  hostos::CTime::msleep(20);
+  connection->setDelimiter('>');
+  bus->deliver(">rest");
+  EXPECT_EQ("[b]", read(100));  // cut while the delimiter was the carriage return
+  EXPECT_EQ("[c]", read(100));
+}
+
+TEST_F(ConnectionTest, CutsAtNulUntilADelimiterIsSet) {
+  open(0);
+  bus->deliver(std::string("a\0b", 3));
+  EXPECT_EQ("[a]", read(100));
+}
+
+TEST_F(ConnectionTest, WaitsAsLongAsToldAndTenDaysAtMost) {
+  open();
+  std::uint32_t begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("timeout", read(500));
+  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
+  EXPECT_EQ("timeout", read(0));
+  EXPECT_EQ("timeout", read(-1));
+  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
+
+  bus->change([this] { bus->onRead = [] { hostos::CTime::msleep(11U * 24 * 60 * 60 * 1000); }; });
+  hostos::CTime::msleep(5);
+  begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("timeout", read(0x7FFFFFFF));
+  EXPECT_EQ(10U * 24 * 60 * 60 * 1000, hostos::CTime::milliseconds() - begin);
+}
+
+TEST_F(ConnectionTest, TellsOfALinkThatFails) {
+  const struct {
+    int result;
+    std::vector<std::string> log;
+  } cases[] = {{hostos::BusReadError, {"3 Failed to read socket: broken"}}, {hostos::BusPeerClosed, {}}};
+  int told = 0;
+  for (const auto& c : cases) {
+    connection = std::make_unique<Connection>(bus);
+    open();
+    bus->deliver("lost");
+    bus->script({c.result, "bytes>"});
+    awaitEnd();
+    EXPECT_EQ("closed", read(100));
+    EXPECT_EQ(1, connection->write({}));
+    EXPECT_EQ(c.log, log.take());
+    connection.reset();
+    EXPECT_EQ(++told, listener.calls);
+    EXPECT_EQ(told, bus->closings);
+  }
+  connection = std::make_unique<Connection>(bus);
+  open();
+  bus->writeResult = 7;
+  EXPECT_EQ(1, connection->write(toBytes("0100\r")));
+  EXPECT_EQ(1, connection->write(toBytes("0100\r")));
+  EXPECT_EQ("closed", read(100));
+  EXPECT_THAT(log.take(), ElementsAre("3 Failed to write socket: broken"));
+  EXPECT_EQ(3, listener.calls);
+}
+
+TEST_F(ConnectionTest, SaysNothingOfAnEndThatWasAskedFor) {
+  open();
+  bus->deliver("message>");
+  hostos::CTime::msleep(10);
+  Runner closer([this] {
+    hostos::CTime::msleep(200);
+    connection->disconnect();
+  });
+  EXPECT_EQ("[message]", read(100));
+  const std::uint32_t begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("timeout", read(10000));  // the wait in progress counts as run out
+  EXPECT_LE(hostos::CTime::milliseconds() - begin, 201U);
+  closer.join();
+  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ(1, connection->write({}));
+  EXPECT_EQ(0, listener.calls);
+  EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(ConnectionTest, MayBeEndedFromTheReadTask) {
+  bus->onRead = [this] { connection->disconnect(); };
+  open();
+  awaitEnd();
+  connection.reset();
+  EXPECT_EQ(1, bus->readCalls);
+  EXPECT_EQ(0, listener.calls);
+}
+
+TEST_F(ConnectionTest, StaysClosedWhenEndedWhileItOpens) {
+  bus->onOpen = [this] { connection->disconnect(); };
+  EXPECT_NE(0, connection->connect());
+  EXPECT_FALSE(connection->isConnected());
+  EXPECT_EQ("closed", read(100));
+  connection.reset();
+  EXPECT_EQ(0, bus->readCalls);
+  EXPECT_EQ(2, bus->closings);  // what opened after the first close is closed again
+}
+
+TEST_F(ConnectionTest, ShowsTrafficToLoggersInOrder) {
+  std::vector<std::string> lines;
+  TraceLogger first("a", lines);
+  TraceLogger second("b", lines);
+  connection->addLogger(&first);
+  connection->addLogger(&second);
+  connection->addLogger(&second);
+  connection->removeLogger(&second);
+  open();
+  bus->deliver("41 00\r>");
+  EXPECT_EQ(0, connection->write(toBytes("0100\r")));
+  EXPECT_EQ("[41 00\r]", read(100));
+  EXPECT_THAT(lines, ElementsAre("a W 0100\r", "b W 0100\r", "a R 41 00\r", "b R 41 00\r"));
+  EXPECT_THAT(bus->written, ElementsAre("0100\r"));
+  lines.clear();
+  second.leaves = connection.get();
+  EXPECT_EQ(0, connection->write(toBytes("A")));
+  bus->writeResult = 1;
+  EXPECT_EQ(1, connection->write(toBytes("B")));
+  EXPECT_THAT(lines, ElementsAre("a W A", "b W A"));
+}
+
+TEST_F(ConnectionTest, RestsWhileNothingComes) {
+  bus->emptyReads = true;
+  open();
+  hostos::CTime::msleep(100);
+  connection->disconnect();
+  connection.reset();
+  EXPECT_GT(bus->readCalls, 50);
+  EXPECT_LT(bus->readCalls, 110);
+}
+
+TEST_F(ConnectionTest, GivesUpOnNoiseWithoutEnd) {
+  open();
+  const std::string noise(1 << 20, 'x');
+  for (int i = 0; i < 16; ++i) {
+    bus->deliver(noise);
+  }
+  bus->deliver(">");
+  hostos::CTime::msleep(10);
+  EXPECT_EQ(1 << 24, static_cast<int>(read(10000).size()) - 2);
+  for (int i = 0; i < 17; ++i) {
+    bus->deliver(noise);
+  }
+  awaitEnd();
+  EXPECT_EQ("closed", read(100));
+  EXPECT_THAT(log.take(), ElementsAre("3 Failed to read socket: no end of message in 17825792 bytes"));
+  EXPECT_EQ(1, listener.calls);
+}
+
+// For the race detector: a dialogue with loggers coming and going, ended from outside.
+TEST(Connection, StandsThreadsThatMeet) {
+  for (int round = 0; round < 20; ++round) {
+    const auto bus = std::make_shared<FakeBus>();
+    Connection connection(bus);
+    CountingListener listener;
+    connection.setDelimiter('>');
+    connection.setDisconnectListener(&listener);
+    ASSERT_EQ(0, connection.connect());
+    std::atomic<bool> done{false};
+    std::thread loggers([&] {
+      std::vector<std::string> lines;
+      TraceLogger logger("x", lines);
+      while (!done) {
+        connection.addLogger(&logger);
+        connection.setDelimiter('>');
+        std::this_thread::yield();
+        connection.removeLogger(&logger);
+        lines.clear();
+      }
+    });
+    std::thread closer([&] {
+      std::this_thread::yield();
+      if (round % 2 == 0) {
+        connection.disconnect();
+      } else {
+        bus->script({hostos::BusReadError, ""});
+      }
+    });
+    Bytes bytes;
+    while (ElmTransport::send(connection, toBytes("010C")) == ElmTransport::Done) {
+      bus->deliver("41 0C 1A F8>");
+      if (ElmTransport::receive(connection, bytes, 50) == ElmTransport::LinkDown) {
+        break;
+      }
+    }
+    done = true;
+    loggers.join();
+    closer.join();
+    EXPECT_FALSE(connection.isConnected());
+    EXPECT_EQ(round % 2, listener.calls);
+  }
+}
+
+TEST_F(ConnectionTest, TransportClearsRepliesAndDropsOneStaleMessage) {
+  open();
+  bus->deliver("stale one>stale two>");
+  hostos::CTime::msleep(10);
+  EXPECT_EQ(ElmTransport::Done, ElmTransport::send(*connection, toBytes("010C")));
+  EXPECT_EQ(ElmTransport::Done, ElmTransport::send(*connection, {}));
+  EXPECT_THAT(bus->written, ElementsAre("010C\r", "\r"));
+  connection->setDelimiter('#');
+  bus->deliver(std::string("?41 0C\0\r\n>1A F8\r\r?#?\r#", 22));
+  hostos::CTime::msleep(10);
+  Bytes bytes;
+  EXPECT_EQ(ElmTransport::Done, ElmTransport::receive(*connection, bytes, 100));
+  EXPECT_EQ("41 0C1A F8", toText(bytes));
+  EXPECT_EQ(ElmTransport::Done, ElmTransport::receive(*connection, bytes, 100));
+  EXPECT_THAT(bytes, IsEmpty());
+  EXPECT_EQ(ElmTransport::Done, ElmTransport::receive(*connection, bytes, 0));
+  EXPECT_EQ(ElmTransport::Failed, ElmTransport::receive(*connection, bytes, 100));
+  EXPECT_THAT(log.take(), IsEmpty());
+  connection->disconnect();
+  EXPECT_EQ(ElmTransport::LinkDown, ElmTransport::receive(*connection, bytes, 100));
+  EXPECT_EQ(ElmTransport::Failed, ElmTransport::send(*connection, toBytes("010C")));
+  EXPECT_THAT(log.take(), ElementsAre("2 Failed to receive data", "3 Failed to send data"));
+}
+
+}  // namespace
+}  // namespace obd
