@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -64,7 +63,7 @@ class Ecu : public IEcu {
   };
 
   bool isConnected() const;
-  IQuery::UpdateStatus ask(IQuery& query) const;
+  bool ask(IQuery& query) const;
 
   bool detectConfiguration(ObdMode mode, unsigned char frame);
   bool detectTesterConfiguration1();
@@ -79,11 +78,10 @@ class Ecu : public IEcu {
   bool areAllPresentFor1D() const;
   void setFuelTrimByteUsage() const;
 
-  void addSupportedId(ObdMode mode, unsigned char id);
+  void addSupportedId(unsigned char id);
   void addSupportedTids(OxygenSensorLocation location, const IdList& tids);
   std::shared_ptr<IdList> getOids(ObdMode mode, unsigned char frame) const;
   std::unique_ptr<SupportedOids> getOidParameter(ObdMode mode, unsigned char oid, unsigned char frame) const;
-  bool contains(const IdList& list, unsigned char id) const;
 
   const unsigned int m_id;
   const ObdProtocol m_protocol;
@@ -91,12 +89,12 @@ class Ecu : public IEcu {
   const std::weak_ptr<IObdProxy> m_proxy;  // weak, since the proxy holds its control units
 
   mutable std::mutex m_mutex;  // guards all that follows, the contents of the lists included
-  std::shared_ptr<IdList> m_mode01Ids;
+  const std::shared_ptr<IdList> m_mode01Ids;
   std::map<unsigned char, std::shared_ptr<IdList>> m_mode02Ids;  // by freeze frame
   std::map<OxygenSensorLocation, IdList> m_mode05Tids;
-  std::shared_ptr<IdList> m_mode06Ids;
-  std::shared_ptr<IdList> m_mode08Ids;
-  std::shared_ptr<IdList> m_mode09Ids;
+  const std::shared_ptr<IdList> m_mode06Ids;
+  const std::shared_ptr<IdList> m_mode08Ids;
+  const std::shared_ptr<IdList> m_mode09Ids;
   ObdStandard m_standard = ObdStandard::Unknown;
   std::string m_standardDescription;
   std::string m_name;
