@@ -136,6 +136,7 @@ class Proxy : public obd::IObdProxy {
   /// A request without a reply is refused; the one after which the link drops still gets its reply.
   int sendRequest(const Bytes& request, obd::ResponseMap& responses, unsigned int timeout) override {
     if (!connected) {
+      ++lost;
       return obd::RequestUnusable;
     }
     requests.push_back(hex(request));
@@ -161,6 +162,7 @@ class Proxy : public obd::IObdProxy {
   bool connected = true;
   int result = obd::RequestAnswered;
   std::size_t dropAfter = 0;  // the link drops behind the n-th request
+  std::size_t lost = 0;       // requests that came behind that
   std::function<void(const Bytes&)> onRequest;
   std::vector<std::string> requests;
   std::vector<unsigned int> timeouts;

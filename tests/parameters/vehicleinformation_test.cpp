@@ -14,8 +14,6 @@ namespace {
 using fake::bytes;
 using fake::Bytes;
 using obd::ObdProtocol;
-using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;

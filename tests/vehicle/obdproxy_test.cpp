@@ -1,0 +1,382 @@
+#include "vehicle/obdproxy.h"
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <hostos/thread.h>
+#include <hostos/time.h>
+
+#include "../core/fakevehicle.h"
+#include "link/idevice.h"
+#include "support/virtualclock.h"
+#include "vehicle/fairsharedmutex.h"
+#include "vehicle/obdproxybuilder.h"
+
+namespace {
+
+using fake::bytes;
+using fake::Bytes;
+using hostos::CTime;
+using obd::ObdProtocol;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A device with scripted replies, each exchange of which may take a while. Notices exchanges that overlap.
+class Device : public obd::IDevice {
+ public:
+  std::string interfaceName() override { return "fake"; }
+  std::string deviceDescription() override { return {}; }
+  std::string deviceIdentifier() override { return {}; }
+  bool batteryVoltage(float& volts) override {
+    const Exchange exchange(*this);
+    volts = voltage;
+    return voltageKnown;
+  }
+  ObdProtocol obdProtocol() override { return ObdProtocol::Iso15765Can29Bit; }
+  std::string protocolName() override { return "ISO 15765-4"; }
+  bool init() override { return true; }
+  bool detectProtocol(obd::VehicleProtocol /*protocol*/) override { return true; }
+  void close() override {}
+  bool isEnabled() override { return enabled; }
+  int sendCommand(const std::string& command, std::string& reply, unsigned int timeout) override {
+    const Exchange exchange(*this);
+    reply = command + "/" + std::to_string(timeout);
+    return result;
+  }
+  int sendRequest(const Bytes& request, obd::ResponseMap& responses, unsigned int timeout) override {
+    const Exchange exchange(*this);
+    lastTimeout = timeout;
+    if (exchanges == throwAt) {
+      throw std::runtime_error("parser");
+    }
+    if (exchanges == disableAt) {
+      enabled = false;
+    }
+    const auto found = replies.find(request);
+    if (result == obd::RequestAnswered && found == replies.end()) {
+      return obd::RequestRefused;
+    }
+    if (found != replies.end()) {
+      responses = found->second;
+    }
+    return result;
+  }
+  bool setCanFilter(std::uint32_t /*id*/) override { return true; }
+
+  std::map<Bytes, obd::ResponseMap> replies;
+  std::atomic<bool> enabled{true};
+  int result = obd::RequestAnswered;
+  float voltage = 12.5F;
+  bool voltageKnown = true;
+  std::uint32_t duration = 0;  // milliseconds of an exchange
+  int throwAt = 0;
+  int disableAt = 0;
+  unsigned int lastTimeout = 0;
+  int exchanges = 0;  // plain, so that ThreadSanitizer sees a lock that does not hold
+  std::atomic<bool> overlapped{false};
+
+ private:
+  class Exchange {
+   public:
+    explicit Exchange(Device& device) : m_device(device) {
+      m_device.overlapped = m_device.overlapped || m_device.m_inside.exchange(true);
+      ++m_device.exchanges;
+      if (m_device.duration != 0) {
+        CTime::msleep(m_device.duration);
+      }
+    }
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+    ~Exchange() { m_device.m_inside = false; }
+
+   private:
+    Device& m_device;
+  };
+
+  std::atomic<bool> m_inside{false};
+};
+
+/// A thread that the clock knows, joined at its end.
+class Thread {
+ public:
+  explicit Thread(std::function<void()> body) : m_body(std::move(body)), m_thread("test") {
+    m_thread.run(
+        [](void* self) -> void* {
+          static_cast<Thread*>(self)->m_body();
+          return nullptr;
+        },
+        this);
+  }
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+  ~Thread() { join(); }
+  void join() { m_thread.join(); }
+
+ private:
+  std::function<void()> m_body;
+  hostos::CThread m_thread;
+};
+
+class ObdProxy : public testing::Test {
+ protected:
+  fake::Log log;
+  Device device;
+  std::shared_ptr<obd::IObdProxy> proxy = obd::ObdProxyBuilder::createObdProxy();
+};
+
+TEST_F(ObdProxy, WithoutAnEnabledDeviceNothingIsTouched) {
+  device.enabled = false;
+  for (obd::IDevice* const behind :
+       {static_cast<obd::IDevice*>(nullptr), static_cast<obd::IDevice*>(&device)}) {
+    proxy->setDevice(behind);
+    obd::ResponseMap responses;
+    std::string reply;
+    EXPECT_FALSE(proxy->isConnected());
+    EXPECT_EQ(proxy->obdProtocol(), ObdProtocol::Unknown);
+    EXPECT_EQ(proxy->sendCommand("ATI", reply, 500), 4);
+    EXPECT_EQ(proxy->sendRequest(bytes("0100"), responses, 500), 4);
+    EXPECT_EQ(proxy->batteryVoltage(), 0.0F);
+    EXPECT_THAT(log.take(), IsEmpty());
+    EXPECT_FALSE(proxy->initialize());
+    EXPECT_THAT(log.take(), ElementsAre("3 Failed to detect ECUs, invalid status 4"));
+    EXPECT_EQ(log.lastSource(), "src\\obdproxy");
+    EXPECT_EQ(proxy->currentEcu(), nullptr);
+  }
+  EXPECT_EQ(device.exchanges, 0);
+}
+
+TEST_F(ObdProxy, HandsExchangesToTheDevice) {
+  proxy->setDevice(&device);
+  device.result = 2;
+  std::string reply;
+  EXPECT_TRUE(proxy->isConnected());
+  EXPECT_EQ(proxy->obdProtocol(), ObdProtocol::Iso15765Can29Bit);
+  EXPECT_EQ(proxy->sendCommand("ATI", reply, 700), 2);
+  EXPECT_EQ(reply, "ATI/700");
+  EXPECT_EQ(proxy->batteryVoltage(), 12.5F);
+  EXPECT_THAT(log.take(), IsEmpty());
+
+  device.voltage = -1.0F;
+  EXPECT_EQ(proxy->batteryVoltage(), -1.0F) << "what the device left";
+  device.voltage = 12.0F;
+  device.voltageKnown = false;
+  EXPECT_EQ(proxy->batteryVoltage(), 12.0F);
+  EXPECT_THAT(log.take(), ElementsAre("2 Failed to get battery voltage", "2 Failed to get battery voltage"));
+}
+
+TEST_F(ObdProxy, WhoAnswersIsAControlUnit) {
+  proxy->setDevice(&device);
+  device.replies[bytes("0100")] = {{0x18DAF11D, bytes("4100 00000000")},
+                                   {0x18DAF110, bytes("4100 00000000")}};
+  EXPECT_TRUE(proxy->initialize());
+  const auto ecus = proxy->ecus();
+  ASSERT_EQ(ecus.size(), 2U);
+  EXPECT_EQ(ecus[0]->id(), 0x18DAF110U);
+  EXPECT_EQ(ecus[1]->id(), 0x18DAF11DU);
+  EXPECT_EQ(ecus[0]->protocol(), ObdProtocol::Iso15765Can29Bit);
+  EXPECT_EQ(ecus[0]->protocolDescription(), "ISO 15765-4");
+  EXPECT_EQ(ecus[0]->name(), "ECU#1");
+  EXPECT_EQ(ecus[1]->name(), "ECU#2");
+  EXPECT_EQ(ecus[1]->description(), "Control Module 0x18DAF11D");
+  EXPECT_EQ(proxy->currentEcu(), ecus[0]);
+  EXPECT_EQ(proxy->ecu(0x18DAF11D), ecus[1]);
+  EXPECT_EQ(proxy->ecu(0x18DAF11E), nullptr);
+
+  proxy->setDevice(nullptr);
+  EXPECT_FALSE(proxy->isConnected());
+  EXPECT_EQ(proxy->ecus(), ecus) << "kept until the next initialization";
+  EXPECT_FALSE(proxy->initialize());
+  EXPECT_THAT(proxy->ecus(), IsEmpty());
+}
+
+TEST_F(ObdProxy, OnlyTheFirstUnitMustPass) {
+  proxy->setDevice(&device);
+  const Bytes good = bytes("410000000000");
+  const Bytes bad = bytes("7F0112");
+  // The detection takes any payload; what counts is the reply to each unit's own interrogation.
+  device.replies[bytes("0100")] = {{0x10, good}, {0x11, bad}};
+  EXPECT_TRUE(proxy->initialize());
+  EXPECT_EQ(proxy->ecus().size(), 2U);
+  device.replies[bytes("0100")] = {{0x10, bad}, {0x11, bad}};
+  EXPECT_FALSE(proxy->initialize());
+  EXPECT_EQ(proxy->ecus().size(), 2U);
+
+  // The first unit is asked before the second: detection, first block of each, 06, 08, 09 of each.
+  device.replies[bytes("0100")] = {{0x10, good}, {0x11, good}};
+  device.exchanges = 0;
+  device.disableAt = 6;
+  EXPECT_FALSE(proxy->initialize()) << "the link was lost on the way";
+  EXPECT_EQ(proxy->ecu(0x10)->name(), "ECU#1");
+  EXPECT_EQ(proxy->ecu(0x11)->name(), "");
+}
+
+TEST_F(ObdProxy, FailedDetectionIsLogged) {
+  proxy->setDevice(&device);
+  device.result = 3;
+  EXPECT_FALSE(proxy->initialize());
+  EXPECT_EQ(device.lastTimeout, 11000U);
+  device.result = 0;
+  device.replies[bytes("0100")] = {};
+  EXPECT_FALSE(proxy->initialize());
+  device.replies[bytes("0100")] = {{0x10, bytes("410000000000")}};
+  device.disableAt = device.exchanges + 1;
+  EXPECT_FALSE(proxy->initialize());
+  EXPECT_THAT(log.take(), ElementsAre("3 Failed to detect ECUs, invalid status 3",
+                                      "3 Failed to detect ECUs, empty response",
+                                      "3 Failed to detect ECUs, device not enabled"));
+  EXPECT_THAT(proxy->ecus(), IsEmpty());
+}
+
+TEST_F(ObdProxy, AnExceptionLetsGoOfTheLock) {
+  proxy->setDevice(&device);
+  device.throwAt = 1;
+  EXPECT_THROW(proxy->initialize(), std::runtime_error);
+  EXPECT_TRUE(proxy->isConnected());
+}
+
+TEST_F(ObdProxy, IsFreedWithItsControlUnits) {
+  proxy->setDevice(&device);
+  device.replies[bytes("0100")] = {{0x10, bytes("410000000000")}};
+  ASSERT_TRUE(proxy->initialize());
+  const std::weak_ptr<obd::IObdProxy> watch = proxy;
+  const auto ecu = proxy->currentEcu();
+  proxy.reset();
+  EXPECT_TRUE(watch.expired());
+  EXPECT_TRUE(ecu->isSupported(obd::ObdMode::Mode01, 0, 0));
+}
+
+TEST_F(ObdProxy, CallersWaitForTheExchangeInProgressOnly) {
+  VirtualClock clock;
+  proxy->setDevice(&device);
+  device.duration = 1000;
+  const std::uint32_t start = CTime::milliseconds();
+  std::vector<int> results;
+  std::uint32_t seenAt = 0;
+  std::uint32_t removedAt = 0;
+  {
+    Thread worker([&] {
+      // The lock is taken again the moment it is free, as polling does.
+      for (int i = 0; i < 5; ++i) {
+        obd::ResponseMap responses;
+        results.push_back(proxy->sendRequest(bytes("0100"), responses, 1500));
+      }
+    });
+    Thread reader([&] {
+      CTime::msleep(500);
+      EXPECT_TRUE(proxy->isConnected());
+      seenAt = CTime::milliseconds() - start;
+    });
+    Thread closer([&] {
+      CTime::msleep(1500);
+      proxy->setDevice(nullptr);
+      removedAt = CTime::milliseconds() - start;
+    });
+  }
+  EXPECT_EQ(seenAt, 1000U);
+  EXPECT_EQ(removedAt, 2000U);
+  EXPECT_THAT(results, ElementsAre(3, 3, 4, 4, 4));
+  EXPECT_FALSE(proxy->isConnected());
+}
+
+TEST(FairSharedMutex, ServesInOrderOfArrivalAndReadersTogether) {
+  VirtualClock clock;
+  obd::FairSharedMutex mutex;
+  std::vector<std::string> order;
+  const std::uint32_t start = CTime::milliseconds();
+  const auto note = [&](const char* who) {
+    static std::mutex guard;
+    const std::lock_guard lock(guard);
+    order.push_back(std::to_string(CTime::milliseconds() - start) + who);
+  };
+  const auto write = [&](std::uint32_t at, const char* who) {
+    CTime::msleep(at);
+    const std::unique_lock lock(mutex);
+    note(who);
+    CTime::msleep(100);
+  };
+  const auto read = [&](std::uint32_t at, const char* who) {
+    CTime::msleep(at);
+    const std::shared_lock lock(mutex);
+    CTime::msleep(100);
+    note(who);
+  };
+  {
+    Thread a([&] {
+      write(10, "a");
+      write(0, "A");  // queues behind everybody
+    });
+    Thread b([&] { read(20, "b"); });
+    Thread c([&] { read(30, "c"); });
+    Thread d([&] { write(40, "d"); });
+    Thread e([&] { read(50, "e"); });
+  }
+  ASSERT_EQ(order.size(), 6U);
+  std::sort(order.begin() + 1, order.begin() + 3);  // the two readers end together
+  EXPECT_THAT(order, ElementsAre("10a", "210b", "210c", "210d", "410e", "410A"));
+}
+
+TEST_F(ObdProxy, AnyThreadMayCallAtAnyTime) {
+  for (const unsigned char oid : Bytes{0x00, 0x20, 0x40}) {
+    device.replies[{0x01, oid}] = {{0x10, {0x41, oid, 0x20, 0x00, 0x00, 0x01}}};
+    device.replies[{0x02, oid, 0x00}] = {{0x10, {0x42, oid, 0x00, 0x20, 0x00, 0x00, 0x01}}};
+  }
+  proxy->setDevice(&device);
+  ASSERT_TRUE(proxy->initialize());
+  std::atomic<bool> done{false};
+  std::atomic<int> seen{0};
+  {
+    Thread worker([&] {
+      for (int i = 0; i < 300; ++i) {
+        obd::ResponseMap responses;
+        proxy->sendRequest(bytes("0100"), responses, 1500);
+        const auto ecu = proxy->currentEcu();
+        if (ecu) {
+          ecu->detectFreezeFrameConfiguration(0);
+          ecu->resetFreezeFrameConfiguration();
+        }
+      }
+      done = true;
+    });
+    Thread opener([&] {
+      for (int i = 0; i < 20; ++i) {
+        proxy->initialize();
+        proxy->setDevice(nullptr);
+        proxy->setDevice(&device);
+      }
+    });
+    Thread caller([&] {
+      while (!done) {
+        if (const auto ecu = proxy->currentEcu()) {
+          ecu->detectFreezeFrameConfiguration(0);
+        }
+        std::string reply;
+        proxy->sendCommand("ATI", reply, 100);
+        proxy->batteryVoltage();
+      }
+    });
+    while (!done) {
+      proxy->isConnected();
+      proxy->obdProtocol();
+      for (const auto& ecu : proxy->ecus()) {
+        seen += ecu->isSupported(obd::ObdMode::Mode01, 3, 0) ? 1 : 0;
+        seen += static_cast<int>(ecu->supportedIds(obd::ObdMode::Mode02, 0).size());
+        seen += static_cast<int>(ecu->name().size() + ecu->oxygenSensorLocations().size());
+      }
+    }
+  }
+  EXPECT_FALSE(device.overlapped);
+  EXPECT_GT(seen, 0);
+}
+
+}  // namespace
