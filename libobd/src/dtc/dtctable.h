@@ -51,4 +51,7 @@ struct DtcTable {
 /// The table made from the rows under data/dtc by the build.
 const DtcTable& builtInDtcTable();
 
+/// For tests: empties the database and makes later loads use `table`, which must outlive every record.
+void setDtcTable(const DtcTable& table);
+
 }  // namespace obd
