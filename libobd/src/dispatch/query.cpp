@@ -67,10 +67,14 @@ class FetchTask : public IDispatchable {
 
 }  // namespace
 
-bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy) {
+bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy,
+                  const std::function<void(bool success)>& onReturn) {
   const std::uint32_t start = CTime::milliseconds();
   const bool success = subject.update(proxy) == IQuery::Updated;
   const std::uint32_t elapsed = CTime::milliseconds() - start;
+  if (onReturn) {
+    onReturn(success);
+  }
   if (success && elapsed < ShortestQuery) {
     CTime::msleep(ShortestQuery - elapsed);
   }
@@ -129,10 +133,11 @@ void DispatchableQuery::update(const std::shared_ptr<IObdProxy>& proxy) {
     }
     m_running = true;
   }
-  const bool success = updateAtPace(*m_subject, proxy);
-  const std::lock_guard guard(m_mutex);
-  m_running = false;
-  m_success = success;
+  updateAtPace(*m_subject, proxy, [this](bool success) {
+    const std::lock_guard guard(m_mutex);
+    m_running = false;
+    m_success = success;
+  });
 }
 
 void DispatchableQuery::notify() {

@@ -12,9 +12,10 @@
 
 namespace obd {
 
-/// Runs a query. One that succeeds takes at least 30 ms, which limits the rate of requests to the vehicle.
-/// True if it delivered data.
-bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy);
+/// Runs a query. One that succeeds takes at least 30 ms, which limits the rate of requests to the vehicle;
+/// `onReturn` is told of the outcome before that time is waited for. True if the query delivered data.
+bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy,
+                  const std::function<void(bool success)>& onReturn = {});
 
 /// What travels through the queues for a `Query`, with all the state that its threads share.
 ///

@@ -40,7 +40,7 @@ class Refresher : public IRefresher {
  public:
   /// The observer is kept weakly: a refresher never keeps its service alive.
   Refresher(const std::shared_ptr<T>& subject, std::weak_ptr<IRefreshObserver<T>> observer)
-      : m_query(subject), m_observer(std::move(observer)) {}
+      : m_observer(std::move(observer)), m_query(subject) {}
 
   unsigned int refresh(unsigned int id) override {
     if (id == AutomaticId) {

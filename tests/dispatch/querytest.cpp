@@ -1,0 +1,265 @@
+#include "dispatch/query.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <hostos/time.h>
+
+#include "dispatch/fakes.h"
+#include "dispatch/fetcher.h"
+#include "dispatch/refresher.h"
+#include "support/virtualclock.h"
+
+namespace {
+
+using hostos::CTime;
+using obd::Dispatcher;
+using obd::IQuery;
+using FakeRefresher = obd::Refresher<FakeQuery>;
+constexpr unsigned int Automatic = obd::IRefresher::AutomaticId;
+
+class Observer : public obd::IRefreshObserver<FakeQuery> {
+ public:
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<FakeQuery>& subject) override {
+    events +=
+        "done" + std::to_string(id) + (success ? "+" : "-") + std::to_string(subject->values.size()) + " ";
+    if (onDone) {
+      onDone();
+    }
+  }
+  void onUpdateStarted() override { events += "started "; }
+  void onUpdateFinished() override { events += "finished "; }
+
+  std::string take() { return std::exchange(events, std::string()); }
+
+  std::string events;
+  std::function<void()> onDone;
+};
+
+class QueryTest : public testing::Test {
+ protected:
+  QueryTest() { dispatcher.setProxy(std::make_shared<FakeProxy>()); }
+  ~QueryTest() override {
+    dispatcher.cancel();
+    dispatcher.setProxy(nullptr);
+  }
+
+  void pump(std::uint32_t time = 100) {
+    const std::uint32_t start = CTime::milliseconds();
+    while (CTime::milliseconds() - start < time) {
+      CTime::msleep(1);
+      dispatcher.dispatch();
+    }
+  }
+
+  VirtualClock clock;
+  Dispatcher& dispatcher = Dispatcher::getInstance();
+  CapturedLog log;
+  std::shared_ptr<FakeQuery> subject = std::make_shared<FakeQuery>();
+  std::shared_ptr<Observer> observer = std::make_shared<Observer>();
+};
+
+TEST_F(QueryTest, RefreshTellsStartOutcomeAndEndAndCountsFinishedRuns) {
+  FakeRefresher refresher(subject, observer);
+  EXPECT_EQ(refresher.refresh(Automatic), 0U);
+  EXPECT_EQ(refresher.refresh(Automatic), 0U);  // absorbed by the run that is on its way
+  EXPECT_EQ(refresher.refresh(17), 17U);
+  EXPECT_EQ(observer->take(), "started ");
+  pump();
+  EXPECT_EQ(observer->take(), "done0+1 finished ");
+  EXPECT_EQ(subject->updates, 1);
+
+  EXPECT_EQ(refresher.refresh(17), 17U);
+  pump();
+  EXPECT_EQ(observer->take(), "started done17+1 finished ");
+  EXPECT_EQ(refresher.refresh(Automatic), 2U);
+  EXPECT_EQ(subject->clears, 3);
+}
+
+TEST_F(QueryTest, AFailedRunIsReportedEmpty) {
+  FakeRefresher refresher(subject, observer);
+  refresher.refresh(Automatic);
+  pump();
+  observer->take();
+  subject->onUpdate = [this] {
+    subject->values.clear();
+    return IQuery::NoData;
+  };
+  refresher.refresh(Automatic);
+  pump();
+  EXPECT_EQ(observer->take(), "started done1-0 finished ");
+}
+
+TEST_F(QueryTest, ObserverMayRefreshAgainOrDestroyTheRefresherFromWithin) {
+  auto refresher = std::make_unique<FakeRefresher>(subject, observer);
+  int rounds = 0;
+  observer->onDone = [&] {
+    if (++rounds < 3) {
+      refresher->refresh(Automatic);
+    } else {
+      refresher.reset();
+    }
+  };
+  refresher->refresh(Automatic);
+  pump(300);
+  EXPECT_EQ(observer->take(), "started done0+1 started finished done1+1 started finished done2+1 finished ");
+  EXPECT_EQ(subject->updates, 3);
+}
+
+TEST_F(QueryTest, NothingIsToldAfterCancelOrToADeadObserver) {
+  FakeRefresher refresher(subject, observer);
+  refresher.refresh(Automatic);
+  refresher.cancel();
+  pump();
+  EXPECT_EQ(observer->take(), "started ");
+  EXPECT_EQ(subject->updates, 0);
+
+  refresher.refresh(Automatic);
+  observer.reset();
+  pump();
+  observer = std::make_shared<Observer>();
+  EXPECT_EQ(refresher.refresh(Automatic), 0U);  // a run that nobody heard of does not count
+}
+
+TEST_F(QueryTest, CancelledAndBegunAnewBothEntriesRun) {
+  FakeRefresher refresher(subject, observer);
+  refresher.refresh(1);
+  refresher.cancel();
+  refresher.refresh(2);
+  CTime::msleep(200);
+  pump();
+  EXPECT_EQ(observer->take(), "started started done2+2 finished done2+2 finished ");
+}
+
+TEST_F(QueryTest, BegunAnewWhileRunningDeliversTheFreshRunOnly) {
+  FakeRefresher refresher(subject, observer);
+  subject->onUpdate = [] {
+    CTime::msleep(200);
+    return IQuery::Updated;
+  };
+  refresher.refresh(1);
+  pump(50);
+  ASSERT_EQ(subject->updates, 1);
+  refresher.cancel();
+  refresher.refresh(2);
+  EXPECT_EQ(subject->clears, 1);  // the worker has it, so it clears it
+  pump(1000);
+  EXPECT_EQ(observer->take(), "started started done2+1 finished ");
+  EXPECT_EQ(subject->updates, 2);
+  EXPECT_EQ(subject->clears, 2);
+}
+
+TEST_F(QueryTest, WithoutAProxyTheOldOutcomeIsTold) {
+  FakeRefresher refresher(subject, observer);
+  dispatcher.setProxy(nullptr);
+  refresher.refresh(Automatic);
+  pump();
+  EXPECT_EQ(observer->take(), "started done0-0 finished ");
+  EXPECT_FALSE(obd::fetch(subject));
+  EXPECT_EQ(subject->updates, 0);
+}
+
+TEST_F(QueryTest, RefusedByAFullQueueItIsFreeAgain) {
+  subject->onUpdate = [] {
+    CTime::msleep(500);
+    return IQuery::Updated;
+  };
+  FakeRefresher slow(subject, observer);
+  slow.refresh(Automatic);
+  while (subject->updates == 0) {
+    CTime::msleep(1);
+  }
+  observer->take();
+  std::vector<std::unique_ptr<FakeRefresher>> others;
+  for (int i = 0; i < 63; ++i) {
+    others.push_back(
+        std::make_unique<FakeRefresher>(std::make_shared<FakeQuery>(), std::weak_ptr<Observer>()));
+    others.back()->refresh(Automatic);
+  }
+  FakeRefresher refused(std::make_shared<FakeQuery>(), observer);
+  EXPECT_EQ(refused.refresh(5), 5U);
+  const std::uint32_t start = CTime::milliseconds();
+  EXPECT_FALSE(obd::fetch(std::make_shared<FakeQuery>()));
+  EXPECT_EQ(CTime::milliseconds(), start);
+  EXPECT_EQ(observer->take(), "");
+  pump(3000);
+  refused.refresh(5);
+  EXPECT_EQ(observer->take(), "done0+1 finished started ");
+}
+
+struct Pace {
+  std::uint32_t takes;
+  IQuery::UpdateStatus status;
+  std::uint32_t holds;
+};
+
+TEST_F(QueryTest, ASuccessHoldsTheWorkerForThirtyMilliseconds) {
+  for (const Pace& pace : {Pace{12, IQuery::Updated, 30}, Pace{12, IQuery::NoData, 12},
+                           Pace{40, IQuery::Updated, 40}, Pace{0, IQuery::AdapterRefused, 0}}) {
+    FakeQuery query;
+    query.onUpdate = [&pace] {
+      CTime::msleep(pace.takes);
+      return pace.status;
+    };
+    const std::uint32_t start = CTime::milliseconds();
+    EXPECT_EQ(obd::updateAtPace(query, std::make_shared<FakeProxy>()), pace.status == IQuery::Updated);
+    EXPECT_EQ(CTime::milliseconds() - start, pace.holds);
+  }
+}
+
+TEST_F(QueryTest, FetchGivesTheOutcomeOrGivesUpInTime) {
+  EXPECT_TRUE(obd::fetch(subject));
+  EXPECT_EQ(subject->values.size(), 1U);
+  subject->onUpdate = [] { return IQuery::NoData; };
+  EXPECT_FALSE(obd::fetch(subject));
+
+  const auto slow = std::make_shared<FakeQuery>();
+  slow->onUpdate = [] {
+    CTime::msleep(5000);
+    return IQuery::Updated;
+  };
+  const std::uint32_t start = CTime::milliseconds();
+  EXPECT_FALSE(obd::fetch(slow));
+  EXPECT_EQ(CTime::milliseconds() - start, 1550U);
+  EXPECT_EQ(log.count("src\\fetcher 2 Future not ready"), 1);
+
+  // Behind the slow one: never run, although its turn comes.
+  EXPECT_FALSE(obd::fetch(subject));
+  CTime::msleep(10000);
+  EXPECT_EQ(subject->updates, 2);
+}
+
+// For ThreadSanitizer: the worker runs while the front end cancels, begins anew, reads and destroys.
+TEST_F(QueryTest, SurvivesCancelRefreshAndDestructionAtAnyMoment) {
+  subject->onUpdate = [this] {
+    for (int i = 0; i < 20; ++i) {
+      subject->values.push_back(i);
+      std::this_thread::yield();
+    }
+    return IQuery::NoData;
+  };
+  auto refresher = std::make_unique<FakeRefresher>(subject, observer);
+  for (int i = 0; i < 600; ++i) {
+    refresher->refresh(Automatic);
+    if (i % 3 == 0) {
+      std::this_thread::yield();
+    } else {
+      CTime::msleep(static_cast<std::uint32_t>(i % 4));
+    }
+    if (i % 2 == 0) {
+      refresher->cancel();
+    }
+    if (i % 17 == 0) {
+      refresher.reset();
+      dispatcher.cancel();  // the old run is over, so the subject may have a new owner
+      refresher = std::make_unique<FakeRefresher>(subject, observer);
+    }
+    dispatcher.dispatch();
+  }
+  EXPECT_NE(observer->take().find("finished"), std::string::npos);
+}
+
+}  // namespace
