@@ -14,10 +14,10 @@ namespace obd {
 
 /// One sensor's value as text. A value that is not numeric has no minimum, maximum and average.
 struct VELMARA_EXPORT SensorValueDataModel {
-  SensorValueDataModel(int uid, const std::string& value, const std::string& minimum,
-                       const std::string& maximum, const std::string& average)
-      : uid(uid), value(value), minimum(minimum), maximum(maximum), average(average) {}
-  SensorValueDataModel(int uid, const std::string& value) : uid(uid), value(value) {}
+  SensorValueDataModel(int itsUid, const std::string& itsValue, const std::string& itsMinimum,
+                       const std::string& itsMaximum, const std::string& itsAverage)
+      : uid(itsUid), value(itsValue), minimum(itsMinimum), maximum(itsMaximum), average(itsAverage) {}
+  SensorValueDataModel(int itsUid, const std::string& itsValue) : uid(itsUid), value(itsValue) {}
 
   int uid;
   std::string value;
@@ -31,12 +31,18 @@ struct VELMARA_EXPORT SensorDataModel {
   /// The library passes this pointer through and leaves its contents to the front end.
   struct Numeric;
 
-  SensorDataModel(bool extended, int uid, const std::string& description, MeasurementUnit unit,
-                  const std::shared_ptr<Numeric>& numeric)
-      : extended(extended), uid(uid), description(description), unit(unit), numeric(numeric) {}
-  SensorDataModel(bool extended, int uid, const std::string& description, MeasurementUnit unit,
-                  const std::shared_ptr<SensorValueDataModel>& value, const std::shared_ptr<Numeric>& numeric)
-      : extended(extended), uid(uid), description(description), unit(unit), numeric(numeric), value(value) {}
+  SensorDataModel(bool isExtended, int itsUid, const std::string& itsDescription, MeasurementUnit itsUnit,
+                  const std::shared_ptr<Numeric>& itsNumeric)
+      : SensorDataModel(isExtended, itsUid, itsDescription, itsUnit, nullptr, itsNumeric) {}
+  SensorDataModel(bool isExtended, int itsUid, const std::string& itsDescription, MeasurementUnit itsUnit,
+                  const std::shared_ptr<SensorValueDataModel>& itsValue,
+                  const std::shared_ptr<Numeric>& itsNumeric)
+      : extended(isExtended),
+        uid(itsUid),
+        description(itsDescription),
+        unit(itsUnit),
+        numeric(itsNumeric),
+        value(itsValue) {}
 
   bool extended;  ///< false for coolant temperature, engine speed, vehicle speed and intake air temperature
   int uid;
@@ -57,7 +63,8 @@ class VELMARA_EXPORT ISensorServiceObserver {
   virtual void onInvalidated() {}
 };
 
-/// Live sensors of the selected control unit, with statistics. For the thread that calls `Dispatcher::dispatch`.
+/// Live sensors of the selected control unit, with statistics. For the thread that calls
+/// `Dispatcher::dispatch`.
 class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorServiceObserver> {
  public:
   virtual bool isConnected() = 0;
@@ -69,8 +76,8 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   virtual void refresh(const std::vector<int>& identifiers) = 0;
   /// Ends all polling and starts the statistics anew, without an observer call.
   virtual void reset() = 0;
-  /// Reads one parameter of the control unit and waits for it; empty on failure. Calculated values cannot be read
-  /// this way.
+  /// Reads one parameter of the control unit and waits for it; empty on failure. Calculated values cannot be
+  /// read this way.
   virtual std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) = 0;
 };
 

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <hostos/thread.h>
+#include <hostos/time.h>
+
+#include "link/devicedetector.h"
+#include "services/iconnectionmanager.h"
+
+namespace obd {
+
+/// The connection manager of the process. Makes the proxy and gives it to the dispatcher.
+///
+/// Locks, outermost first: `m_operationMutex` for a whole open operation or `close`; `m_listenerMutex` while
+/// listeners run; `m_objectsMutex` for moments. The opening's thread takes only the last two.
+class ConnectionManager final : public IConnectionManager {
+ public:
+  ConnectionManager();
+  ConnectionManager(const ConnectionManager&) = delete;
+  ConnectionManager& operator=(const ConnectionManager&) = delete;
+  /// Closes what is open.
+  ~ConnectionManager() override;
+
+  void attachListener(IConnectionListener* listener) override;
+  void detachListener(IConnectionListener* listener) override;
+  bool openTcp(const TcpDescriptor& descriptor, VehicleProtocol protocol) override;
+  bool openSerial(const SerialDescriptor& descriptor, VehicleProtocol protocol) override;
+  bool openBluetooth(const BluetoothDescriptor& descriptor, VehicleProtocol protocol) override;
+  bool isConnected() override;
+  void close() override;
+  IDevice* device() override;
+  std::shared_ptr<IObdProxy> proxy() override { return m_proxy; }
+  void addLogger(IConnectionLogger* logger) override;
+  void removeLogger(IConnectionLogger* logger) override;
+  bool openBus(const std::shared_ptr<hostos::IMessageBus>& bus, VehicleProtocol protocol) override;
+
+ private:
+  class DisconnectListener;
+
+  bool startOpening(const DeviceDetector& detector, const std::shared_ptr<hostos::IMessageBus>& bus,
+                    VehicleProtocol protocol);
+  void closeLocked();
+  void waitForOpening(IConnection* connection);
+  bool calledFromListener() const;
+
+  void openConnection();
+  bool connect();
+  void giveLoggers();
+  bool makeDevice();
+  void fail(int line, const char* message, const std::string& text);
+
+  template <typename Call>
+  void tell(Call call);
+  void notifyPhase(IConnectionListener::OpenConnectionPhase phase, const std::string& text = std::string());
+  void notifyDisconnected();
+  void notifyConnected();
+
+  const std::shared_ptr<IObdProxy> m_proxy;
+  const std::unique_ptr<DisconnectListener> m_disconnectListener;
+  std::unique_ptr<hostos::CThread> m_openThread;
+  DeviceDetector m_detector;
+  VehicleProtocol m_protocol = VehicleProtocol::Automatic;
+
+  std::mutex m_operationMutex;
+
+  std::mutex m_listenerMutex;
+  std::vector<IConnectionListener*> m_listeners;
+  std::atomic<std::thread::id> m_teller{};  // who calls the listeners just now
+
+  // Changed by `startOpening`, by the opening's thread and, when that is over, by `close`.
+  std::mutex m_objectsMutex;
+  std::shared_ptr<hostos::IMessageBus> m_bus;
+  std::shared_ptr<IConnection> m_connection;
+  std::unique_ptr<IDevice> m_device;
+  std::vector<IConnectionLogger*> m_loggers;
+  bool m_loggersGiven = false;  // the present connection has got them
+  bool m_opening = false;       // the opening's thread is at work
+  hostos::WaitCondition m_openingOver;
+
+  std::atomic<bool> m_closing{false};     // the opening shall end
+  std::atomic<bool> m_connecting{false};  // the opening waits for the bus
+};
+
+}  // namespace obd

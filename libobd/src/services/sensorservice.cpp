@@ -1,0 +1,312 @@
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <tavrix/tracelog.h>
+
+#include "dispatch/fetcher.h"
+#include "dispatch/query.h"
+#include "powertrain/engineperformance.h"
+#include "powertrain/fuelconsumption.h"
+#include "powertrain/parameterfactory.h"
+#include "powertrain/sensorvalue.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/isensorservice.h"
+
+namespace obd {
+
+using tavrix::debugStream;
+
+namespace {
+
+// The statistics of one sensor.
+class SensorData {
+ public:
+  void update(const std::shared_ptr<SensorValue>& value) {
+    m_numeric = std::dynamic_pointer_cast<NumericSensorValue>(value);
+    if (!m_numeric) {
+      m_text = value->textualValue();
+      return;
+    }
+    m_current = m_numeric->numericValue();
+    ++m_count;
+    m_minimum = m_count == 1 ? m_current : std::min(m_minimum, m_current);
+    m_maximum = m_count == 1 ? m_current : std::max(m_maximum, m_current);
+    m_average = m_average + (m_current - m_average) / static_cast<float>(m_count);
+  }
+
+  std::shared_ptr<SensorValueDataModel> model(int uid) const {
+    if (!m_numeric) {
+      return std::make_shared<SensorValueDataModel>(uid, m_text);
+    }
+    return std::make_shared<SensorValueDataModel>(
+        uid, m_numeric->toString(m_current), m_numeric->toString(m_minimum), m_numeric->toString(m_maximum),
+        m_numeric->toString(m_average));
+  }
+
+ private:
+  std::string m_text;
+  float m_current = 0;
+  float m_maximum = 0;
+  float m_minimum = 0;
+  float m_average = 0;
+  std::uint64_t m_count = 0;
+  std::shared_ptr<NumericSensorValue> m_numeric;  // the last value, which knows the format; null for text
+};
+
+// Coolant temperature, engine speed, vehicle speed, intake air temperature.
+bool isBasic(int uid) {
+  constexpr int Basic[] = {0x05, 0x0C, 0x0D, 0x0F};
+  return std::any_of(std::begin(Basic), std::end(Basic), [uid](int pid) { return uid == Pid2Uid(pid); });
+}
+
+// The lists of supported identifiers, and those that are records rather than sensors.
+bool isSensor(unsigned char id) {
+  return (id & 0x1F) != 0 && id != 0x01 && id != 0x02;
+}
+
+class SensorService final : public ISensorService,
+                            public BaseService,
+                            public tavrix::Notifier<ISensorServiceObserver>,
+                            public std::enable_shared_from_this<SensorService> {
+ public:
+  explicit SensorService(IObdVelmara& facade) : BaseService(facade), m_settings(*facade.settings()) {
+    if (BaseService::isConnected()) {
+      buildAll();
+    }
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+
+  std::vector<std::shared_ptr<ParameterDescriptor>> parameters() override {
+    std::vector<std::shared_ptr<ParameterDescriptor>> result;
+    if (isConnected()) {
+      result.reserve(m_parameters.size());
+      for (const auto& [id, parameter] : m_parameters) {
+        result.push_back(std::make_shared<ParameterDescriptor>(parameter, ecu(), unitSystem()));
+      }
+    }
+    return result;
+  }
+
+  void refreshOnce(const std::vector<int>& identifiers) override {
+    refresh(identifiers);
+    m_stopped = true;
+  }
+
+  void refresh(const std::vector<int>& identifiers) override {
+    if (!isConnected()) {
+      return;
+    }
+    m_stopped = false;
+    for (const int identifier : identifiers) {
+      const auto found = m_queries.find(static_cast<ParameterIdentifier::Id>(identifier));
+      if (found != m_queries.end()) {
+        dispatchQuery(found->second);
+      }
+    }
+  }
+
+  void reset() override {
+    cancelAll();
+    clearAll();
+    buildAll();
+  }
+
+  std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) override;
+
+ protected:
+  void onConnected() override {
+    clearAll();
+    buildAll();
+  }
+
+  void onDisconnected() override {
+    cancelAll();
+    clearAll();
+  }
+
+  void onEcuChanged() override {
+    reset();
+    fireEvent(&ISensorServiceObserver::onInvalidated);
+  }
+
+  void onUnitSystemChanged() override {
+    m_sensorData.clear();
+    buildSensorData();
+    fireEvent(&ISensorServiceObserver::onInvalidated);
+  }
+
+  void onSettingChanged(VelmaraSettingsEvent event) override {
+    BaseService::onSettingChanged(event);
+    if (event < VelmaraSettingsEvent::FuelCorrectionFactorChanged ||
+        event > VelmaraSettingsEvent::VehicleWeightChanged) {
+      return;
+    }
+    // Queries in flight end with their owners.
+    clearAll();
+    if (isConnected()) {
+      buildAll();
+    }
+    fireEvent(&ISensorServiceObserver::onInvalidated);
+  }
+
+ private:
+  using SensorQuery = Query<PowertrainParameter>;
+
+  void build();
+  void add(const std::shared_ptr<PowertrainParameter>& parameter) {
+    m_parameters.emplace(parameter->pid(), parameter);
+  }
+  void buildSensorData();
+
+  void buildAll() {
+    build();
+    for (const auto& [id, parameter] : m_parameters) {
+      m_queries[id] = std::make_shared<SensorQuery>(parameter);
+    }
+    buildSensorData();
+  }
+
+  void cancelAll() {
+    for (const auto& [id, query] : m_queries) {
+      query->cancel();
+    }
+  }
+
+  void clearAll() {
+    m_sensorData.clear();
+    m_queries.clear();
+    m_parameters.clear();
+  }
+
+  // The callback holds neither the service nor the query, which would otherwise hold itself.
+  void dispatchQuery(const std::shared_ptr<SensorQuery>& query) {
+    query->dispatch([weakService = weak_from_this(), weakQuery = std::weak_ptr(query)](
+                        bool success, const std::shared_ptr<PowertrainParameter>& subject) {
+      const std::shared_ptr<SensorService> service = weakService.lock();
+      const std::shared_ptr<SensorQuery> own = weakQuery.lock();
+      if (service && own) {
+        service->onQueryDone(success, own, subject);
+      }
+    });
+  }
+
+  void onQueryDone(bool success, const std::shared_ptr<SensorQuery>& query,
+                   const std::shared_ptr<PowertrainParameter>& subject);
+
+  IVelmaraSettings& m_settings;
+  std::map<ParameterIdentifier::Id, std::shared_ptr<PowertrainParameter>> m_parameters;
+  std::map<ParameterIdentifier::Id, std::shared_ptr<SensorQuery>> m_queries;
+  std::map<int, std::shared_ptr<SensorData>> m_sensorData;  // by uid
+  bool m_stopped = false;
+};
+
+void SensorService::build() {
+  if (!ecu()) {
+    return;
+  }
+  ParameterFactory factory;
+  for (const unsigned char id : ecu()->supportedIds(ObdMode::Mode01, 0)) {
+    if (!isSensor(id)) {
+      continue;
+    }
+    const auto pid = static_cast<ParameterIdentifier::Id>(id);
+    if (const std::shared_ptr<PowertrainParameter> parameter = factory.createParameter(pid)) {
+      m_parameters.emplace(pid, parameter);
+    }
+  }
+
+  IgnitionType ignitionType = ecu()->ignitionType();
+  if (m_settings.fuelTypeOverride()) {
+    debugStream << "Override default fuel type";
+    ignitionType = m_settings.ignitionType();
+  }
+  if (std::shared_ptr<PowertrainParameter> consumption{
+          FuelConsumption::create(ecu(), ignitionType, m_settings.fuelCorrectionFactor(),
+                                  m_settings.volumetricEfficiency(), m_settings.engineDisplacement())}) {
+    add(consumption);
+  }
+  add(std::make_shared<BatteryVoltage>());
+  const auto weight = static_cast<unsigned int>(m_settings.vehicleWeight());
+  const auto power = std::make_shared<EnginePower>();
+  power->setVehicleWeight(weight);
+  add(power);
+  const auto torque = std::make_shared<Torque>();
+  torque->setVehicleWeight(weight);
+  add(torque);
+  if (BoostPressure::isValid(*ecu())) {
+    add(std::make_shared<BoostPressure>());
+  }
+}
+
+void SensorService::buildSensorData() {
+  if (!ecu()) {
+    return;
+  }
+  for (const auto& [id, parameter] : m_parameters) {
+    for (const auto& info : parameter->sensorInfo(*ecu())) {
+      m_sensorData[info->uid()] = std::make_shared<SensorData>();
+    }
+  }
+}
+
+void SensorService::onQueryDone(bool success, const std::shared_ptr<SensorQuery>& query,
+                                const std::shared_ptr<PowertrainParameter>& subject) {
+  if (success && ecu()) {
+    std::vector<std::shared_ptr<SensorValueDataModel>> models;
+    for (const std::shared_ptr<SensorValue>& value : subject->values(*ecu(), unitSystem())) {
+      const auto found = m_sensorData.find(value->uid());
+      if (found != m_sensorData.end()) {
+        found->second->update(value);
+        models.push_back(found->second->model(value->uid()));
+      }
+    }
+    const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
+    fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
+  }
+  if (!m_stopped) {
+    dispatchQuery(query);
+  }
+}
+
+std::vector<std::shared_ptr<SensorDataModel>> SensorService::readSensors(int identifier) {
+  std::vector<std::shared_ptr<SensorDataModel>> result;
+  if (!isConnected() || !ecu()) {
+    return result;
+  }
+  const std::shared_ptr<PowertrainParameter> parameter =
+      ParameterFactory().createParameter(static_cast<ParameterIdentifier::Id>(identifier));
+  if (!parameter || !fetch(parameter)) {
+    return result;
+  }
+  ParameterDescriptor descriptor(parameter, ecu(), unitSystem());
+  const auto sensors = descriptor.sensors();
+  const auto values = parameter->values(*ecu(), unitSystem());
+  const std::string prefix = sensors.size() != 1 ? descriptor.description() + ": " : std::string();
+  result.reserve(sensors.size());
+  for (std::size_t i = 0; i < sensors.size(); ++i) {
+    SensorDescriptor& sensor = *sensors[i];
+    std::shared_ptr<SensorValueDataModel> value;
+    if (i < values.size()) {
+      value = std::make_shared<SensorValueDataModel>(values[i]->uid(), values[i]->textualValue());
+    }
+    result.push_back(std::make_shared<SensorDataModel>(
+        !isBasic(sensor.uid()), sensor.uid(), prefix + sensor.description(), sensor.unit(), value, nullptr));
+  }
+  return result;
+}
+
+}  // namespace
+
+std::shared_ptr<ISensorService> SensorServiceBuilder::createSensorService() {
+  IObdVelmara* const facade = currentFacade();
+  return facade != nullptr ? std::make_shared<SensorService>(*facade) : nullptr;
+}
+
+}  // namespace obd
