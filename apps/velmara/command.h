@@ -1,0 +1,44 @@
+#pragma once
+
+// The commands of the program, a file each. To add one: derive from `Command` in a file of its own, declare a
+// function that makes it below, and list that in `makeCommands` (commandline.cpp). A command that talks to
+// the vehicle makes a `Session`, connects, makes its services and waits in `Session::pumpUntil`; it prints
+// results with `Program::out` (tables: `Table`; machines: `printJson`), and everything else with
+// `Program::notes`. It ends with an exit code, or by throwing `Failure` with a sentence for people.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "failure.h"
+#include "program.h"
+
+namespace CLI {
+class App;
+}
+
+namespace velmara {
+
+class Command {
+ public:
+  virtual ~Command() = default;
+
+  virtual std::string name() const = 0;
+  /// One line for the list of commands.
+  virtual std::string summary() const = 0;
+  /// Lines of example for the command's own help.
+  virtual std::string examples() const = 0;
+  /// Whether the options about the link apply.
+  virtual bool needsVehicle() const { return true; }
+
+  /// Declares the command's own options.
+  virtual void declare(CLI::App& app) = 0;
+  /// Runs it.
+  virtual ExitCode run(Program& program) = 0;
+};
+
+std::unique_ptr<Command> makeEcusCommand();
+std::unique_ptr<Command> makeSensorsCommand();
+std::unique_ptr<Command> makeSettingsCommand();
+
+}  // namespace velmara

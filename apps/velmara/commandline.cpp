@@ -1,0 +1,168 @@
+#include "commandline.h"
+
+#include <cstdio>
+#include <exception>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "command.h"
+#include "link.h"
+
+namespace velmara {
+
+namespace {
+
+struct ExitCodeText {
+  ExitCode code;
+  const char* text;
+};
+constexpr ExitCodeText ExitCodeTexts[] = {
+    {ExitCode::Ok, "done"},
+    {ExitCode::Usage, "wrong option, or something on this computer that cannot be used"},
+    {ExitCode::LinkFailed, "the link to the adapter cannot be opened"},
+    {ExitCode::NoAdapter, "no adapter answers on the link"},
+    {ExitCode::NoVehicle, "no vehicle answers the adapter"},
+    {ExitCode::LinkLost, "the link was lost on the way"},
+    {ExitCode::NoData, "the vehicle refuses, or does not have what was asked for"},
+    {ExitCode::Interrupted, "ended by Ctrl-C or a signal"}};
+
+constexpr const char* LinkHelp =
+    "Links:\n"
+    "  demo: or demo:VEHICLE         a simulated vehicle within this program\n"
+    "  tcp:HOST:PORT                 a Wi-Fi adapter; IPv6 as tcp:[::1]:35000\n"
+    "  serial:DEVICE                 a serial or USB adapter, its baud rate is found\n"
+    "  serial:DEVICE@BAUD            the same with a known baud rate\n"
+    "  bt:ADDRESS or bt:ADDRESS@CHANNEL  a paired Bluetooth adapter\n";
+
+std::vector<std::unique_ptr<Command>> makeCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  commands.push_back(makeEcusCommand());
+  commands.push_back(makeSensorsCommand());
+  commands.push_back(makeSettingsCommand());
+  return commands;
+}
+
+std::string exitCodeHelp() {
+  std::string text = "Exit codes:\n";
+  for (const ExitCodeText& row : ExitCodeTexts) {
+    text += fmt::format("  {:>3}  {}\n", static_cast<int>(row.code), row.text);
+  }
+  return text;
+}
+
+void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
+  constexpr const char* Group = "Options of all commands";
+  if (vehicle) {
+    app.add_option("--link", options.link, "Where the adapter is; the simulated vehicle if not given (demo:)")
+        ->group(Group);
+    app.add_option("--protocol", options.protocol,
+                   "The vehicle's protocol by name or number; found if not given")
+        ->group(Group);
+    app.add_option("--unit", options.unit, "Units of this run: metric or imperial")->group(Group);
+  }
+  app.add_option("--log", options.logFile, "Write the library's log to this file")->group(Group);
+  app.add_flag("--quiet", options.quiet, "No progress on standard error")->group(Group);
+  app.add_flag("--no-color", options.noColor, "No colors (nor with NO_COLOR in the environment)")
+      ->group(Group);
+}
+
+void complain(const std::string& text, const std::string& advice) {
+  std::fprintf(stderr, "velmara: %s\n", text.c_str());
+  if (!advice.empty()) {
+    std::fprintf(stderr, "         %s\n", advice.c_str());
+  }
+}
+
+ExitCode runCommand(Program& program, Command& command) {
+  try {
+    program.begin();
+    const ExitCode code = command.run(program);
+    program.settings->sync();
+    return code;
+  } catch (const Failure& failure) {
+    complain(failure.what(), failure.advice());
+    return failure.code();
+  } catch (const Interrupted&) {
+    program.notes.warn("velmara: interrupted");
+    return ExitCode::Interrupted;
+  } catch (const OutputClosed&) {
+    return ExitCode::Ok;  // the reader has all that it wanted
+  }
+}
+
+ExitCode parseAndRun(Program& program, int argc, char** argv) {
+  CLI::App app("velmara talks to vehicles through ELM327-class adapters.", "velmara");
+  app.set_version_flag("--version", "velmara " VELMARA_VERSION, "Print the version");
+  app.footer(
+      "Examples:\n"
+      "  velmara ecus                                      try it on the simulated vehicle\n"
+      "  velmara sensors --link tcp:192.168.0.10:35000     live values through a Wi-Fi adapter\n"
+      "  velmara sensors --help                            all about one command\n\n" +
+      std::string(LinkHelp) + "\nProtocols:\n" + protocolHelp() + "\n" + exitCodeHelp());
+  app.require_subcommand(0, 1);
+  declareCommon(app, program.options, true);
+  const std::vector<std::unique_ptr<Command>> commands = makeCommands();
+  for (const std::unique_ptr<Command>& command : commands) {
+    CLI::App* const sub = app.add_subcommand(command->name(), command->summary());
+    command->declare(*sub);
+    declareCommon(*sub, program.options, command->needsVehicle());
+    sub->footer("Examples:\n" + command->examples() +
+                (command->needsVehicle() ? "\n" + std::string(LinkHelp) : std::string()) +
+                "\nvelmara --help lists protocols and exit codes.");
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& success) {  // --help, --version
+    app.exit(success);
+    return ExitCode::Ok;
+  } catch (const CLI::ParseError& error) {
+    complain(error.what(), "velmara --help, or velmara COMMAND --help, tells how it is used.");
+    return ExitCode::Usage;
+  }
+  for (const std::unique_ptr<Command>& command : commands) {
+    if (app.got_subcommand(command->name())) {
+      return runCommand(program, *command);
+    }
+  }
+  std::fputs(app.help().c_str(), stderr);
+  return ExitCode::Usage;
+}
+
+}  // namespace
+
+obd::UnitSystem parseUnitSystem(const std::string& text) {
+  if (text == "metric") {
+    return obd::UnitSystem::Metric;
+  }
+  if (text == "imperial") {
+    return obd::UnitSystem::Imperial;
+  }
+  throw Failure(ExitCode::Usage, fmt::format("\"{}\" is not a unit system.", text),
+                "It is metric or imperial.");
+}
+
+Program::Program() : out(loop), settings(std::make_shared<SettingsStore>(SettingsStore::defaultFile())) {}
+
+void Program::begin() {
+  notes.setQuiet(options.quiet);
+  out.setColor(!options.noColor);
+  if (!settings->complaint().empty()) {
+    notes.warn("velmara: " + settings->complaint());
+  }
+  if (!options.unit.empty()) {
+    settings->overrideValue(UnitSetting, static_cast<int>(parseUnitSystem(options.unit)));
+  }
+}
+
+int runProgram(int argc, char** argv) {
+  try {
+    Program program;
+    return static_cast<int>(parseAndRun(program, argc, argv));
+  } catch (const std::exception& error) {
+    complain(error.what(), "This should not happen; please report it.");
+    return static_cast<int>(ExitCode::Usage);
+  }
+}
+
+}  // namespace velmara

@@ -1,0 +1,95 @@
+#include "eventloop.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <system_error>
+
+#include "dispatch/dispatcher.h"
+#include "failure.h"
+
+namespace velmara {
+
+namespace {
+constexpr int Signals[] = {SIGINT, SIGTERM, SIGHUP};
+
+bool isIgnored(int number) {
+  struct sigaction action {};
+  sigaction(number, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
+}
+}  // namespace
+
+EventLoop::EventLoop() {
+  std::signal(SIGPIPE, SIG_IGN);  // a closed output shows as EPIPE
+  sigemptyset(&m_signals);
+  for (const int number : Signals) {
+    // nohup ignores SIGHUP on purpose. A shell ignores SIGINT for what runs in the background; there it comes
+    // only if somebody means this very process.
+    if (number != SIGHUP || !isIgnored(number)) {
+      std::signal(number, SIG_DFL);
+      sigaddset(&m_signals, number);
+    }
+  }
+  pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+  m_bell = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  m_signalQueue = signalfd(-1, &m_signals, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (m_bell < 0 || m_signalQueue < 0) {
+    throw std::system_error(errno, std::generic_category(), "event loop");
+  }
+  obd::Dispatcher::getInstance().attach(this);
+}
+
+EventLoop::~EventLoop() {
+  obd::Dispatcher::getInstance().detach(this);
+  ::close(m_bell);
+  ::close(m_signalQueue);
+}
+
+void EventLoop::turn(Milliseconds limit) {
+  pollfd files[] = {{m_bell, POLLIN, 0}, {m_signalQueue, POLLIN, 0}};
+  ::poll(files, 2, static_cast<int>(limit.count()));
+  takeSignal();
+  m_rung = false;  // before the pump, so that what comes during it rings again
+  std::uint64_t count = 0;
+  if (::read(m_bell, &count, sizeof(count)) < 0) {
+    // Nobody rang.
+  }
+  obd::Dispatcher::getInstance().dispatch();
+}
+
+void EventLoop::waitWritable(int file) {
+  pollfd files[] = {{file, POLLOUT, 0}, {m_signalQueue, POLLIN, 0}};
+  do {
+    ::poll(files, 2, -1);
+    takeSignal();
+  } while (files[0].revents == 0);
+}
+
+void EventLoop::takeSignal() {
+  signalfd_siginfo info{};
+  while (::read(m_signalQueue, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+    m_interrupted = true;
+  }
+  if (m_interrupted) {
+    throw Interrupted();
+  }
+}
+
+void EventLoop::releaseSignals() {
+  pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
+}
+
+void EventLoop::runDispatch() {
+  if (!m_rung.exchange(true)) {
+    const std::uint64_t one = 1;
+    if (::write(m_bell, &one, sizeof(one)) < 0) {
+      // Full only after 2^64 rings.
+    }
+  }
+}
+
+}  // namespace velmara

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "console.h"
+#include "core/vehicletypes.h"
+#include "eventloop.h"
+#include "settingsstore.h"
+
+namespace velmara {
+
+/// What every command takes from the command line.
+struct CommonOptions {
+  std::string link;      ///< empty: the setting "link", or the simulated vehicle
+  std::string protocol;  ///< empty: automatic
+  std::string unit;      ///< empty: the setting "unit"
+  std::string logFile;   ///< empty: no log
+  bool quiet = false;
+  bool noColor = false;
+};
+
+/// The key under which the user's own default link is kept.
+inline constexpr const char* LinkSetting = "velmara/link";
+/// The key of the library's unit system.
+inline constexpr const char* UnitSetting = "common/unitsystem";
+
+/// A unit system by its name, "metric" or "imperial". Throws `Failure` with a sentence.
+obd::UnitSystem parseUnitSystem(const std::string& text);
+
+/// What commands share. Made first thing in `main`.
+class Program {
+ public:
+  Program();
+
+  /// Options are known: applies the ones that concern output and settings.
+  void begin();
+
+  EventLoop loop;
+  Output out;
+  Notes notes;
+  CommonOptions options;
+  std::shared_ptr<SettingsStore> settings;
+};
+
+}  // namespace velmara

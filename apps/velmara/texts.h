@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/vehicletypes.h"
+#include "powertrain/measurementunit.h"
+
+namespace velmara {
+
+/// The text of a unit of measurement; empty for plain numbers.
+std::string_view unitText(MeasurementUnit unit);
+
+/// A parameter as people call it: "0C" for a PID, "voltage" for a calculated value.
+std::string parameterLabel(int identifier);
+
+/// The reverse of `parameterLabel`. PIDs are hexadecimal, as in "0C", "0x0C" or "$0C"; texts may hold several
+/// with commas between. Double ones count once. Throws `Failure` with a sentence.
+std::vector<int> parseParameters(const std::vector<std::string>& texts);
+
+/// The names of the calculated values.
+std::vector<std::string_view> calculatedNames();
+
+/// A control unit's identifier as it stands on the bus: "7E8", "10", "18DAF110".
+std::string ecuLabel(unsigned int id);
+
+std::string_view ignitionText(obd::IgnitionType type);
+
+/// What an information type of service 09 is (SAE J1979); empty if it has no public meaning.
+std::string_view infoTypeText(unsigned char infoType);
+
+}  // namespace velmara
