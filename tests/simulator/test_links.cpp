@@ -318,8 +318,9 @@ TEST(Tcp, CarriesFaults) {
   simulator::TcpServer server(Vehicle::load("petrol-can11"), options);
   Dialogue elm(hostos::BusFactory::createTcpBus("127.0.0.1", server.port()));
   elm.ask("ATE0");
+  const std::uint32_t start = hostos::CTime::milliseconds();
   EXPECT_EQ(elm.ask("ATI"), "ELM327 v1.5\r\r>");
-  EXPECT_GT(elm.reads, 3);
+  EXPECT_GE(hostos::CTime::milliseconds() - start, 30U);
   EXPECT_EQ(elm.ask("ATI"), "CAN ERROR\r\r>");
   EXPECT_EQ(elm.ask("ATI"), "");
   EXPECT_EQ(elm.result, hostos::BusPeerClosed);
@@ -347,7 +348,7 @@ TEST(Pty, HasABaudRateThatMatters) {
   ASSERT_TRUE(bus->setBaudrate(57600));
   elm.ask("ATI");  // ends the line of garbage
   EXPECT_EQ(elm.ask("ATE0").substr(5), "OK\r\r>");
-  EXPECT_EQ(elm.ask("ATBRT14"), "OK\r\r>");
+  EXPECT_EQ(elm.ask("ATBRT64"), "OK\r\r>");
   elm.type("ATBRD23\r");
   EXPECT_EQ(elm.listen('\r', 500), "OK\r");
   ASSERT_TRUE(bus->setBaudrate(115200));
