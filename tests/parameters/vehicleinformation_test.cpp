@@ -290,10 +290,10 @@ TEST_F(VehicleInformation, AnyBytesAreStood) {
         Bytes data(size);
         for (std::size_t i = 0; i < size; ++i) {
           const std::size_t place = i % frameSize;
-          data[i] = place == 0 ? 0x49
-                    : place == 1
-                        ? types[q]
-                        : static_cast<unsigned char>(random() % (place == 2 && size < 300 ? 8 : 256));
+          const unsigned int range = place == 2 && size < 300 ? 8 : 256;
+          const auto any = static_cast<unsigned char>(random() % range);
+          const unsigned char head[] = {0x49, types[q]};
+          data[i] = place < 2 ? head[place] : any;
         }
         for (const auto& unit : {ecu, older}) {
           try {
