@@ -1,0 +1,137 @@
+#include "powertrain/monitorstatus.h"
+
+namespace obd {
+
+namespace {
+
+constexpr unsigned int Timeout = 2500;
+constexpr std::uint32_t LightBit = 31;
+constexpr std::uint32_t ErrorsShift = 24;
+constexpr std::uint32_t ErrorsMask = 0x7F;
+
+bool isSet(std::uint32_t bits, std::uint32_t bit) {
+  return (bits >> bit & 1U) != 0;
+}
+
+// By `ObdTest`; the ignition flag has no name.
+constexpr const char* Descriptions[] = {
+    "Misfire",
+    "Fuel System",
+    "Comprehensive Component",
+    "Catalyst",
+    "Heated Catalyst",
+    "Evaporative System",
+    "Secondary Air System",
+    "Oxygen Sensor",
+    "Oxygen Sensor Heater",
+    "EGR and/or VVT System",
+    "NMHC Catalyst",
+    "NOx/SCR Aftertreatment",
+    "Boost Pressure",
+    "Exhaust Gas Sensor",
+    "PM filter",
+    "EGR and/or VVT System",
+};
+static_assert(std::size(Descriptions) == MonitorRecord::IGNITION_MONITOR_TEST);
+
+const MonitorRecord::MonitorTestInfo* findTest(ObdTest test) {
+  for (const MonitorRecord::MonitorTestInfo& info : MonitorRecord::TEST_INFO_ARRAY) {
+    if (info.test == test) {
+      return &info;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+// Spark and compression monitors share bits: the caller knows which of them apply.
+const MonitorRecord::MonitorTestInfo MonitorRecord::TEST_INFO_ARRAY[TEST_INFO_ARRAY_SIZE] = {
+    {ObdTest::Misfire, 16, 20},
+    {ObdTest::FuelSystem, 17, 21},
+    {ObdTest::ComprehensiveComponent, 18, 22},
+    {ObdTest::Ignition, 19, 23},
+    {ObdTest::Catalyst, 8, 0},
+    {ObdTest::HeatedCatalyst, 9, 1},
+    {ObdTest::EvaporativeSystem, 10, 2},
+    {ObdTest::SecondaryAirSystem, 11, 3},
+    {ObdTest::OxygenSensor, 13, 5},
+    {ObdTest::OxygenSensorHeater, 14, 6},
+    {ObdTest::EgrVvtSpark, 15, 7},
+    {ObdTest::NmhcCatalyst, 8, 0},
+    {ObdTest::NoxScrAftertreatment, 9, 1},
+    {ObdTest::BoostPressure, 11, 3},
+    {ObdTest::ExhaustGasSensor, 13, 5},
+    {ObdTest::PmFilter, 14, 6},
+    {ObdTest::EgrVvtCompression, 15, 7},
+};
+
+MonitorRecord::MonitorRecord(int pid, const char* text)
+    : PowertrainParameter(ObdMode::Mode01, 0),
+      m_info(std::make_shared<SensorInfo>(Pid2Uid(pid), text, false)) {}
+
+MonitorStatus::MonitorStatus()
+    : MonitorRecord(ParameterIdentifier::MonitorStatus, "Monitor status since DTCs cleared") {}
+
+MonitorStatusThisCycle::MonitorStatusThisCycle()
+    : MonitorRecord(ParameterIdentifier::MonitorStatusThisCycle, "Monitor status this driving cycle") {}
+
+bool MonitorRecord::isMalfunctionIndicatorLightOn(const IEcu& ecu) const {
+  return isSet(m_bits.get(ecu.id()), LightBit);
+}
+
+int MonitorRecord::getNumberOfErrors(const IEcu& ecu) const {
+  return static_cast<int>(m_bits.get(ecu.id()) >> ErrorsShift & ErrorsMask);
+}
+
+IgnitionType MonitorRecord::getIgnitionType(const IEcu& ecu) const {
+  return isTestAvailable(ecu, static_cast<ObdTest>(IGNITION_MONITOR_TEST)) ? IgnitionType::CompressionIgnition
+                                                                           : IgnitionType::SparkIgnition;
+}
+
+bool MonitorRecord::isTestAvailable(const IEcu& ecu, ObdTest test) const {
+  const MonitorTestInfo* info = findTest(test);
+  return info != nullptr && isSet(m_bits.get(ecu.id()), info->availableBit);
+}
+
+bool MonitorRecord::isTestComplete(const IEcu& ecu, ObdTest test) const {
+  const MonitorTestInfo* info = findTest(test);
+  if (info == nullptr) {
+    return false;
+  }
+  const std::uint32_t bits = m_bits.get(ecu.id());
+  return isSet(bits, info->availableBit) && !isSet(bits, info->incompleteBit);
+}
+
+std::string MonitorRecord::getTestDescription(ObdTest test) {
+  const auto index = static_cast<std::uint32_t>(test);
+  return index < std::size(Descriptions) ? Descriptions[index] : "NA";
+}
+
+unsigned int MonitorRecord::timeout() const {
+  return Timeout;
+}
+
+std::string MonitorRecord::description(const IEcu& /*ecu*/) {
+  return m_info->description();
+}
+
+std::vector<std::shared_ptr<const SensorInfo>> MonitorRecord::sensorInfo(const IEcu& /*ecu*/) {
+  return {m_info};
+}
+
+std::vector<std::shared_ptr<SensorValue>> MonitorRecord::values(const IEcu& /*ecu*/, UnitSystem /*system*/) {
+  return {};
+}
+
+bool MonitorRecord::fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
+  if (data.size() < 4) {
+    return false;
+  }
+  m_bits.set(ecu->id(), static_cast<std::uint32_t>(data[0]) << 24U |
+                            static_cast<std::uint32_t>(data[1]) << 16U |
+                            static_cast<std::uint32_t>(data[2]) << 8U | static_cast<std::uint32_t>(data[3]));
+  return true;
+}
+
+}  // namespace obd

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "powertrain/powertrainparameter.h"
+#include "powertrain/unitvalues.h"
+
+namespace obd {
+
+/// The readiness monitors (SAE J1979, PIDs 0x01 and 0x41): the first three for every engine, `Catalyst` to
+/// `EgrVvtSpark` for spark ignition, `NmhcCatalyst` to `EgrVvtCompression` for compression ignition.
+enum class ObdTest : std::int32_t {
+  Misfire = 0,
+  FuelSystem = 1,
+  ComprehensiveComponent = 2,
+  Catalyst = 3,
+  HeatedCatalyst = 4,
+  EvaporativeSystem = 5,
+  SecondaryAirSystem = 6,
+  OxygenSensor = 7,
+  OxygenSensorHeater = 8,
+  EgrVvtSpark = 9,
+  NmhcCatalyst = 10,
+  NoxScrAftertreatment = 11,
+  BoostPressure = 12,
+  ExhaustGasSensor = 13,
+  PmFilter = 14,
+  EgrVvtCompression = 15,
+  Ignition = 16  ///< no monitor: its available bit tells compression ignition
+};
+
+/// What PIDs 0x01 and 0x41 share: four bytes by control unit, read through one table. Nothing is known of a
+/// control unit that has not answered: light off, no codes, spark ignition, no monitor available.
+class VELMARA_EXPORT MonitorRecord : public PowertrainParameter {
+ public:
+  /// Where a monitor stands among the 32 bits, of which A.7 is bit 31 and D.0 is bit 0.
+  struct MonitorTestInfo {
+    ObdTest test;
+    std::uint32_t availableBit;
+    std::uint32_t incompleteBit;
+  };
+  static constexpr unsigned int TEST_INFO_ARRAY_SIZE = 17;
+  static constexpr unsigned int IGNITION_MONITOR_TEST = 16;
+  static const MonitorTestInfo TEST_INFO_ARRAY[TEST_INFO_ARRAY_SIZE];
+
+  bool isMalfunctionIndicatorLightOn(const IEcu& ecu) const;
+  /// Stored codes, 0 to 127.
+  int getNumberOfErrors(const IEcu& ecu) const;
+  IgnitionType getIgnitionType(const IEcu& ecu) const;
+  bool isTestAvailable(const IEcu& ecu, ObdTest test) const;
+  /// Whether the monitor is available and has finished.
+  bool isTestComplete(const IEcu& ecu, ObdTest test) const;
+  /// The name of a monitor; "NA" for a number without one.
+  static std::string getTestDescription(ObdTest test);
+
+  void clear() override { m_bits.clear(); }
+  unsigned int timeout() const override;
+  ParameterIdentifier::Id pid() const override { return m_info->pid(); }
+  std::string description(const IEcu& ecu) override;
+  std::vector<std::shared_ptr<const SensorInfo>> sensorInfo(const IEcu& ecu) override;
+  /// Always empty.
+  std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) override;
+
+ protected:
+  MonitorRecord(int pid, const char* text);
+  bool fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
+
+ private:
+  std::shared_ptr<const SensorInfo> m_info;
+  UnitValues<std::uint32_t> m_bits;
+};
+
+/// PID 0x01: since codes were cleared.
+class VELMARA_EXPORT MonitorStatus final : public MonitorRecord {
+ public:
+  MonitorStatus();
+};
+
+/// PID 0x41: in this driving cycle.
+class VELMARA_EXPORT MonitorStatusThisCycle final : public MonitorRecord {
+ public:
+  MonitorStatusThisCycle();
+  /// The available bit of this PID tells whether the monitor is enabled in this cycle.
+  bool isTestEnabled(const IEcu& ecu, ObdTest test) const { return isTestAvailable(ecu, test); }
+};
+
+}  // namespace obd
