@@ -166,6 +166,20 @@ TEST(DtcReaderOrderTest, AgreesWithAnOrderedMapAfterSeveralLoads) {
   }
 }
 
+TEST(DtcReaderOrderTest, PutsALaterLoadBeforeAnEarlierOneWithinAMake) {
+  const SmallTable table({{0, "P0300", "Generic"}, {1, "P0300", "First"}, {1, "P0300", "Second"}});
+  ASSERT_TRUE(DtcReader::init());
+  const Records once = DtcReader().getTroubleCodes("P0300");
+  ASSERT_THAT(textsOf(once), ElementsAre("Generic", "Second", "First"));
+  ASSERT_TRUE(DtcReader::init());
+  const Records twice = DtcReader().getTroubleCodes("P0300");
+  ASSERT_EQ(twice.size(), 6u);
+  EXPECT_EQ(twice[1], once[0]);
+  EXPECT_EQ(twice[4], once[1]);
+  EXPECT_EQ(twice[5], once[2]);
+  DtcReader::clean();
+}
+
 TEST_F(DtcReaderTest, MakesADefaultRecordForACodeItDoesNotHold) {
   const std::string reserved = "ISO/SAE Reserved";
   const std::string unknown = "Unknown Trouble Code";

@@ -1,9 +1,9 @@
 // velmara-dtcgen: checks the rows of the trouble-code database and turns them into one constant table.
 
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 
 #include "dtc/generator/source.h"
@@ -24,7 +24,7 @@ OPTIONS
   --make NAME         list and compare only this make
   --codes PREFIX      list and compare only codes that begin so
   --file PART         show only problems of files whose name holds this
-  --limit N           show at most N problems and N differences (default 50; 0: all)
+  --limit N           show at most N problems, and N differences of a kind (default 50; 0: all)
 )";
 
 struct Options {
@@ -140,8 +140,16 @@ int run(const Options& options) {
       throw std::runtime_error("cannot read " + options.path);
     }
     const auto differences = dtcgen::compareWith(expected, table, options.filter);
-    show(differences, options.limit, std::cout, [](const std::string& text) { return text; });
+    // Kind by kind, so that many missing rows do not hide what is wrong with those that are there.
+    std::map<std::string, std::vector<std::string>> kinds;
+    for (const std::string& difference : differences) {
+      kinds[difference.substr(0, difference.find(':'))].push_back(difference);
+    }
     std::cout << differences.size() << " differences from the expected rows\n";
+    for (const auto& [kind, list] : kinds) {
+      std::cout << list.size() << ' ' << kind << '\n';
+      show(list, options.limit, std::cout, [](const std::string& text) { return "  " + text; });
+    }
     right = right && differences.empty();
   }
   if (options.mode == "--output") {
