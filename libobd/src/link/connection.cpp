@@ -1,6 +1,7 @@
 #include "link/connection.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include <tavrix/tracelog.h>
@@ -45,13 +46,16 @@ class PendingBytes {
       m_delimiter = delimiter;
       m_searched = m_begin;
     }
-    const auto begin = m_bytes.begin();
-    const auto at = std::find(begin + static_cast<std::ptrdiff_t>(m_searched), m_bytes.end(), delimiter);
-    m_searched = static_cast<std::size_t>(at - begin);
-    if (at == m_bytes.end()) {
+    const unsigned char* const bytes = m_bytes.data();
+    const std::size_t rest = m_bytes.size() - m_searched;
+    const void* const at = rest == 0 ? nullptr : std::memchr(bytes + m_searched, delimiter, rest);
+    if (at == nullptr) {
+      m_searched = m_bytes.size();
       return false;
     }
-    message.assign(begin + static_cast<std::ptrdiff_t>(m_begin), at);
+    const auto* const end = static_cast<const unsigned char*>(at);
+    message.assign(bytes + m_begin, end);
+    m_searched = static_cast<std::size_t>(end - bytes);
     m_begin = ++m_searched;
     if (m_begin == m_bytes.size()) {
       clear();
