@@ -15,6 +15,7 @@ class SimulatedBus : public Interface {
   ~SimulatedBus() override { m_adapter->linkDown(); }
 
   int open() override {
+    m_adapter->setLinkRate(rate());
     m_adapter->linkUp();
     return 0;
   }
@@ -22,7 +23,7 @@ class SimulatedBus : public Interface {
   void close() override { m_adapter->linkDown(); }
 
   int read(std::vector<unsigned char>& buffer) override {
-    const int result = m_adapter->read(buffer, ReadWait, rate());
+    const int result = m_adapter->read(buffer, ReadWait);
     if (result == hostos::BusReadError) {
       m_failure = Failure::Read;
     }
@@ -30,7 +31,7 @@ class SimulatedBus : public Interface {
   }
 
   int write(const std::vector<unsigned char>& bytes) override {
-    const int result = m_adapter->receive(bytes.data(), bytes.size(), rate());
+    const int result = m_adapter->receive(bytes.data(), bytes.size());
     if (result != 0) {
       m_failure = Failure::Write;
     }
@@ -56,6 +57,7 @@ class SimulatedBus : public Interface {
 
  protected:
   virtual int rate() const { return 0; }
+  ElmAdapter& adapter() { return *m_adapter; }
 
  private:
   enum class Failure { None, Read, Write };
@@ -73,6 +75,7 @@ class SimulatedSerialBus : public SimulatedBus<hostos::ISerialBus> {
     for (const int known : {9600, 19200, 38400, 57600, 115200}) {
       if (rate == known) {
         m_rate = rate;
+        this->adapter().setLinkRate(rate);
         return true;
       }
     }

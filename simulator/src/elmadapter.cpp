@@ -308,7 +308,8 @@ Bytes resample(const Container& bytes, int senderRate, int receiverRate) {
   }
   std::vector<bool> line;
   line.reserve(bytes.size() * 10);
-  for (const unsigned char byte : bytes) {
+  for (const auto character : bytes) {
+    const auto byte = static_cast<unsigned char>(character);
     line.push_back(false);
     for (int bit = 0; bit < 8; ++bit) {
       line.push_back((byte >> bit & 1) != 0);
@@ -402,13 +403,13 @@ class ElmAdapter::Core {
     restoreDefaults();
   }
 
-  int receive(const unsigned char* bytes, std::size_t count, int linkRate) {
+  int receive(const unsigned char* bytes, std::size_t count) {
     std::unique_lock lock(m_mutex);
     advance();
     if (!m_up) {
       return 1;
     }
-    const Bytes heard = resample(std::span(bytes, count), linkRate, m_rate);
+    const Bytes heard = resample(std::span(bytes, count), m_linkRate, m_rate);
     bool swallow = false;
     for (const std::uint8_t byte : heard) {
       if (!m_up) {
@@ -419,7 +420,7 @@ class ElmAdapter::Core {
         continue;
       }
       std::string line;
-      if (!take(byte, linkRate != 0, swallow, line)) {
+      if (!take(byte, swallow, line)) {
         continue;
       }
       const unsigned exchange = m_exchanges++;
@@ -437,11 +438,14 @@ class ElmAdapter::Core {
       }
       perform(exchange, line);
     }
+    if (m_linkRate != 0 && m_linkRate != m_rate && !m_newRate) {
+      m_line.clear();  // framing errors make the chip forget the line
+    }
     m_arrived.notifyAll();
     return 0;
   }
 
-  int read(std::vector<unsigned char>& out, unsigned wait, int linkRate) {
+  int read(std::vector<unsigned char>& out, unsigned wait) {
     std::unique_lock lock(m_mutex);
     advance();
     const std::uint64_t limit = m_now + wait;
@@ -449,7 +453,7 @@ class ElmAdapter::Core {
       if (!m_up) {
         return hostos::BusReadError;
       }
-      if (const std::optional<int> result = deliver(out, linkRate)) {
+      if (const std::optional<int> result = deliver(out)) {
         return *result;
       }
       if (m_now >= limit) {
@@ -483,6 +487,11 @@ class ElmAdapter::Core {
       m_newRate.reset();
     }
     m_arrived.notifyAll();
+  }
+
+  void setLinkRate(int rate) {
+    const std::lock_guard guard(m_mutex);
+    m_linkRate = rate;
   }
 
   unsigned exchanges() {
@@ -563,7 +572,7 @@ class ElmAdapter::Core {
     return m_newRate ? std::min(output, m_newRate->expires) : output;
   }
 
-  std::optional<int> deliver(std::vector<unsigned char>& out, int linkRate) {
+  std::optional<int> deliver(std::vector<unsigned char>& out) {
     bool any = false;
     while (!m_output.empty() && m_output.begin()->first <= m_now) {
       const Chunk& chunk = m_output.begin()->second;
@@ -573,10 +582,10 @@ class ElmAdapter::Core {
         }
         return chunk.end == End::PeerClosed ? hostos::BusPeerClosed : hostos::BusReadError;
       }
-      if (linkRate == 0 || linkRate == chunk.rate) {
+      if (m_linkRate == 0 || m_linkRate == chunk.rate) {
         out.insert(out.end(), chunk.text.begin(), chunk.text.end());
       } else {
-        const Bytes heard = resample(chunk.text, chunk.rate, linkRate);
+        const Bytes heard = resample(chunk.text, chunk.rate, m_linkRate);
         out.insert(out.end(), heard.begin(), heard.end());
       }
       any = true;
@@ -596,12 +605,12 @@ class ElmAdapter::Core {
   void send(std::string text) { m_output.emplace(m_now, Chunk{std::move(text), m_rate}); }
 
   // Takes one character; true with the line if it ended one.
-  bool take(std::uint8_t byte, bool serial, bool& swallow, std::string& line) {
+  bool take(std::uint8_t byte, bool& swallow, std::string& line) {
     if (m_asleep) {
       // On a serial line the character is lost that wakes the chip.
       m_asleep = false;
       restoreDefaults();
-      if (serial) {
+      if (m_linkRate != 0) {
         return false;
       }
     }
@@ -1037,8 +1046,8 @@ class ElmAdapter::Core {
     return true;
   }
 
-  // The new rate is tried: OK at the old one, after a time the identification at the new one, and then as
-  // long again for a carriage return. Without it the old rate comes back.
+  // The new rate is tried: OK at the old one, after a time the identification at the new one, and then twice
+  // as long for a carriage return (chips are generous there). Without it the old rate comes back.
   void tryRate(int rate, Reply& reply) {
     if (rate == 0) {
       reply.add(0, "?" + newLine() + newLine());
@@ -1047,7 +1056,7 @@ class ElmAdapter::Core {
     const unsigned wait = m_baudTimeout * 5;
     reply.prompt = false;
     reply.add(0, "OK" + newLine());
-    m_newRate = NewRate{m_rate, m_now + wait, m_now + 2 * wait};
+    m_newRate = NewRate{m_rate, m_now + wait, m_now + 3 * wait};
     m_rate = rate;
     m_output.emplace(m_now + wait, Chunk{m_character.banner + newLine(), rate});
   }
@@ -1285,6 +1294,7 @@ class ElmAdapter::Core {
 
   std::string m_identifier;
   int m_rate;
+  int m_linkRate = 0;
   std::mt19937 m_random;
   std::uint32_t m_clock;    // last reading of the clock
   std::uint64_t m_now = 0;  // milliseconds since power on
@@ -1323,11 +1333,14 @@ ElmAdapter::ElmAdapter(std::shared_ptr<Vehicle> vehicle, AdapterOptions options)
     : m_core(std::make_unique<Core>(std::move(vehicle), std::move(options))) {}
 ElmAdapter::~ElmAdapter() = default;
 
-int ElmAdapter::receive(const unsigned char* bytes, std::size_t count, int linkRate) {
-  return m_core->receive(bytes, count, linkRate);
+void ElmAdapter::setLinkRate(int rate) {
+  m_core->setLinkRate(rate);
 }
-int ElmAdapter::read(std::vector<unsigned char>& out, unsigned waitMilliseconds, int linkRate) {
-  return m_core->read(out, waitMilliseconds, linkRate);
+int ElmAdapter::receive(const unsigned char* bytes, std::size_t count) {
+  return m_core->receive(bytes, count);
+}
+int ElmAdapter::read(std::vector<unsigned char>& out, unsigned waitMilliseconds) {
+  return m_core->read(out, waitMilliseconds);
 }
 std::optional<std::uint32_t> ElmAdapter::nextDue() const {
   return m_core->nextDue();

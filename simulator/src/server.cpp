@@ -50,7 +50,8 @@ class Session : public std::enable_shared_from_this<Session<Stream>> {
         self->end();
         return;
       }
-      if (self->m_adapter->receive(self->m_input.data(), count, self->m_rate(self->m_stream)) != 0) {
+      self->m_adapter->setLinkRate(self->m_rate(self->m_stream));
+      if (self->m_adapter->receive(self->m_input.data(), count) != 0) {
         self->end();
         return;
       }
@@ -63,9 +64,10 @@ class Session : public std::enable_shared_from_this<Session<Stream>> {
 
   // Moves what the adapter has to say to the stream, and comes back when more is due.
   void pump() {
+    m_adapter->setLinkRate(m_rate(m_stream));
     while (!m_ending) {
       std::vector<unsigned char> bytes;
-      const int result = m_adapter->read(bytes, 0, m_rate(m_stream));
+      const int result = m_adapter->read(bytes, 0);
       if (result == hostos::BusRead) {
         if (m_unread + bytes.size() <= MostUnread && !bytes.empty()) {
           m_unread += bytes.size();

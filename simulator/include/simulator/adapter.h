@@ -66,14 +66,17 @@ class ElmAdapter {
   ElmAdapter& operator=(const ElmAdapter&) = delete;
   ~ElmAdapter();
 
-  /// Takes bytes that were written to the link. `linkRate` is the baud rate of the link, 0 where it has none;
-  /// at another rate than the adapter's the bytes become garbage. 0 for success, 1 if the script fails the
-  /// write or the link is down.
-  int receive(const unsigned char* bytes, std::size_t count, int linkRate = 0);
+  /// The baud rate of the link, 0 (as at first) where it has none. At another rate than the adapter's, bytes
+  /// become garbage both ways.
+  void setLinkRate(int rate);
+
+  /// Takes bytes that were written to the link. 0 for success, 1 if the script fails the write or the link is
+  /// down.
+  int receive(const unsigned char* bytes, std::size_t count);
 
   /// Appends what is due to `out`, waiting at most so long for something to come. Gives a
   /// hostos::BusReadResult.
-  int read(std::vector<unsigned char>& out, unsigned waitMilliseconds, int linkRate = 0);
+  int read(std::vector<unsigned char>& out, unsigned waitMilliseconds);
 
   /// Milliseconds until `read` has something to tell, 0 for at once; nothing while none is under way.
   std::optional<std::uint32_t> nextDue() const;
