@@ -602,5 +602,19 @@ TEST(CanResponse, KeepsToTheBoundsOfTheMessage) {
   }
 }
 
+TEST(CanResponse, ForgetsPlacesThatAShorterMessageDidNotHave) {
+  CanResponse response;
+  for (const char* frame : {"107D010203040506", "2207070707070707", "100D010203040506"}) {
+    ASSERT_EQ(8, response.parse(plain::convert(frame)));
+  }
+  const Bytes message = pattern(132);
+  for (const std::string& frame : canFrames(message)) {
+    ASSERT_EQ(8, response.parse(plain::convert(frame)));
+  }
+  Bytes payload;
+  ASSERT_TRUE(response.getData(payload));
+  EXPECT_EQ(message, payload);
+}
+
 }  // namespace
 }  // namespace obd

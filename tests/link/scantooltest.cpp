@@ -356,6 +356,22 @@ TEST_F(ScantoolTest, IsDeadAfterTheLinkWasLost) {
   EXPECT_FALSE(device.isEnabled());
 }
 
+TEST_F(ScantoolTest, TakesNoAnswerOnceItIsClosed) {
+  ResponseMap responses;
+  enable();
+  connection.onStep = [this](int step) {
+    if (step == 1) {  // while it waits for a reply that does come
+      connection.onStep = nullptr;
+      std::thread closer([this] { device.close(); });
+      closer.join();
+      connection.queue("7E804410C1AF8");
+    }
+  };
+  EXPECT_EQ(RequestNoVehicle, request("7E804410C1AF8", responses));
+  EXPECT_THAT(responses, IsEmpty());
+  EXPECT_THAT(connection.takeWritten(), ElementsAre("010C", "ATLP"));
+}
+
 TEST_F(ScantoolTest, ReadsTheBatteryVoltage) {
   const struct {
     const char* text;
@@ -589,7 +605,7 @@ TEST_F(DetectorTest, TriesAgainAfterNoiseAndAFailedReset) {
   sitAt(9600, elm327());
   int asked = 0;
   connection.script["ATBRT28"] = {"OK"};
-  connection.script["ATI"] = {"#"};
+  connection.script["ATI"] = {"#327"};  // five characters would pass
   connection.answers = [&](const std::string& line) {
     if (line == "ATI" && ++asked == 2) {
       connection.script["ATI"] = {"ELM327 v1.5"};  // the second question at the same rate is understood
