@@ -113,9 +113,8 @@ void liveReadings(benchmark::State& state) {
 
     simulator::AdapterOptions options;
     options.latency = static_cast<unsigned>(state.range(1));
-    facade->connectionManager()->openBus(
-        simulator::makeBus(simulator::Vehicle::load("petrol-can11"), options),
-        obd::VehicleProtocol::Automatic);
+    facade->connectionManager()->openBus(simulator::makeBus(bench::promptVehicle(), options),
+                                         obd::VehicleProtocol::Automatic);
     if (!pump.run(std::chrono::seconds(60), [&] { return !sensors->parameters().empty(); })) {
       state.SkipWithError("the connection did not open");
     } else {

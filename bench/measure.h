@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <simulator/vehicle.h>
 
 namespace bench {
 
@@ -12,6 +14,24 @@ using Clock = std::chrono::steady_clock;
 
 inline double microsecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+/// A vehicle of one control unit that answers at once, so that what is measured is the library's own time.
+inline std::shared_ptr<simulator::Vehicle> promptVehicle() {
+  return simulator::Vehicle::parse(
+      "name = Prompt\n"
+      "protocol = 6\n"
+      "[unit ECM 7E8]\n"
+      "monitors = 07 E5 04\n"
+      "01 04 = {load * 2.55 : 1}\n"
+      "01 05 = {coolant + 40 : 1}\n"
+      "01 0B = {map : 1}\n"
+      "01 0C = {rpm * 4 : 2}\n"
+      "01 0D = {speed : 1}\n"
+      "01 0F = {intake + 40 : 1}\n"
+      "01 10 = {maf * 100 : 2}\n"
+      "01 11 = {throttle * 2.55 : 1}\n",
+      "prompt.vehicle");
 }
 
 /// Adds the median and the 99th percentile of `samples` (microseconds) to the counters of a benchmark.

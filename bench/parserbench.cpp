@@ -63,14 +63,19 @@ void parseSingleFrame(benchmark::State& state) {
 BENCHMARK(parseSingleFrame);
 
 void parseVin(benchmark::State& state) {
-  parse(state, ObdProtocol::Iso15765Can11Bit, "7E8101449020156454C7E8214D41524130307E82230303030303031", 1);
+  parse(state, ObdProtocol::Iso15765Can11Bit,
+        "7E81014490201564C4D"
+        "7E82130303030305852"
+        "7E82241303030303737",
+        1);
 }
 BENCHMARK(parseVin);
 
 void parseTwoInterleavedUnits(benchmark::State& state) {
   parse(state, ObdProtocol::Iso15765Can11Bit,
-        "7E8101449020156454C7E9101449020156454C7E8214D41524130307E9214D41524130307E82230303030303031"
-        "7E92230303030303032",
+        "7E81014490201564C4D7E91014490201564C4D"
+        "7E821303030303058527E92130303030305852"
+        "7E822413030303037377E92241303030303738",
         2);
 }
 BENCHMARK(parseTwoInterleavedUnits);

@@ -81,7 +81,7 @@ void measure(benchmark::State& state, Exchange exchange) {
 }
 
 void requestInProcess(benchmark::State& state) {
-  OpenAdapter adapter(simulator::makeBus(simulator::Vehicle::load("petrol-can11")));
+  OpenAdapter adapter(simulator::makeBus(bench::promptVehicle()));
   if (!adapter.isReady()) {
     state.SkipWithError("the adapter did not open");
     return;
@@ -91,7 +91,7 @@ void requestInProcess(benchmark::State& state) {
 BENCHMARK(requestInProcess)->UseManualTime()->Iterations(RequestsPerRun);
 
 void requestOverTcp(benchmark::State& state) {
-  simulator::TcpServer server(simulator::Vehicle::load("petrol-can11"), {});
+  simulator::TcpServer server(bench::promptVehicle(), {});
   OpenAdapter adapter(hostos::BusFactory::createTcpBus("127.0.0.1", server.port()));
   if (!adapter.isReady()) {
     state.SkipWithError("the adapter did not open");
@@ -142,7 +142,7 @@ class BareSocket {
 };
 
 void bareSocketToAdapter(benchmark::State& state) {
-  simulator::TcpServer server(simulator::Vehicle::load("petrol-can11"), {});
+  simulator::TcpServer server(bench::promptVehicle(), {});
   BareSocket socket(server.port());
   for (const char* command : {"ATE0\r", "ATL0\r", "ATS0\r", "ATH1\r", "ATSP0\r", "0100\r"}) {
     if (!socket.isOpen() || !socket.exchange(command, '>')) {

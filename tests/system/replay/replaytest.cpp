@@ -1,0 +1,279 @@
+// Replays what real adapters have sent: text in, values out, through the adapter dialogue, the parser and the
+// records. The project's own rows always run; VELMARA_CAPTURES names a file of recorded ones.
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/fakevehicle.h"
+#include "link/elmscantool.h"
+#include "link/fakes.h"
+#include "parameters/troublecodes.h"
+#include "parameters/vehicleinformation.h"
+
+namespace {
+
+struct Row {
+  int line = 0;
+  std::string protocol;
+  std::string request;
+  std::string reply;
+  std::string meaning;
+};
+
+std::string unescape(const std::string& text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 1 < text.size()) {
+      ++i;
+      result += text[i] == 'r' ? '\r' : text[i] == 'n' ? '\n' : text[i];
+    } else {
+      result += text[i];
+    }
+  }
+  return result;
+}
+
+std::vector<Row> readRows(const std::string& path) {
+  std::vector<Row> rows;
+  std::ifstream file(path);
+  std::string text;
+  for (int line = 1; std::getline(file, text); ++line) {
+    std::vector<std::string> columns;
+    std::istringstream stream(text);
+    for (std::string column; std::getline(stream, column, '\t');) {
+      columns.push_back(column);
+    }
+    if (!text.starts_with('#') && columns.size() >= 5) {
+      rows.push_back({line, columns[1], columns[2], unescape(columns[3]), columns[4]});
+    }
+  }
+  return rows;
+}
+
+/// The adapter's number in "CAN11/500(6)"; CAN for rows of any protocol, ISO 9141-2 for those before CAN.
+int protocolNumber(const std::string& protocol) {
+  const std::size_t open = protocol.find('(');
+  if (open != std::string::npos) {
+    return protocol[open + 1] - '0';
+  }
+  return protocol == "non-CAN" ? 3 : 6;
+}
+
+bool isHex(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789ABCDEF") == std::string::npos;
+}
+
+/// What one row gives: the result of the request and the replies by control unit.
+struct Outcome {
+  int result = 0;
+  obd::ResponseMap responses;
+  obd::ObdProtocol protocol = obd::ObdProtocol::Unknown;
+};
+
+Outcome replay(const Row& row) {
+  FakeConnection connection;
+  const int number = protocolNumber(row.protocol);
+  const std::string digit = std::to_string(number);
+  for (const std::string command : {"ATE0", "ATL0", "ATS0", "ATM0", "ATST64", "ATH1"}) {
+    connection.script[command] = {"OK"};
+  }
+  connection.script["ATTP" + digit] = {"OK"};
+  connection.script["ATI"] = {"ELM327 v1.5"};
+  connection.script["0100"] = {"4100"};
+  connection.script["ATDPN"] = {digit};
+  connection.script["ATDP"] = {"a protocol"};
+  obd::ElmScantool device(&connection);
+  Outcome outcome;
+  if (!device.init() || !device.detectProtocol(static_cast<obd::VehicleProtocol>(number))) {
+    ADD_FAILURE() << "the scripted adapter did not open";
+    return outcome;
+  }
+  outcome.protocol = device.obdProtocol();
+
+  // The request's bytes do not matter to the reply, so requests with wild cards are replayed as well.
+  const Bytes request = isHex(row.request) ? fake::bytes(row.request) : Bytes{0x01, 0x00};
+  connection.script[isHex(row.request) ? row.request : "0100"] = {row.reply.substr(0, row.reply.find('>'))};
+  outcome.result = device.sendRequest(request, outcome.responses, 1000);
+  return outcome;
+}
+
+/// Words between blanks, commas and semicolons.
+std::vector<std::string> wordsOf(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
+  std::istringstream stream(text);
+  std::vector<std::string> words;
+  for (std::string word; stream >> word;) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+bool isTroubleCode(const std::string& word) {
+  return word.size() == 5 && std::string("PCBU").find(word[0]) != std::string::npos && word[1] <= '3' &&
+         isHex(word.substr(1));
+}
+
+template <typename Record>
+void decode(Record& record, const Outcome& outcome) {
+  for (const auto& [id, data] : outcome.responses) {
+    record.setResponseData(std::make_shared<fake::Ecu>(static_cast<unsigned>(id), outcome.protocol), data);
+  }
+}
+
+std::vector<std::string> codesOf(const Row& row, const Outcome& outcome) {
+  std::vector<std::string> codes;
+  const auto add = [&](auto& record) {
+    decode(record, outcome);
+    for (const auto& [id, data] : outcome.responses) {
+      for (const auto& code : record.getTroubleCodes(fake::Ecu(static_cast<unsigned>(id)))) {
+        if (codes.empty() || codes.back() != code->code()) {
+          codes.push_back(code->code());
+        }
+      }
+    }
+  };
+  if (row.request == "07") {
+    obd::PendingTroubleCodes record;
+    add(record);
+  } else if (row.request.starts_with("0202")) {
+    obd::FreezeFrameTroubleCode record(0);
+    decode(record, outcome);
+    for (const auto& [id, data] : outcome.responses) {
+      if (const auto code = record.getTroubleCode(fake::Ecu(static_cast<unsigned>(id)))) {
+        codes.push_back(code->code());
+      }
+    }
+  } else {
+    obd::ConfirmedTroubleCodes record;
+    add(record);
+  }
+  return codes;
+}
+
+std::string vinOf(const Outcome& outcome) {
+  obd::VehicleIdentificationNumber record;
+  decode(record, outcome);
+  for (const auto& [id, data] : outcome.responses) {
+    const auto ecu = std::make_shared<fake::Ecu>(static_cast<unsigned>(id), outcome.protocol);
+    if (const std::string vin = record.vehicleIdentificationNumber(ecu); !vin.empty()) {
+      return vin;
+    }
+  }
+  return {};
+}
+
+/// Whether the reply of unit `name` ("7E8", or the last byte of a longer identifier) holds `part`.
+bool unitReplied(const Outcome& outcome, const std::string& name, const Bytes& part) {
+  const int wanted = std::stoi(name, nullptr, 16);
+  return std::any_of(outcome.responses.begin(), outcome.responses.end(), [&](const auto& entry) {
+    const bool sameUnit = entry.first == wanted || (wanted <= 0xFF && (entry.first & 0xFF) == wanted);
+    return sameUnit && std::search(entry.second.begin(), entry.second.end(), part.begin(), part.end()) !=
+                           entry.second.end();
+  });
+}
+
+enum class Verdict { Agrees, Differs, NotTold };
+
+/// Compares the outcome with as much of the meaning as is told in a regular form.
+Verdict compare(const Row& row, const Outcome& outcome) {
+  const auto verdict = [](bool agrees) { return agrees ? Verdict::Agrees : Verdict::Differs; };
+  const std::string& meaning = row.meaning;
+  if (meaning.starts_with("error:")) {
+    return verdict(outcome.result == obd::RequestRefused);
+  }
+  if (meaning.starts_with("dropped")) {
+    return verdict(outcome.responses.empty());
+  }
+  if (meaning.starts_with("negative response ")) {
+    const auto code = static_cast<unsigned char>(std::stoi(meaning.substr(18, 2), nullptr, 16));
+    return verdict(!outcome.responses.empty() &&
+                   std::all_of(outcome.responses.begin(), outcome.responses.end(), [&](const auto& entry) {
+                     return entry.second.size() >= 2 && entry.second[0] == 0x7F &&
+                            (entry.second.size() < 3 || entry.second[2] == code);
+                   }));
+  }
+  if (meaning.starts_with("VIN ")) {
+    return verdict(vinOf(outcome) == meaning.substr(4, 17));
+  }
+  if (meaning.starts_with("no codes")) {
+    return verdict(!outcome.responses.empty() && codesOf(row, outcome).empty());
+  }
+  const std::vector<std::string> words = wordsOf(meaning);
+  std::vector<std::string> codes;
+  std::copy_if(words.begin(), words.end(), std::back_inserter(codes), isTroubleCode);
+  if (!codes.empty()) {
+    return verdict(codesOf(row, outcome) == codes);
+  }
+  // "ECU 7E8: 41 00 BE" or "7E8: 41 00 BE": every unit that is told with bytes.
+  bool told = false;
+  bool agrees = true;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (!words[i].ends_with(':') || !isHex(words[i].substr(0, words[i].size() - 1))) {
+      continue;
+    }
+    std::string data;
+    for (std::size_t k = i + 1; k < words.size() && words[k].size() == 2 && isHex(words[k]); ++k) {
+      data += words[k];
+    }
+    if (!data.empty()) {
+      told = true;
+      agrees = agrees && unitReplied(outcome, words[i].substr(0, words[i].size() - 1), fake::bytes(data));
+    }
+  }
+  return told ? verdict(agrees) : Verdict::NotTold;
+}
+
+std::string describe(const Row& row, const Outcome& outcome) {
+  std::ostringstream text;
+  text << "line " << row.line << ", request " << row.request << ": " << row.meaning << "\n  result "
+       << outcome.result;
+  for (const auto& [id, data] : outcome.responses) {
+    text << "\n  unit " << std::hex << id << std::dec << ": " << fake::hex(data);
+  }
+  return text.str();
+}
+
+TEST(Replay, OwnReplies) {
+  const std::vector<Row> rows = readRows(VELMARA_REPLIES);
+  ASSERT_FALSE(rows.empty());
+  for (const Row& row : rows) {
+    const Outcome outcome = replay(row);
+    EXPECT_EQ(compare(row, outcome), Verdict::Agrees) << describe(row, outcome);
+  }
+}
+
+/// Recorded rows whose meaning differs from what this library makes of them, by line of the file, with the
+/// reason.
+const std::map<int, std::string> KnownDifferences = {};
+
+TEST(Replay, RecordedReplies) {
+  const char* const path = std::getenv("VELMARA_CAPTURES");
+  if (path == nullptr) {
+    GTEST_SKIP() << "VELMARA_CAPTURES names no file of recorded replies";
+  }
+  const std::vector<Row> rows = readRows(path);
+  ASSERT_FALSE(rows.empty()) << path;
+  std::map<Verdict, int> counts;
+  for (const Row& row : rows) {
+    const Outcome outcome = replay(row);
+    const Verdict verdict = compare(row, outcome);
+    ++counts[verdict];
+    const bool known = KnownDifferences.count(row.line) != 0;
+    EXPECT_EQ(verdict == Verdict::Differs, known) << describe(row, outcome);
+  }
+  std::printf("%zu recorded replies: %d as told, %d known differences, %d without a told meaning\n",
+              rows.size(), counts[Verdict::Agrees], counts[Verdict::Differs], counts[Verdict::NotTold]);
+}
+
+}  // namespace
