@@ -1,0 +1,380 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <simulator/bus.h>
+
+#include "dispatch/fakes.h"
+#include "powertrain/parameteridentifier.h"
+#include "services/iconnectionservice.h"
+#include "services/iobdvelmara.h"
+#include "services/isensorservice.h"
+#include "services/support.h"
+#include "support/virtualclock.h"
+
+namespace {
+
+using hostos::CTime;
+using obd::Dispatcher;
+using obd::EcuManagerEvent;
+using obd::IConnectionListener;
+using obd::IConnectionServiceObserver;
+using obd::ISensorServiceObserver;
+using obd::UnitSystem;
+using obd::VehicleProtocol;
+
+constexpr int Rpm = 0x0C;
+
+class ConnectionObserver : public IConnectionServiceObserver {
+ public:
+  explicit ConnectionObserver(obd::IConnectionService& service) : m_service(service) { service.attach(this); }
+  ~ConnectionObserver() override { m_service.detach(this); }
+  void onConnected() override { heard += 'C'; }
+  void onDisconnected() override { heard += 'D'; }
+  void onConnectionPhaseChanged(IConnectionListener::OpenConnectionPhase phase) override {
+    heard += static_cast<char>('0' + phase);
+    message += m_service.connectionMessage();
+  }
+
+  std::string heard;
+  std::string message;
+
+ private:
+  obd::IConnectionService& m_service;
+};
+
+class SensorObserver : public ISensorServiceObserver {
+ public:
+  void onSensorUpdated(bool success, const std::shared_ptr<obd::ParameterDescriptor>& parameter,
+                       const std::vector<std::shared_ptr<obd::SensorValueDataModel>>& values) override {
+    EXPECT_TRUE(success);
+    ++updates;
+    pids.push_back(parameter->pid());
+    last = values;
+    if (onUpdate) {
+      onUpdate();
+    }
+  }
+  void onInvalidated() override { ++invalidations; }
+
+  int updates = 0;
+  int invalidations = 0;
+  std::vector<int> pids;
+  std::vector<std::shared_ptr<obd::SensorValueDataModel>> last;
+  std::function<void()> onUpdate;
+};
+
+class EcuListener : public tavrix::IEventListener<EcuManagerEvent> {
+ public:
+  void onEvent(const EcuManagerEvent& event) override {
+    heard += static_cast<char>('0' + static_cast<int>(event));
+  }
+  std::string heard;
+};
+
+class ServicesTest : public testing::Test {
+ protected:
+  ServicesTest() : facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, store)) {
+    service = obd::ConnectionServiceBuilder::createConnectionService();
+    observer = std::make_unique<ConnectionObserver>(*service);
+  }
+  ~ServicesTest() override {
+    observer.reset();
+    service.reset();
+    facade.reset();
+    pumpFor(200);
+  }
+
+  obd::IConnectionManager& manager() { return *facade->connectionManager(); }
+
+  bool open(simulator::AdapterOptions options = {}) {
+    options.latency = 5;
+    bus = simulator::makeBus(vehicle, options);
+    observer->heard.clear();
+    return manager().openBus(bus, VehicleProtocol::Automatic) &&
+           pumpUntil([this] { return observer->heard == "1234C"; });
+  }
+
+  VirtualClock clock;
+  CapturedLog log;
+  std::shared_ptr<MemorySettings> store = std::make_shared<MemorySettings>();
+  std::shared_ptr<obd::IObdVelmara> facade;
+  std::shared_ptr<obd::IConnectionService> service;
+  std::unique_ptr<ConnectionObserver> observer;
+  std::shared_ptr<simulator::Vehicle> vehicle = simulator::Vehicle::load("petrol-can11");
+  std::shared_ptr<hostos::IMessageBus> bus;
+};
+
+TEST(ServiceBuilders, GiveNothingWithoutAFacade) {
+  EXPECT_EQ(obd::ConnectionServiceBuilder::createConnectionService(), nullptr);
+  EXPECT_EQ(obd::SensorServiceBuilder::createSensorService(), nullptr);
+}
+
+TEST_F(ServicesTest, ConnectionServiceFollowsTheConnection) {
+  EXPECT_EQ(facade->firstNumber() * 100 + facade->secondNumber() * 10 + facade->thirdNumber(), 123U);
+  EXPECT_EQ(obd::ConnectionServiceBuilder::createConnectionService(), service);
+  EXPECT_EQ(service->adapter(), nullptr);
+  EXPECT_EQ(service->obdStandard(), "");
+  EXPECT_EQ(service->connectionOptions(), facade->settings()->connectionOptions());
+  ASSERT_TRUE(open());
+  EXPECT_TRUE(service->isConnected());
+  EXPECT_FALSE(service->obdStandard().empty());
+  ASSERT_NE(service->adapter(), nullptr);
+  EXPECT_FALSE(service->adapter()->interfaceName().empty());
+
+  manager().close();
+  EXPECT_FALSE(service->isConnected());
+  EXPECT_EQ(observer->heard, "1234C");  // only with the next pass
+  pumpFor(20);
+  EXPECT_EQ(observer->heard, "1234CD");
+
+  // A port that is not there.
+  observer->heard.clear();
+  ASSERT_TRUE(manager().openTcp({"256.0.0.1", 1}, VehicleProtocol::Automatic));
+  EXPECT_TRUE(pumpUntil([this] { return observer->heard == "10D"; }));
+  EXPECT_FALSE(observer->message.empty());
+  EXPECT_EQ(service->connectionMessage(), "");
+}
+
+TEST_F(ServicesTest, EcuManagerFollowsConnectionAndChoice) {
+  vehicle = simulator::Vehicle::load("eight-units");
+  EcuListener listener;
+  obd::IEcuManager& ecus = *facade->ecuManager();
+  ecus.attach(&listener);
+  std::vector<unsigned int> ids;
+  ecus.ecuIds(ids);
+  EXPECT_TRUE(ids.empty());
+  EXPECT_TRUE(ecus.sensors(0x7E8).empty());
+  ASSERT_TRUE(open());
+  EXPECT_EQ(listener.heard, "01");
+  ecus.ecuIds(ids);
+  EXPECT_EQ(ids, (std::vector<unsigned int>{0x7E8, 0x7E9, 0x7EA, 0x7EB, 0x7EC, 0x7ED, 0x7EE, 0x7EF}));
+  ASSERT_NE(ecus.currentEcu(), nullptr);
+  EXPECT_EQ(ecus.currentEcu()->id(), 0x7E8U);
+  EXPECT_EQ(ecus.ecuName(0x7E8), ecus.currentEcu()->name());
+  EXPECT_EQ(ecus.ecuName(0x123), "");
+  EXPECT_EQ(ecus.ecuDescription(0x123), "");
+
+  for (const unsigned int id : ids) {
+    std::vector<int> pids;
+    for (const auto& sensor : ecus.sensors(id)) {
+      pids.push_back(sensor->pid());
+    }
+    // Always there, and behind all others.
+    const std::vector<int> calculated{244, 245, 246};
+    EXPECT_NE(std::search(pids.begin(), pids.end(), calculated.begin(), calculated.end()), pids.end()) << id;
+    for (const int pid : pids) {
+      EXPECT_TRUE((pid & 0x1F) != 0) << pid;
+    }
+    const auto supported = ecus.ecus()[id - 0x7E8]->supportedIds(obd::ObdMode::Mode01, 0);
+    EXPECT_EQ(std::count(supported.begin(), supported.end(), 0x0B) != 0, pids.back() == 247) << id;
+  }
+
+  ecus.selectEcu(0x7EF);
+  EXPECT_EQ(listener.heard, "011");
+  EXPECT_EQ(ecus.currentEcu()->id(), 0x7EFU);
+  ecus.selectEcu(0x99);
+  EXPECT_EQ(listener.heard, "0111");
+  EXPECT_EQ(ecus.currentEcu(), nullptr);
+  EXPECT_EQ(service->obdStandard(), "");
+  manager().close();
+  EXPECT_TRUE(ecus.ecus().empty());
+  pumpFor(20);
+  EXPECT_EQ(listener.heard, "011101");
+  ecus.detach(&listener);
+}
+
+class SensorServiceTest : public ServicesTest {
+ protected:
+  SensorServiceTest() : sensors(obd::SensorServiceBuilder::createSensorService()) { sensors->attach(&heard); }
+  ~SensorServiceTest() override {
+    sensors->detach(&heard);
+    sensors.reset();
+  }
+
+  // How many updates come in a while.
+  int updatesWithin(std::uint32_t time = 1000) {
+    const int before = heard.updates;
+    pumpFor(time);
+    return heard.updates - before;
+  }
+
+  std::shared_ptr<obd::ISensorService> sensors;
+  SensorObserver heard;
+};
+
+TEST_F(SensorServiceTest, OffersWhatTheControlUnitHasInOrder) {
+  EXPECT_TRUE(sensors->parameters().empty());
+  ASSERT_TRUE(open());
+  std::vector<int> pids;
+  for (const auto& parameter : sensors->parameters()) {
+    pids.push_back(parameter->pid());
+  }
+  EXPECT_TRUE(std::is_sorted(pids.begin(), pids.end()));
+  EXPECT_EQ(std::adjacent_find(pids.begin(), pids.end()), pids.end());
+  for (const int pid : {0x00, 0x01, 0x02, 0x20, 0x40, 0x60}) {
+    EXPECT_EQ(std::count(pids.begin(), pids.end(), pid), 0) << pid;
+  }
+  for (const int pid : {0x05, 0x0B, Rpm, 240, 241, 242, 244, 245, 246, 247}) {
+    // Fuel consumption goes by one identifier, whatever it is made of.
+    EXPECT_EQ(std::count(pids.begin(), pids.end(), pid), pid == 241 || pid == 242 ? 0 : 1) << pid;
+  }
+  EXPECT_EQ(heard.updates, 0);
+
+  // A service that comes later starts with the connection at once.
+  const auto later = obd::SensorServiceBuilder::createSensorService();
+  EXPECT_EQ(later->parameters().size(), pids.size());
+}
+
+TEST_F(SensorServiceTest, PollsWithStatisticsUntilToldToStop) {
+  ASSERT_TRUE(open());
+  std::vector<float> seen;
+  heard.onUpdate = [&] {
+    ASSERT_EQ(heard.last.size(), 1U);
+    const obd::SensorValueDataModel& value = *heard.last[0];
+    EXPECT_EQ(value.uid, obd::Pid2Uid(Rpm));
+    seen.push_back(std::stof(value.value));
+    EXPECT_EQ(std::stof(value.minimum), *std::min_element(seen.begin(), seen.end()));
+    EXPECT_EQ(std::stof(value.maximum), *std::max_element(seen.begin(), seen.end()));
+    float sum = 0;
+    for (const float number : seen) {
+      sum += number;
+    }
+    EXPECT_NEAR(std::stof(value.average), sum / static_cast<float>(seen.size()), 1.0F);
+  };
+  sensors->refresh({Rpm, 0x0999, Rpm});
+  EXPECT_GT(updatesWithin(3000), 20);
+  EXPECT_LE(heard.updates, 3000 / 30 + 1);  // one loop, and not faster than the vehicle may be asked
+  EXPECT_NE(*std::min_element(seen.begin(), seen.end()), *std::max_element(seen.begin(), seen.end()));
+
+  // The statistics go on through another `refresh`.
+  sensors->refreshOnce({});
+  updatesWithin();
+  EXPECT_EQ(updatesWithin(), 0);
+  sensors->refreshOnce({Rpm});
+  EXPECT_EQ(updatesWithin(), 1);
+
+  sensors->reset();
+  seen.clear();
+  sensors->refreshOnce({Rpm});
+  EXPECT_EQ(updatesWithin(), 1);
+  EXPECT_EQ(heard.invalidations, 1);  // when the connection brought a control unit
+}
+
+TEST_F(SensorServiceTest, InterleavesParametersAndOutlastsASilentVehicle) {
+  ASSERT_TRUE(open());
+  sensors->refresh({0x05, Rpm, 244});
+  updatesWithin(2000);
+  ASSERT_GE(heard.pids.size(), 9U);
+  for (std::size_t i = 3; i + 3 < heard.pids.size(); ++i) {
+    EXPECT_EQ(heard.pids[i], heard.pids[i % 3]);
+  }
+  vehicle->setIgnition(false);
+  updatesWithin(500);
+  heard.pids.clear();
+  updatesWithin(5000);
+  EXPECT_EQ(std::count(heard.pids.begin(), heard.pids.end(), Rpm), 0);  // the adapter still tells its voltage
+  EXPECT_GT(std::count(heard.pids.begin(), heard.pids.end(), 244), 0);
+  vehicle->setIgnition(true);
+  updatesWithin(2000);
+  EXPECT_GT(std::count(heard.pids.begin(), heard.pids.end(), Rpm), 0);
+  EXPECT_EQ(heard.invalidations, 1);
+}
+
+TEST_F(SensorServiceTest, ChangesInvalidate) {
+  facade->settings()->setVehicleWeight(1200);  // told without a connection, too
+  EXPECT_EQ(heard.invalidations, 1);
+  facade->settings()->setLanguage(3);
+  EXPECT_EQ(heard.invalidations, 1);
+  ASSERT_TRUE(open());
+  EXPECT_EQ(heard.invalidations, 2);  // a control unit was selected
+
+  sensors->refresh({Rpm});
+  EXPECT_GT(updatesWithin(), 5);
+  facade->settings()->setEngineDisplacement(1.6F);
+  EXPECT_EQ(heard.invalidations, 3);
+  EXPECT_EQ(updatesWithin(), 0);
+  EXPECT_FALSE(sensors->parameters().empty());
+
+  // Another unit system restarts the statistics and lets the polling go on.
+  sensors->refresh({0x05});
+  updatesWithin();
+  const std::string metric = heard.last.at(0)->value;
+  facade->settings()->setUnitSystem(UnitSystem::Metric);
+  EXPECT_EQ(heard.invalidations, 3);
+  facade->settings()->setUnitSystem(UnitSystem::Imperial);
+  EXPECT_EQ(heard.invalidations, 4);
+  EXPECT_GT(updatesWithin(), 5);
+  EXPECT_GT(std::stof(heard.last.at(0)->minimum), std::stof(metric));  // Fahrenheit
+
+  facade->ecuManager()->selectEcu(facade->ecuManager()->ecus().back()->id());
+  EXPECT_EQ(heard.invalidations, 5);
+  EXPECT_EQ(updatesWithin(), 0);
+  facade->ecuManager()->selectEcu(0);
+  EXPECT_TRUE(sensors->parameters().empty());
+  EXPECT_TRUE(sensors->readSensors(Rpm).empty());
+}
+
+TEST_F(SensorServiceTest, AnObserverMayChangeSettingsOrDropTheServiceFromWithin) {
+  ASSERT_TRUE(open());
+  heard.onUpdate = [&] { facade->settings()->setFuelTypeOverride(true); };
+  sensors->refresh({Rpm});
+  EXPECT_EQ(updatesWithin(), 1);
+  auto other = obd::SensorServiceBuilder::createSensorService();
+  SensorObserver dropping;
+  dropping.onUpdate = [&] { other.reset(); };
+  other->attach(&dropping);
+  other->refresh({Rpm});
+  pumpFor(1000);
+  EXPECT_EQ(dropping.updates, 1);
+}
+
+TEST_F(SensorServiceTest, SurvivesALostLinkAndComesBackWithTheNext) {
+  ASSERT_TRUE(open());
+  sensors->refresh({Rpm, 0x05, 0x0D});
+  EXPECT_GT(updatesWithin(), 5);
+  bus->close();
+  EXPECT_TRUE(pumpUntil([this] { return observer->heard.back() == 'D'; }));
+  EXPECT_TRUE(sensors->parameters().empty());
+  EXPECT_EQ(updatesWithin(), 0);
+  manager().close();
+  pumpFor(20);
+
+  ASSERT_TRUE(open());
+  EXPECT_EQ(updatesWithin(), 0);  // not by itself
+  sensors->refresh({Rpm});
+  EXPECT_GT(updatesWithin(), 5);
+  // Close in the middle of polling; no result of the old connection comes afterwards.
+  manager().close();
+  EXPECT_EQ(updatesWithin(), 0);
+}
+
+TEST_F(SensorServiceTest, ReadsAtOnceWhatTheFactoryCanMake) {
+  EXPECT_TRUE(sensors->readSensors(Rpm).empty());
+  ASSERT_TRUE(open());
+  const auto rpm = sensors->readSensors(Rpm);
+  ASSERT_EQ(rpm.size(), 1U);
+  EXPECT_FALSE(rpm[0]->extended);
+  EXPECT_EQ(rpm[0]->uid, obd::Pid2Uid(Rpm));
+  EXPECT_EQ(rpm[0]->description.find(": "), std::string::npos);
+  ASSERT_NE(rpm[0]->value, nullptr);
+  EXPECT_GT(std::stof(rpm[0]->value->value), 100.0F);
+  EXPECT_EQ(rpm[0]->value->average, "");
+  EXPECT_EQ(rpm[0]->numeric, nullptr);
+
+  const auto several = sensors->readSensors(0x14);
+  ASSERT_GT(several.size(), 1U);
+  for (const auto& sensor : several) {
+    EXPECT_TRUE(sensor->extended);
+    EXPECT_NE(sensor->description.find(": "), std::string::npos);
+  }
+  EXPECT_EQ(sensors->readSensors(244).size(), 1U);
+  for (const int none : {0x20, 240, 0x7F, -1, 100000}) {
+    EXPECT_TRUE(sensors->readSensors(none).empty()) << none;
+  }
+}
+
+}  // namespace
