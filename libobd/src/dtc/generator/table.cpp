@@ -403,7 +403,9 @@ std::vector<TableRow> tableOf(const Source& source) {
     for (const RowList& list : source.lists) {
       if (std::find(list.makes.begin(), list.makes.end(), make) != list.makes.end()) {
         for (const Row& row : list.rows) {
-          table.push_back({make, &row});
+          if (!row.text.empty()) {
+            table.push_back({make, &row});
+          }
         }
       }
     }
