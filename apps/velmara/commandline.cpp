@@ -33,7 +33,7 @@ constexpr const char* LinkHelp =
     "  tcp:HOST:PORT                 a Wi-Fi adapter; IPv6 as tcp:[::1]:35000\n"
     "  serial:DEVICE                 a serial or USB adapter, its baud rate is found\n"
     "  serial:DEVICE@BAUD            the same with a known baud rate\n"
-    "  bt:ADDRESS or bt:ADDRESS@CHANNEL  a paired Bluetooth adapter\n";
+    "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n";
 
 std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
@@ -54,18 +54,33 @@ std::string exitCodeHelp() {
 void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
   constexpr const char* Group = "Options of all commands";
   if (vehicle) {
-    app.add_option("--link", options.link, "Where the adapter is; the simulated vehicle if not given (demo:)")
+    app.add_option("--link", options.link, "Where the adapter is; demo: if not given")
+        ->type_name("LINK")
         ->group(Group);
-    app.add_option("--protocol", options.protocol,
-                   "The vehicle's protocol by name or number; found if not given")
+    app.add_option("--protocol", options.protocol, "The vehicle's protocol; found if not given")
+        ->type_name("NAME")
         ->group(Group);
-    app.add_option("--unit", options.unit, "Units of this run: metric or imperial")->group(Group);
+    app.add_option("--unit", options.unit, "Units of this run: metric or imperial")
+        ->type_name("SYSTEM")
+        ->group(Group);
   }
-  app.add_option("--log", options.logFile, "Write the library's log to this file")->group(Group);
+  app.add_option("--log", options.logFile, "Write the library's log to this file")
+      ->type_name("FILE")
+      ->group(Group);
   app.add_flag("--quiet", options.quiet, "No progress on standard error")->group(Group);
   app.add_flag("--no-color", options.noColor, "No colors (nor with NO_COLOR in the environment)")
       ->group(Group);
 }
+
+// Help without the parser's own remarks on each option.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  HelpFormatter() { column_width(26); }
+  std::string make_option_opts(const CLI::Option* option) const override {
+    return option->get_type_size() == 0 || option->get_type_name().empty() ? std::string()
+                                                                           : " " + option->get_type_name();
+  }
+};
 
 void complain(const std::string& text, const std::string& advice) {
   std::fprintf(stderr, "velmara: %s\n", text.c_str());
@@ -101,6 +116,7 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
       "  velmara sensors --help                            all about one command\n\n" +
       std::string(LinkHelp) + "\nProtocols:\n" + protocolHelp() + "\n" + exitCodeHelp());
   app.require_subcommand(0, 1);
+  app.formatter(std::make_shared<HelpFormatter>());
   declareCommon(app, program.options, true);
   const std::vector<std::unique_ptr<Command>> commands = makeCommands();
   for (const std::unique_ptr<Command>& command : commands) {

@@ -23,6 +23,9 @@ constexpr std::size_t BufferSize = 1 << 16;
 constexpr auto TickTime = std::chrono::milliseconds(200);
 constexpr auto TickDelay = std::chrono::seconds(1);  // a phase shorter than this shows no running time
 
+constexpr std::size_t Gap = 2;            // blanks between columns
+constexpr std::size_t NarrowestCut = 12;  // a column is not cut to less
+
 bool isSet(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr && *value != '\0';
@@ -182,43 +185,66 @@ void Notes::clearLine() {
   }
 }
 
-std::vector<std::string> Table::lines() const {
+std::vector<std::size_t> Table::columnWidths(std::size_t limit) const {
   std::vector<std::size_t> widths(m_columns.size(), 0);
-  for (const std::vector<std::string>& row : m_rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], displayWidth(row[i]));
+  for (const Row& row : m_rows) {
+    const std::size_t count = row.cells.size() - (row.spills ? 1 : 0);
+    for (std::size_t i = 0; i < count; ++i) {
+      widths[i] = std::max(widths[i], displayWidth(row.cells[i]));
+    }
+    if (row.spills) {
+      widths[count] = std::max<std::size_t>(widths[count], 1);
     }
   }
-  std::vector<std::string> titles;
-  for (std::size_t i = 0; i < m_columns.size(); ++i) {
-    titles.push_back(m_columns[i].title);
+  std::size_t total = 0;
+  for (std::size_t i = 0; i < widths.size(); ++i) {
     if (widths[i] != 0) {
-      widths[i] = std::max(widths[i], displayWidth(titles[i]));
+      widths[i] = std::max(widths[i], displayWidth(m_columns[i].title));
+      total += widths[i] + (total == 0 ? 0 : Gap);
     }
   }
-  const auto join = [&](const std::vector<std::string>& row) {
-    std::string text;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      if (widths[i] != 0) {
-        text += (text.empty() ? "" : "  ") + pad(row[i], widths[i], m_columns[i].right);
-      }
+  const auto widest = std::max_element(widths.begin(), widths.end());
+  if (limit != 0 && total > limit && widest != widths.end()) {
+    *widest -= std::min(total - limit, *widest - std::min(*widest, NarrowestCut));
+  }
+  return widths;
+}
+
+std::string Table::join(const Row& row, const std::vector<std::size_t>& widths) const {
+  std::string text;
+  for (std::size_t i = 0; i < row.cells.size(); ++i) {
+    if (widths[i] == 0) {
+      continue;
     }
-    text.erase(text.find_last_not_of(' ') + 1);
-    return text;
-  };
-  std::vector<std::string> result{join(titles)};
-  for (const std::vector<std::string>& row : m_rows) {
-    result.push_back(join(row));
+    text += text.empty() ? "" : std::string(Gap, ' ');
+    const bool whole = displayWidth(row.cells[i]) <= widths[i];
+    if (row.spills && i + 1 == row.cells.size()) {
+      text += row.cells[i];
+    } else {
+      text += pad(whole ? row.cells[i] : cutToWidth(row.cells[i], widths[i] - 1) + "…", widths[i],
+                  m_columns[i].right);
+    }
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+std::vector<std::string> Table::lines(std::size_t width) const {
+  const std::vector<std::size_t> widths = columnWidths(width);
+  Row titles{{}, false};
+  for (const Column& column : m_columns) {
+    titles.cells.push_back(column.title);
+  }
+  std::vector<std::string> result{join(titles, widths)};
+  for (const Row& row : m_rows) {
+    result.push_back(join(row, widths));
   }
   return result;
 }
 
-void Table::print(Output& out, const std::string& indent) const {
-  const std::vector<std::string> all = lines();
+void Table::print(Output& out) const {
+  const std::vector<std::string> all = lines(out.isTerminal() ? out.width() : 0);
   for (std::size_t i = 0; i < all.size(); ++i) {
-    if (!all[i].empty()) {
-      out << indent;
-    }
     out.line(i == 0 ? out.heading(all[i]) : all[i]);
   }
 }

@@ -88,15 +88,26 @@ class Table {
 
   explicit Table(std::vector<Column> columns) : m_columns(std::move(columns)) {}
 
-  void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
-  /// The title first, then the rows. Columns without any text are left out.
-  std::vector<std::string> lines() const;
-  /// Prints all lines, the title as a heading.
-  void print(Output& out, const std::string& indent = {}) const;
+  void add(std::vector<std::string> cells) { m_rows.push_back({std::move(cells), false}); }
+  /// A row whose last cell is a text of any length: it runs over the columns that follow.
+  void addSpilling(std::vector<std::string> cells) { m_rows.push_back({std::move(cells), true}); }
+  /// The title first, then the rows. Columns without any text are left out. Where the lines would be wider
+  /// than `width` (0: any width will do) the widest column is cut.
+  std::vector<std::string> lines(std::size_t width = 0) const;
+  /// Prints all lines, the title as a heading, and fits them to a terminal.
+  void print(Output& out) const;
 
  private:
+  struct Row {
+    std::vector<std::string> cells;
+    bool spills;
+  };
+
+  std::vector<std::size_t> columnWidths(std::size_t limit) const;
+  std::string join(const Row& row, const std::vector<std::size_t>& widths) const;
+
   std::vector<Column> m_columns;
-  std::vector<std::vector<std::string>> m_rows;
+  std::vector<Row> m_rows;
 };
 
 /// Lines that are drawn in the same place again and again. For a terminal. What does not fit is left out, and

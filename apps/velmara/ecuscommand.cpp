@@ -96,8 +96,8 @@ class EcusCommand : public Command {
       for (const unsigned char id : supported(ecu, service.mode)) {
         Json entry = {{"id", fmt::format("{:02X}", id)}};
         std::string text;
-        if (service.mode == obd::ObdMode::Mode01 && names.count(id) != 0) {
-          text = names[id];
+        if (service.mode == obd::ObdMode::Mode01) {
+          text = names.count(id) != 0 ? names[id] : std::string(silentParameterText(id));
         } else if (service.mode == obd::ObdMode::Mode09) {
           text = infoTypeText(id);
         }
@@ -114,7 +114,7 @@ class EcusCommand : public Command {
   static void print(Output& out, const Json& report) {
     const auto line = [&out](const char* title, const std::string& text) {
       if (!text.empty()) {
-        out.line(fmt::format("{:<14}{}", title, text));
+        out.line(fmt::format("{:<16}{}", title, text));
       }
     };
     if (report.contains("adapter")) {

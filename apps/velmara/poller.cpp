@@ -58,7 +58,7 @@ class Poller::Group : public obd::IDispatchable {
 
   void collectSilent(std::vector<int>& identifiers) const {
     for (const auto& [identifier, member] : m_members) {
-      if (!member.everAnswered) {
+      if (!member.everAnswered && member.failures != 0) {
         identifiers.push_back(identifier);
       }
     }

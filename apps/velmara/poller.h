@@ -35,7 +35,7 @@ class Poller : private obd::ISensorServiceObserver {
   /// Whether all rounds are over.
   bool done() const;
 
-  /// Parameters that have not given a single value.
+  /// Parameters that were asked for and have not given a single value.
   std::vector<int> silent() const;
 
   /// How long no value has come.

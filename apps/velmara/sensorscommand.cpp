@@ -52,22 +52,23 @@ class SensorsCommand : public Command {
   }
 
   void declare(CLI::App& app) override {
-    app.add_option(
-        "PID", m_wanted,
-        fmt::format("What to read: PIDs as hexadecimal digits (0C), or {}. Without any: all that the "
-                    "control unit offers",
-                    fmt::join(calculatedNames(), ", ")));
+    app.add_option("PID", m_wanted,
+                   fmt::format("What to read: PIDs in hexadecimal (0C), or\n{};\nall without any",
+                               fmt::join(calculatedNames(), ", ")))
+        ->type_name("");
     CLI::Option* const once = app.add_flag("--once", m_once, "Read each value once");
     app.add_flag("--watch", m_watch, "Read until Ctrl-C; this is the default")->excludes(once);
     app.add_option("--count", m_count, "Read each value so many times")
-        ->check(CLI::Range(1U, 1000000U))
+        ->type_name("NUMBER")
+        ->check(CLI::Range(1U, 1000000U).description(""))
         ->excludes(once);
-    app.add_option("--for", m_seconds, "Read for so many seconds")
-        ->check(CLI::Range(0.001, LongestRun))
+    app.add_option("--for", m_seconds, "Read for so long")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, LongestRun).description(""))
         ->excludes(once);
     app.add_flag("--list", m_list, "Only list what can be read, with units and ranges");
     app.add_flag("--json", m_json, "Print one JSON object per value and line");
-    app.add_option("--ecu", m_ecu, "Control unit by its identifier or name, as velmara ecus shows them");
+    app.add_option("--ecu", m_ecu, "Control unit by identifier or name, see velmara ecus")->type_name("UNIT");
   }
 
   ExitCode run(Program& program) override {
@@ -127,7 +128,7 @@ class SensorsCommand : public Command {
     for (const std::shared_ptr<obd::SensorDescriptor>& sensor : sensors) {
       Row row;
       row.label = parameterLabel(identifierOf(parameter));
-      row.name = sensors.size() == 1 ? sensor->description() : description + ": " + sensor->description();
+      row.name = sensors.size() == 1 ? description : description + ": " + sensor->description();
       row.unit = unitText(sensor->unit());
       row.numeric = sensor->isNumeric();
       if (sensor->minValue() != sensor->maxValue()) {
@@ -173,7 +174,7 @@ class SensorsCommand : public Command {
       onValues(program.out, values, live);
     });
     const auto draw = [&] {
-      area.draw(liveLines(poller.readings()), 2);
+      area.draw(liveLines(poller.readings(), program.out.width()), 2);
       nextDraw = Clock::now() + DrawTime;
     };
     const auto turn = [&] {
@@ -206,12 +207,12 @@ class SensorsCommand : public Command {
 
   ExitCode verdict(Program& program, const Poller& poller) const {
     const std::vector<int> silent = poller.silent();
-    if (silent.empty()) {
-      return ExitCode::Ok;
-    }
     if (poller.readings() == 0) {
       throw Failure(ExitCode::NoData, "The vehicle gave none of these values.",
                     "Is the ignition on? Some values come only while the engine runs.");
+    }
+    if (silent.empty()) {
+      return ExitCode::Ok;
     }
     std::vector<std::string> labels;
     std::transform(silent.begin(), silent.end(), std::back_inserter(labels), parameterLabel);
@@ -277,9 +278,12 @@ class SensorsCommand : public Command {
     }
     Table table(std::move(columns));
     for (const Row& row : m_rows) {
-      // Texts can be long; they stand where the value and what follows it would.
-      std::vector<std::string> cells = {row.label, row.name, row.value ? printable(row.value->value) : "-",
-                                        row.unit};
+      std::vector<std::string> cells = {row.label, row.name, row.value ? printable(row.value->value) : "-"};
+      if (row.value && row.value->minimum.empty()) {
+        table.addSpilling(std::move(cells));
+        continue;
+      }
+      cells.push_back(row.unit);
       if (statistics && row.value) {
         cells.insert(cells.end(), {row.value->minimum, row.value->maximum, row.value->average});
       }
@@ -288,12 +292,12 @@ class SensorsCommand : public Command {
     return table;
   }
 
-  std::vector<std::string> liveLines(std::size_t readings) const {
+  std::vector<std::string> liveLines(std::size_t readings, std::size_t width) const {
     const double time = seconds();
     std::vector<std::string> lines = {fmt::format("{}  {:.0f} s, {:.0f} readings/s, Ctrl-C ends", m_title,
                                                   time,
                                                   time > 0 ? static_cast<double>(readings) / time : 0.0)};
-    const std::vector<std::string> table = valueTable(true).lines();
+    const std::vector<std::string> table = valueTable(true).lines(width);
     lines.insert(lines.end(), table.begin(), table.end());
     return lines;
   }

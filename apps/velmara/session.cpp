@@ -92,7 +92,8 @@ void Session::fail() {
                   fmt::format("The link {} cannot be opened{}. {}", words, after, m_reason),
                   m_reason.empty() ? adviceForAdapter(m_link) : std::string());
   }
-  if (m_lost) {
+  // The word of the loss may still be on its way behind that of the failure.
+  if (m_lost || !m_facade->connectionManager()->isConnected()) {
     throw Failure(ExitCode::LinkLost,
                   fmt::format("The link {} was lost while looking for the {}{}.", words,
                               m_phase == Phase::PhaseDetectingDevice ? "adapter" : "vehicle", after),

@@ -137,8 +137,8 @@ class SettingsCommand : public Command {
   bool needsVehicle() const override { return false; }
 
   void declare(CLI::App& app) override {
-    app.add_option("NAME", m_name, "The setting");
-    app.add_option("VALUE", m_value, "Its new value, or \"default\"");
+    app.add_option("NAME", m_name, "The setting")->type_name("");
+    app.add_option("VALUE", m_value, "Its new value, or \"default\"")->type_name("");
   }
 
   ExitCode run(Program& program) override {

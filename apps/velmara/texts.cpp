@@ -112,6 +112,20 @@ std::string_view ignitionText(obd::IgnitionType type) {
                                                         : "spark ignition (petrol or gas)";
 }
 
+std::string_view silentParameterText(unsigned char pid) {
+  switch (pid) {
+    case 0x02:
+      return "Trouble code of the freeze frame";
+    case 0x41:
+      return "Monitor status of this driving cycle";
+    case 0x4F:
+    case 0x50:
+      return "Full scale of other values";
+    default:
+      return {};
+  }
+}
+
 std::string_view infoTypeText(unsigned char infoType) {
   static constexpr std::string_view Texts[] = {
       "",
