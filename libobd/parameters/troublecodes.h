@@ -91,8 +91,8 @@ class VELMARA_EXPORT FreezeFrameTroubleCode final : public PowertrainParameter {
   std::shared_ptr<const SensorInfo> m_info;
 };
 
-/// The text of a code from its two bytes, "P0133" from 01 33; empty for padding, which is every pair whose low
-/// twelve bits are zero. Throws `std::out_of_range` for fewer than two bytes.
+/// The text of a code from its two bytes, "P0133" from 01 33; empty for padding, which is every pair whose
+/// low twelve bits are zero. Throws `std::out_of_range` for fewer than two bytes.
 VELMARA_EXPORT std::string troubleCodeText(const unsigned char* bytes, std::size_t size);
 
 }  // namespace obd

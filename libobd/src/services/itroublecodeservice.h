@@ -13,8 +13,8 @@
 
 namespace obd {
 
-/// Hears of trouble codes on the thread that calls `Dispatcher::dispatch`. The first boolean tells whether the
-/// query succeeded; without success the rest is empty.
+/// Hears of trouble codes on the thread that calls `Dispatcher::dispatch`. The first boolean tells whether
+/// the query succeeded; without success the rest is empty.
 class VELMARA_EXPORT ITroubleCodeServiceObserver {
  public:
   /// The malfunction indicator lamp.
@@ -35,13 +35,17 @@ class VELMARA_EXPORT ITroubleCodeServiceObserver {
   virtual void onFreezeFrameSensorUpdated(int /*id*/, bool /*success*/,
                                           const std::shared_ptr<ParameterDescriptor>& /*parameter*/,
                                           const SensorValues& /*values*/, int /*frame*/) {}
-  virtual void onDistanceSinceResetUpdated(bool /*success*/, const std::shared_ptr<SensorDescriptor>& /*sensor*/,
+  virtual void onDistanceSinceResetUpdated(bool /*success*/,
+                                           const std::shared_ptr<SensorDescriptor>& /*sensor*/,
                                            const std::shared_ptr<SensorValue>& /*value*/) {}
-  virtual void onRuntimeSinceResetUpdated(bool /*success*/, const std::shared_ptr<SensorDescriptor>& /*sensor*/,
+  virtual void onRuntimeSinceResetUpdated(bool /*success*/,
+                                          const std::shared_ptr<SensorDescriptor>& /*sensor*/,
                                           const std::shared_ptr<SensorValue>& /*value*/) {}
-  virtual void onDistanceSinceFaultUpdated(bool /*success*/, const std::shared_ptr<SensorDescriptor>& /*sensor*/,
+  virtual void onDistanceSinceFaultUpdated(bool /*success*/,
+                                           const std::shared_ptr<SensorDescriptor>& /*sensor*/,
                                            const std::shared_ptr<SensorValue>& /*value*/) {}
-  virtual void onRuntimeSinceFaultUpdated(bool /*success*/, const std::shared_ptr<SensorDescriptor>& /*sensor*/,
+  virtual void onRuntimeSinceFaultUpdated(bool /*success*/,
+                                          const std::shared_ptr<SensorDescriptor>& /*sensor*/,
                                           const std::shared_ptr<SensorValue>& /*value*/) {}
   /// What was told so far is void.
   virtual void onInvalidated() {}
@@ -49,9 +53,9 @@ class VELMARA_EXPORT ITroubleCodeServiceObserver {
   virtual void onRefreshDone() {}
 };
 
-/// Everything about stored faults of the selected control unit. Each item has a `refresh` form that ends in an
-/// observer call and a `read` form that blocks. Without a connection the former give false and the latter empty
-/// or null. For the thread that calls `Dispatcher::dispatch`.
+/// Everything about stored faults of the selected control unit. Each item has a `refresh` form that ends in
+/// an observer call and a `read` form that blocks. Without a connection the former give false and the latter
+/// empty or null. For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITroubleCodeServiceObserver> {
  public:
   using MilStatus = ITroubleCodeServiceObserver::MilStatus;
@@ -65,8 +69,8 @@ class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITro
   virtual bool refreshPermanentCodes() = 0;
   /// Clears codes and freeze frames in all control units.
   virtual bool clearCodes() = 0;
-  /// Walks the freeze frames: each frame's code, then its sensors, until a frame without a code. Gives the id that
-  /// all events of this run carry, 0xFFFFFFFF without a connection.
+  /// Walks the freeze frames: each frame's code, then its sensors, until a frame without a code. Gives the id
+  /// that all events of this run carry, 0xFFFFFFFF without a connection.
   virtual unsigned int refreshFreezeFrames() = 0;
 
   virtual Codes readConfirmedCodes() = 0;

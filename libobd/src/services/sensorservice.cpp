@@ -17,6 +17,7 @@
 #include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/isensorservice.h"
+#include "services/sensormodels.h"
 
 namespace obd {
 
@@ -58,12 +59,6 @@ class SensorData {
   std::uint64_t m_count = 0;
   std::shared_ptr<NumericSensorValue> m_numeric;  // the last value, which knows the format; null for text
 };
-
-// Coolant temperature, engine speed, vehicle speed, intake air temperature.
-bool isBasic(int uid) {
-  constexpr int Basic[] = {0x05, 0x0C, 0x0D, 0x0F};
-  return std::any_of(std::begin(Basic), std::end(Basic), [uid](int pid) { return uid == Pid2Uid(pid); });
-}
 
 // The lists of supported identifiers, and those that are records rather than sensors.
 bool isSensor(unsigned char id) {
@@ -276,30 +271,15 @@ void SensorService::onQueryDone(bool success, const std::shared_ptr<SensorQuery>
 }
 
 std::vector<std::shared_ptr<SensorDataModel>> SensorService::readSensors(int identifier) {
-  std::vector<std::shared_ptr<SensorDataModel>> result;
   if (!isConnected() || !ecu()) {
-    return result;
+    return {};
   }
   const std::shared_ptr<PowertrainParameter> parameter =
       ParameterFactory().createParameter(static_cast<ParameterIdentifier::Id>(identifier));
   if (!parameter || !fetch(parameter)) {
-    return result;
+    return {};
   }
-  ParameterDescriptor descriptor(parameter, ecu(), unitSystem());
-  const auto sensors = descriptor.sensors();
-  const auto values = parameter->values(*ecu(), unitSystem());
-  const std::string prefix = sensors.size() != 1 ? descriptor.description() + ": " : std::string();
-  result.reserve(sensors.size());
-  for (std::size_t i = 0; i < sensors.size(); ++i) {
-    SensorDescriptor& sensor = *sensors[i];
-    std::shared_ptr<SensorValueDataModel> value;
-    if (i < values.size()) {
-      value = std::make_shared<SensorValueDataModel>(values[i]->uid(), values[i]->textualValue());
-    }
-    result.push_back(std::make_shared<SensorDataModel>(
-        !isBasic(sensor.uid()), sensor.uid(), prefix + sensor.description(), sensor.unit(), value, nullptr));
-  }
-  return result;
+  return makeSensorModels(parameter, ecu(), unitSystem());
 }
 
 }  // namespace

@@ -1,0 +1,38 @@
+#include "services/sensormodels.h"
+
+#include <algorithm>
+#include <string>
+
+#include "powertrain/parameterdescriptor.h"
+#include "powertrain/sensorvalue.h"
+
+namespace obd {
+
+bool isExtendedSensor(int uid) {
+  constexpr int Basic[] = {0x05, 0x0C, 0x0D, 0x0F};
+  return std::none_of(std::begin(Basic), std::end(Basic), [uid](int pid) { return uid == Pid2Uid(pid); });
+}
+
+std::vector<std::shared_ptr<SensorDataModel>> makeSensorModels(
+    const std::shared_ptr<PowertrainParameter>& parameter, const std::shared_ptr<IEcu>& ecu,
+    UnitSystem system) {
+  ParameterDescriptor descriptor(parameter, ecu, system);
+  const auto sensors = descriptor.sensors();
+  const auto values = parameter->values(*ecu, system);
+  const std::string prefix = sensors.size() != 1 ? descriptor.description() + ": " : std::string();
+  std::vector<std::shared_ptr<SensorDataModel>> result;
+  result.reserve(sensors.size());
+  for (std::size_t i = 0; i < sensors.size(); ++i) {
+    SensorDescriptor& sensor = *sensors[i];
+    std::shared_ptr<SensorValueDataModel> value;
+    if (i < values.size()) {
+      value = std::make_shared<SensorValueDataModel>(values[i]->uid(), values[i]->textualValue());
+    }
+    result.push_back(std::make_shared<SensorDataModel>(isExtendedSensor(sensor.uid()), sensor.uid(),
+                                                       prefix + sensor.description(), sensor.unit(), value,
+                                                       nullptr));
+  }
+  return result;
+}
+
+}  // namespace obd

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "dispatch/refresher.h"
+#include "parameters/troublecodes.h"
+#include "powertrain/monitorstatus.h"
+#include "powertrain/standardparameters.h"
+#include "services/baseservice.h"
+#include "services/freezeframeconfigurationquery.h"
+#include "services/itroublecodeservice.h"
+
+namespace obd {
+
+/// Counts the refreshes in flight for any number of query types, so that a service can tell the end of a
+/// batch. A run that a disconnect drops stays counted.
+template <typename... Subjects>
+class RefreshCounter : public IRefreshObserver<Subjects>... {
+ public:
+  void onUpdateStarted() override { ++m_active; }
+  void onUpdateFinished() override {
+    if (--m_active <= 0) {
+      onAllFinished();
+    }
+  }
+
+ protected:
+  virtual void onAllFinished() = 0;
+
+ private:
+  std::atomic<int> m_active{0};
+};
+
+class TroubleCodeService final
+    : public ITroubleCodeService,
+      public BaseService,
+      public tavrix::Notifier<ITroubleCodeServiceObserver>,
+      public RefreshCounter<ConfirmedTroubleCodes, PendingTroubleCodes, PermanentTroubleCodes,
+                            ClearTroubleCodes, FreezeFrameTroubleCode, PowertrainParameter, MonitorStatus,
+                            DistanceTraveled, EngineRuntimeDtc, MilDistance, EngineRuntimeMil,
+                            FreezeFrameConfigurationQuery>,
+      public std::enable_shared_from_this<TroubleCodeService> {
+ public:
+  explicit TroubleCodeService(IObdVelmara& facade);
+  ~TroubleCodeService() override;
+
+  /// Makes the refreshers, which need a shared owner of this object.
+  void init();
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool refreshMilStatus() override;
+  bool refreshConfirmedCodes() override;
+  bool refreshPendingCodes() override;
+  bool refreshPermanentCodes() override;
+  bool clearCodes() override;
+  unsigned int refreshFreezeFrames() override;
+
+  Codes readConfirmedCodes() override;
+  Codes readPendingCodes() override;
+  Codes readPermanentCodes() override;
+  std::shared_ptr<MilStatus> readMilStatus() override;
+  std::shared_ptr<SensorDataModel> readDistance(bool sinceFault) override;
+  std::shared_ptr<SensorDataModel> readRuntime(bool sinceFault) override;
+  std::shared_ptr<DtcDataModel> readFreezeFrameCode() override;
+  std::vector<int> readFreezeFrameIdentifiers() override;
+  std::vector<std::shared_ptr<SensorDataModel>> readFreezeFrameSensors(int identifier) override;
+  bool clearCodesNow() override;
+
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<ConfirmedTroubleCodes>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<PendingTroubleCodes>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<PermanentTroubleCodes>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<ClearTroubleCodes>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<FreezeFrameTroubleCode>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<PowertrainParameter>& subject) override;
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<MonitorStatus>& subject) override;
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<DistanceTraveled>& subject) override;
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<EngineRuntimeDtc>& subject) override;
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<MilDistance>& subject) override;
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<EngineRuntimeMil>& subject) override;
+  void onUpdateDone(unsigned int id, bool success,
+                    const std::shared_ptr<FreezeFrameConfigurationQuery>& subject) override;
+
+ protected:
+  void onConnected() override {}
+  void onDisconnected() override;
+  void onEcuChanged() override;
+  void onUnitSystemChanged() override;
+  void onAllFinished() override;
+
+ private:
+  using RefresherPtr = std::shared_ptr<IRefresher>;
+  using SensorEvent = void (ITroubleCodeServiceObserver::*)(bool, const std::shared_ptr<SensorDescriptor>&,
+                                                            const std::shared_ptr<SensorValue>&);
+  using CodesEvent = void (ITroubleCodeServiceObserver::*)(bool, const Codes&);
+
+  template <typename T, typename... Arguments>
+  RefresherPtr makeRefresher(Arguments&&... arguments);
+  bool refreshIfConnected(const RefresherPtr& refresher);
+  void refreshIfSupported(unsigned char pid, const RefresherPtr& refresher);
+  unsigned int refreshFrame(unsigned char frame, unsigned int id);
+  void buildFrameSensors(unsigned char frame);
+  void fireCodes(CodesEvent event, bool success, const DtcParameter& subject);
+  void fireSensor(SensorEvent event, bool success, const std::shared_ptr<PowertrainParameter>& subject);
+  template <typename T>
+  Codes readCodes();
+  std::shared_ptr<SensorDataModel> readSensor(const std::shared_ptr<PowertrainParameter>& parameter);
+  void cancelAll();
+  void forgetFrames();
+
+  RefresherPtr m_confirmedRefresher;
+  RefresherPtr m_pendingRefresher;
+  RefresherPtr m_permanentRefresher;
+  RefresherPtr m_clearRefresher;
+  RefresherPtr m_milRefresher;
+  std::map<unsigned char, RefresherPtr> m_frameCodeRefreshers;
+  std::map<unsigned char, RefresherPtr> m_frameConfigRefreshers;
+  std::map<unsigned char, std::vector<RefresherPtr>> m_frameSensorRefreshers;
+  RefresherPtr m_distanceSinceResetRefresher;
+  RefresherPtr m_runtimeSinceResetRefresher;
+  RefresherPtr m_distanceSinceFaultRefresher;
+  RefresherPtr m_runtimeSinceFaultRefresher;
+};
+
+}  // namespace obd
