@@ -152,8 +152,7 @@ std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
     return simulator::Vehicle::load(name);
   } catch (const std::exception& error) {
     throw Failure(ExitCode::Usage,
-                  fmt::format("The simulated vehicle \"{}\" cannot be used: {}", name, error.what()),
-                  fmt::format("Built in are {}.", fmt::join(simulator::vehicleNames(), ", ")));
+                  fmt::format("The simulated vehicle \"{}\" cannot be used: {}", name, error.what()));
   }
 }
 
