@@ -2,8 +2,11 @@
 
 #include <hostos/busfactory.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <asio/post.hpp>
 
+#include <cerrno>
 #include <system_error>
 
 #include "buslimits.h"
@@ -14,6 +17,14 @@ namespace {
 constexpr std::size_t ReceiveLimit = 1 << 20;  // unread bytes, beyond which the peer has to wait
 constexpr std::chrono::milliseconds Pause{1};  // for callers that ask a dead link again and again
 }  // namespace
+
+std::size_t writeDescriptor(int descriptor, asio::const_buffer buffer) {
+  ssize_t taken = ::send(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (taken < 0 && errno == ENOTSOCK) {
+    taken = ::write(descriptor, buffer.data(), buffer.size());  // Asio opens terminals without blocking
+  }
+  return taken < 0 ? 0 : static_cast<std::size_t>(taken);
+}
 
 void Link::runUntil(const bool& done, Deadline deadline) {
   while (!done && !stopped() && m_io.run_one_until(deadline) != 0) {
@@ -52,6 +63,7 @@ void Link::stop() {
       m_stopped = true;
       m_changed.notify_all();
       asio::post(m_io, [this] {
+        const std::lock_guard writers(m_mutex);
         closeStream();
         m_work.reset();
       });
@@ -134,8 +146,13 @@ asio::error_code Link::write(const std::vector<unsigned char>& bytes) {
   if (bytes.empty()) {
     return {};
   }
+  // An adapter's commands are short and fit: no need to wake another thread for them.
+  const std::size_t taken = m_failure ? 0 : writeNow(asio::buffer(bytes));
+  if (taken == bytes.size()) {
+    return {};
+  }
   m_outgoing = &bytes;
-  m_sent = 0;
+  m_sent = taken;
   m_writeResult = {};
   m_writeTimedOut = false;
   // Posted with the lock held, so before the closing that `stop` posts: it will be run.

@@ -20,9 +20,10 @@
 
 namespace hostos {
 
-/// One opening of a bus: a stream and the thread that moves its bytes. Only one thread ever touches the
-/// stream: the one that opens it, and from `start` on the link's own. Everybody else asks that thread, so
-/// that no operation can meet a descriptor that was closed and given out again.
+/// One opening of a bus: a stream and the thread that moves its bytes. One thread opens, reads and closes the
+/// stream: the one that opens it, and from `start` on the link's own. A write goes straight to the system as
+/// far as that takes it, with the lock held under which the stream is closed, and asks that thread for the
+/// rest. So no operation can meet a descriptor that was closed and given out again.
 class Link : public std::enable_shared_from_this<Link> {
  public:
   using Deadline = std::chrono::steady_clock::time_point;
@@ -59,6 +60,9 @@ class Link : public std::enable_shared_from_this<Link> {
  protected:
   using Handler = std::function<void(const asio::error_code&, std::size_t)>;
 
+  /// Writes what the system takes at once, without waiting; 0 as well on a failure, which the waiting way
+  /// will meet again. The one operation that any thread may call, while the stream is kept open.
+  virtual std::size_t writeNow(asio::const_buffer buffer) = 0;
   virtual void readSome(asio::mutable_buffer buffer, Handler handler) = 0;
   virtual void writeSome(asio::const_buffer buffer, Handler handler) = 0;
   /// Ends pending reads and writes.
@@ -93,6 +97,9 @@ class Link : public std::enable_shared_from_this<Link> {
   std::thread m_thread;
 };
 
+/// Writes to a socket or a terminal without waiting; the bytes that were taken.
+std::size_t writeDescriptor(int descriptor, asio::const_buffer buffer);
+
 /// A link over an Asio stream.
 template <typename Stream>
 class StreamLink final : public Link {
@@ -103,6 +110,9 @@ class StreamLink final : public Link {
   Stream& stream() { return m_stream; }
 
  protected:
+  std::size_t writeNow(asio::const_buffer buffer) override {
+    return writeDescriptor(m_stream.native_handle(), buffer);
+  }
   void readSome(asio::mutable_buffer buffer, Handler handler) override {
     m_stream.async_read_some(buffer, std::move(handler));
   }
