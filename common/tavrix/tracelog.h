@@ -71,8 +71,12 @@ class LogStream : public std::ostringstream {
   LogStream(const LogStream&) = delete;
   LogStream& operator=(const LogStream&) = delete;
   ~LogStream() override {
-    if (ITraceLogger* logger = traceLogger().load(std::memory_order_acquire)) {
-      logger->log(m_file, m_line, m_level, str());
+    try {
+      if (ITraceLogger* logger = traceLogger().load(std::memory_order_acquire)) {
+        logger->log(m_file, m_line, m_level, str());
+      }
+    } catch (...) {
+      // Out of memory, or a logger of somebody else's: the message is lost, the process is not.
     }
   }
 

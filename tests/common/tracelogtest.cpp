@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -77,6 +78,20 @@ TEST_F(TraceLogTest, WithoutFileOrLoggerMessagesVanish) {
   tavrix::traceLogger() = nullptr;
   LogStream("src\\nowhere", __LINE__, 1) << "no logger";
   EXPECT_TRUE(lines(path("log")).empty());
+}
+
+TEST_F(TraceLogTest, ALoggerThatThrowsLosesOnlyTheMessage) {
+  class ThrowingLogger : public tavrix::ITraceLogger {
+   public:
+    void log(const char* /*file*/, int /*line*/, int /*level*/, const std::string& /*message*/) override {
+      ++calls;
+      throw std::bad_alloc();
+    }
+    int calls = 0;
+  } throwing;
+  tavrix::traceLogger() = &throwing;
+  LogStream("src\\nowhere", __LINE__, 3) << "lost";
+  EXPECT_EQ(throwing.calls, 1);
 }
 
 TEST_F(TraceLogTest, OpeningTruncatesAndMovesOn) {
