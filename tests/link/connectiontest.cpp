@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <thread>
@@ -154,6 +155,37 @@ TEST_F(ConnectionTest, WaitsAsLongAsToldAndTenDaysAtMost) {
   EXPECT_EQ(10U * 24 * 60 * 60 * 1000, hostos::CTime::milliseconds() - begin);
 }
 
+// Wakes each waiter every few milliseconds for nothing.
+class RestlessClock : public VirtualClock {
+ public:
+  bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+            std::uint32_t milliseconds) override {
+    VirtualClock::wait(condition, lock, std::min(milliseconds, 3U));
+    return true;
+  }
+};
+
+TEST_F(ConnectionTest, WaitsOnWhenWokenForNothing) {
+  RestlessClock restless;
+  open();
+  std::uint32_t begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("timeout", read(500));
+  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
+  Runner adapter([this] {
+    hostos::CTime::msleep(200);
+    bus->deliver("late>");
+    hostos::CTime::msleep(200);
+    connection->disconnect();
+  });
+  begin = hostos::CTime::milliseconds();
+  EXPECT_EQ("[late]", read(500));
+  EXPECT_NEAR(200, hostos::CTime::milliseconds() - begin, 5);
+  EXPECT_EQ("timeout", read(10000));
+  EXPECT_NEAR(400, hostos::CTime::milliseconds() - begin, 5);
+  adapter.join();
+  connection.reset();  // while its clock lives
+}
+
 TEST_F(ConnectionTest, TellsOfALinkThatFails) {
   const struct {
     int result;
@@ -253,6 +285,20 @@ TEST_F(ConnectionTest, RestsWhileNothingComes) {
   EXPECT_LT(bus->readCalls, 110);
 }
 
+TEST_F(ConnectionTest, AddsNoRestToThatOfTheBus) {
+  for (const bool emptyReads : {false, true}) {
+    bus = std::make_shared<FakeBus>();
+    bus->emptyReads = emptyReads;
+    bus->waits = 2;
+    connection = std::make_unique<Connection>(bus);
+    open();
+    hostos::CTime::msleep(100);
+    connection.reset();
+    EXPECT_GE(bus->readCalls, 49);
+    EXPECT_LE(bus->readCalls, 52);
+  }
+}
+
 TEST_F(ConnectionTest, GivesUpOnNoiseWithoutEnd) {
   open();
   const std::string noise(1 << 20, 'x');
@@ -270,8 +316,48 @@ TEST_F(ConnectionTest, GivesUpOnNoiseWithoutEnd) {
   }
   awaitEnd();
   EXPECT_EQ("closed", read(100));
-  EXPECT_THAT(log.take(), ElementsAre("3 Failed to read socket: no end of message in 17825792 bytes"));
+  EXPECT_THAT(log.take(),
+              ElementsAre("3 Failed to read socket: too much data, 17825792 bytes still to be cut"));
   EXPECT_EQ(1, listener.calls);
+}
+
+TEST_F(ConnectionTest, GivesUpOnMessagesWithoutEnd) {
+  const struct {
+    std::size_t count;
+    std::size_t size;
+    std::size_t atOnce;
+  } limits[] = {{65536, 0, 4096}, {8, 4 << 20, 1}};
+  int told = 0;
+  for (const auto& limit : limits) {
+    bus = std::make_shared<FakeBus>();
+    bus->emptyReads = true;
+    connection = std::make_unique<Connection>(bus);
+    open();
+    const auto deliver = [&](std::size_t count) {
+      while (count > 0) {
+        std::string chunk;
+        for (std::size_t i = 0; i < limit.atOnce && count > 0; ++i, --count) {
+          chunk += std::string(limit.size, 'x') + '>';
+        }
+        bus->deliver(chunk);
+      }
+    };
+    // Twice up to the limit, all taken in between: nothing is lost.
+    for (int round = 0; round < 2; ++round) {
+      deliver(limit.count);
+      hostos::CTime::msleep(100);
+      std::size_t taken = 0;
+      for (Bytes bytes; taken < limit.count && connection->read(bytes, 1000) == ConnectionMessage; ++taken) {
+      }
+      EXPECT_EQ(limit.count, taken);
+    }
+    EXPECT_EQ(told, listener.calls);
+    deliver(limit.count + 1);
+    awaitEnd();
+    EXPECT_EQ("closed", read(100));
+    EXPECT_THAT(log.take(), ElementsAre("3 Failed to read socket: too many messages that nobody takes"));
+    EXPECT_EQ(++told, listener.calls);
+  }
 }
 
 // For the race detector: a dialogue with loggers coming and going, ended from outside.

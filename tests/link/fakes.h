@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -10,6 +11,7 @@
 
 #include <gtest/gtest.h>
 #include <hostos/imessagebus.h>
+#include <hostos/time.h>
 #include <tavrix/tracelog.h>
 
 #include "link/iconnection.h"
@@ -85,6 +87,9 @@ class FakeBus : public hostos::ISerialBus {
     if (hook) {
       hook();
     }
+    if (next.bytes.empty() && waits != 0) {
+      hostos::CTime::msleep(waits);
+    }
     buffer = toBytes(next.bytes);
     return next.result;
   }
@@ -123,6 +128,7 @@ class FakeBus : public hostos::ISerialBus {
   int openResult = 0;
   int writeResult = 0;
   bool emptyReads = false;
+  std::uint32_t waits = 0;  // ms in a read that has nothing to give
   int readCalls = 0;
   int closings = 0;
   int refusedRate = 0;

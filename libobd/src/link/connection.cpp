@@ -1,6 +1,7 @@
 #include "link/connection.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -16,8 +17,12 @@ namespace {
 constexpr const char* Source = "src\\connection";
 constexpr int LongestWait = 10 * 24 * 60 * 60 * 1000;  // ten days
 
-// Far above any reply. A stream that gets here without a delimiter is noise, and would eat all memory.
+// Far above any reply. A stream that gets this far ahead is noise, and would eat all memory.
 constexpr std::size_t PendingLimit = std::size_t{16} << 20;
+
+// Likewise for messages that nobody takes: an adapter answers one request at a time and then waits.
+constexpr std::size_t MessageLimit = 65536;
+constexpr std::size_t MessageBytesLimit = std::size_t{32} << 20;
 
 // The bytes that have arrived since the last message. Remembers how far it has been searched, and drops what
 // has been cut in large steps, so that the work stays in proportion to the stream.
@@ -117,6 +122,7 @@ void Connection::disconnect() {
   {
     const std::lock_guard guard(m_mutex);
     m_messages.clear();
+    m_messageBytes = 0;
   }
   m_messageArrived.notifyAll();
 }
@@ -158,12 +164,17 @@ int Connection::read(std::vector<unsigned char>& bytes, int timeout) {
       return ConnectionTimeout;
     }
     const auto limit = static_cast<std::uint32_t>(std::min(timeout, LongestWait));
-    if (!m_messageArrived.wait(lock, limit) || m_messages.empty()) {
-      return ConnectionTimeout;
+    const std::uint32_t begin = hostos::CTime::milliseconds();
+    // A wake-up may come without a message: for nothing, or late for one that was taken already.
+    for (std::uint32_t elapsed = 0; m_messages.empty(); elapsed = hostos::CTime::milliseconds() - begin) {
+      if (!m_connected || m_stopping || elapsed >= limit || !m_messageArrived.wait(lock, limit - elapsed)) {
+        return ConnectionTimeout;
+      }
     }
   }
   bytes = std::move(m_messages.front());
   m_messages.pop_front();
+  m_messageBytes -= bytes.size();
   const std::lock_guard guard(m_loggersMutex);
   for (std::size_t i = 0; i < m_loggers.size(); ++i) {
     m_loggers[i]->onRead(bytes);
@@ -188,6 +199,19 @@ void Connection::removeLogger(IConnectionLogger* logger) {
   }
 }
 
+bool Connection::queueMessage(std::vector<unsigned char>&& message) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (m_messages.size() >= MessageLimit || m_messageBytes + message.size() > MessageBytesLimit) {
+      return false;
+    }
+    m_messageBytes += message.size();
+    m_messages.push_back(std::move(message));
+  }
+  m_messageArrived.notifyOne();
+  return true;
+}
+
 void* Connection::readTask(void* argument) {
   debugStream << "Read task started enter";
   static_cast<Connection*>(argument)->readLoop();
@@ -200,7 +224,10 @@ void Connection::readLoop() {
   std::vector<unsigned char> chunk;
   while (!m_stopping) {
     chunk.clear();
+    const std::uint32_t begin = hostos::CTime::milliseconds();
     const int result = m_bus->read(chunk);
+    // A bus that has waited for bytes needs no rest, which would only hold up the next reply.
+    const bool waited = hostos::CTime::milliseconds() != begin;
     const bool idle = result == hostos::BusRead && chunk.empty();
     if (result == hostos::BusRead) {
       pending.append(chunk);
@@ -212,23 +239,23 @@ void Connection::readLoop() {
       debugStream << "Disconnected by server";
       linkFailed();
       return;
-    } else {
+    } else if (!waited) {
       hostos::CTime::msleep(1);
     }
 
     std::vector<unsigned char> message;
     if (pending.cut(m_delimiter, message)) {
-      {
-        const std::lock_guard guard(m_mutex);
-        m_messages.push_back(std::move(message));
+      if (!queueMessage(std::move(message))) {
+        LogStream(Source, __LINE__, 3) << "Failed to read socket: too many messages that nobody takes";
+        linkFailed();
+        return;
       }
-      m_messageArrived.notifyOne();
-    } else if (idle && !m_stopping) {
+    } else if (idle && !waited && !m_stopping) {
       hostos::CTime::msleep(1);
     }
     if (pending.size() > PendingLimit) {
-      LogStream(Source, __LINE__, 3) << "Failed to read socket: no end of message in " << pending.size()
-                                     << " bytes";
+      LogStream(Source, __LINE__, 3) << "Failed to read socket: too much data, " << pending.size()
+                                     << " bytes still to be cut";
       linkFailed();
       return;
     }

@@ -39,6 +39,8 @@ class Connection : public IConnection {
  private:
   static void* readTask(void* argument);
   void readLoop();
+  // False, with nothing queued, if far too many messages wait already.
+  bool queueMessage(std::vector<unsigned char>&& message);
   void linkFailed();
 
   const std::shared_ptr<hostos::IMessageBus> m_bus;
@@ -48,8 +50,9 @@ class Connection : public IConnection {
   std::atomic<unsigned char> m_delimiter{0};
   std::atomic<IDisconnectListener*> m_disconnectListener{nullptr};
 
-  std::mutex m_mutex;  // guards m_messages; taken before m_loggersMutex
+  std::mutex m_mutex;  // guards m_messages and m_messageBytes; taken before m_loggersMutex
   std::deque<std::vector<unsigned char>> m_messages;
+  std::size_t m_messageBytes = 0;  // in m_messages
   hostos::WaitCondition m_messageArrived;
 
   // Held while loggers are told, so that a logger taken out is not called any more; recursive, so that a
