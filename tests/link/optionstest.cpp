@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <limits>
 #include <map>
 #include <variant>
 
@@ -168,6 +169,10 @@ TEST(ConnectionOptions, RemembersBluetoothDevices) {
   other.bluetoothDevices(list);
   ASSERT_EQ(3U, list.size());
   EXPECT_EQ("four", list[2].name());
+  settings->values["bluetooth/size"] = std::numeric_limits<int>::max();  // no reason to search for minutes
+  ConnectionOptions damaged(settings);
+  damaged.bluetoothDevices(list);
+  EXPECT_EQ(3U, list.size());
 }
 
 TEST(ConnectionProtocol, NamesTheProtocols) {

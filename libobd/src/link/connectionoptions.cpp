@@ -9,6 +9,7 @@ namespace obd {
 namespace {
 
 constexpr int BusCount = 3;
+constexpr int MostDevices = 10000;  // a damaged count in the store must not hold up the start
 
 constexpr const char* ProtocolNames[] = {"Automatic",
                                          "SAE J1850 PWM",
@@ -172,7 +173,7 @@ std::string ConnectionOptions::text(const std::string& key) const {
 }
 
 void ConnectionOptions::loadDevices() {
-  const int count = integer(DeviceCountKey, 0);
+  const int count = std::min(integer(DeviceCountKey, 0), MostDevices);
   for (int i = 1; i <= count; ++i) {
     std::string name;
     std::string address;
