@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -117,6 +118,20 @@ TEST_F(DispatcherTest, SkipsDeadTasksOnTheWorkerAndEndsAPassAtThemAfterwards) {
   EXPECT_EQ(behind->notified, 0);
   dispatcher.dispatch();
   EXPECT_EQ(behind->notified, 1);
+}
+
+TEST_F(DispatcherTest, ATaskThatThrowsIsDoneLikeAnyOther) {
+  const auto task = std::make_shared<Task>();
+  const auto behind = std::make_shared<Task>();
+  task->onUpdate = [] { throw std::runtime_error("task"); };
+  dispatcher.update(task);
+  dispatcher.update(behind);
+  waitFor([this] { return runner.calls == 2; });
+  dispatcher.dispatch();
+  EXPECT_EQ(task->notified, 1);
+  EXPECT_EQ(behind->notified, 1);
+  EXPECT_EQ(behind->worker, task->worker);
+  EXPECT_EQ(log.count("src\\dispatcher 3 Task threw an exception"), 1);
 }
 
 TEST_F(DispatcherTest, RefusesWhatTheInputQueueCanNotHold) {

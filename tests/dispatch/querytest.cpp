@@ -93,6 +93,25 @@ TEST_F(QueryTest, AFailedRunIsReportedEmpty) {
   EXPECT_EQ(observer->take(), "started done1-0 finished ");
 }
 
+TEST_F(QueryTest, ARunThatThrowsHasFailed) {
+  FakeRefresher refresher(subject, observer);
+  subject->onUpdate = []() -> IQuery::UpdateStatus { throw 1; };
+  refresher.refresh(Automatic);
+  pump();
+  EXPECT_EQ(observer->take(), "started done0-1 finished ");
+  // Who waits for it hears at once, too.
+  const std::uint32_t start = CTime::milliseconds();
+  EXPECT_FALSE(obd::fetch(subject));
+  EXPECT_LT(CTime::milliseconds() - start, 100U);
+  EXPECT_EQ(log.count("src\\query 3 Query threw an exception"), 2);
+  EXPECT_EQ(log.count("src\\fetcher 2 Future not ready"), 0);
+
+  subject->onUpdate = nullptr;
+  refresher.refresh(Automatic);
+  pump();
+  EXPECT_EQ(observer->take(), "started done1+1 finished ");
+}
+
 TEST_F(QueryTest, ObserverMayRefreshAgainOrDestroyTheRefresherFromWithin) {
   auto refresher = std::make_unique<FakeRefresher>(subject, observer);
   int rounds = 0;

@@ -210,6 +210,26 @@ TEST_F(ConnectionManagerTest, EachFailedStepIsLoggedAndTold) {
   EXPECT_EQ(listener.text(), "");
 }
 
+TEST_F(ConnectionManagerTest, AnExceptionIsAFailedOpening) {
+  // The sequence numbers of a control unit's name begin with 1; a 0 is beyond what its query stands.
+  const auto vehicle = simulator::Vehicle::parse(
+      "name = Spoiled\nprotocol = 3\n[unit ECM 10]\n01 0D = 00\n"
+      "answer 09 00 = 49 00 01 00 40 00 00\n"
+      "answer 09 0A = 49 0A 00 41 42 43 44 | 49 0A 01 45 46 47 48 | 49 0A 02 49 4A 4B 4C"
+      " | 49 0A 03 4D 4E 4F 50 | 49 0A 04 51 52 53 54\n",
+      "test");
+  simulator::AdapterOptions options;
+  options.latency = 4;
+  ASSERT_TRUE(manager.openBus(simulator::makeBus(vehicle, options), VehicleProtocol::Automatic));
+  waitFor("1230D");
+  EXPECT_EQ(log.count("src\\connectionmanager 3 Opening the connection threw an exception"), 1);
+  EXPECT_EQ(listener.text(), "");
+  manager.close();
+  expectClosed();
+  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
+  waitFor("1230DD1234C");
+}
+
 TEST_F(ConnectionManagerTest, ABusThatDoesNotOpenGivesItsReason) {
   ASSERT_TRUE(manager.openBus(std::make_shared<StuckBus>(50), VehicleProtocol::Automatic));
   waitFor("10D");

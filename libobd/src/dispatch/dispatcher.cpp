@@ -96,12 +96,21 @@ class DispatcherTask {
         continue;
       }
       if (const std::shared_ptr<IDispatchable> task = entry.lock()) {
-        task->update(proxy());
+        run(*task);
         m_output.push(std::move(entry));
         m_observer.onTaskDone();
       }
     }
     debugStream << "DispatcherTask::updateTask about to exit";
+  }
+
+  // The worker outlives what a task throws, and so does the process.
+  void run(IDispatchable& task) {
+    try {
+      task.update(proxy());
+    } catch (...) {
+      LogStream(Source, __LINE__, 3) << "Task threw an exception";
+    }
   }
 
   std::shared_ptr<IObdProxy> proxy() {

@@ -15,7 +15,7 @@ class VELMARA_EXPORT IDispatchable {
   virtual ~IDispatchable() = default;
 
   /// The work, on the worker thread, one at a time in the order of queueing. `proxy` is null as long as the
-  /// dispatcher has none.
+  /// dispatcher has none. What it throws is logged and goes no further.
   virtual void update(const std::shared_ptr<IObdProxy>& proxy) = 0;
 
   /// The outcome, on the thread that calls `Dispatcher::dispatch`.

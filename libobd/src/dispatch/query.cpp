@@ -14,8 +14,19 @@ using tavrix::LogStream;
 
 namespace {
 
+constexpr const char* Source = "src\\query";
 constexpr const char* FetchSource = "src\\fetcher";
 constexpr std::uint32_t ShortestQuery = 30;  // ms
+
+// What a vehicle sends can make a query throw; that must cost no more than this run.
+bool delivers(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy) {
+  try {
+    return subject.update(proxy) == IQuery::Updated;
+  } catch (...) {
+    LogStream(Source, __LINE__, 3) << "Query threw an exception";
+    return false;
+  }
+}
 
 // One query that somebody waits for.
 class FetchTask : public IDispatchable {
@@ -70,7 +81,7 @@ class FetchTask : public IDispatchable {
 bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy,
                   const std::function<void(bool success)>& onReturn) {
   const std::uint32_t start = CTime::milliseconds();
-  const bool success = subject.update(proxy) == IQuery::Updated;
+  const bool success = delivers(subject, proxy);
   const std::uint32_t elapsed = CTime::milliseconds() - start;
   if (onReturn) {
     onReturn(success);

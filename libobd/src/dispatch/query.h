@@ -13,7 +13,8 @@
 namespace obd {
 
 /// Runs a query. One that succeeds takes at least 30 ms, which limits the rate of requests to the vehicle;
-/// `onReturn` is told of the outcome before that time is waited for. True if the query delivered data.
+/// `onReturn` is told of the outcome before that time is waited for. True if the query delivered data; one
+/// that throws has failed.
 bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy,
                   const std::function<void(bool success)>& onReturn = {});
 

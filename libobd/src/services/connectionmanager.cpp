@@ -239,6 +239,20 @@ void ConnectionManager::waitForOpening(IConnection* connection) {
 
 void ConnectionManager::openConnection() {
   debugStream << "OpenConnection thread started";
+  try {
+    runOpening();
+  } catch (...) {
+    // What a vehicle sends can make a query throw; the opening has failed then like any other.
+    m_connecting = false;
+    fail(__LINE__, "Opening the connection threw an exception", std::string());
+  }
+  debugStream << "OpenConnection thread finished";
+  const std::lock_guard guard(m_objectsMutex);
+  m_opening = false;
+  m_openingOver.notifyAll();
+}
+
+void ConnectionManager::runOpening() {
   // Nothing but this thread and, after its end, `close` takes these objects away.
   using Phase = IConnectionListener::OpenConnectionPhase;
   if (m_closing) {
@@ -255,10 +269,6 @@ void ConnectionManager::openConnection() {
     notifyPhase(Phase::PhaseConnected);
     notifyConnected();
   }
-  debugStream << "OpenConnection thread finished";
-  const std::lock_guard guard(m_objectsMutex);
-  m_opening = false;
-  m_openingOver.notifyAll();
 }
 
 bool ConnectionManager::connect() {

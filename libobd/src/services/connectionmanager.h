@@ -50,6 +50,7 @@ class ConnectionManager final : public IConnectionManager {
   bool calledFromListener() const;
 
   void openConnection();
+  void runOpening();
   bool connect();
   void giveLoggers();
   bool makeDevice();
