@@ -13,8 +13,8 @@
 
 #include "dtc/dtcreader.h"
 #include "dtc/dtctable.h"
-#include "dtc/generator/table.h"
 #include "dtc/manufacturer.h"
+#include "smalltable.h"
 
 namespace {
 
@@ -45,37 +45,6 @@ std::vector<std::string> textsOf(const Records& records) {
   }
   return texts;
 }
-
-struct Entry {
-  std::size_t make;
-  std::string code;
-  std::string text;
-};
-
-// A table made of rows that are given in table order.
-class SmallTable {
- public:
-  explicit SmallTable(const std::vector<Entry>& entries) {
-    std::vector<dtcgen::Row> rows;
-    for (const Entry& entry : entries) {
-      rows.push_back({entry.code, entry.text, {}, false});
-    }
-    std::vector<dtcgen::TableRow> table;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      table.push_back({entries[i].make, &rows[i]});
-    }
-    m_data = dtcgen::dataOf(table);
-    m_view = m_data.view();
-    obd::setDtcTable(m_view);
-  }
-  SmallTable(const SmallTable&) = delete;
-  SmallTable& operator=(const SmallTable&) = delete;
-  ~SmallTable() { obd::setDtcTable(obd::builtInDtcTable()); }
-
- private:
-  dtcgen::TableData m_data;
-  obd::DtcTable m_view{};
-};
 
 // The database as an ordered multimap that each row enters in front of the one before it: slow, and plainly
 // right.
