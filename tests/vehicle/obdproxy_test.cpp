@@ -191,7 +191,10 @@ TEST_F(ObdProxy, WhoAnswersIsAControlUnit) {
   EXPECT_EQ(ecus[1]->description(), "Control Module 0x18DAF11D");
   EXPECT_EQ(proxy->currentEcu(), ecus[0]);
   EXPECT_EQ(proxy->ecu(0x18DAF11D), ecus[1]);
-  EXPECT_EQ(proxy->ecu(0x18DAF11E), nullptr);
+  EXPECT_EQ(proxy->ecu(0x18DAF110), ecus[0]);
+  for (const unsigned int unknown : {0U, 0x18DAF111U, 0x18DAF11EU, 0xFFFFFFFFU}) {
+    EXPECT_EQ(proxy->ecu(unknown), nullptr);
+  }
 
   proxy->setDevice(nullptr);
   EXPECT_FALSE(proxy->isConnected());

@@ -1,5 +1,6 @@
 #include "vehicle/obdproxy.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <mutex>
 #include <shared_mutex>
@@ -66,13 +67,13 @@ std::shared_ptr<IEcu> ObdProxy::currentEcu() {
 }
 
 std::shared_ptr<IEcu> ObdProxy::ecu(unsigned int id) {
+  // In the order of the replies, in which identifiers have a sign.
+  const auto before = [](const std::shared_ptr<IEcu>& candidate, unsigned int wanted) {
+    return static_cast<int>(candidate->id()) < static_cast<int>(wanted);
+  };
   const std::lock_guard guard(m_ecuMutex);
-  for (const std::shared_ptr<IEcu>& candidate : m_ecus) {
-    if (candidate->id() == id) {
-      return candidate;
-    }
-  }
-  return nullptr;
+  const auto found = std::lower_bound(m_ecus.begin(), m_ecus.end(), id, before);
+  return found != m_ecus.end() && (*found)->id() == id ? *found : nullptr;
 }
 
 int ObdProxy::sendCommand(const std::string& command, std::string& reply, unsigned int timeout) {
