@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,10 +11,12 @@
 #include <simulator/bus.h>
 
 #include "dispatch/fakes.h"
+#include "dtc/dtcreader.h"
 #include "powertrain/parameteridentifier.h"
 #include "services/iconnectionservice.h"
 #include "services/iobdvelmara.h"
 #include "services/isensorservice.h"
+#include "services/libobd.h"
 #include "services/support.h"
 #include "support/virtualclock.h"
 
@@ -375,6 +380,31 @@ TEST_F(SensorServiceTest, ReadsAtOnceWhatTheFactoryCanMake) {
   for (const int none : {0x20, 240, 0x7F, -1, 100000}) {
     EXPECT_TRUE(sensors->readSensors(none).empty()) << none;
   }
+}
+
+TEST(Library, LogsItsBeginAndItsEndAndHoldsTheTroubleCodesBetween) {
+  const std::filesystem::path path =
+      std::filesystem::temp_directory_path() / ("velmara" + std::to_string(::getpid()) + ".log");
+  const auto textOfP0300 = [] { return obd::DtcReader().getTroubleCodes("P0300")[0]->description(); };
+  EXPECT_EQ(textOfP0300(), "ISO/SAE Reserved");
+  EXPECT_TRUE(obd::LIBOBDOpen(path / "no folder"));
+  EXPECT_EQ(textOfP0300(), "Random/Multiple Cylinder Misfire Detected");
+  obd::LIBOBDClose();
+
+  for (int run = 0; run < 2; ++run) {  // each run begins the file anew
+    EXPECT_TRUE(obd::LIBOBDOpen(path));
+    EXPECT_EQ(obd::DtcReader().getTroubleCodes("P0300").size(), 1U);
+    obd::LIBOBDClose();
+    EXPECT_EQ(textOfP0300(), "ISO/SAE Reserved");
+    tavrix::LogStream("src\\nowhere", __LINE__, 3) << "too late";
+  }
+  std::vector<std::string> messages;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    messages.push_back(line.substr(line.find(' ', line.find(' ', 11) + 1) + 1));
+  }
+  EXPECT_EQ(messages, (std::vector<std::string>{"INFO - Lib OBD init", "INFO - Lib OBD cleanup done"}));
+  std::filesystem::remove(path);
 }
 
 }  // namespace
