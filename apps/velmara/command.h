@@ -37,7 +37,11 @@ class Command {
   virtual ExitCode run(Program& program) = 0;
 };
 
+std::unique_ptr<Command> makeClearCommand();
+std::unique_ptr<Command> makeCodesCommand();
 std::unique_ptr<Command> makeEcusCommand();
+std::unique_ptr<Command> makeFreezeCommand();
+std::unique_ptr<Command> makeLookupCommand();
 std::unique_ptr<Command> makeSensorsCommand();
 std::unique_ptr<Command> makeSettingsCommand();
 

@@ -24,7 +24,7 @@ constexpr ExitCodeText ExitCodeTexts[] = {
     {ExitCode::NoAdapter, "no adapter answers on the link"},
     {ExitCode::NoVehicle, "no vehicle answers the adapter"},
     {ExitCode::LinkLost, "the link was lost on the way"},
-    {ExitCode::NoData, "the vehicle refuses, or does not have what was asked for"},
+    {ExitCode::NoData, "the vehicle refuses, or what was asked for is not there"},
     {ExitCode::Interrupted, "ended by Ctrl-C or a signal"}};
 
 constexpr const char* LinkHelp =
@@ -39,6 +39,10 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(makeEcusCommand());
   commands.push_back(makeSensorsCommand());
+  commands.push_back(makeCodesCommand());
+  commands.push_back(makeFreezeCommand());
+  commands.push_back(makeClearCommand());
+  commands.push_back(makeLookupCommand());
   commands.push_back(makeSettingsCommand());
   return commands;
 }

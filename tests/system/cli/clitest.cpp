@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -14,18 +13,20 @@
 
 #include <nlohmann/json.hpp>
 
+#include "clifixture.h"
 #include "process.h"
 
 namespace {
 
+using clitest::Arguments;
+using clitest::Cli;
+using clitest::expectComplaint;
 using clitest::FakePeer;
+using clitest::Limit;
 using clitest::Process;
+using clitest::Prompt;
+using clitest::Seconds;
 using nlohmann::json;
-using Arguments = std::vector<std::string>;
-using Seconds = Process::Seconds;
-
-constexpr Seconds Limit{40};  // for a whole run, also on a slow machine
-constexpr Seconds Prompt{5};  // for an end after a signal
 
 std::vector<json> jsonLines(const std::string& text) {
   std::vector<json> objects;
@@ -35,45 +36,6 @@ std::vector<json> jsonLines(const std::string& text) {
   }
   return objects;
 }
-
-// Every complaint names the program and ends as a sentence.
-void expectComplaint(const Process::Result& result, int code, const std::string& words) {
-  EXPECT_TRUE(result.inTime);
-  EXPECT_EQ(result.code, code) << result.err;
-  EXPECT_NE(result.err.find("velmara: "), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find(words), std::string::npos) << result.err;
-}
-
-class Cli : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "velmara-cli-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    m_folder = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-  std::unique_ptr<Process> start(const Arguments& arguments, bool terminal = false,
-                                 std::map<std::string, std::string> environment = {}) const {
-    environment.insert({{"XDG_CONFIG_HOME", m_folder.string()}, {"NO_COLOR", ""}, {"TERM", "xterm"}});
-    return std::make_unique<Process>(VELMARA_PROGRAM, arguments, Process::Options{environment, terminal});
-  }
-  Process::Result run(const Arguments& arguments) const { return start(arguments)->finish(Limit); }
-
-  // A simulated adapter, and the link to it.
-  struct Simulator {
-    std::unique_ptr<Process> process;
-    std::string link;
-  };
-  static Simulator simulate(const Arguments& arguments) {
-    Simulator simulator;
-    simulator.process = std::make_unique<Process>(VELMARA_SIM_PROGRAM, arguments);
-    simulator.link = simulator.process->firstLine(Seconds(10));
-    return simulator;
-  }
-
-  std::filesystem::path m_folder;
-};
 
 TEST_F(Cli, ShowsTheSimulatedVehicle) {
   const auto ecus = start({"ecus"});

@@ -113,7 +113,11 @@ Process::Process(const std::string& program, const std::vector<std::string>& arg
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  if (options.typing) {
+    posix_spawn_file_actions_adddup2(&actions, out.child, STDIN_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(&actions, out.child, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, err.child, STDERR_FILENO);
   errno = ::posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environment.data());
@@ -167,6 +171,10 @@ std::string Process::firstLine(Seconds limit) {
     throw std::runtime_error("no line came: " + m_err);
   }
   return m_out.substr(0, m_out.find('\n'));
+}
+
+void Process::type(std::string_view text) const {
+  check(::write(m_outFile, text.data(), text.size()) == static_cast<ssize_t>(text.size()), "type");
 }
 
 void Process::sendSignal(int number) const {

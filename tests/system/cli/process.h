@@ -19,6 +19,7 @@ class Process {
   struct Options {
     std::map<std::string, std::string> environment = {};
     bool terminal = false;  ///< its standard output is a terminal
+    bool typing = false;    ///< and its standard input is the same one
   };
 
   struct Result {
@@ -44,6 +45,8 @@ class Process {
   std::string firstLine(Seconds limit);
 
   void sendSignal(int number) const;
+  /// Types on its terminal.
+  void type(std::string_view text) const;
   /// Leaves standard output alone for a time: what the child writes fills the pipe.
   void leaveUnread(Seconds time) const;
   /// Closes the reading end of standard output.

@@ -1,0 +1,205 @@
+#include <poll.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <CLI/CLI.hpp>
+
+#include "command.h"
+#include "faultreader.h"
+
+namespace velmara {
+
+namespace {
+
+// A control unit before and after.
+struct Cleared {
+  std::shared_ptr<obd::IEcu> ecu;
+  StoredFaults before;
+  StoredFaults after;
+  std::optional<bool> confirmed;  // its own answer, if it was asked for
+};
+
+// What clearing is to remove. Permanent codes stay until the unit has seen the fault gone.
+std::set<std::string> erasable(const StoredFaults& faults) {
+  std::set<std::string> codes;
+  for (const auto* const records : {&faults.confirmed, &faults.pending}) {
+    if (*records) {
+      for (const std::shared_ptr<obd::DtcDataModel>& record : **records) {
+        codes.insert(record->code());
+      }
+    }
+  }
+  return codes;
+}
+
+bool unanswered(const StoredFaults& faults) {
+  return !faults.confirmed && !faults.pending;
+}
+
+class ClearCommand : public Command {
+ public:
+  std::string name() const override { return "clear"; }
+  std::string summary() const override {
+    return "Clear trouble codes and freeze frames in all control units";
+  }
+  std::string examples() const override {
+    return "  velmara clear          asks first\n"
+           "  velmara clear --yes    does not ask, for scripts\n";
+  }
+
+  void declare(CLI::App& app) override {
+    app.add_flag("--yes", m_yes, "Clear without asking");
+    app.add_flag("--json", m_json, "Print one JSON document");
+  }
+
+  ExitCode run(Program& program) override {
+    if (!m_yes && ::isatty(STDIN_FILENO) == 0) {
+      throw Failure(ExitCode::Usage, "Nothing was cleared: there is no terminal to ask on.",
+                    "With --yes it clears without asking.");
+    }
+    Session session(program);
+    session.connect();
+    std::vector<Cleared> units;
+    for (const std::shared_ptr<obd::IEcu>& ecu : chosenUnits(session, {})) {
+      units.push_back({ecu, FaultReader(session, ecu).readFaults(), {}, {}});
+    }
+    if (!m_yes && !ask(session, units)) {
+      program.notes.warn("Nothing was cleared.");
+      return ExitCode::Ok;
+    }
+    clear(session, units);
+    if (m_json) {
+      printJson(program.out, toJson(session, units), true);
+    } else {
+      print(program.out, units);
+    }
+    program.out.flush();
+    return verdict(units);
+  }
+
+ private:
+  // Standard error, since standard output is for results. The link is watched meanwhile.
+  static bool ask(Session& session, const std::vector<Cleared>& units) {
+    std::vector<std::string> lines;
+    for (const Cleared& unit : units) {
+      const std::set<std::string> codes = erasable(unit.before);
+      lines.push_back(fmt::format("  {}: {}", unitLabel(*unit.ecu),
+                                  codes.empty() ? "no codes" : fmt::format("{}", fmt::join(codes, ", "))));
+    }
+    std::fprintf(stderr,
+                 "%s\nThis clears the codes above, the freeze frames and the results of on-board tests.\n"
+                 "Clear them? [y/N] ",
+                 fmt::format("{}", fmt::join(lines, "\n")).c_str());
+    std::fflush(stderr);
+    std::string answer;
+    session.pumpUntil([&answer] {
+      pollfd input{STDIN_FILENO, POLLIN, 0};
+      while (::poll(&input, 1, 0) > 0) {
+        char character = '\n';
+        if (::read(STDIN_FILENO, &character, 1) != 1 || character == '\n') {
+          return true;
+        }
+        answer += character;
+      }
+      return false;
+    });
+    return answer == "y" || answer == "Y" || answer == "yes";
+  }
+
+  // One request clears all units, but only the selected one's answer is told. Where codes remain, that unit
+  // is asked once more, so that it says itself whether it refuses.
+  static void clear(Session& session, std::vector<Cleared>& units) {
+    for (std::size_t i = 0; i < units.size(); ++i) {
+      FaultReader reader(session, units[i].ecu);
+      if (i == 0) {
+        units[i].confirmed = reader.clear();
+      }
+      units[i].after = reader.readFaults();
+      if (i != 0 && !erasable(units[i].after).empty()) {
+        units[i].confirmed = reader.clear();
+        units[i].after = reader.readFaults();
+      }
+    }
+  }
+
+  static bool refuses(const Cleared& unit) {
+    return unit.confirmed && !*unit.confirmed && (!erasable(unit.after).empty() || unanswered(unit.after));
+  }
+
+  static std::vector<std::string> gone(const Cleared& unit) {
+    const std::set<std::string> before = erasable(unit.before);
+    const std::set<std::string> after = erasable(unit.after);
+    std::vector<std::string> codes;
+    std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(codes));
+    return codes;
+  }
+
+  static void print(Output& out, const std::vector<Cleared>& units) {
+    for (const Cleared& unit : units) {
+      const std::set<std::string> left = erasable(unit.after);
+      const std::vector<std::string> codes = gone(unit);
+      std::string text;
+      if (refuses(unit)) {
+        text = left.empty() ? "does not confirm"
+                            : fmt::format("refuses to clear: keeps {}", fmt::join(left, ", "));
+      } else if (!left.empty()) {
+        text = fmt::format("cleared, but {} came back at once", fmt::join(left, ", "));
+      } else if (unanswered(unit.after)) {
+        text = "does not tell whether codes are left";
+      } else {
+        text = codes.empty() ? "no codes to clear" : fmt::format("cleared {}", fmt::join(codes, ", "));
+      }
+      out.line(fmt::format("{}: {}", unitLabel(*unit.ecu), text));
+      if (unit.after.permanent && !unit.after.permanent->empty()) {
+        std::set<std::string> permanent;
+        for (const std::shared_ptr<obd::DtcDataModel>& record : *unit.after.permanent) {
+          permanent.insert(record->code());
+        }
+        out.line(fmt::format("  Permanent codes stay until the unit sees the fault gone: {}",
+                             fmt::join(permanent, ", ")));
+      }
+    }
+  }
+
+  static Json toJson(Session& session, const std::vector<Cleared>& units) {
+    Json list = Json::array();
+    for (const Cleared& unit : units) {
+      Json entry = unitJson(*unit.ecu);
+      entry["refuses"] = refuses(unit);
+      entry["cleared"] = gone(unit);
+      entry["left"] = erasable(unit.after);
+      list.push_back(std::move(entry));
+    }
+    return {{"link", session.link().text()}, {"units", list}};
+  }
+
+  static ExitCode verdict(const std::vector<Cleared>& units) {
+    std::vector<std::string> refusing;
+    for (const Cleared& unit : units) {
+      if (refuses(unit)) {
+        refusing.push_back(unitLabel(*unit.ecu));
+      }
+    }
+    if (!refusing.empty()) {
+      throw Failure(ExitCode::NoData,
+                    fmt::format("Not all was cleared: {} refused.", fmt::join(refusing, ", ")),
+                    "Many vehicles clear only with the ignition on and the engine off.");
+    }
+    return ExitCode::Ok;
+  }
+
+  bool m_yes = false;
+  bool m_json = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> makeClearCommand() {
+  return std::make_unique<ClearCommand>();
+}
+
+}  // namespace velmara
