@@ -15,6 +15,9 @@ namespace obd {
 ///
 /// The worker runs `update`. Everything public that does not take part in it may be called from any thread:
 /// the descriptions do not change, and the values by control unit are guarded.
+///
+/// A value stays until its control unit sends a newer one: `clear`, which runs before every refresh, forgets
+/// none unless a class says so.
 class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
  public:
   /// `frame` counts for service 02 only.
