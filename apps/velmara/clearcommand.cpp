@@ -71,7 +71,13 @@ class ClearCommand : public Command {
       program.notes.warn("Nothing was cleared.");
       return ExitCode::Ok;
     }
-    clear(session, units);
+    try {
+      clear(session, units);
+    } catch (const Failure& failure) {
+      throw Failure(failure.code(),
+                    fmt::format("{} Whether codes were cleared is not known.", failure.what()),
+                    failure.advice());
+    }
     if (m_json) {
       printJson(program.out, toJson(session, units), true);
     } else {

@@ -155,10 +155,12 @@ void printCode(Output& out, const CodeEntry& entry, std::size_t indent) {
                        (meaning.makes.front() == GenericMake || meaning.makes.front() == UnknownMake);
     const std::string text =
         plain ? meaning.text : fmt::format("{}: {}", fmt::join(meaning.makes, ", "), meaning.text);
+    const char* more = "";
     for (const std::string& line :
-         breaks ? broken(text, width - head.size()) : std::vector<std::string>{text}) {
-      out.line(head + line);
+         breaks ? broken(text, width - head.size() - 2) : std::vector<std::string>{text}) {
+      out.line(head + more + line);
       head.assign(head.size(), ' ');
+      more = "  ";
     }
   }
 }

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <utility>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
