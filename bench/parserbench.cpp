@@ -35,7 +35,9 @@ std::string multiFrame(unsigned size) {
   byte(0x10 | (size >> 8));
   byte(size & 0xFF);
   payload(6);
-  for (unsigned sequence = 1; sent < size; ++sequence) {
+  unsigned sequence = 0;
+  while (sent < size) {
+    ++sequence;
     text += "7E8";
     byte(0x20 | (sequence & 0xF));
     payload(7);

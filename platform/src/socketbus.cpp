@@ -140,25 +140,25 @@ class TcpBus : public SocketBus {
     if (step != Step::Open || error == asio::error::operation_aborted) {
       return explainLink(description(), error);
     }
-    static const std::string Advice =
+    static const std::string advice =
         " check the adapter's address and port, and that this computer is in the adapter's Wi-Fi network.";
     if (error == asio::error::host_not_found || error == asio::error::host_not_found_try_again) {
-      return "The host name " + m_host + " was not found;" + Advice;
+      return "The host name " + m_host + " was not found;" + advice;
     }
     if (error == asio::error::connection_refused) {
-      return description() + " refused the connection;" + Advice;
+      return description() + " refused the connection;" + advice;
     }
     if (error == asio::error::timed_out) {
-      return description() + " does not answer;" + Advice;
+      return description() + " does not answer;" + advice;
     }
     if (error == asio::error::network_unreachable || error == asio::error::host_unreachable) {
-      return description() + " cannot be reached;" + Advice;
+      return description() + " cannot be reached;" + advice;
     }
     if (error == asio::error::invalid_argument) {
       return "\"" + description() +
              "\" is no address; give a host name or an address, and a port up to 65535.";
     }
-    return "Cannot connect to " + description() + " (" + error.message() + ");" + Advice;
+    return "Cannot connect to " + description() + " (" + error.message() + ");" + advice;
   }
 
  private:

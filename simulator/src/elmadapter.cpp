@@ -542,7 +542,8 @@ class ElmAdapter::Core {
       for (const Piece& piece : pieces) {
         all.text += piece.text;
       }
-      pieces.assign(1, std::move(all));
+      pieces.clear();
+      pieces.push_back(std::move(all));
     }
   };
 

@@ -10,8 +10,8 @@
 
 namespace obd {
 
-/// One control unit of the vehicle, as far as queries and front ends need to know it. What it supports is read
-/// once while the connection opens; later only the freeze frame configuration changes.
+/// One control unit of the vehicle, as far as queries and front ends need to know it. What it supports is
+/// read once while the connection opens; later only the freeze frame configuration changes.
 class VELMARA_EXPORT IEcu {
  public:
   virtual ~IEcu() = default;
@@ -19,13 +19,14 @@ class VELMARA_EXPORT IEcu {
   /// The CAN identifier of its replies on ISO 15765-4, its source address on all other protocols.
   virtual unsigned int id() const = 0;
 
-  /// Asks the vehicle which identifiers freeze frame `frame` holds, unless that is known. True if it is known now.
+  /// Asks the vehicle which identifiers freeze frame `frame` holds, unless that is known. True if it is known
+  /// now.
   virtual bool detectFreezeFrameConfiguration(unsigned char frame) = 0;
   /// Forgets what is known of all freeze frames.
   virtual void resetFreezeFrameConfiguration() = 0;
 
-  /// The supported identifiers of a service in the order in which they were reported, the block numbers (0x00,
-  /// 0x20, ...) among them. `frame` counts for service 02 only.
+  /// The supported identifiers of a service in the order in which they were reported, the block numbers
+  /// (0x00, 0x20, ...) among them. `frame` counts for service 02 only.
   virtual std::vector<unsigned char> supportedIds(ObdMode mode, unsigned char frame) const = 0;
   /// Whether service 05 offers test `tid` for the oxygen sensor.
   virtual bool isSupported(OxygenSensorLocation location, unsigned char tid) const = 0;

@@ -27,8 +27,8 @@ enum RequestResult : int {
   RequestUnusable = 4    ///< no device, or an answer that cannot be used
 };
 
-/// The one door to the adapter: everything that asks the vehicle a question goes through it, one exchange at a
-/// time. May be called from any thread; a call waits for the exchange in progress.
+/// The one door to the adapter: everything that asks the vehicle a question goes through it, one exchange at
+/// a time. May be called from any thread; a call waits for the exchange in progress.
 class VELMARA_EXPORT IObdProxy {
  public:
   virtual ~IObdProxy() = default;

@@ -40,8 +40,7 @@ std::string describeExchange(const std::vector<unsigned char>& request, const Re
 bool matchesAt(const std::vector<unsigned char>& signature, const std::vector<unsigned char>& data,
                std::size_t offset) {
   return data.size() >= offset && data.size() - offset >= signature.size() &&
-         std::equal(signature.begin(), signature.end(),
-                    data.begin() + static_cast<std::ptrdiff_t>(offset));
+         std::equal(signature.begin(), signature.end(), data.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
 }  // namespace

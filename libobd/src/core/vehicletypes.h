@@ -82,7 +82,8 @@ enum class OxygenSensorLocation : std::int32_t {
   Bank4Sensor2 = 11
 };
 
-/// The sensor byte of a location, as PIDs 0x13 and 0x1D and service 05 use it; 0 for a number outside the list.
+/// The sensor byte of a location, as PIDs 0x13 and 0x1D and service 05 use it; 0 for a number outside the
+/// list.
 constexpr std::uint8_t sensorByte(OxygenSensorLocation location) {
   constexpr std::uint8_t Bytes[] = {0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0x10, 0x20, 0x40, 0x80};
   const auto index = static_cast<std::int32_t>(location);

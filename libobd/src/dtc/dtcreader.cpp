@@ -57,11 +57,11 @@ struct DtcReader::Database {
       }
     }
 
-    const Record& record(const DtcTable& table, std::size_t row) const {
+    const Record& record(const DtcTable& source, std::size_t row) const {
       std::atomic<Record*>& place = m_places[row];
       Record* there = place.load(std::memory_order_acquire);
       if (there == nullptr) {
-        auto made = std::make_unique<Record>(make(table, table.rows[row]));
+        auto made = std::make_unique<Record>(make(source, source.rows[row]));
         if (place.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel,
                                           std::memory_order_acquire)) {
           there = made.release();
@@ -71,9 +71,9 @@ struct DtcReader::Database {
     }
 
    private:
-    static Record make(const DtcTable& table, const DtcTableRow& row) {
-      const std::string_view code = table.codeOf(row);
-      return std::make_shared<DtcDataModel>(DtcDataModel(DtcDataModel::Constant(), code, table.textOf(row),
+    static Record make(const DtcTable& source, const DtcTableRow& row) {
+      const std::string_view code = source.codeOf(row);
+      return std::make_shared<DtcDataModel>(DtcDataModel(DtcDataModel::Constant(), code, source.textOf(row),
                                                          DtcReader::system(code),
                                                          ManufacturerTexts[row.manufacturer]));
     }

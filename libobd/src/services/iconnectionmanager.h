@@ -34,8 +34,8 @@ class VELMARA_EXPORT IConnectionListener {
 };
 
 /// Opens and closes the one connection of the process. The open operations return at once; the work runs on a
-/// thread of its own and listeners hear of each phase. Close a connection, failed ones too, before opening the
-/// next.
+/// thread of its own and listeners hear of each phase. Close a connection, failed ones too, before opening
+/// the next.
 class VELMARA_EXPORT IConnectionManager {
  public:
   virtual ~IConnectionManager() = default;
@@ -50,8 +50,8 @@ class VELMARA_EXPORT IConnectionManager {
   virtual bool openBluetooth(const BluetoothDescriptor& descriptor, VehicleProtocol protocol) = 0;
 
   virtual bool isConnected() = 0;
-  /// Ends the connection or the opening in progress, and waits for its threads. Safe at every instant. Not to be
-  /// called from a listener.
+  /// Ends the connection or the opening in progress, and waits for its threads. Safe at every instant. Not to
+  /// be called from a listener.
   virtual void close() = 0;
 
   /// The adapter; null if there is none. Valid until `close`.
@@ -62,8 +62,8 @@ class VELMARA_EXPORT IConnectionManager {
   virtual void addLogger(IConnectionLogger* logger) = 0;
   virtual void removeLogger(IConnectionLogger* logger) = 0;
 
-  /// Starts an opening on a link that the caller made: an own transport, or a simulated adapter. The adapter is
-  /// treated like one on a network link: it has no baud rate to find.
+  /// Starts an opening on a link that the caller made: an own transport, or a simulated adapter. The adapter
+  /// is treated like one on a network link: it has no baud rate to find.
   virtual bool openBus(const std::shared_ptr<hostos::IMessageBus>& bus, VehicleProtocol protocol) = 0;
 };
 

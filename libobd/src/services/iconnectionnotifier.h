@@ -18,8 +18,8 @@ class VELMARA_EXPORT IConnectionNotifierListener {
                                  const std::string& /*text*/) {}
 };
 
-/// Spreads the connection manager's events: first the ECU manager (priority 0), then the services (1), last the
-/// connection service (2).
+/// Spreads the connection manager's events: first the ECU manager (priority 0), then the services (1), last
+/// the connection service (2).
 class VELMARA_EXPORT IConnectionNotifier {
  public:
   virtual ~IConnectionNotifier() = default;

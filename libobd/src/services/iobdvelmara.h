@@ -13,8 +13,8 @@
 
 namespace obd {
 
-/// The facade that a front end creates first. It owns the long-lived core of the library; the pointers that it
-/// gives stay its own and live as long as it does. One exists in a process at a time.
+/// The facade that a front end creates first. It owns the long-lived core of the library; the pointers that
+/// it gives stay its own and live as long as it does. One exists in a process at a time.
 class VELMARA_EXPORT IObdVelmara {
  public:
   virtual ~IObdVelmara() = default;
@@ -30,8 +30,8 @@ class VELMARA_EXPORT IObdVelmara {
 };
 
 namespace ObdVelmaraBuilder {
-/// Builds the facade on the front end's settings store. Call it after `LIBOBDOpen`, and before the builders of
-/// services. Releasing the result closes an open connection.
+/// Builds the facade on the front end's settings store. Call it after `LIBOBDOpen`, and before the builders
+/// of services. Releasing the result closes an open connection.
 VELMARA_EXPORT std::shared_ptr<IObdVelmara> createObdVelmara(unsigned int first, unsigned int second,
                                                              unsigned int third,
                                                              const std::shared_ptr<ISettings>& settings);
