@@ -77,12 +77,14 @@ std::string cutToWidth(std::string_view text, std::size_t width) {
 }
 
 std::string printable(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) {
-      c = '.';
-    }
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    // U+0080 to U+009F in UTF-8: control characters to a terminal as well.
+    const bool second =
+        byte == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) >> 5U) == 4;
+    result += byte < 0x20 || byte == 0x7F || second ? '.' : text[i];
+    i += second ? 1 : 0;
   }
   return result;
 }

@@ -29,7 +29,8 @@ struct Row {
   std::string name;
   std::string unit;
   bool numeric = false;
-  std::string range;
+  std::string lowest;  // the ends of the range, empty without one
+  std::string highest;
   std::shared_ptr<obd::SensorValueDataModel> value;
 };
 
@@ -132,7 +133,8 @@ class SensorsCommand : public Command {
       row.unit = unitText(sensor->unit());
       row.numeric = sensor->isNumeric();
       if (sensor->minValue() != sensor->maxValue()) {
-        row.range = fmt::format("{:g} to {:g}", sensor->minValue(), sensor->maxValue());
+        row.lowest = fmt::format("{:g}", sensor->minValue());
+        row.highest = fmt::format("{:g}", sensor->maxValue());
       }
       m_labelWidth = std::max(m_labelWidth, displayWidth(row.label));
       m_nameWidth = std::max(m_nameWidth, displayWidth(row.name));
@@ -144,16 +146,22 @@ class SensorsCommand : public Command {
   void printList(Output& out) const {
     if (m_json) {
       for (const Row& row : m_rows) {
-        printJson(out, {{"ecu", m_ecuLabel},
-                        {"pid", row.label},
-                        {"name", row.name},
-                        {"unit", row.unit},
-                        {"numeric", row.numeric}});
+        Json object = {{"ecu", m_ecuLabel},
+                       {"pid", row.label},
+                       {"name", row.name},
+                       {"unit", row.unit},
+                       {"numeric", row.numeric}};
+        if (!row.lowest.empty()) {
+          object["lowest"] = numberOrText(row.lowest);
+          object["highest"] = numberOrText(row.highest);
+        }
+        printJson(out, object);
       }
     } else {
       Table table({{"PID"}, {"Name"}, {"Unit"}, {"Range"}});
       for (const Row& row : m_rows) {
-        table.add({row.label, row.name, row.unit, row.range});
+        table.add({row.label, row.name, row.unit,
+                   row.lowest.empty() ? std::string() : row.lowest + " to " + row.highest});
       }
       table.print(out);
     }
@@ -279,12 +287,13 @@ class SensorsCommand : public Command {
     Table table(std::move(columns));
     for (const Row& row : m_rows) {
       std::vector<std::string> cells = {row.label, row.name, row.value ? printable(row.value->value) : "-"};
-      if (row.value && row.value->minimum.empty()) {
+      const bool statisticsKnown = row.value && !row.value->minimum.empty();
+      if (row.value && !statisticsKnown && row.unit.empty()) {
         table.addSpilling(std::move(cells));
         continue;
       }
       cells.push_back(row.unit);
-      if (statistics && row.value) {
+      if (statistics && statisticsKnown) {
         cells.insert(cells.end(), {row.value->minimum, row.value->maximum, row.value->average});
       }
       table.add(std::move(cells));

@@ -89,7 +89,8 @@ void Session::fail() {
   // Only a link that did not open gives a reason.
   if (m_phase <= Phase::PhaseOpeningConnection || !m_reason.empty()) {
     throw Failure(ExitCode::LinkFailed,
-                  fmt::format("The link {} cannot be opened{}. {}", words, after, m_reason),
+                  fmt::format("The link {} cannot be opened{}.{}{}", words, after,
+                              m_reason.empty() ? "" : " ", m_reason),
                   m_reason.empty() ? adviceForAdapter(m_link) : std::string());
   }
   // The word of the loss may still be on its way behind that of the failure.
@@ -107,12 +108,13 @@ void Session::fail() {
   }
   obd::IAdapter* const adapter = m_connection->adapter();
   const std::string name = adapter != nullptr ? printable(adapter->interfaceName()) : std::string();
+  const std::string subject = name.empty() ? "The adapter" : "The adapter " + name;
   const std::string protocol = obd::ConnectionProtocol(m_protocol).description();
   throw Failure(
       ExitCode::NoVehicle,
       m_protocol == obd::VehicleProtocol::Automatic
-          ? fmt::format("The adapter {} answers, but no vehicle does, on no protocol{}.", name, after)
-          : fmt::format("The adapter {} answers, but no vehicle does on {}{}.", name, protocol, after),
+          ? fmt::format("{} answers, but no vehicle does, on no protocol{}.", subject, after)
+          : fmt::format("{} answers, but no vehicle does on {}{}.", subject, protocol, after),
       m_protocol == obd::VehicleProtocol::Automatic
           ? "Switch the ignition on and press the adapter firmly into its socket. Some vehicles sleep at "
             "first: try "

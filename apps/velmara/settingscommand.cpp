@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <functional>
 #include <optional>
 
@@ -36,6 +37,16 @@ std::optional<T> number(const std::string& text, T lowest, T highest) {
   return value;
 }
 
+// The library keeps hundredths and cuts off the rest, also where a float lies a hair below what was meant:
+// 1.05 would come back as 1.04.
+float forLibrary(float value) {
+  return std::round(value * 100.0F) / 100.0F + 0.001F;
+}
+
+int forLibrary(int value) {
+  return value;
+}
+
 // A setting that is a number in the library.
 template <typename T>
 Setting numeric(const char* name, const char* unit, const char* description, const char* values,
@@ -50,7 +61,7 @@ Setting numeric(const char* name, const char* unit, const char* description, con
           [=](Program&, obd::IVelmaraSettings& settings, const std::string& text) {
             const std::optional<T> value = number(text, lowest, highest);
             if (value) {
-              (settings.*set)(*value);
+              (settings.*set)(forLibrary(*value));
             }
             return value.has_value();
           }};

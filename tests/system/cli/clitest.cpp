@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -41,6 +42,7 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
   const auto ecus = start({"ecus"});
   const auto ecusJson = start({"ecus", "--json", "--quiet"});
   const auto list = start({"sensors", "--list"});
+  const auto listJson = start({"sensors", "--list", "--json"});
   const auto once = start({"sensors", "--once"});
   const auto missing = start({"sensors", "--once", "7A"});
   const auto wrongEcu = start({"sensors", "--ecu", "XYZ"});
@@ -85,7 +87,15 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
   EXPECT_NE(listed.out.find(names["0C"]), std::string::npos);
   EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'),
             std::count(readOnce.out.begin(), readOnce.out.end(), '\n'));
-  EXPECT_NE(readOnce.out.find("rpm"), std::string::npos);
+  for (const char* unit : {" rpm\n", " km\n", " min\n"}) {  // counters have units, too
+    EXPECT_NE(readOnce.out.find(unit), std::string::npos) << unit;
+  }
+  const std::vector<json> ranges = jsonLines(listJson->finish(Limit).out);
+  const auto coolant =
+      std::find_if(ranges.begin(), ranges.end(), [](const json& object) { return object.at("pid") == "05"; });
+  ASSERT_NE(coolant, ranges.end());
+  EXPECT_EQ(coolant->at("lowest"), -40);
+  EXPECT_EQ(coolant->at("highest"), 215);
   EXPECT_EQ(readOnce.out.find('\x1b'), std::string::npos);
 
   expectComplaint(missing->finish(Limit), 6, "7A");
@@ -283,9 +293,11 @@ TEST_F(Cli, RemembersSettings) {
   EXPECT_FALSE(std::filesystem::exists(file));
   EXPECT_EQ(run({"settings", "weight", "1820"}).code, 0);
   EXPECT_EQ(run({"settings", "displacement", "1.6"}).code, 0);
+  EXPECT_EQ(run({"settings", "correction", "1.05"}).code, 0);
   EXPECT_EQ(run({"settings", "fuel", "diesel"}).code, 0);
   EXPECT_EQ(run({"settings", "weight"}).out, "1820\n");
   EXPECT_EQ(run({"settings", "displacement"}).out, "1.6\n");
+  EXPECT_EQ(run({"settings", "correction"}).out, "1.05\n");
   EXPECT_EQ(run({"settings", "fuel"}).out, "diesel\n");
   EXPECT_EQ(run({"settings", "weight", "default"}).code, 0);
   EXPECT_EQ(run({"settings", "weight"}).out, "1500\n");

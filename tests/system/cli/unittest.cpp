@@ -166,6 +166,9 @@ TEST(TableText, AlignsCharactersAndNotBytes) {
   EXPECT_EQ(velmara::cutToWidth("°C °F", 4), "°C °");
   EXPECT_EQ(velmara::cutToWidth("°C", 9), "°C");
   EXPECT_EQ(velmara::printable("a\x1b[31m\nb\x7f"), "a.[31m.b.");
+  EXPECT_EQ(velmara::printable("a\xC2\x9B"
+                               "31m\xC2\xB0\xC2"),
+            "a.31m\xC2\xB0\xC2");
 }
 
 class SettingsFile : public testing::Test {
