@@ -1,8 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <shared_mutex>
+#include <thread>
 #include <vector>
 
 #include <tavrix/tracelog.h>
@@ -28,28 +31,41 @@ class VELMARA_EXPORT IEventProducer {
   virtual void detach(L* listener) = 0;
 };
 
-/// Fires an event at its listeners from any thread. The lock is held shared while listeners run, so a
-/// listener must not attach or detach from within `onEvent`.
+/// Fires an event at its listeners from any thread, from several at once, too. Attaching and detaching waits
+/// until no other thread fires, so a listener that is taken out is not called any more.
+///
+/// A listener may attach, detach and fire from within `onEvent`, as an observer that makes or drops a service
+/// does. A listener added there is reached by the next event.
 template <typename E, typename L>
 class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
  public:
   void attach(L* listener) override {
-    const std::unique_lock guard(m_lock);
+    const auto lock = lockUnlessFiring<std::unique_lock<std::shared_mutex>>();
+    const std::lock_guard guard(m_mutex);
     m_listeners.push_back(listener);
   }
 
   void detach(L* listener) override {
-    const std::unique_lock guard(m_lock);
-    std::erase(m_listeners, listener);
+    const auto lock = lockUnlessFiring<std::unique_lock<std::shared_mutex>>();
+    std::unique_lock guard(m_mutex);
+    // Walks go by position, so the entries stay until the last one is over.
+    std::replace(m_listeners.begin(), m_listeners.end(), listener, static_cast<L*>(nullptr));
+    tidy();
+    m_moved.wait(guard, [this, listener] {
+      return std::none_of(m_walks.begin(), m_walks.end(), [listener](const Walk* walk) {
+        return walk->listener == listener && walk->thread != std::this_thread::get_id();
+      });
+    });
   }
 
  protected:
   /// Tells the listeners in order. What one of them throws ends the walk and is logged, not passed on.
   void fire(const E& event) {
-    const std::shared_lock guard(m_lock);
+    const auto lock = lockUnlessFiring<std::shared_lock<std::shared_mutex>>();
+    Walk walk(*this);
     try {
-      for (L* listener : m_listeners) {
-        listener->onEvent(event);
+      while (walk.next()) {
+        walk.listener->onEvent(event);
       }
     } catch (...) {
       LogStream("common\\eventproducer", __LINE__, 3) << "Listener threw an exception";
@@ -57,8 +73,66 @@ class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
   }
 
  private:
-  std::shared_mutex m_lock;
+  // One pass over the listeners.
+  struct Walk {
+    explicit Walk(EventProducer& producer) : m_producer(producer) {
+      const std::lock_guard guard(m_producer.m_mutex);
+      m_end = m_producer.m_listeners.size();
+      m_producer.m_walks.push_back(this);
+    }
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    ~Walk() {
+      const std::lock_guard guard(m_producer.m_mutex);
+      std::erase(m_producer.m_walks, this);
+      m_producer.tidy();
+      m_producer.m_moved.notify_all();
+    }
+
+    bool next() {
+      const std::lock_guard guard(m_producer.m_mutex);
+      listener = nullptr;
+      while (m_at < m_end && listener == nullptr) {
+        listener = m_producer.m_listeners[m_at++];
+      }
+      m_producer.m_moved.notify_all();
+      return listener != nullptr;
+    }
+
+    const std::thread::id thread = std::this_thread::get_id();
+    L* listener = nullptr;  // the one that is being told
+
+   private:
+    EventProducer& m_producer;
+    std::size_t m_at = 0;
+    std::size_t m_end = 0;
+  };
+
+  // A thread that fires holds the lock already.
+  template <typename Lock>
+  Lock lockUnlessFiring() {
+    {
+      const std::lock_guard guard(m_mutex);
+      const auto own = [](const Walk* walk) { return walk->thread == std::this_thread::get_id(); };
+      if (std::any_of(m_walks.begin(), m_walks.end(), own)) {
+        return Lock();
+      }
+    }
+    return Lock(m_lock);
+  }
+
+  // Mutex held.
+  void tidy() {
+    if (m_walks.empty()) {
+      std::erase(m_listeners, nullptr);
+    }
+  }
+
+  std::shared_mutex m_lock;  // shared while listeners are told
+  std::mutex m_mutex;        // for moments, guards the rest; taken after m_lock
+  std::condition_variable m_moved;
   std::vector<L*> m_listeners;
+  std::vector<const Walk*> m_walks;
 };
 
 }  // namespace tavrix

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -86,11 +87,15 @@ class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
 
  protected:
   Notifier() = default;
+  Notifier(const Notifier&) = delete;
+  Notifier& operator=(const Notifier&) = delete;
 
   /// Calls every observer in order of attachment. The list may change during the walk: an observer added is
-  /// still reached, and one that takes itself out makes its successor miss this event.
+  /// still reached, and one that takes itself out makes its successor miss this event. An observer may also
+  /// destroy the notifier, which ends the walk.
   void dispatchEvent(const AbstractEvent<T>& event) {
-    for (std::size_t i = 0; i < m_observers.size(); ++i) {
+    const std::weak_ptr<const bool> life = m_life;
+    for (std::size_t i = 0; !life.expired() && i < m_observers.size(); ++i) {
       event.apply(m_observers.at(i));
     }
   }
@@ -105,6 +110,7 @@ class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
 
  private:
   std::vector<Observer<T>*> m_observers;
+  std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
 };
 
 }  // namespace tavrix

@@ -3,7 +3,9 @@
 #include <tavrix/notifier.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -84,6 +86,15 @@ TEST_F(NotifierTest, ListMayChangeDuringTheWalk) {
   a.action = nullptr;
   service.fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("b", "c", "a"));
+}
+
+TEST_F(NotifierTest, AnObserverMayDestroyTheNotifier) {
+  auto gone = std::make_unique<Service>();
+  a.action = [&] { gone.reset(); };
+  gone->attach(&a);
+  gone->attach(&b);
+  gone->fireEvent(&IReader::onBegin);
+  EXPECT_THAT(calls, ElementsAre("a"));
 }
 
 TEST_F(NotifierTest, EventKeepsItsOwnCopies) {
@@ -195,6 +206,82 @@ TEST(EventProducer, FiringIsSharedAttachingIsNot) {
     thread.join();
   }
   EXPECT_EQ(steady.events, 1000);
+}
+
+TEST(EventProducer, AListenerMayAttachDetachAndFireFromWithin) {
+  struct Acting : tavrix::IEventListener<Change> {
+    void onEvent(const Change& change) override {
+      ++events;
+      if (action && change == Change::Names) {
+        action();
+      }
+    }
+    std::function<void()> action;
+    int events = 0;
+  };
+  Producer producer;
+  Acting acting;
+  Acting added;
+  Acting dropped;
+  acting.action = [&] {
+    producer.attach(&added);
+    producer.detach(&dropped);
+    producer.fire(Change::Values);
+    producer.detach(&acting);
+  };
+  producer.attach(&acting);
+  producer.attach(&dropped);
+  producer.fire(Change::Names);
+  EXPECT_EQ(acting.events, 2);
+  EXPECT_EQ(dropped.events, 0);
+  EXPECT_EQ(added.events, 1);  // of the inner event
+  producer.fire(Change::Names);
+  EXPECT_EQ(acting.events, 2);
+  EXPECT_EQ(added.events, 2);
+}
+
+// Taken out by a listener while another thread is just telling it.
+TEST(EventProducer, DetachWaitsForTheCallOfAnotherThread) {
+  struct Slow : tavrix::IEventListener<Change> {
+    void onEvent(const Change&) override {
+      if (!entered.exchange(true)) {
+        while (!leave) {
+          std::this_thread::yield();
+        }
+        left = true;
+      }
+    }
+    std::atomic<bool> entered{false};
+    std::atomic<bool> leave{false};
+    std::atomic<bool> left{false};
+  };
+  struct Detaching : tavrix::IEventListener<Change> {
+    void onEvent(const Change& change) override {
+      if (change == Change::Names) {
+        producer.detach(&slow);
+        waited = slow.left;
+      }
+    }
+    Detaching(Producer& itsProducer, Slow& itsSlow) : producer(itsProducer), slow(itsSlow) {}
+    Producer& producer;
+    Slow& slow;
+    bool waited = false;
+  };
+  Producer producer;
+  Slow slow;
+  Detaching detaching(producer, slow);
+  producer.attach(&detaching);
+  producer.attach(&slow);
+  std::thread teller([&] { producer.fire(Change::Values); });
+  while (!slow.entered) {
+    std::this_thread::yield();
+  }
+  std::thread taker([&] { producer.fire(Change::Names); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  slow.leave = true;
+  teller.join();
+  taker.join();
+  EXPECT_TRUE(detaching.waited);
 }
 
 }  // namespace
