@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include <hostos/thread.h>
 #include <hostos/time.h>
 
 #include "dispatch/callback.h"
@@ -184,6 +185,43 @@ TEST_F(DispatcherTest, CancelWaitsForTheRunningTaskAndDropsTheRest) {
   waitFor([&] { return runner.calls > calls; });
   dispatcher.dispatch();
   EXPECT_EQ(waiting->notified, 1);
+}
+
+TEST_F(DispatcherTest, WhatIsQueuedDuringACancelRunsAfterIt) {
+  dispatcher.setProxy(std::make_shared<FakeProxy>());
+  const auto running = std::make_shared<Task>();
+  const auto waiting = std::make_shared<Task>();
+  const auto fresh = std::make_shared<Task>();
+  bool overlapped = false;
+  running->onUpdate = [] { CTime::msleep(500); };
+  fresh->onUpdate = [&] { overlapped = !running->updated; };
+  dispatcher.update(running);
+  waitFor([&] { return running->started.load(); });
+  dispatcher.update(waiting);
+  std::vector<std::unique_ptr<hostos::CThread>> cancels;
+  for (int i = 0; i < 2; ++i) {
+    cancels.push_back(std::make_unique<hostos::CThread>("cancel"));
+    const auto cancel = [](void* argument) -> void* {
+      static_cast<Dispatcher*>(argument)->cancel();
+      return nullptr;
+    };
+    ASSERT_TRUE(cancels.back()->run(cancel, &dispatcher));
+    CTime::msleep(50);
+  }
+  ASSERT_FALSE(running->updated);
+  EXPECT_TRUE(dispatcher.update(fresh));
+  for (const auto& cancel : cancels) {
+    cancel->join();
+    EXPECT_TRUE(running->updated);
+  }
+  waitFor([&] {
+    dispatcher.dispatch();
+    return fresh->notified == 1;
+  });
+  EXPECT_FALSE(overlapped);
+  EXPECT_NE(fresh->proxy, nullptr);
+  EXPECT_EQ(running->notified, 0);
+  EXPECT_FALSE(waiting->started);
 }
 
 TEST_F(DispatcherTest, CancelFromWithinANotificationEndsThePass) {

@@ -11,7 +11,9 @@
 #include <simulator/bus.h>
 
 #include "dispatch/fakes.h"
+#include "dispatch/fetcher.h"
 #include "dtc/dtcreader.h"
+#include "powertrain/monitorstatus.h"
 #include "powertrain/parameteridentifier.h"
 #include "services/iconnectionservice.h"
 #include "services/iobdvelmara.h"
@@ -116,6 +118,24 @@ class ServicesTest : public testing::Test {
 TEST(ServiceBuilders, GiveNothingWithoutAFacade) {
   EXPECT_EQ(obd::ConnectionServiceBuilder::createConnectionService(), nullptr);
   EXPECT_EQ(obd::SensorServiceBuilder::createSensorService(), nullptr);
+}
+
+// The process of this test begins anew, so that the facade is there before the dispatcher.
+TEST(ServiceBuildersDeathTest, AFacadeMayLastToTheEndOfTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto connectAndExit = [] {
+    [[maybe_unused]] static const VirtualClock* const lastingClock = new VirtualClock;
+    static std::shared_ptr<obd::IObdVelmara> lasting;
+    lasting = obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>());
+    auto& manager = *lasting->connectionManager();
+    manager.openBus(simulator::makeBus(simulator::Vehicle::load("petrol-can11")), VehicleProtocol::Automatic);
+    if (!pumpUntil([&] { return manager.proxy()->isConnected(); }, 20000)) {
+      std::exit(1);
+    }
+    obd::fetchWithin(std::make_shared<obd::MonitorStatus>(), 5000);  // so that there is a worker
+    std::exit(0);
+  };
+  EXPECT_EXIT(connectAndExit(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ServicesTest, ConnectionServiceFollowsTheConnection) {
@@ -335,6 +355,45 @@ TEST_F(SensorServiceTest, AnObserverMayChangeSettingsOrDropTheServiceFromWithin)
   other->refresh({Rpm});
   pumpFor(1000);
   EXPECT_EQ(dropping.updates, 1);
+}
+
+// A front end that builds and takes down its pages in reply to events.
+TEST_F(SensorServiceTest, AnObserverMayMakeAndDropServicesWhenItHearsOfAChange) {
+  struct Page : ISensorServiceObserver, IConnectionServiceObserver {
+    explicit Page(std::shared_ptr<obd::IConnectionService>& itsConnection) : connection(itsConnection) {
+      renew();
+      connection->attach(this);
+    }
+    void renew() {
+      sensors = obd::SensorServiceBuilder::createSensorService();
+      sensors->attach(this);
+    }
+    void onInvalidated() override {
+      ++renewals;
+      renew();  // the old service goes within its own call
+    }
+    void onConnected() override {}
+    void onDisconnected() override {
+      sensors.reset();
+      connection.reset();
+    }
+    std::shared_ptr<obd::IConnectionService>& connection;
+    std::shared_ptr<obd::ISensorService> sensors;
+    int renewals = 0;
+  };
+  observer.reset();
+  Page page(service);
+  ASSERT_TRUE(manager().openBus(simulator::makeBus(vehicle), VehicleProtocol::Automatic));
+  ASSERT_TRUE(pumpUntil([&] { return page.renewals > 0; }));  // told of the control unit
+  const int before = page.renewals;
+  facade->settings()->setVehicleWeight(1000);
+  facade->settings()->setUnitSystem(UnitSystem::Imperial);
+  facade->ecuManager()->selectEcu(facade->ecuManager()->ecus().front()->id());
+  EXPECT_EQ(page.renewals, before + 3);
+  EXPECT_FALSE(page.sensors->parameters().empty());
+  manager().close();
+  EXPECT_TRUE(pumpUntil([&] { return !page.connection; }));
+  EXPECT_EQ(page.sensors, nullptr);
 }
 
 TEST_F(SensorServiceTest, SurvivesALostLinkAndComesBackWithTheNext) {

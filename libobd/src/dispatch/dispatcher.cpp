@@ -32,18 +32,29 @@ class DispatcherTaskObserver {
   virtual void onIdle() = 0;
 };
 
-// The worker thread with its two queues.
+// The worker thread with its two queues. It starts with the first task, but not before `release`.
 class DispatcherTask {
  public:
   DispatcherTask(DispatcherTaskObserver& observer, std::shared_ptr<IObdProxy> proxy)
       : m_observer(observer), m_proxy(std::move(proxy)) {}
 
-  // `owner` keeps this object until the worker has ended.
+  // Dispatcher's mutex held, here and in `release`. `owner` keeps this object until the worker has ended.
   bool update(const std::weak_ptr<IDispatchable>& task, const std::shared_ptr<void>& owner) {
-    if (!m_running.exchange(true) && !start(owner)) {
+    if (!m_held && !m_running.exchange(true) && !start(owner)) {
       return false;
     }
+    m_used = true;
     return m_input.push(task);
+  }
+
+  // For a worker that is running.
+  bool push(const std::weak_ptr<IDispatchable>& task) { return m_input.push(task); }
+
+  void release(const std::shared_ptr<void>& owner) {
+    m_held = false;
+    if (m_used && !m_running.exchange(true)) {
+      start(owner);
+    }
   }
 
   // Waits for the work in progress.
@@ -123,6 +134,8 @@ class DispatcherTask {
   UpdateQueue m_output;
   std::mutex m_mutex;
   std::shared_ptr<IObdProxy> m_proxy;
+  bool m_held = true;
+  bool m_used = false;
   std::atomic<bool> m_running{false};
   std::atomic<bool> m_stop{false};
   hostos::CThread m_thread{"DispatcherTask"};
@@ -132,10 +145,21 @@ class DispatcherTask {
 
 // What `cancel` throws away as a whole. Whoever uses it holds it, so that it goes when nobody does any more.
 struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_from_this<DispatcherImpl> {
-  DispatcherImpl(Dispatcher& dispatcher, std::shared_ptr<IObdProxy> proxy)
-      : m_owner(dispatcher), m_task(*this, std::move(proxy)) {}
+  DispatcherImpl(Dispatcher& dispatcher, std::shared_ptr<IObdProxy> proxy,
+                 std::shared_ptr<DispatcherImpl> previous)
+      : m_owner(dispatcher), m_previous(std::move(previous)), m_task(*this, std::move(proxy)) {}
 
+  // The owner's mutex held, here and in `begin` and `previous`.
   bool update(const std::weak_ptr<IDispatchable>& entry) { return m_task.update(entry, shared_from_this()); }
+
+  // The worker may start: the one before it has ended.
+  void begin() {
+    m_previous.reset();
+    m_task.release(shared_from_this());
+  }
+
+  // The one that may still be at work; null as soon as it has ended.
+  std::shared_ptr<DispatcherImpl> previous() const { return m_previous; }
 
   void shutDown() {
     m_keepAlive->cancel();
@@ -152,7 +176,7 @@ struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_f
         LogStream(Source, __LINE__, 2) << "Keep alive dispatch failed";
       }
     });
-    if (begun && !update(m_keepAlive)) {
+    if (begun && !m_task.push(m_keepAlive)) {  // due only because the worker runs
       m_keepAlive->abandon();
     }
   }
@@ -187,6 +211,7 @@ struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_f
 
  private:
   Dispatcher& m_owner;
+  std::shared_ptr<DispatcherImpl> m_previous;
   std::uint32_t m_lastActivity = 0;  // the worker's
   std::atomic<bool> m_keepAliveDue{false};
   // Its answer does not matter; asking keeps the adapter and the vehicle from going to sleep.
@@ -196,19 +221,26 @@ struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_f
 };
 
 Dispatcher& Dispatcher::getInstance() {
-  static Dispatcher dispatcher;
-  return dispatcher;
+  // Never destroyed, since a front end may let go of the facade later than that; but the worker ends in time.
+  static Dispatcher* const dispatcher = new Dispatcher;
+  static const struct WorkerEnd {
+    ~WorkerEnd() { dispatcher->impl()->shutDown(); }
+  } workerEnd;
+  return *dispatcher;
 }
 
 Dispatcher::Dispatcher()
-    : m_impl(std::make_shared<DispatcherImpl>(*this, nullptr)), m_uiQueue(std::make_unique<UpdateQueue>()) {}
-
-Dispatcher::~Dispatcher() {
-  impl()->shutDown();
+    : m_impl(std::make_shared<DispatcherImpl>(*this, nullptr, nullptr)),
+      m_uiQueue(std::make_unique<UpdateQueue>()) {
+  m_impl->begin();
 }
 
+Dispatcher::~Dispatcher() = default;
+
 bool Dispatcher::update(const std::weak_ptr<IDispatchable>& task) {
-  return impl()->update(task);
+  // With the lock, so that nothing gets into the queues that `cancel` has just thrown away.
+  const std::lock_guard guard(m_mutex);
+  return m_impl->update(task);
 }
 
 bool Dispatcher::scheduleUiTask(const std::weak_ptr<IDispatchable>& task) {
@@ -229,14 +261,23 @@ void Dispatcher::dispatch() {
 }
 
 void Dispatcher::cancel() {
-  // The old worker ends before the new one can start: there is one at a time.
-  impl()->shutDown();
-  std::shared_ptr<DispatcherImpl> other;
+  // What is queued from now on waits for the new worker, which waits for the old one: there is one at a time.
+  std::shared_ptr<DispatcherImpl> old;
+  std::shared_ptr<DispatcherImpl> next;
+  std::shared_ptr<DispatcherImpl> older;  // where another thread cancels, too, and still waits
   {
     const std::lock_guard guard(m_mutex);
-    other = std::exchange(m_impl, std::make_shared<DispatcherImpl>(*this, m_proxy));
+    old = m_impl;
+    older = old->previous();
+    next = std::make_shared<DispatcherImpl>(*this, m_proxy, older ? older : old);
+    m_impl = next;
   }
-  other->shutDown();  // not the same one if two threads cancel at once
+  old->shutDown();
+  if (older) {
+    older->shutDown();
+  }
+  const std::lock_guard guard(m_mutex);
+  next->begin();
 }
 
 void Dispatcher::setProxy(const std::shared_ptr<IObdProxy>& proxy) {

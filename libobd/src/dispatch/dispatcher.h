@@ -40,7 +40,8 @@ class VELMARA_EXPORT Dispatcher : public virtual tavrix::INotifier<IDispatchRunn
   void dispatch();
 
   /// Ends the worker and drops its queues: waits for the work in progress, and then nothing of what was
-  /// queued is run or notified. Callbacks stay. Not for the worker thread.
+  /// queued is run or notified. What is queued meanwhile is for the worker that follows. Callbacks stay. Not
+  /// for the worker thread.
   void cancel();
 
   /// What the work runs against, from now on and across `cancel`.
@@ -60,7 +61,7 @@ class VELMARA_EXPORT Dispatcher : public virtual tavrix::INotifier<IDispatchRunn
   std::shared_ptr<DispatcherImpl> impl();
   void fireRunDispatch();
 
-  std::mutex m_mutex;  // guards the three below, for moments only
+  std::mutex m_mutex;  // guards the three below and the queueing, for moments only
   std::shared_ptr<DispatcherImpl> m_impl;
   std::shared_ptr<IObdProxy> m_proxy;
   std::vector<IDispatchRunner*> m_runners;
