@@ -42,6 +42,12 @@ class Session : public std::enable_shared_from_this<Session<Stream>> {
     readSome();
   }
 
+  /// Hangs up on the client. For a loop that does not run any more.
+  void hangUp() {
+    asio::error_code ignored;
+    m_stream.close(ignored);
+  }
+
  private:
   void readSome() {
     m_stream.async_read_some(asio::buffer(m_input), [self = this->shared_from_this()](
@@ -230,6 +236,11 @@ class TcpServer::Impl {
   void stop() {
     m_adapter->linkDown();
     m_loop.stop();
+    asio::error_code ignored;
+    m_acceptor.close(ignored);
+    if (const auto session = m_session.lock()) {
+      session->hangUp();
+    }
   }
 
  private:
@@ -240,15 +251,17 @@ class TcpServer::Impl {
       }
       asio::error_code ignored;
       socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-      std::make_shared<Session<Socket>>(
-          std::move(socket), m_adapter, [](Socket&) { return 0; }, [this] { accept(); })
-          ->start();
+      const auto session = std::make_shared<Session<Socket>>(
+          std::move(socket), m_adapter, [](Socket&) { return 0; }, [this] { accept(); });
+      m_session = session;
+      session->start();
     });
   }
 
   std::shared_ptr<ElmAdapter> m_adapter;
   Loop m_loop;
   asio::ip::tcp::acceptor m_acceptor{m_loop.context()};
+  std::weak_ptr<Session<Socket>> m_session;  // the latest; the loop's until that has ended
   std::uint16_t m_port = 0;
   std::string m_link;
 };
