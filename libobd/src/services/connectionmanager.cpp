@@ -263,7 +263,9 @@ void ConnectionManager::runOpening() {
     fail(__LINE__, "Failed to init device", std::string());
   } else if (notifyPhase(Phase::PhaseDetectingVehicle); !m_device->detectProtocol(m_protocol)) {
     fail(__LINE__, "Failed to detect vehicle/working protocol", std::string());
-  } else if (m_proxy->setDevice(m_device.get()); !m_proxy->initialize() || m_closing) {
+  } else if (m_proxy->setDevice(m_device.get());
+             !m_proxy->initialize() || m_closing || !m_connection->isConnected()) {
+    // The last question of all may have met the end of the link without the proxy's noticing.
     fail(__LINE__, "Failed to initialize proxy", std::string());
   } else {
     notifyPhase(Phase::PhaseConnected);
