@@ -1,0 +1,319 @@
+// Every adapter on every vehicle, every serial rate, and vehicles of many units, by a clock of their own.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <tuple>
+
+#include <simulator/bus.h>
+
+#include "house.h"
+#include "link/connection.h"
+#include "link/devicedetector.h"
+#include "parameters/vehicleinformation.h"
+#include "support/virtualclock.h"
+#include "truth.h"
+#include "vehicle/obdproxybuilder.h"
+
+using simulator::AdapterOptions;
+using simulator::ElmAdapter;
+using simulator::PersonalityName;
+using simulator::Vehicle;
+
+namespace {
+
+constexpr std::uint32_t Cruise = 25000;  // ms into the drive, where all values differ from rest
+
+std::shared_ptr<Vehicle> loadAt(const std::string& name, std::uint32_t moment) {
+  auto vehicle = Vehicle::load(name);
+  vehicle->holdDrive(moment);
+  return vehicle;
+}
+
+// --- Every adapter on every vehicle ---
+
+class EveryPair : public testing::TestWithParam<std::tuple<PersonalityName, std::string>> {
+ protected:
+  VirtualClock m_clock;
+};
+
+TEST_P(EveryPair, Opens) {
+  const auto& [adapter, name] = GetParam();
+  const auto vehicle = loadAt(name, Cruise);
+  const Truth truth(vehicle);
+  AdapterOptions options;
+  options.personality = adapter.personality;
+  options.latency = 2;
+  House house;
+  ASSERT_TRUE(house.open(simulator::makeBus(vehicle, options))) << house.heard << " " << house.message;
+  EXPECT_TRUE(house.heard.starts_with("1234")) << house.heard;
+  expectAdapter(house.connection().adapter(), identityOf(adapter.personality), truth);
+  expectVehicle(*house.proxy(), truth);
+  std::vector<unsigned int> ids;
+  house.ecus().ecuIds(ids);
+  EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+  EXPECT_FALSE(house.connection().obdStandard().empty());
+  expectLiveValue(house, truth, truth.units().front());
+  expectVin(house.proxy(), truth);
+  EXPECT_NEAR(house.proxy()->batteryVoltage(), vehicle->batteryVoltage(), 0.051);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EveryPair,
+                         testing::Combine(testing::ValuesIn(simulator::personalities()),
+                                          testing::ValuesIn(simulator::vehicleNames())),
+                         [](const auto& pair) {
+                           return plainName(std::get<0>(pair.param).name) +
+                                  plainName(std::get<1>(pair.param));
+                         });
+
+// A chosen protocol is as good as a search, and a wrong one finds nothing.
+TEST(ChosenProtocol, IsTheOnlyOneTried) {
+  const VirtualClock clock;
+  House house;
+  for (const std::string name : {"petrol-can29", "kwp-fast"}) {
+    const auto vehicle = loadAt(name, Cruise);
+    const Truth truth(vehicle);
+    for (int number = 1; number <= 9; ++number) {
+      SCOPED_TRACE(name + " " + std::to_string(number));
+      const bool right = number == vehicle->protocol();
+      EXPECT_EQ(house.open(simulator::makeBus(vehicle), static_cast<obd::VehicleProtocol>(number)), right);
+      if (right) {
+        expectVehicle(*house.proxy(), truth);
+      }
+      house.manager().close();
+      house.run(50);
+    }
+  }
+}
+
+// --- Serial ports ---
+
+// A serial port with an adapter, taken to a standing connection the way the connection manager does it. The
+// manager itself only opens ports of the operating system.
+class Port {
+ public:
+  Port(const std::shared_ptr<ElmAdapter>& adapter, int portRate)
+      : m_bus(simulator::makeSerialBus(adapter, portRate)), m_connection(m_bus) {}
+  Port(const Port&) = delete;
+  Port& operator=(const Port&) = delete;
+  ~Port() {
+    proxy->setDevice(nullptr);
+    if (device) {
+      device->close();
+    }
+    m_connection.disconnect();
+  }
+
+  void open(const obd::SerialDescriptor& descriptor) {
+    ASSERT_EQ(m_connection.connect(), 0);
+    device = obd::DeviceDetector(descriptor, m_bus).detect(&m_connection);
+    ASSERT_TRUE(device->init());
+    ASSERT_TRUE(device->detectProtocol(obd::VehicleProtocol::Automatic));
+    proxy->setDevice(device.get());
+    ASSERT_TRUE(proxy->initialize());
+  }
+  int rate() { return m_bus->baudrate(); }
+
+ private:
+  std::shared_ptr<hostos::ISerialBus> m_bus;
+  obd::Connection m_connection;
+
+ public:
+  std::unique_ptr<obd::ElmScantool> device;
+  std::shared_ptr<obd::IObdProxy> proxy = obd::ObdProxyBuilder::createObdProxy();
+};
+
+constexpr int HighestRate = 115200;
+
+class EverySerialRate : public testing::TestWithParam<std::tuple<PersonalityName, int>> {
+ protected:
+  VirtualClock m_clock;
+};
+
+TEST_P(EverySerialRate, IsFoundAndRaised) {
+  const auto& [personality, start] = GetParam();
+  const Identity& identity = identityOf(personality.personality);
+  const auto vehicle = loadAt("can11-250", Cruise);
+  const Truth truth(vehicle);
+  AdapterOptions options;
+  options.personality = personality.personality;
+  options.baudrate = start;
+  options.latency = 2;
+  const auto adapter = std::make_shared<ElmAdapter>(vehicle, options);
+  const int expected = identity.raisesRate ? HighestRate : start;
+  // In the second session the adapter sleeps at whatever rate the first one has left it at, and goes back to
+  // its own with the reset.
+  for (const int portRate : {9600, HighestRate}) {
+    SCOPED_TRACE(portRate);
+    Port port(adapter, portRate);
+    ASSERT_NO_FATAL_FAILURE(port.open(obd::SerialDescriptor("port", "")));
+    EXPECT_EQ(adapter->baudrate(), expected);
+    EXPECT_EQ(port.rate(), expected);
+    if (identity.raisesRate || start == HighestRate ||
+        personality.personality == simulator::Personality::ObdKey) {
+      expectAdapter(port.device.get(), identity, truth);
+    } else {
+      // Each refused rate leaves ends of lines behind, so that what the adapter says of itself comes late and
+      // under other names. The dialogue is in step again before the vehicle is asked.
+      EXPECT_EQ(port.device->obdProtocol(), truth.protocol());
+    }
+    expectVehicle(*port.proxy, truth);
+    expectVin(port.proxy, truth);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EverySerialRate,
+                         testing::Combine(testing::ValuesIn(simulator::personalities()),
+                                          testing::Values(9600, 19200, 38400, 57600, HighestRate)),
+                         [](const auto& pair) {
+                           return plainName(std::get<0>(pair.param).name) + "At" +
+                                  std::to_string(std::get<1>(pair.param));
+                         });
+
+// Noise on the answer to a new rate, or a line that does not stand it: the old rate goes on.
+TEST(SerialRate, StaysWhereARaiseFails) {
+  const VirtualClock clock;
+  const auto vehicle = loadAt("can11-250", Cruise);
+  const Truth truth(vehicle);
+  for (const auto kind : {simulator::Fault::Kind::Silence, simulator::Fault::Kind::ErrorWord,
+                          simulator::Fault::Kind::HalfReply, simulator::Fault::Kind::LateReply}) {
+    SCOPED_TRACE(static_cast<int>(kind));
+    for (unsigned exchange = 0; exchange < 14; ++exchange) {
+      SCOPED_TRACE(exchange);
+      AdapterOptions options;
+      options.baudrate = 38400;
+      options.faults.add(kind, exchange, kind == simulator::Fault::Kind::LateReply ? 700 : 0, "BUS ERROR");
+      const auto adapter = std::make_shared<ElmAdapter>(vehicle, options);
+      const auto bus = simulator::makeSerialBus(adapter, 9600);
+      obd::Connection connection(bus);
+      ASSERT_EQ(connection.connect(), 0);
+      const auto device = obd::DeviceDetector(obd::SerialDescriptor("port", ""), bus).detect(&connection);
+      if (!device->init()) {
+        continue;  // struck where the opening cannot do without
+      }
+      EXPECT_EQ(adapter->baudrate(), bus->baudrate());
+      EXPECT_EQ(device->interfaceName(), "ELM327 v1.5");
+    }
+  }
+}
+
+TEST(SerialRate, IsTakenWhereItIsTold) {
+  const VirtualClock clock;
+  const auto vehicle = loadAt("kwp-slow", Cruise);
+  const Truth truth(vehicle);
+  struct Row {
+    int adapter;
+    int initial;
+    int wanted;
+  };
+  for (const Row& row : {Row{38400, 0, 38400}, Row{38400, 38400, HighestRate}, Row{19200, 19200, 57600},
+                         Row{HighestRate, HighestRate, HighestRate}}) {
+    SCOPED_TRACE(row.wanted);
+    AdapterOptions options;
+    options.baudrate = row.adapter;
+    const auto adapter = std::make_shared<ElmAdapter>(vehicle, options);
+    Port port(adapter, row.wanted);
+    ASSERT_NO_FATAL_FAILURE(port.open(obd::SerialDescriptor("port", row.wanted, row.initial, "")));
+    EXPECT_EQ(adapter->baudrate(), row.wanted);
+    EXPECT_EQ(port.rate(), row.wanted);
+    expectVehicle(*port.proxy, truth);
+  }
+}
+
+// --- Many units ---
+
+class ManyUnits : public testing::Test {
+ protected:
+  ManyUnits() { m_options.latency = 2; }
+
+  VirtualClock m_clock;
+  AdapterOptions m_options;
+  House m_house;
+};
+
+TEST_F(ManyUnits, AnswerAtOnceAndAreToldApart) {
+  const auto vehicle = loadAt("eight-units", Cruise);
+  const Truth truth(vehicle);
+  for (const bool pieces : {false, true}) {
+    SCOPED_TRACE(pieces);
+    if (pieces) {
+      m_options.faults.addAlways(simulator::Fault::Kind::Split, 5);
+      m_options.faults.addAlways(simulator::Fault::Kind::Jitter, 30);
+    }
+    ASSERT_TRUE(m_house.open(simulator::makeBus(vehicle, m_options)));
+    expectVehicle(*m_house.proxy(), truth);
+    for (const simulator::Unit& unit : truth.units()) {
+      m_house.ecus().selectEcu(unit.id);
+      expectLiveValue(m_house, truth, unit);
+    }
+
+    // The frames of long messages come mixed, or the test would be worth little.
+    std::string raw;
+    ASSERT_EQ(m_house.proxy()->sendCommand("0904", raw, 1000), obd::RequestAnswered);
+    std::erase(raw, ' ');
+    int changes = 0;
+    for (std::size_t at = 19; at + 3 <= raw.size(); at += 19) {  // three digits of identifier, eight bytes
+      changes += raw.compare(at, 3, raw, at - 19, 3) != 0 ? 1 : 0;
+    }
+    EXPECT_GT(changes, 10) << raw;
+
+    obd::CalibrationIds ids;
+    ASSERT_EQ(ids.update(m_house.proxy()), obd::IQuery::Updated);
+    for (const simulator::Unit& unit : truth.units()) {
+      const std::vector<std::string> texts = ids.calibrationIds(m_house.proxy()->ecu(unit.id));
+      ASSERT_EQ(texts.size(), 1U) << unit.name;
+      EXPECT_TRUE(texts.front().starts_with("VSIM30-" + unit.name)) << texts.front();
+    }
+    m_house.manager().close();
+  }
+}
+
+TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
+  std::string text = "name = Eight speeds\nprotocol = 7\n";
+  std::map<unsigned, unsigned> speeds;
+  for (unsigned i = 0; i < 8; ++i) {
+    const std::string digit = std::to_string(i);
+    text += "[unit U" + digit + " 18DAF11" + digit + "]\nlatency = " + std::to_string(i % 3) + "\n01 0D = 6" +
+            digit + "\n01 1C = 07\n01 42 = 3" + digit + " 00\ncodes = P010" + digit + "\npending = none\n";
+    speeds[0x18DAF110 + i] = 0x60 + i;
+  }
+  const auto vehicle = Vehicle::parse(text, "test");
+  ASSERT_TRUE(m_house.open(simulator::makeBus(vehicle, m_options)));
+  expectVehicle(*m_house.proxy(), Truth(vehicle));
+
+  unsigned selected = 0x18DAF110;
+  m_house.onSensor = [&](const obd::ParameterDescriptor& parameter, const auto& values) {
+    ASSERT_EQ(values.size(), 1U);
+    if (parameter.pid() == 0x0D) {
+      EXPECT_EQ(std::stof(values.front()->value), static_cast<float>(speeds.at(selected)));
+      EXPECT_EQ(values.front()->minimum, values.front()->maximum);
+    }
+  };
+  for (const unsigned step : {0U, 3U, 7U, 1U, 1U, 6U}) {
+    selected = 0x18DAF110 + step;
+    m_house.ecus().selectEcu(selected);
+    m_house.run(20);
+    m_house.heard.clear();
+    m_house.codeTexts.clear();
+    m_house.sensors().refresh({0x0D, 0x42});
+    EXPECT_TRUE(m_house.codes().refreshConfirmedCodes());
+    m_house.run(1000);
+    EXPECT_GT(m_house.count('s'), 10) << step;
+    EXPECT_EQ(m_house.codeTexts.substr(0, 6), " P010" + std::to_string(step));
+    const auto models = m_house.sensors().readSensors(0x0D);
+    ASSERT_EQ(models.size(), 1U);
+    EXPECT_EQ(std::stof(models.front()->value->value), static_cast<float>(speeds.at(selected)));
+    // From here on the next turn: the polling goes on right up to the change.
+  }
+
+  // A unit that is not there.
+  m_house.ecus().selectEcu(0x18DAF1FF);
+  m_house.run(20);
+  m_house.heard.clear();
+  m_house.sensors().refresh({0x0D});
+  m_house.run(500);
+  EXPECT_EQ(m_house.count('s'), 0);
+}
+
+}  // namespace
