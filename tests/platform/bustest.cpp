@@ -65,6 +65,9 @@ extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo
 
 namespace {
 
+// Far below the waits that must not happen, and far above what a busy machine needs.
+constexpr int Promptly = 4000;  // ms
+
 int elapsed(RealClock::time_point since) {
   return static_cast<int>(std::chrono::duration_cast<milliseconds>(RealClock::now() - since).count());
 }
@@ -315,7 +318,7 @@ TEST_P(BusTest, ReadWaitsBrieflyAndReturnsWithTheBytes) {
     EXPECT_EQ(buffer, Bytes{'>'});
     answer.join();
   }
-  EXPECT_LT(elapsed(start), 500);
+  EXPECT_LT(elapsed(start), Promptly);
 }
 
 TEST_P(BusTest, CloseEndsAReadAndMayBeRepeated) {
@@ -332,7 +335,7 @@ TEST_P(BusTest, CloseEndsAReadAndMayBeRepeated) {
   bus->close();
   EXPECT_NE(bus->write({1}), 0);
   EXPECT_THAT(lastError(*bus), HasSubstr("closed"));
-  EXPECT_LT(elapsed(start), 500);
+  EXPECT_LT(elapsed(start), Promptly);
 
   // A loop that goes on asking must not use up a processor.
   const auto loop = RealClock::now();
@@ -341,7 +344,7 @@ TEST_P(BusTest, CloseEndsAReadAndMayBeRepeated) {
     EXPECT_EQ(bus->read(buffer), hostos::BusNothingToRead);
   }
   EXPECT_GE(elapsed(loop), 9);
-  EXPECT_LT(elapsed(loop), 500);
+  EXPECT_LT(elapsed(loop), Promptly);
 
   open();
   EXPECT_EQ(bus->write({'A'}), 0);
@@ -385,7 +388,7 @@ TEST_P(BusTest, PeerThatTakesNothingCannotHoldAWrite) {
     const auto start = RealClock::now();
     EXPECT_NE(bus->write(much), 0);
     EXPECT_GE(elapsed(start), 95);
-    EXPECT_LT(elapsed(start), 1500);
+    EXPECT_LT(elapsed(start), Promptly);
     EXPECT_THAT(lastError(*bus), HasSubstr("does not answer"));
   }
   // The link goes on reading after the write was given up.
@@ -397,7 +400,7 @@ TEST_P(BusTest, PeerThatTakesNothingCannotHoldAWrite) {
   const auto start = RealClock::now();
   bus->close();
   EXPECT_NE(writer.get(), 0);
-  EXPECT_LT(elapsed(start), 500);
+  EXPECT_LT(elapsed(start), Promptly);
 }
 
 TEST_P(BusTest, ReadWriteAndCloseMeetInAnyOrder) {
@@ -487,7 +490,7 @@ TEST(TcpBus, ConnectHasALimitAndEndsWithClose) {
     const auto start = RealClock::now();
     EXPECT_NE(bus->open(), 0);
     EXPECT_GE(elapsed(start), 140);
-    EXPECT_LT(elapsed(start), 1000);
+    EXPECT_LT(elapsed(start), Promptly);
     EXPECT_THAT(lastError(*bus), HasSubstr("does not answer"));
   }
   std::future<int> opening = std::async(std::launch::async, [&] { return bus->open(); });
@@ -495,7 +498,7 @@ TEST(TcpBus, ConnectHasALimitAndEndsWithClose) {
   const auto start = RealClock::now();
   bus->close();
   EXPECT_NE(opening.get(), 0);
-  EXPECT_LT(elapsed(start), 500);
+  EXPECT_LT(elapsed(start), Promptly);
 }
 
 TEST(TcpBus, NameLookupHoldsUpNeitherCloseNorDestruction) {
@@ -513,7 +516,7 @@ TEST(TcpBus, NameLookupHoldsUpNeitherCloseNorDestruction) {
     EXPECT_NE(bus->open(), 0);
     EXPECT_THAT(lastError(*bus), HasSubstr("slow.test was not found"));
   }
-  EXPECT_LT(elapsed(start), 1000);
+  EXPECT_LT(elapsed(start), Promptly);
   release.set_value();
   std::this_thread::sleep_for(milliseconds(20));  // the late answers find nobody
 }
