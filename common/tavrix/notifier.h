@@ -82,11 +82,12 @@ auto makeEvent(Method method, Values&&... values) {
 template <typename T>
 class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
  public:
-  void attach(Observer<T>* observer) override { m_observers.push_back(observer); }
-  void detach(Observer<T>* observer) override { std::erase(m_observers, observer); }
+  void attach(Observer<T>* observer) override { m_observers->push_back(observer); }
+  void detach(Observer<T>* observer) override { std::erase(*m_observers, observer); }
 
  protected:
   Notifier() = default;
+  ~Notifier() override { m_observers->clear(); }
   Notifier(const Notifier&) = delete;
   Notifier& operator=(const Notifier&) = delete;
 
@@ -94,23 +95,23 @@ class VELMARA_EXPORT Notifier : public virtual INotifier<T> {
   /// still reached, and one that takes itself out makes its successor miss this event. An observer may also
   /// destroy the notifier, which ends the walk.
   void dispatchEvent(const AbstractEvent<T>& event) {
-    const std::weak_ptr<const bool> life = m_life;
-    for (std::size_t i = 0; !life.expired() && i < m_observers.size(); ++i) {
-      event.apply(m_observers.at(i));
+    const std::shared_ptr<std::vector<Observer<T>*>> observers = m_observers;
+    for (std::size_t i = 0; i < observers->size(); ++i) {
+      event.apply(observers->at(i));
     }
   }
 
   /// Shorthand: makes the event and calls every observer.
   template <typename Method, typename... Values>
   void fireEvent(Method method, Values&&... values) {
-    if (!m_observers.empty()) {
+    if (!m_observers->empty()) {
       dispatchEvent(typename EventOf<T, Method>::Type(method, std::forward<Values>(values)...));
     }
   }
 
  private:
-  std::vector<Observer<T>*> m_observers;
-  std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
+  // Shared with a walk in progress, which outlives this object if an observer destroys it.
+  std::shared_ptr<std::vector<Observer<T>*>> m_observers = std::make_shared<std::vector<Observer<T>*>>();
 };
 
 }  // namespace tavrix
