@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <tavrix/export.h>
+#include <tavrix/notifier.h>
+
+namespace obd {
+
+class TestRoutineDataModel;
+
+/// Hears of on-board system tests on the thread that calls `Dispatcher::dispatch`.
+class VELMARA_EXPORT IService08Observer {
+ public:
+  virtual ~IService08Observer() = default;
+  /// A refused test is a success, too: the model tells the control unit's answer. Null without a control
+  /// unit.
+  virtual void onTestUpdated(bool /*success*/, const std::shared_ptr<TestRoutineDataModel>& /*test*/) {}
+  /// What was told so far is void.
+  virtual void onInvalidated() {}
+  /// All refreshes in flight are through.
+  virtual void onRefreshDone() {}
+};
+
+/// On-board system tests (SAE J1979 service 08) of the selected control unit, as far as the library knows
+/// them: TIDs 1, 2 and 3. They act on the vehicle: ask the user first. For the thread that calls
+/// `Dispatcher::dispatch`.
+class VELMARA_EXPORT IService08 : public virtual tavrix::INotifier<IService08Observer> {
+ public:
+  using Tests = std::vector<std::shared_ptr<TestRoutineDataModel>>;
+
+  /// Whether the selected control unit offers a test.
+  virtual bool isSupported() = 0;
+  /// The tests on offer in ascending order, each with its last result.
+  virtual Tests tests() = 0;
+  /// Starts a test, which ends in an observer call. False without a connection or for a test not on offer.
+  virtual bool startTest(int tid) = 0;
+  /// The tests on offer, without results; empty without a connection.
+  virtual Tests availableTests() = 0;
+  /// Starts any test and blocks until the vehicle has answered. Null without a connection.
+  virtual std::shared_ptr<TestRoutineDataModel> runTest(int tid) = 0;
+};
+
+namespace Service08Builder {
+/// Null if there is no facade.
+VELMARA_EXPORT std::shared_ptr<IService08> createService08();
+}  // namespace Service08Builder
+
+}  // namespace obd
