@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
-#include <shared_mutex>
 #include <thread>
 #include <vector>
 
@@ -31,22 +30,20 @@ class VELMARA_EXPORT IEventProducer {
   virtual void detach(L* listener) = 0;
 };
 
-/// Fires an event at its listeners from any thread, from several at once, too. Attaching and detaching waits
-/// until no other thread fires, so a listener that is taken out is not called any more.
+/// Fires an event at its listeners from any thread, from several at once, too. Detaching waits while another
+/// thread is inside the listener, so a listener that is taken out is not called any more.
 ///
 /// A listener may attach, detach and fire from within `onEvent`, as an observer that makes or drops a service
-/// does. A listener added there is reached by the next event.
+/// does. A listener added while an event is on its way is reached by the next event.
 template <typename E, typename L>
 class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
  public:
   void attach(L* listener) override {
-    const auto lock = lockUnlessFiring<std::unique_lock<std::shared_mutex>>();
     const std::lock_guard guard(m_mutex);
     m_listeners.push_back(listener);
   }
 
   void detach(L* listener) override {
-    const auto lock = lockUnlessFiring<std::unique_lock<std::shared_mutex>>();
     std::unique_lock guard(m_mutex);
     // Walks go by position, so the entries stay until the last one is over.
     std::replace(m_listeners.begin(), m_listeners.end(), listener, static_cast<L*>(nullptr));
@@ -61,7 +58,6 @@ class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
  protected:
   /// Tells the listeners in order. What one of them throws ends the walk and is logged, not passed on.
   void fire(const E& event) {
-    const auto lock = lockUnlessFiring<std::shared_lock<std::shared_mutex>>();
     Walk walk(*this);
     try {
       while (walk.next()) {
@@ -108,19 +104,6 @@ class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
     std::size_t m_end = 0;
   };
 
-  // A thread that fires holds the lock already.
-  template <typename Lock>
-  Lock lockUnlessFiring() {
-    {
-      const std::lock_guard guard(m_mutex);
-      const auto own = [](const Walk* walk) { return walk->thread == std::this_thread::get_id(); };
-      if (std::any_of(m_walks.begin(), m_walks.end(), own)) {
-        return Lock();
-      }
-    }
-    return Lock(m_lock);
-  }
-
   // Mutex held.
   void tidy() {
     if (m_walks.empty()) {
@@ -128,8 +111,7 @@ class VELMARA_EXPORT EventProducer : public virtual IEventProducer<E, L> {
     }
   }
 
-  std::shared_mutex m_lock;  // shared while listeners are told
-  std::mutex m_mutex;        // for moments, guards the rest; taken after m_lock
+  std::mutex m_mutex;  // for moments only, never while a listener is told
   std::condition_variable m_moved;
   std::vector<L*> m_listeners;
   std::vector<const Walk*> m_walks;

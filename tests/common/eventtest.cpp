@@ -181,7 +181,7 @@ TEST(EventProducer, ThrowingListenerEndsTheWalkAndIsLogged) {
   EXPECT_EQ(listeners[2].events.size(), 1U);
 }
 
-TEST(EventProducer, FiringIsSharedAttachingIsNot) {
+TEST(EventProducer, ListMayChangeWhileOthersFire) {
   struct Counter : tavrix::IEventListener<Change> {
     void onEvent(const Change&) override { ++events; }
     std::atomic<int> events{0};
@@ -282,6 +282,37 @@ TEST(EventProducer, DetachWaitsForTheCallOfAnotherThread) {
   teller.join();
   taker.join();
   EXPECT_TRUE(detaching.waited);
+}
+
+// Each of two producers tells a listener that changes the list of the other, on two threads at once.
+TEST(EventProducer, ListenersMayChangeEachOthersProducers) {
+  struct Crossing : tavrix::IEventListener<Change> {
+    explicit Crossing(Producer& itsOther) : other(itsOther) {}
+    void onEvent(const Change&) override {
+      other.attach(&passing);
+      other.detach(&passing);
+    }
+    struct Nobody : tavrix::IEventListener<Change> {
+      void onEvent(const Change&) override {}
+    };
+    Producer& other;
+    Nobody passing;
+  };
+  Producer left;
+  Producer right;
+  Crossing fromLeft(right);
+  Crossing fromRight(left);
+  left.attach(&fromLeft);
+  right.attach(&fromRight);
+  std::thread another([&] {
+    for (int n = 0; n < 2000; ++n) {
+      right.fire(Change::Values);
+    }
+  });
+  for (int n = 0; n < 2000; ++n) {
+    left.fire(Change::Values);
+  }
+  another.join();
 }
 
 }  // namespace
