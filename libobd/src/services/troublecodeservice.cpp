@@ -21,11 +21,6 @@ constexpr unsigned int NoRequest = 0xFFFFFFFF;
 constexpr unsigned char MonitorStatusPid = 0x01;
 constexpr unsigned char FreezeFramePid = 0x02;
 
-// The identifiers that ask for the list of supported identifiers (SAE J1979).
-constexpr bool isBlockNumber(unsigned int identifier) {
-  return (identifier & 0x1F) == 0;
-}
-
 // The one sensor of a distance or run time, with its value.
 struct FirstSensor {
   std::shared_ptr<SensorDescriptor> descriptor;
@@ -54,12 +49,6 @@ TroubleCodeService::~TroubleCodeService() {
   cancelAll();
 }
 
-template <typename T, typename... Arguments>
-TroubleCodeService::RefresherPtr TroubleCodeService::makeRefresher(Arguments&&... arguments) {
-  return std::make_shared<Refresher<T>>(std::make_shared<T>(std::forward<Arguments>(arguments)...),
-                                        shared_from_this());
-}
-
 void TroubleCodeService::init() {
   constexpr ObdMode Live = ObdMode::Mode01;
   constexpr unsigned char NoFrame = 0;
@@ -75,10 +64,6 @@ void TroubleCodeService::init() {
 }
 
 // --- Refreshing ---
-
-bool TroubleCodeService::refreshIfConnected(const RefresherPtr& refresher) {
-  return isConnected() && refresher->refresh(IRefresher::AutomaticId) != NoRequest;
-}
 
 bool TroubleCodeService::refreshMilStatus() {
   return refreshIfConnected(m_milRefresher);
@@ -262,7 +247,7 @@ void TroubleCodeService::buildFrameSensors(unsigned char frame) {
     }
     if (const auto parameter =
             factory.createFreezeFrameParameter(ParameterIdentifier(identifier).id(), frame)) {
-      sensors.push_back(std::make_shared<Refresher<PowertrainParameter>>(parameter, shared_from_this()));
+      sensors.push_back(makeRefresherOn(parameter));
     } else {
       LogStream(Source, __LINE__, 3) << "Failed to create mode 0x02 sensor "
                                      << static_cast<unsigned int>(identifier);
@@ -410,30 +395,12 @@ bool TroubleCodeService::clearCodesNow() {
 // --- Hooks ---
 
 void TroubleCodeService::cancelAll() {
-  const auto cancel = [](const RefresherPtr& refresher) {
-    if (refresher) {
-      refresher->cancel();
-    }
-  };
-  for (const RefresherPtr& refresher :
-       {m_confirmedRefresher, m_pendingRefresher, m_permanentRefresher, m_clearRefresher, m_milRefresher}) {
-    cancel(refresher);
-  }
-  for (const auto& [frame, refresher] : m_frameCodeRefreshers) {
-    cancel(refresher);
-  }
-  for (const auto& [frame, refresher] : m_frameConfigRefreshers) {
-    cancel(refresher);
-  }
-  for (const auto& [frame, sensors] : m_frameSensorRefreshers) {
-    for (const RefresherPtr& refresher : sensors) {
-      cancel(refresher);
-    }
-  }
-  for (const RefresherPtr& refresher : {m_distanceSinceResetRefresher, m_runtimeSinceResetRefresher,
-                                        m_distanceSinceFaultRefresher, m_runtimeSinceFaultRefresher}) {
-    cancel(refresher);
-  }
+  cancel({m_confirmedRefresher, m_pendingRefresher, m_permanentRefresher, m_clearRefresher, m_milRefresher});
+  cancel(m_frameCodeRefreshers);
+  cancel(m_frameConfigRefreshers);
+  cancel(m_frameSensorRefreshers);
+  cancel({m_distanceSinceResetRefresher, m_runtimeSinceResetRefresher, m_distanceSinceFaultRefresher,
+          m_runtimeSinceFaultRefresher});
 }
 
 void TroubleCodeService::forgetFrames() {

@@ -1,38 +1,18 @@
 #pragma once
 
-#include <atomic>
 #include <map>
 #include <memory>
 #include <vector>
 
-#include "dispatch/refresher.h"
 #include "parameters/troublecodes.h"
 #include "powertrain/monitorstatus.h"
 #include "powertrain/standardparameters.h"
 #include "services/baseservice.h"
 #include "services/freezeframeconfigurationquery.h"
 #include "services/itroublecodeservice.h"
+#include "services/refreshcounter.h"
 
 namespace obd {
-
-/// Counts the refreshes in flight for any number of query types, so that a service can tell the end of a
-/// batch. A run that a disconnect drops stays counted.
-template <typename... Subjects>
-class RefreshCounter : public IRefreshObserver<Subjects>... {
- public:
-  void onUpdateStarted() override { ++m_active; }
-  void onUpdateFinished() override {
-    if (--m_active <= 0) {
-      onAllFinished();
-    }
-  }
-
- protected:
-  virtual void onAllFinished() = 0;
-
- private:
-  std::atomic<int> m_active{0};
-};
 
 class TroubleCodeService final
     : public ITroubleCodeService,
@@ -41,8 +21,7 @@ class TroubleCodeService final
       public RefreshCounter<ConfirmedTroubleCodes, PendingTroubleCodes, PermanentTroubleCodes,
                             ClearTroubleCodes, FreezeFrameTroubleCode, PowertrainParameter, MonitorStatus,
                             DistanceTraveled, EngineRuntimeDtc, MilDistance, EngineRuntimeMil,
-                            FreezeFrameConfigurationQuery>,
-      public std::enable_shared_from_this<TroubleCodeService> {
+                            FreezeFrameConfigurationQuery> {
  public:
   explicit TroubleCodeService(IObdVelmara& facade);
   ~TroubleCodeService() override;
@@ -97,14 +76,10 @@ class TroubleCodeService final
   void onAllFinished() override;
 
  private:
-  using RefresherPtr = std::shared_ptr<IRefresher>;
   using SensorEvent = void (ITroubleCodeServiceObserver::*)(bool, const std::shared_ptr<SensorDescriptor>&,
                                                             const std::shared_ptr<SensorValue>&);
   using CodesEvent = void (ITroubleCodeServiceObserver::*)(bool, const Codes&);
 
-  template <typename T, typename... Arguments>
-  RefresherPtr makeRefresher(Arguments&&... arguments);
-  bool refreshIfConnected(const RefresherPtr& refresher);
   void refreshIfSupported(unsigned char pid, const RefresherPtr& refresher);
   unsigned int refreshFrame(unsigned char frame, unsigned int id);
   void buildFrameSensors(unsigned char frame);
