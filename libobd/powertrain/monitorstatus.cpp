@@ -134,4 +134,18 @@ bool MonitorRecord::fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vec
   return true;
 }
 
+std::vector<ObdTest> applicableTests(const MonitorStatus& status, const IEcu* ecu) {
+  if (ecu == nullptr) {
+    return {};
+  }
+  std::vector<ObdTest> tests = {ObdTest::Misfire, ObdTest::FuelSystem, ObdTest::ComprehensiveComponent};
+  const bool spark = status.getIgnitionType(*ecu) == IgnitionType::SparkIgnition;
+  const auto first = static_cast<std::int32_t>(spark ? ObdTest::Catalyst : ObdTest::NmhcCatalyst);
+  const auto last = static_cast<std::int32_t>(spark ? ObdTest::EgrVvtSpark : ObdTest::EgrVvtCompression);
+  for (std::int32_t test = first; test <= last; ++test) {
+    tests.push_back(static_cast<ObdTest>(test));
+  }
+  return tests;
+}
+
 }  // namespace obd

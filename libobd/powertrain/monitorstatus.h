@@ -79,6 +79,10 @@ class VELMARA_EXPORT MonitorStatus final : public MonitorRecord {
   MonitorStatus();
 };
 
+/// The monitors that apply to a control unit by its kind of ignition, available or not, in ascending order:
+/// those for every engine, then those for its own kind. Empty without a unit.
+VELMARA_EXPORT std::vector<ObdTest> applicableTests(const MonitorStatus& status, const IEcu* ecu);
+
 /// PID 0x41: in this driving cycle.
 class VELMARA_EXPORT MonitorStatusThisCycle final : public MonitorRecord {
  public:
