@@ -79,6 +79,15 @@ class RefreshCounter : public IRefreshObserver<Subjects>...,
     return isConnected() && refresher->refresh(IRefresher::AutomaticId) != IRefresher::AutomaticId;
   }
 
+  /// The same for each of a list, in its order. True if at least one was started or joined.
+  bool refreshIfConnected(const std::vector<RefresherPtr>& refreshers) {
+    bool any = false;
+    for (const RefresherPtr& refresher : refreshers) {
+      any = refreshIfConnected(refresher) || any;
+    }
+    return any;
+  }
+
  private:
   std::atomic<int> m_active{0};
 };
