@@ -6,11 +6,9 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
-#include "core/vehicletypes.h"
+#include "parameters/oxygensensortest.h"
 
 namespace obd {
-
-class OxygenSensorTestItem;
 
 /// Hears of oxygen sensor tests on the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT IOxygenSensorMonitorServiceObserver {

@@ -6,16 +6,16 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
-namespace obd {
+#include "parameters/onboardtest.h"
 
-class TestRoutineDataModel;
+namespace obd {
 
 /// Hears of on-board system tests on the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT IService08Observer {
  public:
   virtual ~IService08Observer() = default;
-  /// A refused test is a success, too: the model tells the control unit's answer. Null without a control
-  /// unit.
+  /// A test has ended. Success means that a control unit took it; with or without, the model tells how the
+  /// selected one answered, and why it refused. Null without a selected control unit.
   virtual void onTestUpdated(bool /*success*/, const std::shared_ptr<TestRoutineDataModel>& /*test*/) {}
   /// What was told so far is void.
   virtual void onInvalidated() {}
@@ -38,7 +38,8 @@ class VELMARA_EXPORT IService08 : public virtual tavrix::INotifier<IService08Obs
   virtual bool startTest(int tid) = 0;
   /// The tests on offer, without results; empty without a connection.
   virtual Tests availableTests() = 0;
-  /// Starts any test and blocks until the vehicle has answered. Null without a connection.
+  /// Starts any test, on offer or not, and blocks until the vehicle has answered. The model tells how the
+  /// test fared, silence included. Null without a connection, and for a number that no test can have.
   virtual std::shared_ptr<TestRoutineDataModel> runTest(int tid) = 0;
 };
 
