@@ -39,7 +39,7 @@ class VELMARA_EXPORT PerformanceTracking : public VehicleInformation {
 
 /// The counters by the names of one set.
 template <typename Counter>
-class PerformanceTrackingOf : public PerformanceTracking {
+class VELMARA_EXPORT PerformanceTrackingOf : public PerformanceTracking {
  public:
   /// "NA" for a number without a name.
   std::string counterDescription(Counter counter) const { return textOf(static_cast<std::int32_t>(counter)); }
