@@ -12,7 +12,8 @@ find_package(Threads REQUIRED)
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+  # Precompiled headers need the two liberties.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
 endif()
 
 add_library(velmara_options INTERFACE)
@@ -32,6 +33,24 @@ if(VELMARA_SANITIZE)
   target_link_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE})
 endif()
 
+# velmara_precompiled(TARGET): takes headers that nearly every file includes in one gulp. Off by default, since a
+# file that forgets an include goes unnoticed with it.
+if(VELMARA_PCH)
+  set(pch_source ${CMAKE_BINARY_DIR}/pch.cpp)
+  file(CONFIGURE OUTPUT ${pch_source} CONTENT "// Carries the precompiled headers.\nint main() {}\n")
+  add_library(velmara_pch STATIC ${pch_source})
+  target_link_libraries(velmara_pch PRIVATE velmara_options)
+  target_compile_options(velmara_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+  set(VELMARA_PCH_HEADERS <algorithm> <array> <atomic> <condition_variable> <functional> <map> <memory> <mutex>
+      <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
+  target_precompile_headers(velmara_pch PRIVATE ${VELMARA_PCH_HEADERS})
+endif()
+function(velmara_precompiled target)
+  if(VELMARA_PCH)
+    target_precompile_headers(${target} REUSE_FROM velmara_pch)
+  endif()
+endfunction()
+
 # velmara_room(NAME SOURCES ... HEADERS ... LINK ... [BASE dir])
 # One room of the library: a static library with hidden symbols whose objects also go into libobd.so.
 # HEADERS are public: they are installed, and each must compile on its own.
@@ -41,6 +60,7 @@ function(velmara_room name)
     add_library(${name} STATIC ${ROOM_SOURCES})
     set(scope PUBLIC)
     target_link_libraries(${name} PRIVATE velmara_options)
+    velmara_precompiled(${name})
   else()
     add_library(${name} INTERFACE)
     set(scope INTERFACE)
@@ -58,14 +78,27 @@ function(velmara_room name)
   target_link_libraries(${name} ${scope} ${ROOM_LINK})
 endfunction()
 
-# velmara_test(NAME SOURCES ... LINK ...): a GoogleTest program run by CTest as one test.
+# velmara_test(NAME SOURCES ... LINK ... [TIMEOUT s] [SHARDS n]): a GoogleTest program run by CTest as one test, or
+# as several that share its cases, where these mostly wait.
 function(velmara_test name)
-  cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINK" ${ARGN})
-  add_executable(${name} ${TEST_SOURCES})
-  target_link_libraries(${name} PRIVATE velmara_options ${TEST_LINK} GTest::gmock GTest::gtest_main)
-  add_test(NAME ${name} COMMAND ${name})
+  cmake_parse_arguments(TEST "" "TIMEOUT;SHARDS" "SOURCES;LINK" ${ARGN})
   if(NOT TEST_TIMEOUT)
     set(TEST_TIMEOUT 120)
   endif()
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE velmara_options ${TEST_LINK} GTest::gmock GTest::gtest_main)
+  if(VELMARA_PCH)
+    target_precompile_headers(${name} REUSE_FROM velmara_test_pch)
+  endif()
+  if(NOT TEST_SHARDS)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})
+    return()
+  endif()
+  math(EXPR last "${TEST_SHARDS} - 1")
+  foreach(shard RANGE ${last})
+    add_test(NAME ${name}_${shard} COMMAND ${name})
+    set_tests_properties(${name}_${shard} PROPERTIES TIMEOUT ${TEST_TIMEOUT}
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=${TEST_SHARDS};GTEST_SHARD_INDEX=${shard}")
+  endforeach()
 endfunction()
