@@ -1,29 +1,81 @@
 #include "buscore.h"
 
 #include <hostos/busfactory.h>
-#include <pthread.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <asio/post.hpp>
 
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
+#include <thread>
 
 #include "buslimits.h"
 
 namespace hostos {
 
 namespace {
-constexpr std::size_t ReceiveLimit = 1 << 20;  // unread bytes, beyond which the peer has to wait
+
+constexpr std::size_t ChunkSize = 4096;        // of one read
 constexpr std::chrono::milliseconds Pause{1};  // for callers that ask a dead link again and again
+
+asio::error_code systemError(int code) {
+  return {code, asio::error::get_system_category()};
+}
+
+int makeWake() {
+  const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake < 0) {
+    throw std::system_error(errno, std::system_category());
+  }
+  return wake;
+}
+
+// What the system takes at once, of a socket or a terminal; as ::write.
+ssize_t writeDescriptor(int descriptor, const unsigned char* bytes, std::size_t size) {
+  const ssize_t taken = ::send(descriptor, bytes, size, MSG_NOSIGNAL);
+  return taken < 0 && errno == ENOTSOCK ? ::write(descriptor, bytes, size) : taken;
+}
+
+// Whether it may go better another time.
+bool passes(int code) {
+  return code == EAGAIN || code == EWOULDBLOCK || code == EINTR;
+}
+
 }  // namespace
 
-std::size_t writeDescriptor(int descriptor, asio::const_buffer buffer) {
-  ssize_t taken = ::send(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (taken < 0 && errno == ENOTSOCK) {
-    taken = ::write(descriptor, buffer.data(), buffer.size());  // Asio opens terminals without blocking
+// Keeps the stream of a running link open; nothing if the link does not run.
+class Link::Use {
+ public:
+  explicit Use(Link& link) : m_link(link) {
+    const std::lock_guard guard(link.m_mutex);
+    m_counted = link.m_started && !link.m_stopped;
+    link.m_users += m_counted ? 1 : 0;
   }
-  return taken < 0 ? 0 : static_cast<std::size_t>(taken);
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+  ~Use() {
+    if (m_counted) {
+      const std::lock_guard guard(m_link.m_mutex);
+      if (--m_link.m_users == 0 && m_link.m_stopped) {
+        m_link.m_unused.notify_all();
+      }
+    }
+  }
+  explicit operator bool() const { return m_counted; }
+
+ private:
+  Link& m_link;
+  bool m_counted;
+};
+
+Link::Link() : m_work(m_io.get_executor()), m_wake(makeWake()) {}
+
+Link::~Link() {
+  ::close(m_wake);
 }
 
 void Link::runUntil(const bool& done, Deadline deadline) {
@@ -43,35 +95,21 @@ asio::error_code Link::start() {
   if (m_stopped) {
     return asio::error::operation_aborted;
   }
-  try {
-    m_thread = std::thread([this] {
-      pthread_setname_np(pthread_self(), "hostos::Link");
-      armRead();
-      m_io.run();
-    });
-  } catch (const std::system_error& error) {
-    return asio::error_code(error.code().value(), asio::error::get_system_category());
-  }
   m_started = true;
   return {};
 }
 
 void Link::stop() {
-  {
-    const std::lock_guard guard(m_mutex);
-    if (!m_stopped) {
-      m_stopped = true;
-      m_changed.notify_all();
-      asio::post(m_io, [this] {
-        const std::lock_guard writers(m_mutex);
-        closeStream();
-        m_work.reset();
-      });
-    }
+  std::unique_lock lock(m_mutex);
+  if (!m_stopped) {
+    m_stopped = true;
+    asio::post(m_io, [] {});  // wakes who opens
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(m_wake, &one, sizeof(one));  // and who reads and writes
   }
-  const std::lock_guard guard(m_joinMutex);
-  if (m_thread.joinable()) {
-    m_thread.join();
+  m_unused.wait(lock, [this] { return m_users == 0; });
+  if (m_started) {
+    closeStream();
   }
 }
 
@@ -85,125 +123,82 @@ bool Link::alive() const {
   return m_started && !m_stopped && !m_failure;
 }
 
-void Link::armRead() {
-  readSome(asio::buffer(m_chunk),
-           [this](const asio::error_code& error, std::size_t size) { onRead(error, size); });
+// Waits until the stream allows one of `events`, or has failed; false if the time ran out or the link is
+// stopped. May return early.
+bool Link::await(short events, std::chrono::milliseconds limit) {
+  std::array<pollfd, 2> entries{{{descriptor(), events, 0}, {m_wake, POLLIN, 0}}};
+  return ::poll(entries.data(), entries.size(), static_cast<int>(limit.count())) > 0 &&
+         entries[0].revents != 0 && entries[1].revents == 0;
 }
 
-void Link::onRead(const asio::error_code& error, std::size_t size) {
-  const std::lock_guard guard(m_mutex);
-  if (m_stopped) {
-    return;
+std::size_t Link::take(std::vector<unsigned char>& buffer) {
+  const Use use(*this);
+  if (!use || !await(POLLIN, std::chrono::milliseconds(busLimits().read))) {
+    return 0;
   }
-  if (!error) {
-    m_received.insert(m_received.end(), m_chunk.begin(), m_chunk.begin() + static_cast<std::ptrdiff_t>(size));
-    m_changed.notify_all();
-    m_readPaused = m_received.size() >= ReceiveLimit;
-  } else if (error != asio::error::operation_aborted) {  // which only means that a write was given up
-    m_failure = error;
-    m_changed.notify_all();
-    return;
+  std::array<unsigned char, ChunkSize> chunk;
+  const ssize_t size = ::read(descriptor(), chunk.data(), chunk.size());
+  if (size > 0) {
+    buffer.assign(chunk.begin(), chunk.begin() + size);
+    return buffer.size();
   }
-  if (!m_readPaused) {
-    armRead();
+  if (size == 0 || !passes(errno)) {
+    const asio::error_code cause = size == 0 ? asio::error::eof : systemError(errno);
+    const std::lock_guard guard(m_mutex);
+    m_failure = cause;
   }
+  return 0;
 }
 
 BusReadResult Link::read(std::vector<unsigned char>& buffer, asio::error_code& error) {
-  std::unique_lock lock(m_mutex);
-  if (m_stopped || m_failureTold) {
-    m_changed.wait_for(lock, Pause, [] { return false; });
-  } else {
-    m_changed.wait_for(lock, std::chrono::milliseconds(busLimits().read.load()),
-                       [this] { return !m_received.empty() || m_failure || m_stopped; });
-  }
-  if (m_stopped) {
-    return BusNothingToRead;
-  }
-  if (!m_received.empty()) {
-    buffer.clear();
-    buffer.swap(m_received);
-    if (m_readPaused) {
-      m_readPaused = false;
-      asio::post(m_io, [this] { armRead(); });
-    }
+  if (!alive()) {
+    std::this_thread::sleep_for(Pause);
+  } else if (take(buffer) != 0) {
     return BusRead;
   }
-  if (!m_failure) {
+  const std::lock_guard guard(m_mutex);
+  if (m_stopped || !m_failure) {
     return BusNothingToRead;
   }
-  m_failureTold = true;
   error = m_failure;
   return error == asio::error::eof ? BusPeerClosed : BusReadError;
 }
 
 asio::error_code Link::write(const std::vector<unsigned char>& bytes) {
   const std::lock_guard writer(m_writeMutex);
-  std::unique_lock lock(m_mutex);
-  if (m_stopped || !m_started) {
+  const Use use(*this);
+  if (!use) {
     return asio::error::operation_aborted;
   }
-  if (bytes.empty()) {
-    return {};
-  }
-  // An adapter's commands are short and fit: no need to wake another thread for them.
-  const std::size_t taken = m_failure ? 0 : writeNow(asio::buffer(bytes));
-  if (taken == bytes.size()) {
-    return {};
-  }
-  m_outgoing = &bytes;
-  m_sent = taken;
-  m_writeResult = {};
-  m_writeTimedOut = false;
-  // Posted with the lock held, so before the closing that `stop` posts: it will be run.
-  asio::post(m_io, [this] { continueWrite(); });
-  const auto finished = [this] { return m_outgoing == nullptr; };
-  if (!m_changed.wait_for(lock, std::chrono::milliseconds(busLimits().write.load()), finished)) {
-    m_writeTimedOut = true;
-    asio::post(m_io, [this] { cancelStream(); });
-    m_changed.wait(lock, finished);
-  }
-  return m_writeResult;
-}
-
-void Link::continueWrite() {
-  const std::lock_guard guard(m_mutex);
-  writeSome(asio::buffer(m_outgoing->data() + m_sent, m_outgoing->size() - m_sent),
-            [this](const asio::error_code& error, std::size_t size) { onWritten(error, size); });
-}
-
-void Link::onWritten(const asio::error_code& error, std::size_t size) {
-  {
-    const std::lock_guard guard(m_mutex);
-    m_sent += size;
-    const bool complete = m_sent == m_outgoing->size();
-    if (complete || error || m_stopped || m_writeTimedOut) {
-      if (!complete) {
-        m_writeResult = m_stopped         ? asio::error_code(asio::error::operation_aborted)
-                        : m_writeTimedOut ? asio::error_code(asio::error::timed_out)
-                                          : error;
-      }
-      m_outgoing = nullptr;
-      m_changed.notify_all();
-      return;
+  const Deadline deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busLimits().write);
+  for (std::size_t sent = 0; sent < bytes.size();) {
+    const ssize_t taken = writeDescriptor(descriptor(), bytes.data() + sent, bytes.size() - sent);
+    if (taken < 0 && !passes(errno)) {
+      return systemError(errno);
+    }
+    sent += taken < 0 ? 0 : static_cast<std::size_t>(taken);
+    if (sent == bytes.size()) {
+      break;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left <= left.zero()) {
+      return asio::error::timed_out;
+    }
+    await(POLLOUT, left);
+    if (stopped()) {
+      return asio::error::operation_aborted;
     }
   }
-  continueWrite();
+  return {};
 }
 
 bool Link::execute(const std::function<void()>& job) {
-  bool done = false;
-  std::unique_lock lock(m_mutex);
-  if (m_stopped || !m_started) {
+  const Use use(*this);
+  if (!use) {
     return false;
   }
-  asio::post(m_io, [this, &job, &done] {
-    job();
-    const std::lock_guard guard(m_mutex);
-    done = true;
-    m_changed.notify_all();
-  });
-  m_changed.wait(lock, [&done] { return done; });
+  job();
   return true;
 }
 

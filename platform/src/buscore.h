@@ -1,38 +1,36 @@
 #pragma once
 
-#include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/error_code.hpp>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <hostos/imessagebus.h>
 
 namespace hostos {
 
-/// One opening of a bus: a stream and the thread that moves its bytes. One thread opens, reads and closes the
-/// stream: the one that opens it, and from `start` on the link's own. A write goes straight to the system as
-/// far as that takes it, with the lock held under which the stream is closed, and asks that thread for the
-/// rest. So no operation can meet a descriptor that was closed and given out again.
+/// One opening of a bus: a stream and a descriptor that wakes whoever waits for it. Until `start` the stream
+/// belongs to the thread that opens it; from then on those who read and write move the bytes themselves, and
+/// are counted while they do, so that `stop` closes the stream when the last one has left. So no operation
+/// can meet a descriptor that was closed and given out again.
 class Link : public std::enable_shared_from_this<Link> {
  public:
   using Deadline = std::chrono::steady_clock::time_point;
 
-  Link() : m_work(m_io.get_executor()) {}
+  /// Throws `std::system_error` if the system has no descriptor left.
+  Link();
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
-  /// The final class calls `stop` in its destructor, while its stream operations are still there.
-  virtual ~Link() = default;
+  /// Nobody uses the stream any more; the stream closes itself.
+  virtual ~Link();
 
   asio::io_context& io() { return m_io; }
 
@@ -41,10 +39,11 @@ class Link : public std::enable_shared_from_this<Link> {
   /// For opening: closes the stream and runs the handlers that this ends, until `done`.
   void abandon(const bool& done);
 
-  /// Begins to move bytes. The cause if there is no thread or `stop` came first.
+  /// Ends the opening of a stream that does not block: from now on it may be used. The cause if `stop` came
+  /// first.
   asio::error_code start();
-  /// Ends the link and all that waits for it; the stream is closed on return. Any thread, any number of
-  /// times.
+  /// Ends the link and all that waits for it; a stream that was in use is closed on return. Any thread, any
+  /// number of times.
   void stop();
 
   bool stopped() const;
@@ -54,75 +53,44 @@ class Link : public std::enable_shared_from_this<Link> {
   /// As `IMessageBus::read`; `error` is the cause of a failure.
   BusReadResult read(std::vector<unsigned char>& buffer, asio::error_code& error);
   asio::error_code write(const std::vector<unsigned char>& bytes);
-  /// Runs `job` on the thread of the stream and waits for it. False if the link is stopped.
+  /// Runs `job`, in which the stream stays open. False if the link is stopped.
   bool execute(const std::function<void()>& job);
 
  protected:
-  using Handler = std::function<void(const asio::error_code&, std::size_t)>;
-
-  /// Writes what the system takes at once, without waiting; 0 as well on a failure, which the waiting way
-  /// will meet again. The one operation that any thread may call, while the stream is kept open.
-  virtual std::size_t writeNow(asio::const_buffer buffer) = 0;
-  virtual void readSome(asio::mutable_buffer buffer, Handler handler) = 0;
-  virtual void writeSome(asio::const_buffer buffer, Handler handler) = 0;
-  /// Ends pending reads and writes.
-  virtual void cancelStream() = 0;
+  /// For threads that keep the stream open.
+  virtual int descriptor() = 0;
   virtual void closeStream() = 0;
 
  private:
-  void armRead();
-  void onRead(const asio::error_code& error, std::size_t size);
-  void continueWrite();
-  void onWritten(const asio::error_code& error, std::size_t size);
+  class Use;
+
+  std::size_t take(std::vector<unsigned char>& buffer);
+  bool await(short events, std::chrono::milliseconds limit);
 
   asio::io_context m_io;
   asio::executor_work_guard<asio::io_context::executor_type> m_work;
-  std::array<unsigned char, 4096> m_chunk{};
+  const int m_wake;  // readable once the link is stopped
 
   mutable std::mutex m_mutex;  // guards what follows
-  std::condition_variable m_changed;
-  std::vector<unsigned char> m_received;
+  std::condition_variable m_unused;
+  int m_users = 0;             // of the stream, after the opening
   asio::error_code m_failure;  // of reading; none while all is well
-  bool m_failureTold = false;
-  bool m_readPaused = false;  // nobody took the bytes
   bool m_started = false;
   bool m_stopped = false;
-  const std::vector<unsigned char>* m_outgoing = nullptr;  // of the write in progress
-  std::size_t m_sent = 0;
-  asio::error_code m_writeResult;
-  bool m_writeTimedOut = false;
 
   std::mutex m_writeMutex;  // one write at a time
-  std::mutex m_joinMutex;
-  std::thread m_thread;
 };
-
-/// Writes to a socket or a terminal without waiting; the bytes that were taken.
-std::size_t writeDescriptor(int descriptor, asio::const_buffer buffer);
 
 /// A link over an Asio stream.
 template <typename Stream>
 class StreamLink final : public Link {
  public:
   StreamLink() : m_stream(io()) {}
-  ~StreamLink() override { stop(); }
 
   Stream& stream() { return m_stream; }
 
  protected:
-  std::size_t writeNow(asio::const_buffer buffer) override {
-    return writeDescriptor(m_stream.native_handle(), buffer);
-  }
-  void readSome(asio::mutable_buffer buffer, Handler handler) override {
-    m_stream.async_read_some(buffer, std::move(handler));
-  }
-  void writeSome(asio::const_buffer buffer, Handler handler) override {
-    m_stream.async_write_some(buffer, std::move(handler));
-  }
-  void cancelStream() override {
-    asio::error_code ignored;
-    m_stream.cancel(ignored);
-  }
+  int descriptor() override { return m_stream.native_handle(); }
   void closeStream() override {
     asio::error_code ignored;
     m_stream.close(ignored);

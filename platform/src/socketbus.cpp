@@ -70,6 +70,7 @@ class SocketBus : public Bus<IMessageBus> {
         error = asio::error::timed_out;
       }
       if (!error) {
+        socket.native_non_blocking(true, error);
         return error;
       }
     }

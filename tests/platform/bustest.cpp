@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -436,6 +437,40 @@ TEST_P(BusTest, ReadWriteAndCloseMeetInAnyOrder) {
     reader.join();
     echo.join();
   }
+}
+
+// A wake-up that a close or a lost peer failed to give would show as a read that waits out its limit.
+TEST_P(BusTest, EveryReadEndsAtOnceAndNoDescriptorStays) {
+  const Limit limit(hostos::busLimits().read, 3000);
+  const auto descriptors = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
+  };
+  open();
+  const auto before = descriptors();
+  const auto start = RealClock::now();
+  for (int round = 0; round < 200; ++round) {
+    std::atomic<bool> reading{false};
+    std::future<int> reader = std::async(std::launch::async, [&] {
+      Bytes buffer;
+      reading = true;
+      return bus->read(buffer);
+    });
+    while (!reading) {
+      std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(10 * (round % 16)));
+    if (round % 4 == 0 && GetParam() != std::string("pty")) {
+      dropPeer();
+      EXPECT_EQ(reader.get(), hostos::BusPeerClosed);
+    } else {
+      bus->close();
+      EXPECT_EQ(reader.get(), hostos::BusNothingToRead);
+    }
+    open();  // anew, also where the link was lost
+  }
+  EXPECT_LT(elapsed(start), Promptly);
+  EXPECT_EQ(descriptors(), before);
 }
 
 TEST_P(BusTest, NeverOpened) {
