@@ -1,0 +1,287 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "../core/fakevehicle.h"
+#include "parameters/monitortestresult.h"
+#include "parameters/oxygensensortest.h"
+#include "parameters/unitscalingfactory.h"
+
+namespace {
+
+using fake::bytes;
+using fake::Bytes;
+using obd::ObdProtocol;
+using obd::OxygenSensorLocation;
+using obd::UnitScalingFactory;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using enum obd::UnitSystem;
+using Unit = MeasurementUnit;
+
+std::string request(const obd::ObdParameter& query) {
+  Bytes data = bytes("FFFF");
+  query.requestData(data);
+  return fake::hex(data);
+}
+
+TEST(UnitScalingFactory, TextsOfBothUnitSystems) {
+  const struct {
+    unsigned char id;
+    obd::UnitSystem system;
+    unsigned short raw;
+    const char* text;
+    Unit unit;
+  } cases[] = {
+      {0x02, Metric, 0xFFFF, "6553.5", Unit::NoUnit},
+      {0x82, Metric, 0xFFFF, "-0.1", Unit::NoUnit},
+      {0x01, Imperial, 0xFFFF, "65535", Unit::NoUnit},
+      {0x16, Metric, 0, "-40.0", Unit::DegreeCelsius},
+      {0x16, Imperial, 1000, "140.0", Unit::DegreeFahrenheit},
+      {0x97, Imperial, 1000, "18.00", Unit::TemperatureDifferenceFahrenheit},
+      {0x39, Metric, 0, "-327.68", Unit::Percent},
+      {0x2E, Metric, 0, "false", Unit::NoUnit},
+      {0x2E, Imperial, 2, "true", Unit::NoUnit},
+      {0x33, Metric, 4096, "1.00000000", Unit::Lambda},
+      {0x3E, Metric, 0xFFFF, "4.00", Unit::SquareMillimeter},
+      {0x17, Imperial, 10000, "14.5", Unit::PoundsPerSquareInch},
+      {0x25, Imperial, 100, "62", Unit::Mile},
+      {0x32, Imperial, 2000, "0.061", Unit::Inch},
+      {0x3B, Imperial, 0xFFFF, "0.01445", Unit::Pound},
+      {0x42, Imperial, 1000, "94.8", Unit::BritishThermalUnit},
+      {0x92, Imperial, 0xFFFF, "-0.07", Unit::PoundFoot},
+      {0xA9, Imperial, 1000, "1.004", Unit::InchOfWaterPerSecond},
+      {0xFE, Metric, 0xFFFF, "-0.25", Unit::Pascal},
+  };
+  for (const auto& item : cases) {
+    const auto scaling = UnitScalingFactory::create(item.id, item.system);
+    ASSERT_TRUE(scaling) << static_cast<int>(item.id);
+    EXPECT_EQ(scaling->toString(scaling->scale(item.raw)), item.text) << static_cast<int>(item.id);
+    EXPECT_EQ(scaling->unit(), item.unit) << static_cast<int>(item.id);
+  }
+}
+
+TEST(UnitScalingFactory, UnknownScalings) {
+  fake::Log log;
+  EXPECT_EQ(UnitScalingFactory::create(0xFF, Metric), nullptr);
+  EXPECT_EQ(UnitScalingFactory::create(0x00, Imperial), nullptr);
+  EXPECT_EQ(UnitScalingFactory::create(0x01, static_cast<obd::UnitSystem>(2)), nullptr);
+  EXPECT_EQ(UnitScalingFactory::createMetric(0xFF), nullptr);
+  EXPECT_THAT(log.take(),
+              ElementsAre("3 Invalid scaling ID: 255", "3 Invalid scaling ID: 0", "3 Invalid scaling ID: 1"));
+  EXPECT_EQ(log.lastSource(), "src\\unitscalingfactory");
+}
+
+TEST(UnitScalingFactory, TestsBeforeCanByTheEndsOfTheirRanges) {
+  const struct {
+    std::vector<unsigned char> tids;
+    const char* text;  // of 100
+    Unit unit;
+  } cases[] = {
+      {{0x01, 0x04, 0x07, 0x08, 0x41, 0x4F}, "0.500", Unit::Volt},
+      {{0x05, 0x06, 0x21, 0x2F}, "0.400", Unit::Second},
+      {{0x09, 0x0A, 0x30, 0x3F}, "4.00", Unit::Second},
+      {{0x50, 0x5F}, "5.00", Unit::Volt},
+      {{0x61, 0x6F}, "10.0", Unit::Hertz},
+      {{0x70, 0x7F}, "100", Unit::Count},
+      {{0x00, 0x0B, 0x20, 0x40, 0x60, 0x80, 0xFF}, "100", Unit::NoUnit},
+  };
+  for (const auto& item : cases) {
+    for (const unsigned char tid : item.tids) {
+      const auto scaling = UnitScalingFactory::createForTid(tid);
+      EXPECT_EQ(scaling->toString(scaling->scale(100)), item.text) << static_cast<int>(tid);
+      EXPECT_EQ(scaling->unit(), item.unit) << static_cast<int>(tid);
+    }
+  }
+}
+
+/// "1: 0.500 [0.100, 1.000] = 0;" for each test: value, limits, result.
+std::string tests(const obd::ObdMonitorTestItem& monitor, obd::UnitSystem system = Metric) {
+  std::string text;
+  for (const auto& item : monitor.items(system)) {
+    text += std::to_string(item->tid()) + ": " + item->value() + " [" + item->minLimit() + ", " +
+            item->maxLimit() + "] = " + std::to_string(item->result()) + ";";
+  }
+  return text;
+}
+
+/// Takes replies without their check for a signature.
+class OpenMonitorTestResult : public obd::MonitorTestResult {
+ public:
+  using MonitorTestResult::fromBytes;
+  using MonitorTestResult::MonitorTestResult;
+};
+
+class MonitorTest : public testing::Test {
+ protected:
+  fake::Log log;
+  std::shared_ptr<obd::IEcu> ecu = std::make_shared<fake::Ecu>(0x7E8);
+  std::shared_ptr<obd::IEcu> older = std::make_shared<fake::Ecu>(0x10, ObdProtocol::Iso9141);
+};
+
+TEST_F(MonitorTest, ReplyOnCan) {
+  OpenMonitorTestResult query(0x01);
+  EXPECT_EQ(request(query), "06 01");
+  const struct {
+    const char* reply;
+    bool accepted;
+    const char* tests;
+  } cases[] = {
+      {"46", true, ""},
+      {"46 01010B01F4006403E8", true, "1: 0.500 [0.100, 1.000] = 0;"},
+      {"46 01850B000000000000 018681000500000000", true, "133: 0.000 [0.000, 0.000] = 2;134: 5 [0, 0] = 1;"},
+      {"46 018081FFFF80000000 018001FFFF80000000", true,
+       "128: -1 [-32768, 0] = 0;128: 65535 [32768, 0] = 1;"},
+      {"46 018001000500060007", true, "128: 5 [6, 7] = 1;"},
+      {"46 0101FF000100000002 010201000100000002", true, "2: 1 [0, 2] = 0;"},
+      {"46 010101000100000002 020201000100000002 010301000100000002", false, "1: 1 [0, 2] = 0;"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.reply);
+    EXPECT_EQ(query.fromBytes(ecu, bytes(item.reply)), item.accepted);
+    const auto monitors = query.getItems(*ecu);
+    ASSERT_EQ(monitors.size(), 1U);
+    EXPECT_EQ(monitors[0]->id(), 1U);
+    EXPECT_EQ(monitors[0]->description(), "Exhaust Gas Sensor Monitor Bank 1 - Sensor 1");
+    EXPECT_EQ(tests(*monitors[0]), item.tests);
+  }
+  EXPECT_THAT(log.take(),
+              ElementsAre("3 Invalid scaling ID: 255", "2 Failed to create unit scaler for scale ID: 255",
+                          "3 Invalid MID: 2 vs 1"));
+  const auto kept = query.getItems(*ecu).front();
+  for (const char* reply : {"46 01010B01F4006403", "46 01010B01F4006403E801", ""}) {
+    EXPECT_FALSE(query.fromBytes(ecu, bytes(reply)));
+  }
+  EXPECT_THAT(log.take(),
+              ElementsAre("3 Invalid number of data bytes: 9", "3 Invalid number of data bytes: 11",
+                          "3 Invalid number of data bytes: 0"));
+  EXPECT_EQ(query.getItems(*ecu).front(), kept);
+  EXPECT_FALSE(query.setResponseData(ecu, bytes("46 020201000100000002")));
+  log.take();
+
+  query.clear();
+  EXPECT_THAT(query.getItems(*ecu), IsEmpty());
+  EXPECT_THAT(log.take(), ElementsAre("2 invalid ECU id 2024"));
+  EXPECT_EQ(log.lastSource(), "parameters\\monitortestresult");
+  EXPECT_EQ(tests(*kept), "1: 1 [0, 2] = 0;") << "items outlive the reply";
+}
+
+TEST_F(MonitorTest, OneReplyInEitherUnitSystem) {
+  obd::MonitorTestResult query(0x21);
+  ASSERT_TRUE(query.setResponseData(ecu, bytes("46 218016 0000 0000 03E8")));
+  const auto monitor = query.getItems(*ecu).front();
+  EXPECT_EQ(tests(*monitor, Metric), "128: -40.0 [-40.0, 60.0] = 0;");
+  EXPECT_EQ(tests(*monitor, Imperial), "128: -40.0 [-40.0, 140.0] = 0;");
+  EXPECT_EQ(monitor->items(Metric)[0]->unit(), Unit::DegreeCelsius);
+  EXPECT_EQ(monitor->items(Imperial)[0]->unit(), Unit::DegreeFahrenheit);
+}
+
+TEST_F(MonitorTest, NamesOfTestsDifferByProtocolFamily) {
+  const struct {
+    unsigned char tid;
+    const char* can;
+    const char* older;
+  } cases[] = {
+      {0x00, "ISO/SAE reserved", "NA"},
+      {0x01, "Rich to lean sensor threshold voltage (constant)",
+       "Rich to lean sensor threshold voltage (constant)"},
+      {0x0C, "Misfire counts for last/current driving cycles (calculated)", "Not applicable"},
+      {0x0D, "NA", "ISO/SAE reserved"},
+      {0x1F, "NA", "ISO/SAE reserved"},
+      {0x20, "NA", "NA"},
+      {0x21, "NA", "Manufacturer Defined Test"},
+      {0x80, "Manufacturer Defined Test", "Manufacturer Defined Test"},
+      {0xFF, "ISO/SAE reserved", "ISO/SAE reserved"},
+  };
+  const auto scaling = std::make_shared<obd::DummyScaling>();
+  for (const auto& item : cases) {
+    EXPECT_EQ(obd::CanMonitorTestItem(scaling, item.tid, 0, 0, 0).description(), item.can);
+    EXPECT_EQ(obd::MonitorTestItem(scaling, item.tid, 0, 0, 0).description(), item.older);
+  }
+}
+
+TEST_F(MonitorTest, NamesOfMonitors) {
+  for (const auto& [mid, text] : {std::pair{0x00, "OBD Monitor IDs supported ($01 - $20)"},
+                                  {0x25, "ISO/SAE reserved"},
+                                  {0x39, "EVAP Monitor (Cap Off / 0.150\u201D)"},
+                                  {0x3A, "EVAP Monitor (0.090\u201C)"},
+                                  {0xB1, "Misfire Cylinder 16 Data"},
+                                  {0xDF, "ISO/SAE reserved"},
+                                  {0xE0, "OBD Monitor IDs supported ($E1 - $FF)"},
+                                  {0xE1, "Vehicle manufacturer defined monitor $E1"}}) {
+    OpenMonitorTestResult query(static_cast<unsigned char>(mid));
+    ASSERT_TRUE(query.fromBytes(ecu, bytes("46")));
+    EXPECT_EQ(query.getItems(*ecu).front()->description(), text);
+  }
+}
+
+TEST_F(MonitorTest, FramesBeforeCan) {
+  obd::MonitorTestResult query(0x05);
+  for (const char* reply : {"46 05 05 000A 0014 46 05 85 000A 0014 46 05 85 0014 0014",
+                            "46 05 05 000A 0014 AB 46 05 85 000A 0014 CD 46 05 85 0014 0014 EF"}) {
+    ASSERT_TRUE(query.setResponseData(older, bytes(reply)));
+    const auto items = query.getItems(*older);
+    ASSERT_EQ(items.size(), 3U) << "one for each frame, component or not";
+    EXPECT_EQ(items[1]->id(), 5U);
+    EXPECT_EQ(items[1]->description(), "Manufacturer specified component $05");
+    EXPECT_EQ(tests(*items[0], Imperial), "5: 0.040 [, 0.080] = 0;");
+    EXPECT_EQ(tests(*items[1], Imperial), "5: 0.040 [0.080, ] = 1;");
+    EXPECT_EQ(tests(*items[2], Metric), "5: 0.080 [0.080, ] = 0;");
+    EXPECT_EQ(items[0]->items(Imperial)[0]->unit(), Unit::Second);
+  }
+  EXPECT_FALSE(query.setResponseData(older, bytes("46 05 05 000A 00")));
+  EXPECT_FALSE(query.setResponseData(older, bytes("46 05 05 000A 0014 46 06 85 000A 0014")));
+  EXPECT_THAT(log.take(), ElementsAre("3 Invalid number of data bytes: 6", "2 Invalid data received"));
+  EXPECT_EQ(query.getItems(*older).size(), 3U);
+
+  obd::MonitorTestResult raw(0x60);
+  ASSERT_TRUE(raw.setResponseData(older, bytes("46 60 00 FFFF 0000")));
+  EXPECT_EQ(tests(*raw.getItems(*older)[0]), "96: 65535 [, 0] = 1;");
+}
+
+TEST_F(MonitorTest, OxygenSensorTests) {
+  const struct {
+    unsigned char tid;
+    const char* reply;
+    const char* text;  // value, limits, result; empty if refused
+    const char* log;
+  } cases[] = {
+      {0x01, "45 01 20 64", "0.500 [0.000, 1.275] = 0", ""},
+      {0x04, "45 04 20 64 70 80", "0.500 [0.000, 1.275] = 0", ""},
+      {0x07, "45 07 20 10 20 FF", "0.080 [0.160, 1.275] = 1", ""},
+      {0x05, "45 05 20 80 20 80", "0.512 [0.128, 0.512] = 0", ""},
+      {0x00, "45 00 20 64 00 FF", "100 [0, 255] = 0", ""},
+      {0x81, "45 81 20 64 65 FF", "100 [101, 255] = 1", ""},
+      {0x05, "45 05 20 64", "", "3 TID 5: invalid number of data bytes: 4"},
+      {0x01, "45 01 20", "", "3 Invalid number of data bytes: 3"},
+      {0x01, "45 01 10 64", "", "2 Signature mismatch"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.reply);
+    obd::OxygenSensorTestResult query(item.tid, OxygenSensorLocation::Bank3Sensor2);
+    const bool accepted = *item.text != 0;
+    EXPECT_EQ(query.setResponseData(older, bytes(item.reply)), accepted);
+    EXPECT_EQ(log.take(), accepted ? std::vector<std::string>() : std::vector<std::string>{item.log});
+    const auto result = query.getResult(older);
+    ASSERT_EQ(result != nullptr, accepted);
+    if (accepted) {
+      EXPECT_EQ(result->value() + " [" + result->minLimit() + ", " + result->maxLimit() +
+                    "] = " + std::to_string(result->result()),
+                item.text);
+      EXPECT_EQ(result->unit(), UnitScalingFactory::createForTid(item.tid)->unit());
+      EXPECT_EQ(result->location(), OxygenSensorLocation::Bank3Sensor2);
+      EXPECT_EQ(result->description(), obd::MonitorTestItem::describe(item.tid));
+      query.clear();
+      EXPECT_EQ(query.getResult(older), nullptr);
+    }
+    EXPECT_THAT(log.take(), ElementsAre("2 invalid ECU id 16"));
+    EXPECT_EQ(log.lastSource(), "parameters\\oxygensensortestresult");
+  }
+  EXPECT_EQ(request(obd::OxygenSensorTestResult(0x07, OxygenSensorLocation::Bank2Sensor4)), "05 07 80");
+  EXPECT_EQ(request(obd::OxygenSensorTestResult(0x07, static_cast<OxygenSensorLocation>(12))), "05 07 00");
+}
+
+}  // namespace

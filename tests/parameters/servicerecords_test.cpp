@@ -1,0 +1,243 @@
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "../core/fakevehicle.h"
+#include "parameters/monitortestresult.h"
+#include "parameters/onboardtest.h"
+#include "parameters/oxygensensortest.h"
+#include "parameters/performancetracking.h"
+
+namespace {
+
+using fake::bytes;
+using fake::Bytes;
+using obd::ObdProtocol;
+using obd::OnBoardTest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Spark = obd::PerformanceTrackingSpark;
+using Compression = obd::PerformanceTrackingCompression;
+
+class ServiceRecords : public testing::Test {
+ protected:
+  static std::string request(const obd::ObdParameter& query) {
+    Bytes data = bytes("FFFF");
+    query.requestData(data);
+    return fake::hex(data);
+  }
+
+  fake::Log log;
+  std::shared_ptr<obd::IEcu> ecu = std::make_shared<fake::Ecu>(0x7E8);
+  std::shared_ptr<obd::IEcu> second = std::make_shared<fake::Ecu>(0x7E9);
+  std::shared_ptr<obd::IEcu> older = std::make_shared<fake::Ecu>(0x10, ObdProtocol::Iso14230);
+};
+
+/// "0=65535 3=7".
+template <typename Tracking>
+std::string counters(const Tracking& tracking, const obd::IEcu& ecu) {
+  std::string text;
+  for (const auto counter : tracking.supportedCounters(ecu)) {
+    text += (text.empty() ? "" : " ") + std::to_string(static_cast<int>(counter)) + "=" +
+            std::to_string(tracking.counterValue(ecu, counter));
+  }
+  return text;
+}
+
+/// A reply on CAN with `count` announced and `size` bytes, whose counters 0, 3 and 15 are not 0.
+Bytes counterReply(unsigned char type, unsigned char count, std::size_t size) {
+  Bytes reply{0x49, type, count};
+  reply.resize(size);
+  reply[3] = reply[4] = 0xFF;
+  reply[10] = 0x07;
+  if (size >= 35) {
+    reply[33] = 0x01;
+  }
+  return reply;
+}
+
+TEST_F(ServiceRecords, CountersOnCan) {
+  Spark spark;
+  Compression compression;
+  EXPECT_EQ(request(spark), "09 08");
+  EXPECT_EQ(request(compression), "09 0B");
+  EXPECT_FALSE(spark.setResponseData(ecu, counterReply(0x0B, 16, 35)));
+  EXPECT_FALSE(spark.setResponseData(ecu, counterReply(0x08, 16, 34)));
+  EXPECT_TRUE(compression.setResponseData(ecu, counterReply(0x0B, 16, 35)));
+  EXPECT_EQ(counters(compression, *ecu), "0=65535 3=7 15=256");
+  EXPECT_EQ(compression.counterValue(*ecu, Compression::CompressionCounter::IgnitionCycles), 0U);
+  EXPECT_EQ(log.lastSource(), "parameters\\performancetrackingcompression");
+  EXPECT_TRUE(spark.setResponseData(ecu, counterReply(0x08, 20, 35)));
+  EXPECT_EQ(counters(spark, *ecu), "0=65535 3=7 15=256");
+  EXPECT_TRUE(spark.setResponseData(ecu, counterReply(0x08, 3, 43)));
+  EXPECT_EQ(counters(spark, *ecu), "0=65535") << "no further than the count";
+  EXPECT_TRUE(spark.setResponseData(ecu, counterReply(0x08, 0, 35)));
+  EXPECT_EQ(counters(spark, *ecu), "");
+  EXPECT_THAT(log.take(), ElementsAre("2 Signature mismatch", "2 Invalid number of data bytes: 34",
+                                      "2 Invalid counter: 1", "2 Invalid number of data bytes: 35"));
+  EXPECT_THAT(spark.supportedCounters(*older), IsEmpty());
+  EXPECT_EQ(spark.counterValue(*older, Spark::SparkCounter::ObdConditions), 0U);
+  EXPECT_THAT(log.take(), ElementsAre("2 invalid ECU id 16", "2 invalid ECU id 16"));
+  EXPECT_EQ(log.lastSource(), "parameters\\performancetrackingspark");
+}
+
+TEST_F(ServiceRecords, EachReplyDropsTheLowestUnit) {
+  Spark spark;
+  ASSERT_TRUE(spark.setResponseData(second, counterReply(0x08, 16, 35)));
+  ASSERT_TRUE(spark.setResponseData(ecu, counterReply(0x08, 16, 35)));
+  EXPECT_THAT(spark.supportedCounters(*second), IsEmpty());
+  ASSERT_TRUE(spark.setResponseData(second, counterReply(0x08, 16, 35)));
+  EXPECT_THAT(spark.supportedCounters(*ecu), IsEmpty());
+  EXPECT_THAT(spark.supportedCounters(*second), SizeIs(3));
+  spark.clear();
+  EXPECT_THAT(spark.supportedCounters(*second), SizeIs(3));
+  EXPECT_FALSE(spark.setResponseData(ecu, bytes("490800"))) << "even one that is refused";
+  EXPECT_THAT(spark.supportedCounters(*second), IsEmpty());
+}
+
+TEST_F(ServiceRecords, CountersInFramesByPlace) {
+  Compression compression;
+  for (const bool checksum : {false, true}) {
+    Bytes reply;
+    for (unsigned char frame = 0; frame < 10; ++frame) {
+      const Bytes bytesOfFrame{0x49, 0x0B, static_cast<unsigned char>(10 - frame), 0, frame, frame, 1, 0xEE};
+      reply.insert(reply.end(), bytesOfFrame.begin(), bytesOfFrame.end() - (checksum ? 0 : 1));
+    }
+    ASSERT_TRUE(compression.setResponseData(older, reply));
+    EXPECT_EQ(counters(compression, *older),
+              "1=1 2=1 3=257 4=2 5=513 6=3 7=769 8=4 9=1025 10=5 11=1281 12=6 13=1537 14=7 15=1793 16=8 "
+              "17=2049 18=9 19=2305");
+  }
+  EXPECT_FALSE(compression.setResponseData(older, bytes("490B01000100")));
+  EXPECT_FALSE(compression.setResponseData(older, bytes("490B0100010002 490A0200010002")));
+  EXPECT_THAT(log.take(), ElementsAre("2 Invalid number of data bytes: 6", "2 Invalid data received"));
+}
+
+TEST_F(ServiceRecords, NamesOfCounters) {
+  const Spark spark;
+  const Compression compression;
+  EXPECT_EQ(spark.counterDescription(Spark::SparkCounter::SecondaryOxygenSensorConditionsBank2),
+            "Secondary O2 Sensor Monitor Conditions Encountered Counts Bank 2");
+  EXPECT_EQ(compression.counterDescription(Compression::CompressionCounter::FuelConditions),
+            "Fuel Monitor Conditions Encountered Counts");
+  EXPECT_EQ(spark.counterDescription(Spark::SparkCounter{20}), "NA");
+  EXPECT_EQ(spark.counterDescription(Spark::SparkCounter{-1}), "NA");
+  EXPECT_EQ(compression.counterDescription(Compression::CompressionCounter{18}), "NA");
+}
+
+TEST_F(ServiceRecords, OnBoardTestReplies) {
+  for (const auto protocol : {ObdProtocol::Iso9141, ObdProtocol::Iso14230, ObdProtocol::SaeJ1850}) {
+    EXPECT_EQ(request(OnBoardTest(1, protocol)), "08 01 00 00 00 00 00");
+  }
+  for (const auto protocol :
+       {ObdProtocol::Iso15765Can11Bit, ObdProtocol::Iso15765Can29Bit, ObdProtocol::Unknown}) {
+    EXPECT_EQ(request(OnBoardTest(1, protocol)), "08 01");
+  }
+  const struct {
+    bool can;
+    const char* reply;
+    bool accepted;
+    OnBoardTest::TestResult result;
+  } cases[] = {
+      {true, "4801", true, OnBoardTest::Accepted},
+      {true, "48", false, OnBoardTest::Unknown},
+      {true, "7F0822", false, OnBoardTest::Refused},
+      {false, "48010000000000", true, OnBoardTest::Accepted},
+      {false, "48010100000000", true, OnBoardTest::Refused},
+      {false, "480100000000", false, OnBoardTest::TooShort},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.reply);
+    const auto& unit = item.can ? ecu : older;
+    OnBoardTest test(1, unit->protocol());
+    EXPECT_EQ(test.setResponseData(unit, bytes(item.reply)), item.accepted);
+    log.take();
+    EXPECT_EQ(test.result(*unit), item.result);
+    EXPECT_THAT(log.take(), SizeIs(item.result == OnBoardTest::Unknown ? 1 : 0));
+  }
+  OnBoardTest(1, ecu->protocol()).result(*ecu);
+  EXPECT_THAT(log.take(), ElementsAre("2 invalid ECU id 2024"));
+  EXPECT_EQ(log.lastSource(), "parameters\\onboardtest");
+}
+
+TEST_F(ServiceRecords, ARefusalIsTheLatestUpdates) {
+  const auto proxy = std::make_shared<fake::Proxy>();
+  proxy->add(ecu);
+  proxy->add(second);
+  proxy->reply("08 02", 0x7E8, "7F0822");
+  OnBoardTest test(2, ObdProtocol::Iso15765Can11Bit);
+  EXPECT_EQ(test.update(proxy), obd::IQuery::NoData);
+  EXPECT_EQ(test.result(*ecu), OnBoardTest::Refused);
+  obd::TestRoutineDataModel model(test.tid(),
+                                  static_cast<obd::TestRoutineDataModel::Result>(test.result(*ecu)));
+  EXPECT_EQ(model.nackReason(), "Acknowledged");
+  model.setNackReason(test.nack());
+  EXPECT_EQ(model.nackReason(), "Conditions not correct");
+  EXPECT_EQ(model.result(), obd::TestRoutineDataModel::Refused);
+  EXPECT_EQ(model.description(), "Particulate Filter Regeneration");
+
+  proxy->reply("08 02", 0x7E9, "4802");
+  EXPECT_EQ(test.update(proxy), obd::IQuery::Updated);
+  EXPECT_EQ(test.nack(), 0x22) << "stays behind a later acceptance";
+  EXPECT_EQ(test.result(*second), OnBoardTest::Accepted);
+  test.clear();
+  EXPECT_EQ(test.result(*second), OnBoardTest::Refused) << "clear leaves the negative response";
+  proxy->forget("08 02");
+  EXPECT_EQ(test.update(proxy), obd::IQuery::AdapterRefused);
+  EXPECT_EQ(test.result(*second), OnBoardTest::Unknown);
+
+  const obd::TestRoutineDataModel other(4, obd::TestRoutineDataModel::Unknown);
+  EXPECT_EQ(other.description() + other.instructions(), "NA");
+}
+
+TEST_F(ServiceRecords, OnBoardTestIsReadWhileItRuns) {
+  OnBoardTest test(1, ObdProtocol::Iso14230);
+  std::thread worker([&] {
+    for (int i = 0; i < 200; ++i) {
+      test.setResponseData(older, bytes(i % 2 == 0 ? "48010000000000" : "7F0822"));
+      test.clear();
+    }
+  });
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_NE(test.result(*older), OnBoardTest::TooShort);
+  }
+  worker.join();
+}
+
+TEST_F(ServiceRecords, AnyBytesAreStood) {
+  std::mt19937 random(7);  // NOLINT: the same bytes each run
+  obd::MonitorTestResult monitor(0x05);
+  obd::OxygenSensorTestResult oxygen(0x05, obd::OxygenSensorLocation::Bank1Sensor1);
+  Spark spark;
+  OnBoardTest test(5, ObdProtocol::Iso14230);
+  const std::pair<obd::ObdParameter*, Bytes> queries[] = {
+      {&monitor, {0x46, 5}}, {&oxygen, {0x45, 5, 1}}, {&spark, {0x49, 8}}, {&test, {0x48, 5}}};
+  int accepted = 0;
+  for (std::size_t size = 1; size < 400; ++size) {
+    for (const auto& [query, head] : queries) {
+      for (const std::size_t frameSize : {7U, 8U, 9U}) {
+        Bytes data(size);
+        for (std::size_t i = 0; i < size; ++i) {
+          const bool isHead = frameSize == 9 ? i < head.size() : i % frameSize < head.size();
+          const auto any = static_cast<unsigned char>(random());
+          data[i] = isHead ? head[i % frameSize] : i % 9 == 1 ? 5 : any;
+        }
+        for (const auto& unit : {ecu, older}) {
+          accepted += query->setResponseData(unit, data) ? 1 : 0;
+          for (const auto& item : monitor.getItems(*unit)) {
+            item->items(obd::UnitSystem::Imperial);
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(accepted, 1000);
+}
+
+}  // namespace
