@@ -152,7 +152,7 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
   for (int id = -1; id <= 300; ++id) {
     const auto inRange = [id](int first, int last) { return id >= first && id <= last; };
     const bool registered = inRange(0x03, 0x1F) || inRange(0x21, 0x3F) || inRange(0x42, 0x4E) ||
-                            inRange(0x51, 0x5F) || inRange(0x61, 0x63);
+                            inRange(0x51, 0x5F) || inRange(0x61, 0x7F);
     const auto pid = ParameterIdentifier(id).id();
     const auto live = factory.createParameter(pid);
     const auto frozen = factory.createFreezeFrameParameter(pid, 7);
@@ -175,7 +175,7 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
       EXPECT_EQ(liveRequest, (fake::Bytes{0x01, static_cast<unsigned char>(id)}));
     }
   }
-  EXPECT_EQ(count, 91);
+  EXPECT_EQ(count, 119);
   EXPECT_TRUE(
       std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(ParameterIdentifier(1).id())));
   EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(ParameterIdentifier::Torque)));

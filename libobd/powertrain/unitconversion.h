@@ -1,0 +1,20 @@
+#pragma once
+
+namespace obd {
+
+// Imperial figures of metric ones, in single precision. Truncation, where a sensor has it, is its own affair.
+
+constexpr float toFahrenheit(float celsius) {
+  return celsius * 1.8F + 32.0F;
+}
+constexpr float toPsi(float kilopascal) {
+  return kilopascal * 0.1450377F;
+}
+constexpr float toInchOfMercury(float kilopascal) {
+  return kilopascal * 0.29530057F;
+}
+constexpr float toPoundPerMinute(float gramPerSecond) {
+  return gramPerSecond * 0.13227735F;
+}
+
+}  // namespace obd
