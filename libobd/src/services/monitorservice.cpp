@@ -1,0 +1,210 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dispatch/fetcher.h"
+#include "parameters/monitortestresult.h"
+#include "powertrain/monitorstatus.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/imonitorservice.h"
+#include "services/refreshcounter.h"
+
+namespace obd {
+
+namespace {
+
+constexpr unsigned char ThisCyclePid = 0x41;
+
+std::vector<unsigned char> monitorIds(const IEcu& ecu) {
+  std::vector<unsigned char> ids = ecu.supportedIds(ObdMode::Mode06, 0);
+  std::erase_if(ids, isBlockNumber);
+  return ids;
+}
+
+DiagnosticTestDataModel::Status statusOf(int result) {
+  switch (result) {
+    case IMonitorTestItem::Passed:
+      return DiagnosticTestDataModel::Passed;
+    case IMonitorTestItem::Failed:
+      return DiagnosticTestDataModel::Failed;
+    default:
+      return DiagnosticTestDataModel::NoResult;
+  }
+}
+
+std::shared_ptr<DiagnosticMonitorDataModel> makeModel(const ObdMonitorTestItem& monitor, UnitSystem system) {
+  DiagnosticMonitorDataModel::Tests tests;
+  for (const std::shared_ptr<IMonitorTestItem>& test : monitor.items(system)) {
+    tests.push_back(std::make_shared<DiagnosticTestDataModel>(test->tid(), test->description(), test->value(),
+                                                              test->minLimit(), test->maxLimit(),
+                                                              test->unit(), statusOf(test->result())));
+  }
+  return std::make_shared<DiagnosticMonitorDataModel>(static_cast<int>(monitor.id()), monitor.description(),
+                                                      tests);
+}
+
+class MonitorService final : public IMonitorService,
+                             public BaseService,
+                             public tavrix::Notifier<IMonitorServiceObserver>,
+                             public RefreshCounter<MonitorStatus, MonitorStatusThisCycle, MonitorTestResult> {
+ public:
+  explicit MonitorService(IObdVelmara& facade) : BaseService(facade) {}
+
+  void init() {
+    m_sinceResetRefresher = makeRefresherOn(m_status);
+    m_thisCycleRefresher = makeRefresher<MonitorStatusThisCycle>();
+    if (isConnected()) {
+      buildTestRefreshers();
+    }
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool isSupported(int kind) override;
+  bool refresh(int kind) override;
+  ReadinessMonitors readMonitorsSinceReset() override { return readReadinessMonitors(m_status); }
+  ReadinessMonitors readMonitorsThisCycle() override {
+    return readReadinessMonitors(std::make_shared<MonitorStatusThisCycle>());
+  }
+  DiagnosticMonitors readOnboardMonitors() override;
+
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<MonitorStatus>& subject) override {
+    fireEvent(&IMonitorServiceObserver::readinessMonitorsSinceResetUpdated, success,
+              success ? readinessMonitors(*subject) : ReadinessMonitors());
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<MonitorStatusThisCycle>& subject) override {
+    fireEvent(&IMonitorServiceObserver::readinessMonitorsThisCycleUpdated, success,
+              success ? readinessMonitors(*subject) : ReadinessMonitors());
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<MonitorTestResult>& subject) override {
+    DiagnosticMonitors monitors;
+    if (success && ecu()) {
+      appendMonitors(*subject, monitors);
+    }
+    fireEvent(&IMonitorServiceObserver::onboardMonitorUpdated, success, monitors);
+  }
+
+ protected:
+  void onConnected() override { buildTestRefreshers(); }
+  void onDisconnected() override {
+    cancelAll();
+    m_testRefreshers.clear();
+  }
+  void onEcuChanged() override {
+    cancelAll();
+    buildTestRefreshers();
+    fireEvent(&IMonitorServiceObserver::invalidated);
+  }
+  void onAllFinished() override { fireEvent(&IMonitorServiceObserver::refreshDone); }
+
+ private:
+  ReadinessMonitors readinessMonitors(const MonitorRecord& subject) const;
+  ReadinessMonitors readReadinessMonitors(const std::shared_ptr<MonitorRecord>& subject) {
+    return isConnected() && fetch(subject) ? readinessMonitors(*subject) : ReadinessMonitors();
+  }
+  void appendMonitors(const MonitorTestResult& subject, DiagnosticMonitors& monitors) const {
+    for (const std::shared_ptr<ObdMonitorTestItem>& monitor : subject.getItems(*ecu())) {
+      monitors.push_back(makeModel(*monitor, unitSystem()));
+    }
+  }
+  void buildTestRefreshers();
+  void cancelAll() {
+    cancel({m_sinceResetRefresher, m_thisCycleRefresher});
+    cancel(m_testRefreshers);
+  }
+
+  const std::shared_ptr<MonitorStatus> m_status = std::make_shared<MonitorStatus>();
+  RefresherPtr m_sinceResetRefresher;
+  RefresherPtr m_thisCycleRefresher;
+  std::vector<RefresherPtr> m_testRefreshers;  // one for each on-board monitor
+};
+
+bool MonitorService::isSupported(int kind) {
+  if (!isConnected()) {
+    return false;
+  }
+  switch (kind) {
+    case SinceReset:
+      return true;
+    case ThisCycle:
+      return ecu() && ecu()->isSupported(ObdMode::Mode01, ThisCyclePid, 0);
+    case OnBoardMonitors:
+      return !m_testRefreshers.empty();
+    default:
+      return false;
+  }
+}
+
+bool MonitorService::refresh(int kind) {
+  switch (kind) {
+    case SinceReset:
+      return refreshIfConnected(m_sinceResetRefresher);
+    case ThisCycle:
+      return refreshIfConnected(m_thisCycleRefresher);
+    case OnBoardMonitors:
+      return refreshIfConnected(m_testRefreshers);
+    default:
+      return false;
+  }
+}
+
+// What the vehicle has is told by the status since reset alone. In that of this cycle a monitor that is not
+// available is one that is not enabled.
+IMonitorService::ReadinessMonitors MonitorService::readinessMonitors(const MonitorRecord& subject) const {
+  using Model = ReadinessMonitorDataModel;
+  ReadinessMonitors monitors;
+  for (const ObdTest test : applicableTests(*m_status, ecu().get())) {
+    Model::Status status = Model::NotAvailable;
+    if (m_status->isTestAvailable(*ecu(), test)) {
+      status = !subject.isTestAvailable(*ecu(), test) ? Model::Disabled
+               : subject.isTestComplete(*ecu(), test) ? Model::Complete
+                                                      : Model::Incomplete;
+    }
+    monitors.push_back(std::make_shared<Model>(test, MonitorRecord::getTestDescription(test), status));
+  }
+  return monitors;
+}
+
+IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
+  DiagnosticMonitors monitors;
+  if (!isConnected() || !ecu()) {
+    return monitors;
+  }
+  for (const unsigned char id : monitorIds(*ecu())) {
+    // A lost link would cost each of the others its whole time-out.
+    if (!isConnected()) {
+      break;
+    }
+    const auto subject = std::make_shared<MonitorTestResult>(id);
+    if (fetch(subject)) {
+      appendMonitors(*subject, monitors);
+    }
+  }
+  return monitors;
+}
+
+void MonitorService::buildTestRefreshers() {
+  m_testRefreshers.clear();
+  if (ecu()) {
+    for (const unsigned char id : monitorIds(*ecu())) {
+      m_testRefreshers.push_back(makeRefresher<MonitorTestResult>(id));
+    }
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<IMonitorService> MonitorServiceBuilder::createMonitorService() {
+  IObdVelmara* const facade = currentFacade();
+  if (facade == nullptr) {
+    return nullptr;
+  }
+  const auto service = std::make_shared<MonitorService>(*facade);
+  service->init();
+  return service;
+}
+
+}  // namespace obd

@@ -1,0 +1,115 @@
+#include <memory>
+#include <vector>
+
+#include <tavrix/tracelog.h>
+
+#include "parameters/oxygensensortest.h"
+#include "powertrain/monitorstatus.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/ioxygensensormonitorservice.h"
+#include "services/refreshcounter.h"
+
+namespace obd {
+
+using tavrix::debugStream;
+
+namespace {
+
+class OxygenSensorMonitorService final : public IOxygenSensorMonitorService,
+                                         public BaseService,
+                                         public tavrix::Notifier<IOxygenSensorMonitorServiceObserver>,
+                                         public RefreshCounter<MonitorStatus, OxygenSensorTestResult> {
+ public:
+  explicit OxygenSensorMonitorService(IObdVelmara& facade) : BaseService(facade) {}
+
+  void init() {
+    m_monitorRefresher = makeRefresher<MonitorStatus>();
+    if (isConnected()) {
+      buildTestRefreshers();
+    }
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool isSupported() override { return isConnected() && !m_testRefreshers.empty(); }
+  void refresh() override {
+    refreshIfConnected(m_monitorRefresher);
+    refreshIfConnected(m_testRefreshers);
+  }
+  std::vector<OxygenSensorLocation> sensorLocations() override {
+    return isConnected() && ecu() ? ecu()->oxygenSensorLocations() : std::vector<OxygenSensorLocation>();
+  }
+
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<MonitorStatus>& subject) override {
+    const bool complete = success && ecu() && subject->isTestComplete(*ecu(), ObdTest::OxygenSensor);
+    fireEvent(&IOxygenSensorMonitorServiceObserver::onMonitorStatusUpdated, success, complete);
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<OxygenSensorTestResult>& subject) override {
+    fireEvent(&IOxygenSensorMonitorServiceObserver::onTestResultUpdated, success,
+              success && ecu() ? subject->getResult(ecu()) : nullptr);
+  }
+
+ protected:
+  void onConnected() override { buildTestRefreshers(); }
+  void onDisconnected() override {
+    cancelAll();
+    m_testRefreshers.clear();
+  }
+  void onEcuChanged() override {
+    cancelAll();
+    invalidate();
+  }
+  // Runs in flight end with their refreshers.
+  void onUnitSystemChanged() override {
+    if (isConnected()) {
+      invalidate();
+    }
+  }
+  void onAllFinished() override { fireEvent(&IOxygenSensorMonitorServiceObserver::onRefreshDone); }
+
+ private:
+  void buildTestRefreshers();
+  void invalidate() {
+    buildTestRefreshers();
+    fireEvent(&IOxygenSensorMonitorServiceObserver::onInvalidated);
+  }
+  void cancelAll() {
+    cancel(m_monitorRefresher);
+    cancel(m_testRefreshers);
+  }
+
+  RefresherPtr m_monitorRefresher;
+  std::vector<RefresherPtr> m_testRefreshers;  // one for each test of each sensor
+};
+
+void OxygenSensorMonitorService::buildTestRefreshers() {
+  m_testRefreshers.clear();
+  if (!ecu()) {
+    return;
+  }
+  for (const OxygenSensorLocation location : ecu()->oxygenSensorLocations()) {
+    for (const unsigned char tid : ecu()->supportedTids(location)) {
+      if (!isBlockNumber(tid)) {
+        debugStream << "Supported test for location " << static_cast<int>(location) << ": "
+                    << static_cast<int>(tid);
+        m_testRefreshers.push_back(makeRefresher<OxygenSensorTestResult>(tid, location));
+      }
+    }
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<IOxygenSensorMonitorService> OxygenSensorMonitorBuilder::createOxygenSensorMonitor() {
+  IObdVelmara* const facade = currentFacade();
+  if (facade == nullptr) {
+    return nullptr;
+  }
+  const auto service = std::make_shared<OxygenSensorMonitorService>(*facade);
+  service->init();
+  return service;
+}
+
+}  // namespace obd

@@ -1,0 +1,146 @@
+#include <map>
+#include <memory>
+
+#include <tavrix/tracelog.h>
+
+#include "dispatch/fetcher.h"
+#include "parameters/onboardtest.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/iservice08.h"
+#include "services/refreshcounter.h"
+
+namespace obd {
+
+using tavrix::LogStream;
+
+namespace {
+
+constexpr const char* Source = "src\\service08";
+constexpr unsigned char LastKnownTid = 3;
+constexpr int LargestTid = 0xFF;
+
+std::shared_ptr<TestRoutineDataModel> makeModel(const IEcu& ecu, const OnBoardTest& test) {
+  const OnBoardTest::TestResult result = test.result(ecu);
+  const auto model =
+      std::make_shared<TestRoutineDataModel>(test.tid(), static_cast<TestRoutineDataModel::Result>(result));
+  if (result == OnBoardTest::Refused) {
+    model->setNackReason(test.nack());
+  }
+  return model;
+}
+
+class Service08 final : public IService08,
+                        public BaseService,
+                        public tavrix::Notifier<IService08Observer>,
+                        public RefreshCounter<OnBoardTest> {
+ public:
+  explicit Service08(IObdVelmara& facade) : BaseService(facade) {}
+
+  void init() {
+    if (isConnected()) {
+      buildTests();
+    }
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool isSupported() override { return isConnected() && !m_tests.empty(); }
+  Tests tests() override;
+  bool startTest(int tid) override;
+  Tests availableTests() override;
+  std::shared_ptr<TestRoutineDataModel> runTest(int tid) override;
+
+  void onUpdateDone(unsigned int /*id*/, bool success, const std::shared_ptr<OnBoardTest>& subject) override {
+    fireEvent(&IService08Observer::onTestUpdated, success, ecu() ? makeModel(*ecu(), *subject) : nullptr);
+  }
+
+ protected:
+  void onConnected() override { buildTests(); }
+  void onDisconnected() override { forgetTests(); }
+  void onEcuChanged() override {
+    forgetTests();
+    buildTests();
+    fireEvent(&IService08Observer::onInvalidated);
+  }
+  void onAllFinished() override { fireEvent(&IService08Observer::onRefreshDone); }
+
+ private:
+  void buildTests();
+  void forgetTests() {
+    cancel(m_refreshers);
+    m_tests.clear();
+    m_refreshers.clear();
+  }
+
+  std::map<int, std::shared_ptr<OnBoardTest>> m_tests;  // by test id
+  std::map<int, RefresherPtr> m_refreshers;             // on these tests
+};
+
+void Service08::buildTests() {
+  if (!ecu()) {
+    return;
+  }
+  for (const unsigned char tid : ecu()->supportedIds(ObdMode::Mode08, 0)) {
+    if (!isBlockNumber(tid) && tid <= LastKnownTid) {
+      const auto test = std::make_shared<OnBoardTest>(tid, ecu()->protocol());
+      m_tests.insert_or_assign(tid, test);
+      m_refreshers.insert_or_assign(tid, makeRefresherOn(test));
+    }
+  }
+}
+
+IService08::Tests Service08::tests() {
+  Tests models;
+  if (isConnected() && ecu()) {
+    for (const auto& [tid, test] : m_tests) {
+      models.push_back(makeModel(*ecu(), *test));
+    }
+  }
+  return models;
+}
+
+IService08::Tests Service08::availableTests() {
+  Tests models;
+  if (isConnected() && ecu()) {
+    for (const auto& [tid, test] : m_tests) {
+      models.push_back(makeModel(*ecu(), OnBoardTest(test->tid(), ecu()->protocol())));
+    }
+  }
+  return models;
+}
+
+bool Service08::startTest(int tid) {
+  if (!isConnected()) {
+    return false;
+  }
+  const auto found = m_refreshers.find(tid);
+  if (found == m_refreshers.end()) {
+    LogStream(Source, __LINE__, 2) << "Failed to find test for TID " << tid;
+    return false;
+  }
+  return refreshIfConnected(found->second);
+}
+
+std::shared_ptr<TestRoutineDataModel> Service08::runTest(int tid) {
+  // A number that is no byte must not be cut down to the test of another.
+  if (!isConnected() || !ecu() || tid < 0 || tid > LargestTid) {
+    return nullptr;
+  }
+  const auto test = std::make_shared<OnBoardTest>(static_cast<unsigned char>(tid), ecu()->protocol());
+  fetch(test);  // the test itself knows how it fared
+  return makeModel(*ecu(), *test);
+}
+
+}  // namespace
+
+std::shared_ptr<IService08> Service08Builder::createService08() {
+  IObdVelmara* const facade = currentFacade();
+  if (facade == nullptr) {
+    return nullptr;
+  }
+  const auto service = std::make_shared<Service08>(*facade);
+  service->init();
+  return service;
+}
+
+}  // namespace obd
