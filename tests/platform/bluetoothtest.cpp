@@ -1,0 +1,333 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <hostos/bluetooth.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "bluetoothlimits.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr std::chrono::seconds Patience(20);  // far above what a busy machine needs
+constexpr const char* Adapter = "org.bluez.Adapter1";
+constexpr const char* Device = "org.bluez.Device1";
+constexpr const char* AdapterPath = "/org/bluez/hci0";
+constexpr const char* First = "00:1D:A5:68:98:8B";
+constexpr const char* FirstPath = "/org/bluez/hci0/dev_00_1D_A5_68_98_8B";
+constexpr const char* Second = "AA:BB:CC:11:22:33";
+constexpr const char* SecondPath = "/org/bluez/hci0/dev_AA_BB_CC_11_22_33";
+
+// A bus of its own, in place of the system's while it lives.
+class Bus {
+ public:
+  Bus() {
+    std::array<int, 2> input{};
+    std::array<int, 2> output{};
+    EXPECT_EQ(::pipe2(input.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe2(output.data(), O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    std::string script = BLUETOOTH_BUS;
+    std::array<char*, 2> arguments{script.data(), nullptr};
+    EXPECT_EQ(::posix_spawn(&m_process, script.c_str(), &actions, nullptr, arguments.data(), environ), 0);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(input[0]);
+    ::close(output[1]);
+    m_input = input[1];
+    for (char letter = 0; ::read(output[0], &letter, 1) == 1 && letter != '\n';) {
+      m_address += letter;
+    }
+    ::close(output[0]);
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
+  }
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+  ~Bus() { end(); }
+
+  bool missing() const { return m_address == "missing"; }
+
+  void end() {
+    if (m_input >= 0) {
+      ::close(std::exchange(m_input, -1));
+      ::waitpid(m_process, nullptr, 0);
+    }
+  }
+
+  // Lets the stand-in for BlueZ join.
+  void startBluez() {
+    const std::string line = m_address + "\n";
+    ASSERT_EQ(::write(m_input, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    m_connection = sdbus::createSessionBusConnectionWithAddress(m_address);
+    const auto limit = std::chrono::steady_clock::now() + Patience;
+    for (bool there = false; !there;) {
+      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "no BlueZ on the bus";
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      sdbus::createProxy(*m_connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+          ->callMethod("NameHasOwner")
+          .onInterface("org.freedesktop.DBus")
+          .withArguments("org.bluez")
+          .storeResultsTo(there);
+    }
+  }
+
+  template <typename... Arguments>
+  void mock(const char* method, Arguments... arguments) {
+    object("/org/bluez")->callMethod(method).onInterface("org.bluez.Mock").withArguments(arguments...);
+  }
+
+  // Changes a property, and tells so on the bus.
+  template <typename Value>
+  void change(const char* path, const char* interface, const char* name, const Value& value) {
+    object(path)
+        ->callMethod("UpdateProperties")
+        .onInterface("org.freedesktop.DBus.Mock")
+        .withArguments(std::string(interface),
+                       std::map<std::string, sdbus::Variant>{{name, sdbus::Variant(value)}});
+  }
+
+  bool discovering() {
+    return object(AdapterPath)->getProperty("Discovering").onInterface(Adapter).get<bool>();
+  }
+
+  // Whether the adapter's discovery ends; the order to end it may still be on its way.
+  bool discoveryEnds() {
+    const auto limit = std::chrono::steady_clock::now() + Patience;
+    while (discovering() && std::chrono::steady_clock::now() < limit) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return !discovering();
+  }
+
+ private:
+  std::unique_ptr<sdbus::IProxy> object(const char* path) {
+    return sdbus::createProxy(*m_connection, "org.bluez", path);
+  }
+
+  pid_t m_process = -1;
+  int m_input = -1;
+  std::string m_address;
+  std::unique_ptr<sdbus::IConnection> m_connection;
+};
+
+class Listener : public hostos::IBluetoothListener {
+ public:
+  void onDeviceFound(const std::string& name, const std::string& address, int port) override {
+    const std::lock_guard guard(m_mutex);
+    EXPECT_FALSE(m_closed) << "found after the end: " << name;
+    m_found.push_back(name + "|" + address + "|" + std::to_string(port));
+    m_news.notify_all();
+    if (whenFound) {
+      whenFound();
+    }
+  }
+  void onSearchDone() override {
+    const std::lock_guard guard(m_mutex);
+    EXPECT_FALSE(m_closed) << "done after the end";
+    m_closed = true;
+    m_news.notify_all();
+  }
+
+  // Fails if a call comes later.
+  void close() {
+    const std::lock_guard guard(m_mutex);
+    m_closed = true;
+  }
+  // For the next search.
+  void open() {
+    const std::lock_guard guard(m_mutex);
+    m_closed = false;
+    m_found.clear();
+  }
+  std::vector<std::string> found(std::size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_news.wait_for(lock, Patience, [&] { return m_found.size() >= count; });
+    return m_found;
+  }
+  bool done() {
+    std::unique_lock lock(m_mutex);
+    return m_news.wait_for(lock, Patience, [&] { return m_closed; });
+  }
+
+  std::function<void()> whenFound;
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_news;
+  std::vector<std::string> m_found;
+  bool m_closed = false;
+};
+
+class Bluetooth : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    bus = std::make_unique<Bus>();
+    if (!bus->missing()) {
+      bus->startBluez();
+    }
+  }
+  static void TearDownTestSuite() { bus.reset(); }
+
+  void SetUp() override {
+    if (bus->missing()) {
+      GTEST_SKIP() << "python3-dbusmock is not installed";
+    }
+    search->setListener(&listener);
+  }
+  void TearDown() override {
+    search.reset();
+    listener.close();
+    if (m_adapter) {
+      bus->mock("RemoveAdapterWithDevices", "hci0");
+    }
+    hostos::bluetoothLimits().inquiry = 12800;
+  }
+
+  void addAdapter() {
+    bus->mock("AddAdapter", "hci0", "laptop");
+    m_adapter = true;
+  }
+
+  // Starts in vain, and gives the reason.
+  std::string refusal() const {
+    EXPECT_FALSE(search->start());
+    return stack->lastError();
+  }
+
+  static std::unique_ptr<Bus> bus;
+  Listener listener;
+  std::shared_ptr<hostos::IBluetoothStack> stack = hostos::bluetoothStack();
+  std::unique_ptr<hostos::IDeviceSearch> search{stack->createDeviceSearch()};
+
+ private:
+  bool m_adapter = false;
+};
+
+std::unique_ptr<Bus> Bluetooth::bus;
+
+TEST_F(Bluetooth, saysWhatIsMissing) {
+  EXPECT_THAT(refusal(), HasSubstr("no Bluetooth adapter"));
+  addAdapter();
+  bus->change(AdapterPath, Adapter, "Powered", false);
+  EXPECT_THAT(refusal(), HasSubstr("switched off"));
+  bus->change(AdapterPath, Adapter, "Powered", true);
+  EXPECT_TRUE(search->start());
+  EXPECT_EQ(stack->lastError(), "");
+  EXPECT_THAT(refusal(), HasSubstr("under way already"));
+  search->cancel();
+
+  const std::string address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  {
+    const Bus empty;
+    EXPECT_THAT(refusal(), HasSubstr("BlueZ"));
+  }
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  EXPECT_THAT(refusal(), HasSubstr("cannot be reached"));
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+}
+
+TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
+  addAdapter();
+  bus->mock("AddDevice", "hci0", First, "OBDII");
+  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:01", "phone");
+  bus->mock("PairDevice", "hci0", "AA:00:00:00:00:01", 0);  // its services are known, and have no serial port
+  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:02", "thermometer");
+  bus->change("/org/bluez/hci0/dev_AA_00_00_00_00_02", Device, "AddressType", std::string("random"));
+  bus->mock("AddAdapter", "hci1", "another");
+  bus->mock("AddDevice", "hci1", "AA:00:00:00:00:03", "of the other adapter");
+
+  ASSERT_TRUE(search->start());
+  const std::string obdii = std::string("OBDII|") + First + "|1";
+  EXPECT_THAT(listener.found(1), ElementsAre(obdii));
+  EXPECT_TRUE(bus->discovering());
+  bus->mock("AddDevice", "hci0", Second, "AA-BB-CC-11-22-33");
+  bus->change(SecondPath, Device, "RSSI", std::int16_t{-40});       // nothing new
+  bus->change(FirstPath, Device, "Alias", std::int32_t{5});         // of the wrong type
+  bus->change(SecondPath, Device, "Alias", std::string("V-LINK"));  // its name is known now
+  const std::string second = std::string(Second) + "|1";
+  EXPECT_THAT(listener.found(3), ElementsAre(obdii, "AA-BB-CC-11-22-33|" + second, "V-LINK|" + second));
+  search->stop();
+  EXPECT_TRUE(listener.done());
+  EXPECT_TRUE(bus->discoveryEnds());
+  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:04", "late");
+
+  listener.open();
+  bus->change(FirstPath, Device, "Alias", std::string("OBDII"));
+  ASSERT_TRUE(search->start());
+  EXPECT_THAT(listener.found(3),
+              testing::UnorderedElementsAre(obdii, "V-LINK|" + second, "late|AA:00:00:00:00:04|1"));
+  search->stop();
+  EXPECT_TRUE(listener.done());
+  bus->mock("RemoveAdapterWithDevices", "hci1");
+}
+
+TEST_F(Bluetooth, endsByItself) {
+  hostos::bluetoothLimits().inquiry = 200;
+  addAdapter();
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(search->start());
+  EXPECT_TRUE(listener.done());
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
+  EXPECT_TRUE(bus->discoveryEnds());
+  EXPECT_EQ(stack->lastError(), "");
+}
+
+TEST_F(Bluetooth, callsNobodyAfterCancel) {
+  addAdapter();
+  for (int i = 10; i < 25; ++i) {
+    listener.open();
+    ASSERT_TRUE(search->start());
+    bus->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i),
+              "adapter");  // its signal is on its way
+    search->cancel();
+    listener.close();
+  }
+  EXPECT_TRUE(bus->discoveryEnds());
+}
+
+TEST_F(Bluetooth, maybeLetGoOfFromWithinACall) {
+  addAdapter();
+  bus->mock("AddDevice", "hci0", First, "OBDII");
+  bus->mock("AddDevice", "hci0", Second, "V-LINK");
+  listener.whenFound = [this] {
+    stack.reset();
+    search.reset();
+  };
+  ASSERT_TRUE(search->start());
+  EXPECT_EQ(listener.found(1).size(), 1U);
+  EXPECT_TRUE(bus->discoveryEnds());
+  EXPECT_EQ(listener.found(1).size(), 1U);
+}
+
+TEST_F(Bluetooth, endsWithTheBus) {
+  const std::string address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  Bus other;
+  other.startBluez();
+  other.mock("AddAdapter", "hci0", "laptop");
+  ASSERT_TRUE(search->start());
+  other.end();
+  EXPECT_TRUE(listener.done());
+  EXPECT_THAT(stack->lastError(), HasSubstr("broke off"));
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+}
+
+}  // namespace
