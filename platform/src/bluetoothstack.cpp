@@ -68,6 +68,8 @@ class LastError {
 // detached; it is recursive, so that the listener may detach itself.
 class Receiver {
  public:
+  // Keeps calls back.
+  std::unique_lock<std::recursive_mutex> lock() { return std::unique_lock(m_mutex); }
   void set(IBluetoothListener* listener) {
     const std::lock_guard guard(m_mutex);
     m_listener = listener;
@@ -394,9 +396,11 @@ class DeviceSearch : public IDeviceSearch {
     auto inquiry = std::make_shared<Inquiry>(m_listener, m_lastError);
     inquiry->begin();
     m_inquiry = inquiry;
-    // The thread shares the inquiry, as the listener may let go of the search from within a call.
+    // The listener may let go of the search from within a call. So the thread shares the inquiry, and calls
+    // come only when nothing here is used any more.
+    const auto heldBack = inquiry->receiver().lock();
     m_thread = std::make_unique<CThread>("BluetoothSearch");
-    auto argument = std::make_unique<std::shared_ptr<Inquiry>>(std::move(inquiry));
+    auto argument = std::make_unique<std::shared_ptr<Inquiry>>(inquiry);
     if (m_thread->run(&DeviceSearch::work, argument.get())) {
       static_cast<void>(argument.release());
       return;
