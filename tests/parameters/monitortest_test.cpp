@@ -232,6 +232,7 @@ TEST_F(MonitorTest, OxygenSensorTests) {
       {0x00, "45 00 20 64 00 FF", "100 [0, 255] = 0", ""},
       {0x81, "45 81 20 64 65 FF", "100 [101, 255] = 1", ""},
       {0x05, "45 05 20 64", "", "3 TID 5: invalid number of data bytes: 4"},
+      {0x00, "45 00 20 64 00", "", "3 TID 0: invalid number of data bytes: 5"},
       {0x01, "45 01 20", "", "3 Invalid number of data bytes: 3"},
       {0x01, "45 01 10 64", "", "2 Signature mismatch"},
   };

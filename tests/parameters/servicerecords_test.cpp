@@ -141,7 +141,7 @@ TEST_F(ServiceRecords, OnBoardTestReplies) {
       {true, "48", false, OnBoardTest::Unknown},
       {true, "7F0822", false, OnBoardTest::Refused},
       {false, "48010000000000", true, OnBoardTest::Accepted},
-      {false, "48010100000000", true, OnBoardTest::Refused},
+      {false, "48010200000000", true, OnBoardTest::Refused},
       {false, "480100000000", false, OnBoardTest::TooShort},
   };
   for (const auto& [can, reply, accepted, result] : cases) {
