@@ -236,6 +236,13 @@ TEST(MultiValueParameters, SpecialMembers) {
     EXPECT_EQ(joined(texts(*parameter, *ecu)), c.metric) << c.reply;
     EXPECT_EQ(joined(texts(*parameter, *ecu, UnitSystem::Imperial)), c.imperial) << c.reply;
   }
+  // A mean of whole degrees is written without a point, as the degrees themselves are.
+  const auto coolant = make(0x67);
+  EXPECT_TRUE(reply(*coolant, ecu, "41 67 01 41 00"));
+  const auto degrees = std::dynamic_pointer_cast<obd::ConcreateNumericSensorValue<int>>(
+      coolant->values(*ecu, UnitSystem::Metric).at(0));
+  ASSERT_TRUE(degrees);
+  EXPECT_EQ(degrees->toString(25.4F), "25");
   const auto boost = make(0x70)->sensorInfo(*ecu);
   EXPECT_EQ(boost.at(2)->description(), "Boost Pressure Control Status A");
   EXPECT_EQ(boost.at(3)->description(), "Commanded Boost Pressure B");
