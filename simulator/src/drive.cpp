@@ -9,11 +9,13 @@ namespace simulator {
 namespace {
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(Signal::Count)> Names = {
-    "rpm",       "speed",     "coolant",  "intake",    "ambient",  "oil",     "catalyst", "maf",
-    "map",       "baro",      "throttle", "pedal",     "load",     "absload", "timing",   "stft1",
-    "ltft1",     "stft2",     "ltft2",    "o2b1s1",    "o2b1s2",   "o2b2s1",  "o2b2s2",   "lambda",
-    "lambdacmd", "o2current", "voltage",  "fuellevel", "fuelrate", "rail",    "runtime",  "distance",
-    "purge",     "egr",       "egrerror", "torque",    "demand",   "charge",  "boost",    "soot"};
+    "rpm",       "speed",  "coolant", "intake",    "ambient",   "oil",     "catalyst",
+    "maf",       "map",    "baro",    "throttle",  "pedal",     "load",    "absload",
+    "timing",    "stft1",  "ltft1",   "stft2",     "ltft2",     "o2b1s1",  "o2b1s2",
+    "o2b2s1",    "o2b2s2", "lambda",  "lambdacmd", "o2current", "voltage", "fuellevel",
+    "fuelrate",  "rail",   "runtime", "distance",  "purge",     "egr",     "egrerror",
+    "torque",    "demand", "charge",  "boost",     "soot",      "turbo",   "compressor",
+    "chargeair", "egt1",   "egt2",    "egt3",      "egt4",      "dpfdrop", "vanes"};
 
 constexpr double Cycle = 60;          // s
 constexpr double AccelerateFrom = 8;  // s into the cycle
@@ -65,7 +67,7 @@ std::optional<Signal> signalByName(std::string_view name) {
   return static_cast<Signal>(found - Names.begin());
 }
 
-Signals Drive::at(std::uint32_t milliseconds) const {
+Signals Drive::at(std::uint32_t milliseconds, const std::optional<Regeneration>& regeneration) const {
   Signals s{};
   const auto set = [&s](Signal signal, double value) { s[static_cast<std::size_t>(signal)] = value; };
 
@@ -175,8 +177,45 @@ Signals Drive::at(std::uint32_t milliseconds) const {
   set(Signal::Distance, distance);
   set(Signal::FuelLevel, std::max(2.0, fuelLevel - distance * 0.13));
   set(Signal::Charge, 58 + 9 * wave(t, Cycle, 0.1));
-  set(Signal::SootLoad, 41 + 6 * smooth(inCycle / Cycle));
+  setExhaust(s, t, regeneration);
   return s;
+}
+
+// Turbocharger, exhaust and particle filter, from what the engine does at the moment.
+void Drive::setExhaust(Signals& s, double t, const std::optional<Regeneration>& regeneration) const {
+  const auto set = [&s](Signal signal, double value) { s[static_cast<std::size_t>(signal)] = value; };
+  const auto get = [&s](Signal signal) { return s[static_cast<std::size_t>(signal)]; };
+  const bool running = get(Signal::Rpm) > 0;
+  const double boost = get(Signal::Boost);
+  const double load = get(Signal::Load);
+  const double warm = 1 - std::exp(-t / 120);
+
+  set(Signal::TurboRpm, running ? 6000 + get(Signal::Rpm) * 7 + boost * 420 : 0);
+  set(Signal::Compressor, get(Signal::Intake) + 3 + boost * 1.05);
+  set(Signal::ChargeAir, ambient + 9 + boost * 0.16);
+  set(Signal::Vanes, running ? std::clamp(82 - get(Signal::Rpm) / 60 - load * 0.2, 10.0, 90.0) : 0);
+
+  // While it lasts, a regeneration heats the filter and burns the soot down; then it slowly gathers again.
+  double soot = std::min(100.0, sootAtStart + 6 * smooth(std::fmod(t, Cycle) / Cycle));
+  double heat = 0;
+  if (regeneration && t * 1000 >= regeneration->from) {
+    static constexpr double Burnt = 5;  // % that stay
+    const double since = t - regeneration->from / 1000.0;
+    const double length = regeneration->length / 1000.0;
+    if (since < length) {
+      soot += (Burnt - soot) * since / length;
+      heat = 330 * std::min({1.0, since / (0.15 * length), (length - since) / (0.1 * length)});
+    } else {
+      soot = std::min(soot, Burnt + (since - length) / 120);
+    }
+  }
+  set(Signal::SootLoad, soot);
+  const double turbine = ambient + 95 + 60 * warm + load * 4.4;
+  set(Signal::ExhaustGas1, turbine);
+  set(Signal::ExhaustGas2, turbine * 0.83);
+  set(Signal::ExhaustGas3, turbine * (0.5 + 0.24 * warm) + heat);
+  set(Signal::ExhaustGas4, turbine * (0.42 + 0.28 * warm) + heat * 1.07);
+  set(Signal::FilterDrop, running ? get(Signal::Maf) / displacement * (0.06 + soot * 0.0035) : 0);
 }
 
 }  // namespace simulator

@@ -50,6 +50,15 @@ enum class Signal : std::uint8_t {
   Charge,    // % of the traction battery
   Boost,     // kPa over ambient
   SootLoad,  // % of the particle filter
+  TurboRpm,
+  Compressor,   // temperature behind the compressor
+  ChargeAir,    // and behind the charge air cooler
+  ExhaustGas1,  // at the turbine inlet, its outlet, the inlet of the particle filter and its outlet
+  ExhaustGas2,
+  ExhaustGas3,
+  ExhaustGas4,
+  FilterDrop,  // kPa over the particle filter
+  Vanes,       // % that the turbine's vanes are closed
   Count
 };
 
@@ -57,6 +66,12 @@ using Signals = std::array<double, static_cast<std::size_t>(Signal::Count)>;
 
 /// The signal of that name as vehicle files spell it.
 std::optional<Signal> signalByName(std::string_view name);
+
+/// A regeneration of the particle filter that a tester asked for, in milliseconds of the drive.
+struct Regeneration {
+  std::uint32_t from = 0;
+  std::uint32_t length = 0;
+};
 
 enum class EngineKind { Petrol, Diesel, Hybrid };
 
@@ -73,7 +88,12 @@ struct Drive {
   double fuelLevel = 63;         // % at the start
   double referenceTorque = 240;  // Nm
 
-  Signals at(std::uint32_t milliseconds) const;
+  double sootAtStart = 41;  // % of the particle filter at the start
+
+  Signals at(std::uint32_t milliseconds, const std::optional<Regeneration>& regeneration = {}) const;
+
+ private:
+  void setExhaust(Signals& signals, double seconds, const std::optional<Regeneration>& regeneration) const;
 };
 
 }  // namespace simulator

@@ -1,7 +1,6 @@
 #include <simulator/vehicle.h>
 
 #include <algorithm>
-#include <bitset>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -10,15 +9,12 @@
 #include <hostos/time.h>
 
 #include "builtinvehicles.h"
+#include "support.h"
 #include "vehicledata.h"
 
 namespace simulator {
 
 namespace {
-
-constexpr std::uint8_t Positive = 0x40;
-constexpr std::uint8_t Negative = 0x7F;
-constexpr std::uint8_t ConditionsNotCorrect = 0x22;
 
 void append(Bytes& out, const Bytes& more) {
   out.insert(out.end(), more.begin(), more.end());
@@ -40,52 +36,6 @@ Bytes render(const Template& terms, const Signals& signals) {
     }
   }
   return out;
-}
-
-// What a unit has of the identifiers of one service. Bit 0 of each block of 32 tells that more follow.
-class Support {
- public:
-  void add(unsigned id) {
-    if (id > 0 && id < 256) {
-      m_ids.set(id);
-    }
-  }
-  bool any() const { return m_ids.any(); }
-
-  // The bitmap of the block that begins behind `base`; false if nobody would ask for it.
-  bool bitmap(unsigned base, Bytes& out) const {
-    if (base != 0 && !anyBehind(base)) {
-      return false;
-    }
-    std::uint32_t bits = 0;
-    for (unsigned i = 1; i <= 32 && base + i < 256; ++i) {
-      const bool set = m_ids.test(base + i) || (i == 32 && anyBehind(base + 32));
-      bits = (bits << 1) | (set ? 1U : 0U);
-    }
-    if (base == 0xE0) {
-      bits <<= 1;
-    }
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      out.push_back(static_cast<std::uint8_t>(bits >> shift));
-    }
-    return true;
-  }
-
- private:
-  bool anyBehind(unsigned base) const {
-    for (unsigned id = base + 1; id < 256; ++id) {
-      if (m_ids.test(id)) {
-        return true;
-      }
-    }
-    return false;
-  }
-
-  std::bitset<256> m_ids;
-};
-
-bool isBlock(std::uint8_t id) {
-  return id % 0x20 == 0;
 }
 
 template <typename Map>
@@ -131,8 +81,9 @@ double VehicleData::batteryVoltage() const {
 }
 
 std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<std::uint32_t> target) {
-  const Signals signals = drive.at(driveTime());
+  const std::uint32_t now = driveTime();
   const std::lock_guard guard(m_mutex);
+  const Signals signals = drive.at(now, m_regeneration);
   std::vector<UnitReply> replies;
   if (!m_ignition || request.empty()) {
     return replies;
@@ -142,7 +93,7 @@ std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<
       continue;
     }
     UnitReply one{unit.id, unit.latency, {}};
-    if (!reply(unit, request, signals, one.messages)) {
+    if (!reply(unit, request, signals, now, one.messages)) {
       one.messages.clear();
       if (unit.refusal) {
         one.messages.push_back({Negative, request.front(), *unit.refusal});
@@ -156,7 +107,8 @@ std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<
 }
 
 // True if the unit knows the request, even if it says nothing to it.
-bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals, std::vector<Bytes>& out) {
+bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals, std::uint32_t now,
+                        std::vector<Bytes>& out) {
   for (const Answer& answer : unit.answers) {
     const bool fits =
         answer.anyRest ? request.size() >= answer.request.size() : request.size() == answer.request.size();
@@ -183,9 +135,9 @@ bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals
       return request.size() == 1 && codes(unit, request, out);
     case 0x05:
     case 0x06:
+      return testBlocks(unit, request, out) || testResults(unit, request, out);
     case 0x08:
-      known = testBlocks(unit, request, message);
-      break;
+      return testBlocks(unit, request, out) || runRoutine(unit, request, now, out);
     case 0x09:
       return information(unit, request, out);
     default:
@@ -377,36 +329,6 @@ bool VehicleData::information(const Unit& unit, const Bytes& request, std::vecto
     out.push_back(std::move(message));
   }
   return true;
-}
-
-// Which tests there are, worked out from the answers of the file. Before CAN the reply of services 06 and 08
-// has a filler byte in front of the bitmap; service 05 asks for one sensor and repeats it there.
-bool VehicleData::testBlocks(const Unit& unit, const Bytes& request, Bytes& message) const {
-  const std::uint8_t service = request.front();
-  if (request.size() < 2 || !isBlock(request[1])) {
-    return false;
-  }
-  const bool bySensor = service == 0x05;
-  if (bySensor && (request.size() != 3 || isCan())) {
-    return false;
-  }
-  Support support;
-  bool served = false;
-  for (const Answer& answer : unit.answers) {
-    if (answer.request.size() >= 2 && answer.request.front() == service && !isBlock(answer.request[1])) {
-      served = true;
-      if (!bySensor || (answer.request.size() >= 3 && answer.request[2] == request[2])) {
-        support.add(answer.request[1]);
-      }
-    }
-  }
-  message = {static_cast<std::uint8_t>(service | Positive), request[1]};
-  if (bySensor) {
-    message.push_back(request[2]);
-  } else if (!isCan()) {
-    message.push_back(service == 0x06 ? 0xFF : 0x00);
-  }
-  return served && support.bitmap(request[1], message);
 }
 
 Vehicle::Vehicle(std::unique_ptr<VehicleData> data) : m_data(std::move(data)) {

@@ -38,7 +38,23 @@ struct FreezeFrame {
   std::map<std::uint8_t, Template> pids;
 };
 
-/// A reply given word for word: services 05, 06, 08 and whatever a manufacturer adds.
+/// A test result of services 05 and 06: what follows the identifier that is asked for.
+struct TestItem {
+  Bytes key;              // 05: sensor; 06 on CAN: test and scaling; 06 before CAN: component, kind of limit
+  Bytes numbers;          // value and limits
+  bool constant = false;  // no result, so that clearing keeps it
+};
+
+/// A routine of service 08.
+struct Routine {
+  enum class Reply { Accept, Refuse, Silence };
+  Reply reply = Reply::Accept;
+  std::uint8_t code = 0;                 // of the refusal, or the status before CAN
+  std::uint32_t length = 0;              // ms that it lasts
+  std::optional<std::uint32_t> started;  // moment of the drive
+};
+
+/// A reply given word for word: what a manufacturer adds, or a fault.
 struct Answer {
   Bytes request;
   bool anyRest = false;            // the request may go on
@@ -60,6 +76,9 @@ struct Unit {
   bool clears = true;                   // false: refuses with 0x22
   std::optional<std::uint8_t> refusal;  // negative response to what is unknown; unset: silence
   std::map<std::uint8_t, Info> infos;
+  std::map<std::uint8_t, std::vector<TestItem>> sensorTests;   // service 05
+  std::map<std::uint8_t, std::vector<TestItem>> monitorTests;  // service 06
+  std::map<std::uint8_t, Routine> routines;                    // service 08
   std::vector<Answer> answers;
 };
 
@@ -91,18 +110,22 @@ class VehicleData {
   void setIgnition(bool on);
 
  private:
-  bool reply(Unit& unit, const Bytes& request, const Signals& signals, std::vector<Bytes>& out);
+  bool reply(Unit& unit, const Bytes& request, const Signals& signals, std::uint32_t now,
+             std::vector<Bytes>& out);
   bool currentData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
   bool freezeData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
   bool codes(Unit& unit, const Bytes& request, std::vector<Bytes>& out);
   bool information(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const;
-  bool testBlocks(const Unit& unit, const Bytes& request, Bytes& message) const;
+  bool testBlocks(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const;
+  bool testResults(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const;
+  bool runRoutine(Unit& unit, const Bytes& request, std::uint32_t now, std::vector<Bytes>& out);
   std::uint32_t driveTime() const;
 
   mutable std::mutex m_mutex;
   std::uint32_t m_start = 0;
   std::optional<std::uint32_t> m_held;
   bool m_ignition = true;
+  std::optional<Regeneration> m_regeneration;
 };
 
 /// Reads a vehicle file; throws std::runtime_error with "origin:line: what".

@@ -1,12 +1,9 @@
 // Reader of vehicle files. Their format is told in vehicles/README.md.
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <set>
-#include <stdexcept>
 
-#include "vehicledata.h"
+#include "rowreader.h"
 
 namespace simulator {
 
@@ -15,40 +12,16 @@ namespace {
 constexpr std::size_t MostUnits = 8;
 constexpr std::size_t LongestReply = 4095;  // what ISO 15765-2 can carry
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r';
-}
-
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && isBlank(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'A' && c <= 'F') {
-    return c - 'A' + 10;
-  }
-  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-}
-
-class Parser {
+class Parser : private RowReader {
  public:
-  Parser(std::string_view text, const std::string& origin) : m_text(text), m_origin(origin) {}
+  Parser(std::string_view text, const std::string& origin) : RowReader(origin), m_text(text) {}
 
   std::unique_ptr<VehicleData> run() {
     while (!m_text.empty()) {
       const std::size_t end = m_text.find('\n');
       const std::string_view whole = m_text.substr(0, end);
       m_text.remove_prefix(end == std::string_view::npos ? m_text.size() : end + 1);
-      ++m_line;
+      nextLine();
       const std::string_view content = trim(withoutComment(whole));
       if (!content.empty()) {
         line(content);
@@ -59,18 +32,6 @@ class Parser {
   }
 
  private:
-  [[noreturn]] void fail(const std::string& what) const {
-    throw std::runtime_error(m_origin + ":" + std::to_string(m_line) + ": " + what);
-  }
-
-  static std::string quoted(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text.substr(0, 60)) {
-      out.push_back(c >= ' ' && c <= '~' ? c : '.');
-    }
-    return out + (text.size() > 60 ? "...\"" : "\"");
-  }
-
   static std::string_view withoutComment(std::string_view text) {
     bool inText = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -81,81 +42,6 @@ class Parser {
       }
     }
     return text;
-  }
-
-  // Takes the next word off the front; empty at the end.
-  static std::string_view word(std::string_view& text) {
-    text = trim(text);
-    std::size_t end = 0;
-    while (end < text.size() && !isBlank(text[end])) {
-      ++end;
-    }
-    const std::string_view result = text.substr(0, end);
-    text = trim(text.substr(end));
-    return result;
-  }
-
-  double number(std::string_view text, double least, double most) const {
-    double value = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || !std::isfinite(value)) {
-      fail(quoted(text) + " is no number");
-    }
-    if (value < least || value > most) {
-      std::string range = std::to_string(least) + " to " + std::to_string(most);
-      fail(quoted(text) + " is out of range, which is " + range);
-    }
-    return value;
-  }
-
-  std::uint32_t hexNumber(std::string_view text, std::size_t mostDigits) const {
-    std::uint32_t value = 0;
-    if (text.empty() || text.size() > mostDigits) {
-      fail(quoted(text) + " is no hexadecimal number of up to " + std::to_string(mostDigits) + " digits");
-    }
-    for (const char c : text) {
-      const int digit = hexDigit(c);
-      if (digit < 0) {
-        fail(quoted(text) + " is no hexadecimal number");
-      }
-      value = value << 4 | static_cast<std::uint32_t>(digit);
-    }
-    return value;
-  }
-
-  std::uint8_t hexByte(std::string_view text) const {
-    if (text.size() != 2) {
-      fail(quoted(text) + " is no byte of two hexadecimal digits");
-    }
-    return static_cast<std::uint8_t>(hexNumber(text, 2));
-  }
-
-  void appendHex(std::string_view text, Bytes& out) const {
-    if (text.size() % 2 != 0) {
-      fail(quoted(text) + " is no row of hexadecimal bytes");
-    }
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-      out.push_back(hexByte(text.substr(i, 2)));
-    }
-  }
-
-  bool yes(std::string_view text) const {
-    if (text == "yes" || text == "on") {
-      return true;
-    }
-    if (text != "no" && text != "off") {
-      fail(quoted(text) + " is neither yes nor no");
-    }
-    return false;
-  }
-
-  std::uint16_t code(std::string_view text) const {
-    static constexpr std::string_view Letters = "PCBU";
-    const std::size_t letter = text.size() == 5 ? Letters.find(text.front()) : std::string_view::npos;
-    if (letter == std::string_view::npos || text[1] < '0' || text[1] > '3') {
-      fail(quoted(text) + " is no trouble code such as P0171");
-    }
-    return static_cast<std::uint16_t>(letter << 14 | hexNumber(text.substr(1), 4));
   }
 
   std::vector<std::uint16_t> codeList(std::string_view text) const {
@@ -195,17 +81,6 @@ class Parser {
     }
     term.signal = *found;
     return term;
-  }
-
-  // Takes one quoted text off the front.
-  std::string_view quotedText(std::string_view& text) const {
-    const std::size_t end = text.find('"', 1);
-    if (end == std::string_view::npos) {
-      fail("The text has no closing quotation mark");
-    }
-    const std::string_view result = text.substr(1, end - 1);
-    text = trim(text.substr(end + 1));
-    return result;
   }
 
   Template reply(std::string_view text) const {
@@ -297,6 +172,9 @@ class Parser {
       }
       ++items;
     }
+    if (counters && items % 2 != 0) {
+      fail("Counters come in pairs");
+    }
     if (type == 0x06 && result.bytes.size() != items * std::size_t{4}) {
       fail("A calibration verification number has eight hexadecimal digits");
     }
@@ -321,8 +199,11 @@ class Parser {
     if (value.empty()) {
       fail("There is nothing behind the equals sign");
     }
-    std::string full(key);
-    if (!m_seen.insert((m_unit == nullptr ? "" : m_unit->name) + "\n" + full).second) {
+    std::string full(m_unit == nullptr ? "" : m_unit->name);
+    for (std::string_view rest = key; !rest.empty();) {
+      full.append("\n").append(word(rest));
+    }
+    if (!m_seen.insert(full).second) {
       fail(quoted(key) + " is told twice");
     }
     if (m_unit == nullptr) {
@@ -380,7 +261,8 @@ class Parser {
                                              {"coolant", &Drive::coolant, -40, 90},
                                              {"ambient", &Drive::ambient, -40, 60},
                                              {"fuel", &Drive::fuelLevel, 0, 100},
-                                             {"torque", &Drive::referenceTorque, 20, 5000}};
+                                             {"torque", &Drive::referenceTorque, 20, 5000},
+                                             {"soot", &Drive::sootAtStart, 0, 100}};
     if (key == "name") {
       m_vehicle->name = value;
     } else if (key == "protocol") {
@@ -427,6 +309,8 @@ class Parser {
       } else {
         m_unit->infos[id] = info(id, value);
       }
+    } else if (first == "05" || first == "06" || first == "08") {
+      readTestRow(*this, m_vehicle->isCan(), hexByte(first), rest, value, *m_unit);
     } else if (first == "freeze") {
       freeze(rest, value);
     } else if (first == "answer") {
@@ -544,8 +428,6 @@ class Parser {
   }
 
   std::string_view m_text;
-  const std::string& m_origin;
-  std::size_t m_line = 0;
   std::unique_ptr<VehicleData> m_vehicle = std::make_unique<VehicleData>();
   Unit* m_unit = nullptr;
   bool m_protocolKnown = false;

@@ -78,17 +78,31 @@ class EveryVehicle : public testing::TestWithParam<std::string> {
   VirtualClock m_clock;
 };
 
-// A unit announces exactly what it answers, for services 01 and 09 over all blocks.
+struct Service {
+  std::string request;  // of service 05: without the sensor
+  std::string rest;     // behind the identifier
+};
+
+// A unit announces exactly what it answers, in all blocks of all services that have such lists.
 TEST_P(EveryVehicle, AnnouncesWhatItAnswers) {
   const auto car = Vehicle::load(GetParam());
+  const bool old = car->protocol() < 6;
   Dialogue elm = connect(car);
-  EXPECT_GE(payloads(elm.ask("0100"), car->protocol()).size(), 1U);
-  for (const std::string service : {"01", "09"}) {
+  EXPECT_EQ(payloads(elm.ask("0100"), car->protocol()).size(), car->unitCount());
+  for (const auto& [service, rest] : {Service{"01", ""},
+                                      {"05", "01"},
+                                      {"05", "02"},
+                                      {"06", ""},
+                                      {"08", old ? "0000000000" : ""},
+                                      {"09", ""}}) {
     std::map<std::string, std::set<unsigned>> announced;
     std::map<std::string, std::set<unsigned>> answered;
     for (unsigned id = 0; id < 256; ++id) {
-      for (const auto& [unit, bytes] : payloads(elm.ask(service + hex(id)), car->protocol())) {
+      for (const auto& [unit, bytes] : payloads(elm.ask(service + hex(id) + rest), car->protocol())) {
         if (bytes.at(0) == 0x7F) {
+          if (bytes.at(2) == 0x22) {  // known, but not now
+            answered[unit].insert(id);
+          }
           continue;
         }
         ASSERT_EQ(bytes.at(1), id);
@@ -97,7 +111,7 @@ TEST_P(EveryVehicle, AnnouncesWhatItAnswers) {
           continue;
         }
         EXPECT_TRUE(id == 0 || announced[unit].contains(id)) << unit << " " << id;
-        const std::size_t from = service == "09" && car->protocol() < 6 ? 3 : 2;
+        const std::size_t from = service != "01" && old ? 3 : 2;
         ASSERT_EQ(bytes.size(), from + 4);
         for (unsigned i = 0; i < 32; ++i) {
           if ((bytes[from + i / 8] >> (7 - i % 8) & 1U) != 0) {
@@ -109,44 +123,45 @@ TEST_P(EveryVehicle, AnnouncesWhatItAnswers) {
     for (auto& [unit, ids] : announced) {
       std::erase_if(ids, [](unsigned id) { return id % 0x20 == 0; });
     }
-    EXPECT_EQ(announced, answered) << service;
-    EXPECT_EQ(announced.size(), service == "01" ? car->unitCount() : answered.size());
+    EXPECT_EQ(announced, answered) << service << rest;
+    EXPECT_EQ(service == "05" && !answered.empty(), service == "05" && old) << "what CAN does not have";
   }
 }
 
-TEST_P(EveryVehicle, HasAVinWithARightCheckDigit) {
+unsigned word(const Bytes& bytes, std::size_t at) {
+  return bytes.at(at) << 8 | bytes.at(at + 1);
+}
+
+// Every failing test has a trouble code in its unit, and each fits its limits otherwise.
+TEST_P(EveryVehicle, FailsNoTestWithoutACode) {
   const auto car = Vehicle::load(GetParam());
+  const bool old = car->protocol() < 6;
   Dialogue elm = connect(car);
-  const auto units = payloads(elm.ask("0902"), car->protocol());
-  ASSERT_FALSE(units.empty());
-  std::string vin;
-  const Bytes& bytes = units.begin()->second;
-  if (car->protocol() >= 6) {
-    EXPECT_EQ(bytes.at(2), 1U);
-    vin.assign(bytes.begin() + 3, bytes.end());
-  } else {
-    ASSERT_EQ(bytes.size(), 35U);
-    for (std::size_t frame = 0; frame < 5; ++frame) {
-      EXPECT_EQ(bytes[frame * 7 + 2], frame + 1);
-      for (std::size_t i = 3; i < 7; ++i) {
-        if (bytes[frame * 7 + i] != 0) {
-          vin.push_back(static_cast<char>(bytes[frame * 7 + i]));
-        }
+  std::map<std::string, unsigned> failed;
+  std::map<std::string, unsigned> passed;
+  for (unsigned id = 1; id < 256; ++id) {
+    for (const auto& [unit, bytes] : payloads(elm.ask("06" + hex(id)), car->protocol())) {
+      if (id % 0x20 == 0 || bytes.at(0) != 0x46) {
+        continue;
+      }
+      ASSERT_EQ((bytes.size() + (old ? 0 : 8)) % (old ? 7 : 9), 0U) << unit << " " << id;
+      for (std::size_t at = old ? 0 : 1; at < bytes.size(); at += old ? 7 : 9) {
+        const unsigned flip = !old && bytes[at + 2] >= 0x80 ? 0x8000 : 0;  // signed numbers in their order
+        const unsigned value = word(bytes, at + 3) ^ flip;
+        const unsigned limit = word(bytes, at + 5) ^ flip;
+        const bool good = !old                   ? value >= limit && value <= (word(bytes, at + 7) ^ flip)
+                          : bytes[at + 2] > 0x7F ? value >= limit
+                                                 : value <= limit;
+        ++(good ? passed : failed)[unit];
       }
     }
   }
-  ASSERT_EQ(vin.size(), 17U);
-  // 49 CFR 565: values of letters and weights of places.
-  static const std::string Letters = "ABCDEFGHJKLMNPRSTUVWXYZ";
-  static const std::string Values = "12345678123457923456789";
-  static constexpr int Weights[] = {8, 7, 6, 5, 4, 3, 2, 10, 0, 9, 8, 7, 6, 5, 4, 3, 2};
-  int sum = 0;
-  for (std::size_t i = 0; i < 17; ++i) {
-    const std::size_t letter = Letters.find(vin[i]);
-    ASSERT_TRUE(letter != std::string::npos || (vin[i] >= '0' && vin[i] <= '9')) << vin;
-    sum += Weights[i] * ((letter == std::string::npos ? vin[i] : Values[letter]) - '0');
+  const auto confirmed = payloads(elm.ask("03"), car->protocol());
+  for (const auto& [unit, count] : failed) {
+    ASSERT_TRUE(confirmed.contains(unit)) << unit;
+    EXPECT_NE(word(confirmed.at(unit), old ? 1 : 2), 0U) << unit << " fails " << count;
   }
-  EXPECT_EQ(vin[8], "0123456789X"[sum % 11]) << vin;
+  EXPECT_EQ(passed.empty(), GetParam() == "can11-250");
 }
 
 INSTANTIATE_TEST_SUITE_P(Builtin, EveryVehicle, testing::ValuesIn(simulator::vehicleNames()));
@@ -190,25 +205,136 @@ TEST(Codes, AreReadAndCleared) {
   EXPECT_EQ(elm.ask("020000"), "NO DATA\r\r>");
 }
 
-TEST(Services, HaveTheirFormBeforeCan) {
+struct WireCase {
+  int protocol;
+  const char* rows;
+  std::vector<std::pair<const char*, const char*>>
+      dialogue;  // request and payload; messages behind each other
+};
+
+class Wire : public testing::TestWithParam<WireCase> {};
+
+TEST_P(Wire, HasTheFormOfItsProtocol) {
   const VirtualClock clock;
-  Dialogue elm = connect(Vehicle::load("iso9141"));
-  EXPECT_EQ(elm.ask("050001"), "486B10450001CB000000D4\r\r>");
-  EXPECT_EQ(elm.ask("050002"),
-            "486B104500028300000"
-            "08D\r\r>");
-  EXPECT_EQ(elm.ask("0600"),
-            "486B104600FF84000000"
-            "8C\r\r>");
-  EXPECT_EQ(elm.ask("0606"), "486B10460603005A9C4048\r486B10460685005A0000EE\r\r>");
-  EXPECT_EQ(elm.ask("07"),
-            "486B104704200000000"
-            "02E\r\r>");
-  Dialogue kwp = connect(Vehicle::load("kwp-fast"));
-  EXPECT_EQ(payloads(kwp.ask("0800"), 5)["10"], (Bytes{0x48, 0, 0, 0x80, 0, 0, 0}));
-  EXPECT_EQ(payloads(kwp.ask("08010000000000"), 5)["10"], (Bytes{0x48, 1, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(payloads(kwp.ask("08010000000000"), 5)["18"], (Bytes{0x7F, 0x08, 0x12}));
+  const int protocol = GetParam().protocol;
+  const auto car = Vehicle::parse("name = x\nprotocol = " + std::to_string(protocol) + "\n[unit ECM " +
+                                      (protocol < 6 ? "10" : "7E8") + "]\n" + GetParam().rows,
+                                  "wire");
+  car->holdDrive(0);
+  Dialogue elm = connect(car);
+  for (const auto& [request, expected] : GetParam().dialogue) {
+    std::string heard;
+    for (const auto& [unit, bytes] : payloads(elm.ask(request), protocol)) {
+      for (const unsigned byte : bytes) {
+        heard += hex(byte);
+      }
+    }
+    std::string packed(expected);
+    std::erase(packed, ' ');
+    EXPECT_EQ(heard, packed) << request;
+  }
 }
+
+constexpr const char* Counters = "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 65535\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Services, Wire,
+    testing::Values(
+        // Scalings with a sign and with an offset, bits as they are, constants that clearing keeps.
+        WireCase{6,
+                 "codes = P0171\n06 01 01 = 0A 0.45 0.45 0.45\n06 01 87 = 96 -12.5 -40 $FFFE\n"
+                 "06 21 80 = 2F not run\n06 22 81 = 16 20 -40 6513.5\n06 22 82 = 39 0 -327.68 327.67\n"
+                 "answer 06 A1 = 46 A1 0B\n",
+                 {{"0600", "46 00 80 00 00 01"},
+                  {"0620", "46 20 C0 00 00 01"},
+                  {"0640", "46 40 00 00 00 01"},
+                  {"06A0", "46 A0 80 00 00 00"},
+                  {"06C0", ""},
+                  {"0601", "46 01 01 0A 0E69 0E69 0E69 01 87 96 FF83 FE70 FFFE"},
+                  {"0621", "46 21 80 2F 0000 0000 0000"},
+                  {"0622", "46 22 81 16 0258 0000 FFFF 22 82 39 8000 0000 FFFF"},
+                  {"06A1", "46 A1 0B"},
+                  {"0602", ""},
+                  {"060101", ""},
+                  {"04", "44"},
+                  {"0601", "46 01 01 0A 0E69 0E69 0E69 01 87 96 0000 0000 0000"}}},
+        WireCase{6,
+                 "08 01 = accept\n08 02 = refuse 31\n08 03 = silence\nanswer 08 01 05 = 48 01 05\n",
+                 {{"0800", "48 00 E0 00 00 00"},
+                  {"0801", "48 01"},
+                  {"080105", "48 01 05"},
+                  {"0802", "7F 08 31"},
+                  {"0803", ""},
+                  {"0804", ""}}},
+        // One message a component and limit; one sensor at a time.
+        WireCase{3,
+                 "codes = P0133\n06 06 03 = 90 min 10 max 40000\n06 06 05 = $1234 max 3\n06 22 00 = 1 max 2\n"
+                 "05 01 01 = 0.45\n05 05 01 = 0.072 0 0.1\n05 0A 02 = 1.2 $01 $FF\n05 21 80 = 7 0 255\n",
+                 {{"0600", "46 00 FF 04 00 00 01"},
+                  {"0620", "46 20 FF 40 00 00 00"},
+                  {"0606", "46 06 83 005A 000A 46 06 03 005A 9C40 46 06 05 1234 0003"},
+                  {"0500", ""},
+                  {"050001", "45 00 01 88 00 00 00"},
+                  {"050002", "45 00 02 00 40 00 00"},
+                  {"050080", "45 00 80 00 00 00 01"},
+                  {"052080", "45 20 80 80 00 00 00"},
+                  {"050101", "45 01 01 5A"},
+                  {"050501", "45 05 01 12 00 19"},
+                  {"050502", ""},
+                  {"050A02", "45 0A 02 1E 01 FF"},
+                  {"052180", "45 21 80 07 00 FF"},
+                  {"04", "44"},
+                  {"050101", "45 01 01 5A"},
+                  {"050501", "45 05 01 00 00 00"}}},
+        WireCase{5,
+                 "08 01 = accept\n08 02 = status 05\n08 03 = refuse 31\n",
+                 {{"0800", ""},
+                  {"0801", ""},
+                  {"08000000000000", "48 00 00 E0 00 00 00"},
+                  {"08010000000000", "48 01 00 00 00 00 00"},
+                  {"08020000000000", "48 02 05 00 00 00 00"},
+                  {"08030000000000", "7F 08 31"}}},
+        // Vehicle information: one message on CAN, numbered ones with a count in front before it.
+        WireCase{
+            6,
+            "09 04 = \"AB\" \"0123456789ABCDEF\"\n09 06 = 00B31288 12345678\n09 0F = \"VSIMTYPE000020417\"\n"
+            "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20\n09 0B = 612 940\n",
+            {{"0900", "49 00 15 22 00 00"},
+             {"0903", ""},
+             {"0904", "49 04 02 4142 0000000000000000000000000000 30313233343536373839414243444546"},
+             {"0906", "49 06 02 00B31288 12345678"},
+             {"0908",
+              "49 08 14 0001 0002 0003 0004 0005 0006 0007 0008 0009 000A 000B 000C 000D 000E 000F "
+              "0010 0011 0012 0013 0014"},
+             {"090B", "49 0B 02 0264 03AC"},
+             {"090F", "49 0F 01 5653494D5459504530303030323034 3137"}}},
+        WireCase{4,
+                 Counters,
+                 {{"0900", "49 00 01 03 00 00 00"},
+                  {"0907", "49 07 08"},
+                  {"0908",
+                   "49 08 01 0001 0002 49 08 02 0003 0004 49 08 03 0005 0006 49 08 04 0007 0008 "
+                   "49 08 05 0009 000A 49 08 06 000B 000C 49 08 07 000D 000E 49 08 08 000F FFFF"}}},
+        WireCase{1,
+                 "09 02 = \"1VM14HATX41002005\"\n09 04 = \"AB\" \"CD\"\n09 06 = 0000FA22 35CFCA01\n"
+                 "09 0A = \"ECM\" \"Engine\"\n09 0D = \"VSE14A02005K00441\"\n",
+                 {{"0900", "49 00 01 FC 48 00 00"},
+                  {"0901", "49 01 05"},
+                  {"0902",
+                   "49 02 01 00000031 49 02 02 564D3134 49 02 03 48415458 49 02 04 34313030 "
+                   "49 02 05 32303035"},
+                  {"0903", "49 03 08"},
+                  {"0904",
+                   "49 04 01 41420000 49 04 02 00000000 49 04 03 00000000 49 04 04 00000000 "
+                   "49 04 05 43440000 49 04 06 00000000 49 04 07 00000000 49 04 08 00000000"},
+                  {"0905", "49 05 02"},
+                  {"0906", "49 06 01 0000FA22 49 06 02 35CFCA01"},
+                  {"090A",
+                   "49 0A 01 45434D00 49 0A 02 2D456E67 49 0A 03 696E6500 49 0A 04 00000000 "
+                   "49 0A 05 00000000"},
+                  {"090D",
+                   "49 0D 01 00000056 49 0D 02 53453134 49 0D 03 41303230 49 0D 04 30354B30 "
+                   "49 0D 05 30343431"}}}));
 
 TEST(Services, TakeSeveralIdentifiersOnCan) {
   const VirtualClock clock;
@@ -283,6 +409,34 @@ TEST_P(Drives, AreConsistent) {
   EXPECT_EQ(value("010D"), 0U);
 }
 
+// A regeneration takes its time, heats the filter, burns the soot, and may be asked for again.
+TEST(Regeneration, BurnsTheSootInItsTime) {
+  const VirtualClock clock;
+  const auto car = Vehicle::parse(
+      "name = x\nprotocol = 6\nengine = diesel\nsoot = 80\n[unit ECM 7E8]\n08 02 = accept for 100\n"
+      "01 7C = {soot} {egt3 : 2} {egt4 : 2}\n",
+      "x");
+  const auto at = [&car](unsigned seconds) { car->holdDrive(seconds * 1000); };
+  at(0);
+  Dialogue elm = connect(car);
+  const auto ask = [&elm](const char* request) { return payloads(elm.ask(request), 6)["7E8"]; };
+  at(85);
+  const Bytes before = ask("017C");
+  at(60);
+  EXPECT_EQ(ask("017C").at(2), 80U);
+  EXPECT_EQ(ask("0802"), (Bytes{0x48, 0x02}));
+  at(85);
+  const Bytes during = ask("017C");
+  EXPECT_LT(during.at(2), before.at(2) - 10);
+  EXPECT_GT(word(during, 3), word(before, 3) + 200);
+  EXPECT_GT(word(during, 5), word(before, 5) + 200);
+  EXPECT_EQ(ask("0802"), (Bytes{0x7F, 0x08, 0x22}));
+  at(160);
+  EXPECT_EQ(ask("017C").at(2), 5U);
+  EXPECT_LT(word(ask("017C"), 3), 300U);
+  EXPECT_EQ(ask("0802"), (Bytes{0x48, 0x02}));
+}
+
 INSTANTIATE_TEST_SUITE_P(Builtin, Drives,
                          testing::Values("petrol-can11", "hybrid", "diesel-truck", "iso9141"));
 
@@ -328,6 +482,28 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
       {unit + "answer 06 = refuse\n", "bad:4: \"\" is no byte"},
       {unit + "monitors = 07\n", "bad:4: The monitors are three bytes"},
       {unit + "clear = maybe\n", "bad:4: \"maybe\" is neither yes nor no"},
+      {unit + "09 08 = 1 2 3\n", "bad:4: Counters come in pairs"},
+      {unit + "06 21 = 0A 1 2 3\n", "bad:4: Expected the number of the test"},
+      {unit + "06 20 80 = 0A 1 2 3\n", "bad:4: Identifier 20 is a list of what is supported"},
+      {unit + "06 21 80 = 44 1 0 2\n", "bad:4: There is no scaling 44"},
+      {unit + "06 21 80 = 0A 1 8.01 2\n", "bad:4: \"8.01\" does not fit into the 2 bytes of the lower limit"},
+      {unit + "06 21 80 = 96 1 0 3276.8\n",
+       "bad:4: \"3276.8\" does not fit into the 2 bytes of the upper limit"},
+      {unit + "06 21 80 = 01 $12345 0 1\n", "bad:4: \"12345\" is no hexadecimal number of up to 4 digits"},
+      {unit + "06 21 80 = 0A 1 0\n", "bad:4: The test has no upper limit"},
+      {unit + "06 21 80 = 0A 1 0 2 3\n", "bad:4: \"3\" is too much here"},
+      {unit + "06 21 80 = 0A not run\n06  21 80 = 0A 1 0 2\n", "bad:5: \"06  21 80\" is told twice"},
+      {unit + "05 01 01 = 0.4\n", "bad:4: There is no service 05 on CAN"},
+      {unit + "08 01 = status 01\n", "bad:4: There is no status on CAN"},
+      {unit + "08 01 = run\n", "bad:4: \"run\" is no reply; there are accept"},
+      {unit + "08 01 = accept in 5\n", "bad:4: Expected \"accept\""},
+      {unit + "08 01 = accept for 0\n", "bad:4: \"0\" is out of range"},
+      {old + "05 01 03 = 0.4\n", "bad:4: The sensor is one bit"},
+      {old + "05 05 01 = 0.4\n", "bad:4: The test has no lower limit"},
+      {old + "05 05 01 = 2 0 0.4\n", "bad:4: \"2\" does not fit into the 1 byte of the value"},
+      {old + "06 01 81 = 1 max 2\n", "bad:4: A component is 00 to 7F"},
+      {old + "06 01 01 = 1 most 2\n", "bad:4: \"most\" is neither min nor max"},
+      {old + "06 01 01 = 1\n", "bad:4: The test has no limit"},
       {unit + "wheels = 4\n", "bad:4: \"wheels\" is nothing that a unit has"},
       {old + "01 7F = 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
       {old + "answer 22 = 62 00 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
