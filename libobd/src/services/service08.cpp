@@ -22,7 +22,7 @@ constexpr int LargestTid = 0xFF;
 
 std::shared_ptr<TestRoutineDataModel> makeModel(const IEcu& ecu, const OnBoardTest& test) {
   const OnBoardTest::TestResult result = test.result(ecu);
-  const auto model =
+  auto model =
       std::make_shared<TestRoutineDataModel>(test.tid(), static_cast<TestRoutineDataModel::Result>(result));
   if (result == OnBoardTest::Refused) {
     model->setNackReason(test.nack());
