@@ -271,7 +271,6 @@ TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
   bus->mock("AddDevice", "hci0", "AA:00:00:00:00:04", "late");
 
   listener.open();
-  bus->change(FirstPath, Device, "Alias", std::string("OBDII"));
   ASSERT_TRUE(search->start());
   EXPECT_THAT(listener.found(3),
               testing::UnorderedElementsAre(obdii, "V-LINK|" + second, "late|AA:00:00:00:00:04|1"));
