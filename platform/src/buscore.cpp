@@ -22,10 +22,6 @@ namespace {
 constexpr std::size_t ChunkSize = 4096;        // of one read
 constexpr std::chrono::milliseconds Pause{1};  // for callers that ask a dead link again and again
 
-asio::error_code systemError(int code) {
-  return {code, asio::error::get_system_category()};
-}
-
 int makeWake() {
   const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake < 0) {

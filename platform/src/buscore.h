@@ -100,6 +100,11 @@ class StreamLink final : public Link {
   Stream m_stream;
 };
 
+/// The failure that `errno` names.
+inline asio::error_code systemError(int code) {
+  return {code, asio::error::get_system_category()};
+}
+
 /// "took no data for 5 s"-like words for a failure that any bus may have; `name` is what the bus leads to.
 std::string explainLink(const std::string& name, const asio::error_code& error);
 

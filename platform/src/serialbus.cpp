@@ -46,10 +46,6 @@ constexpr Rate Rates[] = {{1200, B1200},       {2400, B2400},       {4800, B4800
                           {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
                           {4000000, B4000000}};
 
-asio::error_code systemError(int code) {
-  return {code, asio::error::get_system_category()};
-}
-
 asio::error_code lastSystemError() {
   return systemError(errno);
 }

@@ -189,7 +189,7 @@ class TcpBus : public SocketBus {
         }
       }).detach();
     } catch (const std::system_error& error) {
-      return {error.code().value(), asio::error::get_system_category()};
+      return systemError(error.code().value());
     }
     link.runUntil(answer->done, deadline);
     if (link.stopped()) {
