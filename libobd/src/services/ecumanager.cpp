@@ -6,9 +6,8 @@
 
 #include <tavrix/tracelog.h>
 
-#include "powertrain/engineperformance.h"
-#include "powertrain/fuelconsumption.h"
 #include "powertrain/parameterfactory.h"
+#include "services/sensormodels.h"
 
 namespace obd {
 
@@ -119,16 +118,8 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuManager::sensors(unsigned i
     }
   }
 
-  if (std::shared_ptr<PowertrainParameter> consumption{
-          FuelConsumption::create(ecu, ecu->ignitionType(), m_settings.fuelCorrectionFactor(),
-                                  m_settings.volumetricEfficiency(), m_settings.engineDisplacement())}) {
-    add(consumption);
-  }
-  add(std::make_shared<BatteryVoltage>());
-  add(std::make_shared<EnginePower>());
-  add(std::make_shared<Torque>());
-  if (BoostPressure::isValid(*ecu)) {
-    add(std::make_shared<BoostPressure>());
+  for (const auto& parameter : makeCalculatedParameters(ecu, m_settings, ecu->ignitionType())) {
+    add(parameter);
   }
   return result;
 }

@@ -2,11 +2,18 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
+#include <tavrix/tracelog.h>
+
+#include "powertrain/engineperformance.h"
+#include "powertrain/fuelconsumption.h"
 #include "powertrain/parameterdescriptor.h"
 #include "powertrain/sensorvalue.h"
 
 namespace obd {
+
+using tavrix::debugStream;
 
 bool isExtendedSensor(int uid) {
   constexpr int Basic[] = {0x05, 0x0C, 0x0D, 0x0F};
@@ -33,6 +40,39 @@ std::vector<std::shared_ptr<SensorDataModel>> makeSensorModels(
                                                        nullptr));
   }
   return result;
+}
+
+std::vector<std::shared_ptr<PowertrainParameter>> makeCalculatedParameters(const std::shared_ptr<IEcu>& ecu,
+                                                                           IVelmaraSettings& settings,
+                                                                           IgnitionType ignition) {
+  std::vector<std::shared_ptr<PowertrainParameter>> parameters;
+  if (std::shared_ptr<PowertrainParameter> consumption{
+          FuelConsumption::create(ecu, ignition, settings.fuelCorrectionFactor(),
+                                  settings.volumetricEfficiency(), settings.engineDisplacement())}) {
+    parameters.push_back(std::move(consumption));
+  }
+  parameters.push_back(std::make_shared<BatteryVoltage>());
+  const auto weight = static_cast<unsigned int>(settings.vehicleWeight());
+  const auto power = std::make_shared<EnginePower>();
+  power->setVehicleWeight(weight);
+  parameters.push_back(power);
+  const auto torque = std::make_shared<Torque>();
+  torque->setVehicleWeight(weight);
+  parameters.push_back(torque);
+  if (BoostPressure::isValid(*ecu)) {
+    parameters.push_back(std::make_shared<BoostPressure>());
+  }
+  return parameters;
+}
+
+std::vector<std::shared_ptr<PowertrainParameter>> makeCalculatedParameters(const std::shared_ptr<IEcu>& ecu,
+                                                                           IVelmaraSettings& settings) {
+  IgnitionType ignition = ecu->ignitionType();
+  if (settings.fuelTypeOverride()) {
+    debugStream << "Override default fuel type";
+    ignition = settings.ignitionType();
+  }
+  return makeCalculatedParameters(ecu, settings, ignition);
 }
 
 }  // namespace obd

@@ -6,12 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include <tavrix/tracelog.h>
-
 #include "dispatch/fetcher.h"
 #include "dispatch/query.h"
-#include "powertrain/engineperformance.h"
-#include "powertrain/fuelconsumption.h"
 #include "powertrain/parameterfactory.h"
 #include "powertrain/sensorvalue.h"
 #include "services/baseservice.h"
@@ -20,8 +16,6 @@
 #include "services/sensormodels.h"
 
 namespace obd {
-
-using tavrix::debugStream;
 
 namespace {
 
@@ -155,9 +149,6 @@ class SensorService final : public ISensorService,
   using SensorQuery = Query<PowertrainParameter>;
 
   void build();
-  void add(const std::shared_ptr<PowertrainParameter>& parameter) {
-    m_parameters.emplace(parameter->pid(), parameter);
-  }
   void buildSensorData();
 
   void buildAll() {
@@ -217,26 +208,8 @@ void SensorService::build() {
     }
   }
 
-  IgnitionType ignitionType = ecu()->ignitionType();
-  if (m_settings.fuelTypeOverride()) {
-    debugStream << "Override default fuel type";
-    ignitionType = m_settings.ignitionType();
-  }
-  if (std::shared_ptr<PowertrainParameter> consumption{
-          FuelConsumption::create(ecu(), ignitionType, m_settings.fuelCorrectionFactor(),
-                                  m_settings.volumetricEfficiency(), m_settings.engineDisplacement())}) {
-    add(consumption);
-  }
-  add(std::make_shared<BatteryVoltage>());
-  const auto weight = static_cast<unsigned int>(m_settings.vehicleWeight());
-  const auto power = std::make_shared<EnginePower>();
-  power->setVehicleWeight(weight);
-  add(power);
-  const auto torque = std::make_shared<Torque>();
-  torque->setVehicleWeight(weight);
-  add(torque);
-  if (BoostPressure::isValid(*ecu())) {
-    add(std::make_shared<BoostPressure>());
+  for (const std::shared_ptr<PowertrainParameter>& parameter : makeCalculatedParameters(ecu(), m_settings)) {
+    m_parameters.emplace(parameter->pid(), parameter);
   }
 }
 
