@@ -32,7 +32,7 @@ class VELMARA_EXPORT DataEntryDescriptor {
 class VELMARA_EXPORT ITroubleshootingServiceObserver {
  public:
   virtual ~ITroubleshootingServiceObserver() = default;
-  /// The answer as it came, prompt included.
+  /// The answer as the dialogue with the adapter gives it; nothing is taken out of it here.
   virtual void onResponseArrived(bool /*success*/, const std::string& /*response*/) {}
   /// Of several lines of one direction between two calls of `Dispatcher::dispatch`, the last one.
   virtual void onLogEntryAdded(const std::shared_ptr<DataEntryDescriptor>& /*entry*/) {}

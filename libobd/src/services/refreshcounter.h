@@ -41,7 +41,7 @@ void cancel(const std::map<Key, Refreshers>& refreshers) {
 
 /// What services that refresh have in common: makes and starts refreshers for any number of query types, and
 /// counts the runs in flight, so that a service can tell the end of a batch. A run that is cancelled or that
-/// a disconnect drops stays counted.
+/// a disconnect drops stays counted, unless the service says otherwise.
 ///
 /// The refreshers know their service weakly. So make them when a shared pointer owns it: not in the
 /// constructor.
@@ -61,6 +61,10 @@ class RefreshCounter : public IRefreshObserver<Subjects>...,
   virtual bool isConnected() = 0;
   /// No run is left: time to tell the observers.
   virtual void onAllFinished() = 0;
+
+  /// For a service that has cancelled everything: counts no run but those whose observers are called just
+  /// now.
+  void forgetRuns(int beingTold) { m_active = beingTold; }
 
   /// A refresher on a query that others share.
   template <typename T>

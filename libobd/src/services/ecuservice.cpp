@@ -1,0 +1,236 @@
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "dispatch/fetcher.h"
+#include "parameters/performancetracking.h"
+#include "parameters/vehicleinformation.h"
+#include "powertrain/parameterfactory.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/iecuservice.h"
+#include "services/refreshcounter.h"
+#include "services/sensormodels.h"
+
+namespace obd {
+
+namespace {
+
+constexpr int LastParameter = 127;
+
+// Information types of service 09.
+enum InformationType : unsigned char {
+  Vin = 0x02,
+  CalibrationId = 0x04,
+  Cvn = 0x06,
+  SparkCounters = 0x08,
+  CompressionCounters = 0x0B,
+  SerialNumber = 0x0D,
+  TypeApproval = 0x0F
+};
+
+class EcuService final : public IEcuService,
+                         public BaseService,
+                         public tavrix::Notifier<IEcuServiceObserver>,
+                         public RefreshCounter<VehicleIdentificationNumber, CalibrationIds,
+                                               CalibrationVerificationNumbers, PerformanceTrackingSpark,
+                                               PerformanceTrackingCompression, EngineSerialNumber, Erotan> {
+ public:
+  explicit EcuService(IObdVelmara& facade) : BaseService(facade) {}
+
+  void init() {
+    m_refreshers = {{Vin, makeRefresher<VehicleIdentificationNumber>()},
+                    {CalibrationId, makeRefresher<CalibrationIds>()},
+                    {Cvn, makeRefresher<CalibrationVerificationNumbers>()},
+                    {SparkCounters, makeRefresher<PerformanceTrackingSpark>()},
+                    {CompressionCounters, makeRefresher<PerformanceTrackingCompression>()},
+                    {SerialNumber, makeRefresher<EngineSerialNumber>()},
+                    {TypeApproval, makeRefresher<Erotan>()}};
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool refresh(int kind) override;
+  std::vector<std::shared_ptr<ParameterDescriptor>> allParameters() override;
+  bool isParameterSupported(const std::shared_ptr<ParameterDescriptor>& parameter) override {
+    return isConnected() && parameter && m_supportedParameters.count(parameter->pid()) != 0;
+  }
+
+  // The unit has one text for its standard.
+  std::string ecuStandardDescription() override { return ecuText(&IEcu::standardDescription); }
+  std::string ecuStandard() override { return ecuText(&IEcu::standardDescription); }
+  std::string ecuName() override { return ecuText(&IEcu::name); }
+  std::string ecuDescription() override { return ecuText(&IEcu::description); }
+
+  bool isVinSupported() override { return isSupported(Vin); }
+  bool isCalibrationIdSupported() override { return isSupported(CalibrationId); }
+  bool isCvnSupported() override { return isSupported(Cvn); }
+  bool arePerformanceCountersSupported() override {
+    return isSupported(SparkCounters) || isSupported(CompressionCounters);
+  }
+  bool isEngineSerialNumberSupported() override { return isSupported(SerialNumber); }
+  bool isEroTanSupported() override { return isSupported(TypeApproval); }
+
+  std::string readVin() override {
+    return read(Vin, &VehicleIdentificationNumber::vehicleIdentificationNumber);
+  }
+  Texts readCalibrationIds() override { return read(CalibrationId, &CalibrationIds::calibrationIds); }
+  Texts readCvns() override { return read(Cvn, &CalibrationVerificationNumbers::verificationNumbers); }
+  std::string readEngineSerialNumber() override {
+    return read(SerialNumber, &EngineSerialNumber::engineSerialNumber);
+  }
+  std::string readEroTan() override { return read(TypeApproval, &Erotan::erotan); }
+
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<VehicleIdentificationNumber>& subject) override {
+    using Number = VehicleIdentificationNumber;
+    fireEvent(&IEcuServiceObserver::onVehicleIdentificationNumberUpdated, success,
+              valueOf(success, *subject, &Number::vehicleIdentificationNumber),
+              valueOf(success, *subject, &Number::vehicleModelYear));
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<CalibrationIds>& subject) override {
+    fireEvent(&IEcuServiceObserver::onCalibrationIdentificationsUpdated, success,
+              valueOf(success, *subject, &CalibrationIds::calibrationIds));
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<CalibrationVerificationNumbers>& subject) override {
+    fireEvent(&IEcuServiceObserver::onCalibrationVerificationNumbersUpdated, success,
+              valueOf(success, *subject, &CalibrationVerificationNumbers::verificationNumbers));
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<PerformanceTrackingSpark>& subject) override {
+    fireCounters(success, *subject);
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<PerformanceTrackingCompression>& subject) override {
+    fireCounters(success, *subject);
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<EngineSerialNumber>& subject) override {
+    fireEvent(&IEcuServiceObserver::onEngineSerialNumberUpdate, success,
+              valueOf(success, *subject, &EngineSerialNumber::engineSerialNumber));
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success, const std::shared_ptr<Erotan>& subject) override {
+    fireEvent(&IEcuServiceObserver::onExhaustRequlationOrTypeApprovalNumberUpdated, success,
+              valueOf(success, *subject, &Erotan::erotan));
+  }
+
+ protected:
+  void onConnected() override { updateSupportedParameters(); }
+  void onDisconnected() override { cancel(m_refreshers); }
+  void onEcuChanged() override {
+    cancel(m_refreshers);
+    updateSupportedParameters();
+    fireEvent(&IEcuServiceObserver::onInvalidated);
+  }
+  void onAllFinished() override { fireEvent(&IEcuServiceObserver::onRefreshDone); }
+
+ private:
+  bool isSupported(InformationType type) {
+    return isConnected() && ecu() && ecu()->isSupported(ObdMode::Mode09, type, 0);
+  }
+  bool refreshIfSupported(InformationType type) {
+    return isSupported(type) && refreshIfConnected(m_refreshers.at(type));
+  }
+  std::string ecuText(std::string (IEcu::*text)() const) {
+    return isConnected() && ecu() ? (ecu().get()->*text)() : std::string();
+  }
+
+  // What the selected unit has answered.
+  template <typename T, typename Value>
+  Value valueOf(bool success, const T& subject, Value (T::*value)(const std::shared_ptr<IEcu>&) const) const {
+    return success && ecu() ? (subject.*value)(ecu()) : Value();
+  }
+
+  // Nothing that the unit does not report is asked for: the time-out would be the front end's.
+  template <typename T, typename Value>
+  Value read(InformationType type, Value (T::*value)(const std::shared_ptr<IEcu>&) const) {
+    if (!isSupported(type)) {
+      return {};
+    }
+    const auto subject = std::make_shared<T>();
+    return valueOf(fetch(subject), *subject, value);
+  }
+
+  template <typename T>
+  void fireCounters(bool success, const T& subject) {
+    IEcuServiceObserver::Counters counters;
+    if (success && ecu()) {
+      for (const auto counter : subject.supportedCounters(*ecu())) {
+        counters.push_back(std::make_shared<CounterDescriptor>(subject.counterDescription(counter),
+                                                               subject.counterValue(*ecu(), counter)));
+      }
+    }
+    fireEvent(&IEcuServiceObserver::onPerformanceCountersUpdated, success, counters);
+  }
+
+  void updateSupportedParameters();
+
+  std::map<InformationType, RefresherPtr> m_refreshers;
+  std::set<ParameterIdentifier::Id> m_supportedParameters;
+};
+
+bool EcuService::refresh(int kind) {
+  switch (kind) {
+    case PerformanceCounters:
+      return refreshIfSupported(isSupported(SparkCounters) ? SparkCounters : CompressionCounters);
+    case VehicleInformation: {
+      bool any = false;
+      for (const InformationType type : {Vin, CalibrationId, Cvn, SerialNumber, TypeApproval}) {
+        any = refreshIfSupported(type) || any;
+      }
+      return any;
+    }
+    default:
+      return false;
+  }
+}
+
+std::vector<std::shared_ptr<ParameterDescriptor>> EcuService::allParameters() {
+  std::vector<std::shared_ptr<ParameterDescriptor>> result;
+  if (!isConnected() || !ecu()) {
+    return result;
+  }
+  const auto add = [&](const std::shared_ptr<PowertrainParameter>& parameter) {
+    if (parameter) {
+      result.push_back(std::make_shared<ParameterDescriptor>(parameter, ecu(), unitSystem()));
+    }
+  };
+  ParameterFactory factory;
+  for (int id = 1; id <= LastParameter; ++id) {
+    const auto pid = static_cast<ParameterIdentifier::Id>(id);
+    add(pid == ParameterIdentifier::FreezeFrameTroubleCode ? factory.createFreezeFrameParameter(pid, 0)
+                                                           : factory.createParameter(pid));
+  }
+  for (const std::shared_ptr<PowertrainParameter>& parameter :
+       makeCalculatedParameters(ecu(), *facade().settings())) {
+    add(parameter);
+  }
+  return result;
+}
+
+void EcuService::updateSupportedParameters() {
+  m_supportedParameters.clear();
+  if (ecu()) {
+    for (const std::shared_ptr<ParameterDescriptor>& parameter :
+         facade().ecuManager()->sensors(ecu()->id())) {
+      m_supportedParameters.insert(parameter->pid());
+    }
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<IEcuService> EcuServiceBuilder::createEcuService() {
+  IObdVelmara* const facade = currentFacade();
+  if (facade == nullptr) {
+    return nullptr;
+  }
+  const auto service = std::make_shared<EcuService>(*facade);
+  service->init();
+  return service;
+}
+
+}  // namespace obd

@@ -1,0 +1,121 @@
+#include <memory>
+#include <set>
+#include <string>
+
+#include "parameters/troublecodes.h"
+#include "powertrain/monitorstatus.h"
+#include "services/baseservice.h"
+#include "services/facade.h"
+#include "services/isummaryservice.h"
+#include "services/refreshcounter.h"
+
+namespace obd {
+
+namespace {
+
+// A code that several makes define has several records, and still is one code.
+unsigned int countDistinct(const std::vector<std::shared_ptr<DtcDataModel>>& codes) {
+  std::set<std::string> distinct;
+  for (const std::shared_ptr<DtcDataModel>& code : codes) {
+    if (code) {
+      distinct.insert(code->code());
+    }
+  }
+  return static_cast<unsigned int>(distinct.size());
+}
+
+class SummaryService final : public ISummaryService,
+                             public BaseService,
+                             public tavrix::Notifier<ISummaryServiceObserver>,
+                             public RefreshCounter<ConfirmedTroubleCodes, PendingTroubleCodes, MonitorStatus,
+                                                   FreezeFrameTroubleCode> {
+ public:
+  explicit SummaryService(IObdVelmara& facade) : BaseService(facade) {}
+
+  void init() {
+    constexpr unsigned char FirstFrame = 0;
+    m_refreshers = {makeRefresher<ConfirmedTroubleCodes>(), makeRefresher<PendingTroubleCodes>(),
+                    makeRefresher<MonitorStatus>(), makeRefresher<FreezeFrameTroubleCode>(FirstFrame)};
+  }
+
+  bool isConnected() override { return BaseService::isConnected(); }
+  bool refresh() override { return refreshIfConnected(m_refreshers); }
+
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<ConfirmedTroubleCodes>& subject) override {
+    tellCodes(success, *subject, m_confirmedCount);
+  }
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<PendingTroubleCodes>& subject) override {
+    tellCodes(success, *subject, m_pendingCount);
+  }
+  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<MonitorStatus>& subject) override;
+  void onUpdateDone(unsigned int /*id*/, bool success,
+                    const std::shared_ptr<FreezeFrameTroubleCode>& subject) override {
+    const std::shared_ptr<DtcDataModel> code = success && ecu() ? subject->getTroubleCode(*ecu()) : nullptr;
+    tell(&ISummaryServiceObserver::onFreezeFrameUpdated, success, code && !code->code().empty());
+  }
+
+ protected:
+  void onConnected() override {}
+  void onDisconnected() override { clearAll(); }
+  void onEcuChanged() override { clearAll(); }
+  void onAllFinished() override { fireEvent(&ISummaryServiceObserver::refreshDone); }
+
+ private:
+  // The run that is being told ends after this, also if an observer has everything cleared.
+  template <typename Method, typename... Values>
+  void tell(Method method, Values... values) {
+    ++m_telling;
+    fireEvent(method, values...);
+    --m_telling;
+  }
+
+  void tellCodes(bool success, const DtcParameter& subject, unsigned int& count) {
+    count = success && ecu() ? countDistinct(subject.getTroubleCodes(*ecu())) : 0;
+    tell(&ISummaryServiceObserver::onCodeCountsUpdated, success, m_confirmedCount, m_pendingCount);
+  }
+
+  // Another connection or unit starts from the beginning. New refreshers, since those of before may still
+  // have entries in the queue, which would run again with the next refresh.
+  void clearAll() {
+    cancel(m_refreshers);
+    init();
+    m_confirmedCount = 0;
+    m_pendingCount = 0;
+    forgetRuns(m_telling);
+  }
+
+  std::vector<RefresherPtr> m_refreshers;
+  unsigned int m_confirmedCount = 0;
+  unsigned int m_pendingCount = 0;
+  int m_telling = 0;  // calls of observers from `onUpdateDone` in progress
+};
+
+void SummaryService::onUpdateDone(unsigned int /*id*/, bool success,
+                                  const std::shared_ptr<MonitorStatus>& subject) {
+  unsigned int complete = 0;
+  unsigned int incomplete = 0;
+  if (success) {
+    for (const ObdTest test : applicableTests(*subject, ecu().get())) {
+      if (subject->isTestAvailable(*ecu(), test)) {
+        ++(subject->isTestComplete(*ecu(), test) ? complete : incomplete);
+      }
+    }
+  }
+  tell(&ISummaryServiceObserver::onMonitorCountsUpdated, success, complete, incomplete);
+}
+
+}  // namespace
+
+std::shared_ptr<ISummaryService> SummaryServiceBuilder::createSummaryService() {
+  IObdVelmara* const facade = currentFacade();
+  if (facade == nullptr) {
+    return nullptr;
+  }
+  const auto service = std::make_shared<SummaryService>(*facade);
+  service->init();
+  return service;
+}
+
+}  // namespace obd
