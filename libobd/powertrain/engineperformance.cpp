@@ -3,6 +3,8 @@
 #include <hostos/time.h>
 #include <tavrix/tracelog.h>
 
+#include "powertrain/unitconversion.h"
+
 namespace obd {
 
 using hostos::CTime;
@@ -212,7 +214,7 @@ float BoostPressure::pressure(const IEcu& ecu, UnitSystem system) const {
 }
 
 float BoostPressure::convert(float value, UnitSystem system) {
-  return system == UnitSystem::Imperial ? value * 0.1450377F : value;
+  return system == UnitSystem::Imperial ? toPsi(value) : value;
 }
 
 std::vector<std::shared_ptr<SensorValue>> BoostPressure::values(const IEcu& ecu, UnitSystem system) {

@@ -4,6 +4,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "powertrain/unitconversion.h"
+
 namespace obd {
 
 namespace {
@@ -53,29 +55,6 @@ float catalystTemperature(Bytes b, const IEcu& /*ecu*/) {
 }
 float torquePercent(Bytes b, const IEcu& /*ecu*/) {
   return static_cast<float>(b[0] - 125);
-}
-
-// Imperial figures.
-float toMiles(float p) {
-  return p * 0.62137F;
-}
-float toFahrenheit(float p) {
-  return p * 1.8F + 32.0F;
-}
-float toPsi(float p) {
-  return p * 0.1450377F;
-}
-float toInchOfMercury(float p) {
-  return p * 0.29530057F;
-}
-float pascalToInchOfWater(float p) {
-  return p * 0.004014631F;
-}
-float kilopascalToInchOfWater(float p) {
-  return p * 4.014631F;
-}
-float toPoundPerMinute(float p) {
-  return p * 0.13227735F;
 }
 
 }  // namespace

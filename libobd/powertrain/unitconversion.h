@@ -4,6 +4,9 @@ namespace obd {
 
 // Imperial figures of metric ones, in single precision. Truncation, where a sensor has it, is its own affair.
 
+constexpr float toMiles(float kilometers) {
+  return kilometers * 0.62137F;
+}
 constexpr float toFahrenheit(float celsius) {
   return celsius * 1.8F + 32.0F;
 }
@@ -12,6 +15,12 @@ constexpr float toPsi(float kilopascal) {
 }
 constexpr float toInchOfMercury(float kilopascal) {
   return kilopascal * 0.29530057F;
+}
+constexpr float pascalToInchOfWater(float pascal) {
+  return pascal * 0.004014631F;
+}
+constexpr float kilopascalToInchOfWater(float kilopascal) {
+  return kilopascal * 4.014631F;
 }
 constexpr float toPoundPerMinute(float gramPerSecond) {
   return gramPerSecond * 0.13227735F;

@@ -231,8 +231,9 @@ TEST(Parameters, ReadableWhileUpdated) {
   const auto ecu = std::make_shared<TestEcu>();
   obd::ParameterFactory factory;
   const std::pair<int, const char*> replies[] = {
-      {0x0B, "41 0B 63"},    {0x06, "41 06 80 80"},       {0x1C, "41 1C 06"}, {0x03, "41 03 02 02"},
-      {0x14, "41 14 10 80"}, {0x24, "41 24 80 00 40 00"}, {0x13, "41 13 33"}, {0x01, "41 01 81 07 65 00"}};
+      {0x0B, "41 0B 63"},    {0x06, "41 06 80 80"},       {0x1C, "41 1C 06"},
+      {0x03, "41 03 02 02"}, {0x14, "41 14 10 80"},       {0x24, "41 24 80 00 40 00"},
+      {0x13, "41 13 33"},    {0x01, "41 01 81 07 65 00"}, {0x66, "41 66 03 A1 B3 1F 45"}};
   for (const auto& [pid, text] : replies) {
     const auto parameter = factory.createParameter(ParameterIdentifier(pid).id());
     const fake::Bytes data = fake::bytes(text);
