@@ -1,7 +1,5 @@
-#include <poll.h>
 #include <unistd.h>
 #include <algorithm>
-#include <cstdio>
 #include <set>
 
 #include <fmt/format.h>
@@ -10,6 +8,7 @@
 
 #include "command.h"
 #include "faultreader.h"
+#include "sections.h"
 
 namespace velmara {
 
@@ -17,26 +16,30 @@ namespace {
 
 // A control unit before and after.
 struct Cleared {
-  std::shared_ptr<obd::IEcu> ecu;
-  StoredFaults before;
-  StoredFaults after;
+  EcuPtr ecu;
+  FaultsSection before;
+  FaultsSection after;
   std::optional<bool> confirmed;  // its own answer, if it was asked for
 };
 
 // What clearing is to remove. Permanent codes stay until the unit has seen the fault gone.
-std::set<std::string> erasable(const StoredFaults& faults) {
+std::set<std::string> codesOf(std::initializer_list<const FaultsSection::Codes*> lists) {
   std::set<std::string> codes;
-  for (const auto* const records : {&faults.confirmed, &faults.pending}) {
-    if (*records) {
-      for (const std::shared_ptr<obd::DtcDataModel>& record : **records) {
-        codes.insert(record->code());
+  for (const FaultsSection::Codes* const list : lists) {
+    if (*list) {
+      for (const CodeEntry& entry : **list) {
+        codes.insert(entry.code);
       }
     }
   }
   return codes;
 }
 
-bool unanswered(const StoredFaults& faults) {
+std::set<std::string> erasable(const FaultsSection& faults) {
+  return codesOf({&faults.confirmed, &faults.pending});
+}
+
+bool unanswered(const FaultsSection& faults) {
   return !faults.confirmed && !faults.pending;
 }
 
@@ -64,8 +67,9 @@ class ClearCommand : public Command {
     Session session(program);
     session.connect();
     std::vector<Cleared> units;
-    for (const std::shared_ptr<obd::IEcu>& ecu : chosenUnits(session, {})) {
-      units.push_back({ecu, FaultReader(session, ecu).readFaults(), {}, {}});
+    for (const EcuPtr& ecu : chosenUnits(session, {})) {
+      Cleared& unit = units.emplace_back(Cleared{ecu, {}, {}, {}});
+      readFaults(session, ecu, m_options, unit.before);
     }
     if (!m_yes && !ask(session, units)) {
       program.notes.warn("Nothing was cleared.");
@@ -88,7 +92,6 @@ class ClearCommand : public Command {
   }
 
  private:
-  // Standard error, since standard output is for results. The link is watched meanwhile.
   static bool ask(Session& session, const std::vector<Cleared>& units) {
     std::vector<std::string> lines;
     for (const Cleared& unit : units) {
@@ -96,38 +99,26 @@ class ClearCommand : public Command {
       lines.push_back(fmt::format("  {}: {}", unitLabel(*unit.ecu),
                                   codes.empty() ? "no codes" : fmt::format("{}", fmt::join(codes, ", "))));
     }
-    std::fprintf(stderr,
-                 "%s\nThis clears the codes above, the freeze frames and the results of on-board tests.\n"
-                 "Clear them? [y/N] ",
-                 fmt::format("{}", fmt::join(lines, "\n")).c_str());
-    std::fflush(stderr);
-    std::string answer;
-    session.pumpUntil([&answer] {
-      pollfd input{STDIN_FILENO, POLLIN, 0};
-      while (::poll(&input, 1, 0) > 0) {
-        char character = '\n';
-        if (::read(STDIN_FILENO, &character, 1) != 1 || character == '\n') {
-          return true;
-        }
-        answer += character;
-      }
-      return false;
-    });
-    return answer == "y" || answer == "Y" || answer == "yes";
+    return session.confirm(
+        fmt::format("{}\nThis clears the codes above, the freeze frames and the results of on-board tests.\n"
+                    "Clear them?",
+                    fmt::join(lines, "\n")));
   }
 
   // One request clears all units, but only the selected one's answer is told. Where codes remain, that unit
   // is asked once more, so that it says itself whether it refuses.
-  static void clear(Session& session, std::vector<Cleared>& units) {
+  void clear(Session& session, std::vector<Cleared>& units) const {
+    const auto clearUnit = [&](Cleared& unit) {
+      unit.confirmed = FaultReader(session, unit.ecu, m_options, "clearing").clear();
+    };
     for (std::size_t i = 0; i < units.size(); ++i) {
-      FaultReader reader(session, units[i].ecu);
       if (i == 0) {
-        units[i].confirmed = reader.clear();
+        clearUnit(units[i]);
       }
-      units[i].after = reader.readFaults();
+      readFaults(session, units[i].ecu, m_options, units[i].after);
       if (i != 0 && !erasable(units[i].after).empty()) {
-        units[i].confirmed = reader.clear();
-        units[i].after = reader.readFaults();
+        clearUnit(units[i]);
+        readFaults(session, units[i].ecu, m_options, units[i].after);
       }
     }
   }
@@ -160,11 +151,7 @@ class ClearCommand : public Command {
         text = codes.empty() ? "no codes to clear" : fmt::format("cleared {}", fmt::join(codes, ", "));
       }
       out.line(fmt::format("{}: {}", unitLabel(*unit.ecu), text));
-      if (unit.after.permanent && !unit.after.permanent->empty()) {
-        std::set<std::string> permanent;
-        for (const std::shared_ptr<obd::DtcDataModel>& record : *unit.after.permanent) {
-          permanent.insert(record->code());
-        }
+      if (const std::set<std::string> permanent = codesOf({&unit.after.permanent}); !permanent.empty()) {
         out.line(fmt::format("  Permanent codes stay until the unit sees the fault gone: {}",
                              fmt::join(permanent, ", ")));
       }
@@ -198,6 +185,7 @@ class ClearCommand : public Command {
     return ExitCode::Ok;
   }
 
+  const ReadOptions m_options;
   bool m_yes = false;
   bool m_json = false;
 };

@@ -59,21 +59,6 @@ bool prefer(CodeEntry& entry, const std::string& make) {
   return false;
 }
 
-// Breaks a text between words.
-std::vector<std::string> broken(const std::string& text, std::size_t width) {
-  std::vector<std::string> lines(1);
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find(' ', begin), text.size());
-    const std::string word = text.substr(begin, end - begin);
-    if (!lines.back().empty() && displayWidth(lines.back()) + 1 + displayWidth(word) > width) {
-      lines.emplace_back();
-    }
-    lines.back() += (lines.back().empty() ? "" : " ") + word;
-    begin = end + 1;
-  }
-  return lines;
-}
-
 }  // namespace
 
 std::string parseMake(const std::string& text) {
@@ -157,7 +142,7 @@ void printCode(Output& out, const CodeEntry& entry, std::size_t indent) {
         plain ? meaning.text : fmt::format("{}: {}", fmt::join(meaning.makes, ", "), meaning.text);
     const char* more = "";
     for (const std::string& line :
-         breaks ? broken(text, width - head.size() - 2) : std::vector<std::string>{text}) {
+         breaks ? wrapped(text, width - head.size() - 2) : std::vector<std::string>{text}) {
       out.line(head + more + line);
       head.assign(head.size(), ' ');
       more = "  ";

@@ -38,10 +38,12 @@ class Command {
 };
 
 std::unique_ptr<Command> makeClearCommand();
-std::unique_ptr<Command> makeCodesCommand();
+std::unique_ptr<Command> makeConsoleCommand();
 std::unique_ptr<Command> makeEcusCommand();
-std::unique_ptr<Command> makeFreezeCommand();
 std::unique_ptr<Command> makeLookupCommand();
+std::unique_ptr<Command> makeRoutineCommand();
+/// One that shows sections of the vehicle report: "codes", "freeze", "info", "monitors", "summary", "tests".
+std::unique_ptr<Command> makeSectionCommand(const std::string& name);
 std::unique_ptr<Command> makeSensorsCommand();
 std::unique_ptr<Command> makeSettingsCommand();
 

@@ -39,9 +39,15 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(makeEcusCommand());
   commands.push_back(makeSensorsCommand());
-  commands.push_back(makeCodesCommand());
-  commands.push_back(makeFreezeCommand());
+  for (const char* name : {"summary", "codes", "freeze"}) {
+    commands.push_back(makeSectionCommand(name));
+  }
   commands.push_back(makeClearCommand());
+  for (const char* name : {"monitors", "tests", "info"}) {
+    commands.push_back(makeSectionCommand(name));
+  }
+  commands.push_back(makeRoutineCommand());
+  commands.push_back(makeConsoleCommand());
   commands.push_back(makeLookupCommand());
   commands.push_back(makeSettingsCommand());
   return commands;

@@ -76,6 +76,20 @@ std::string cutToWidth(std::string_view text, std::size_t width) {
   return std::string(text.substr(0, end));
 }
 
+std::vector<std::string> wrapped(std::string_view text, std::size_t width) {
+  std::vector<std::string> lines(1);
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find(' ', begin), text.size());
+    const std::string_view word = text.substr(begin, end - begin);
+    if (!lines.back().empty() && displayWidth(lines.back()) + 1 + displayWidth(word) > width) {
+      lines.emplace_back();
+    }
+    lines.back().append(lines.back().empty() ? "" : " ").append(word);
+    begin = end + 1;
+  }
+  return lines;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -133,6 +147,11 @@ std::string Output::heading(const std::string& text) const {
   return m_color ? "\x1b[1m" + text + "\x1b[0m" : text;
 }
 
+std::string Output::toned(const std::string& text, Tone tone) const {
+  constexpr const char* Colors[] = {"", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+  return m_color && tone != Tone::Plain ? Colors[static_cast<std::size_t>(tone)] + text + "\x1b[0m" : text;
+}
+
 Notes::Notes() : m_terminal(isTerminalFile(STDERR_FILENO)), m_jobStart(Clock::now()) {}
 
 void Notes::note(const std::string& text) {
@@ -164,6 +183,17 @@ void Notes::tick() {
   }
   m_lastTick = now;
   std::fprintf(stderr, "\r[%5.1f s] ... Ctrl-C stops\x1b[K", seconds(now - m_jobStart));
+  std::fflush(stderr);
+  m_lineOpen = true;
+}
+
+void Notes::progress(const std::string& text) {
+  const Clock::time_point now = Clock::now();
+  if (!m_terminal || m_quiet || now - m_lastTick < TickTime) {
+    return;
+  }
+  m_lastTick = now;
+  std::fprintf(stderr, "\r%s\x1b[K", text.c_str());
   std::fflush(stderr);
   m_lineOpen = true;
 }
@@ -233,7 +263,7 @@ std::string Table::join(const Row& row, const std::vector<std::size_t>& widths) 
 
 std::vector<std::string> Table::lines(std::size_t width) const {
   const std::vector<std::size_t> widths = columnWidths(width);
-  Row titles{{}, false};
+  Row titles{{}, false, Tone::Plain};
   for (const Column& column : m_columns) {
     titles.cells.push_back(column.title);
   }
@@ -244,10 +274,13 @@ std::vector<std::string> Table::lines(std::size_t width) const {
   return result;
 }
 
-void Table::print(Output& out) const {
-  const std::vector<std::string> all = lines(out.isTerminal() ? out.width() : 0);
+void Table::print(Output& out, std::size_t indent) const {
+  constexpr std::size_t Narrowest = 20;
+  const std::size_t width = out.isTerminal() ? std::max(out.width(), indent + Narrowest) - indent : 0;
+  const std::vector<std::string> all = lines(width);
+  const std::string blanks(indent, ' ');
   for (std::size_t i = 0; i < all.size(); ++i) {
-    out.line(i == 0 ? out.heading(all[i]) : all[i]);
+    out.line(blanks + (i == 0 ? out.heading(all[i]) : out.toned(all[i], m_rows[i - 1].tone)));
   }
 }
 

@@ -14,8 +14,14 @@ class EventLoop;
 std::size_t displayWidth(std::string_view text);
 std::string cutToWidth(std::string_view text, std::size_t width);
 
+/// A text broken between words into lines of at most so many columns, longer words aside.
+std::vector<std::string> wrapped(std::string_view text, std::size_t width);
+
 /// Text for a terminal: control characters (what an adapter sends is not to be trusted) become dots.
 std::string printable(std::string_view text);
+
+/// What a line is about, which shows as its color where there is color. The words must do without it.
+enum class Tone { Plain, Good, Caution, Bad };
 
 /// Standard output: results and nothing else. Buffered until `flush`. Writing is broken off by a signal, so
 /// that a reader that does not read never hangs the program. Throws `OutputClosed`, `Interrupted` or
@@ -37,6 +43,8 @@ class Output {
   std::size_t height() const;
   /// `text` in bold where there is color.
   std::string heading(const std::string& text) const;
+  /// `text` in the color of `tone` where there is color.
+  std::string toned(const std::string& text, Tone tone) const;
 
  private:
   EventLoop& m_loop;
@@ -59,6 +67,8 @@ class Notes {
   /// A phase of a long job begins. On a terminal `tick` shows how long it takes.
   void phase(const std::string& text);
   void tick();
+  /// On a terminal, a line that the next one replaces. `endPhases` removes the last.
+  void progress(const std::string& text);
   /// The job is over, well or not.
   void endPhases(const std::string& text = {});
   std::chrono::milliseconds elapsed() const;
@@ -88,19 +98,24 @@ class Table {
 
   explicit Table(std::vector<Column> columns) : m_columns(std::move(columns)) {}
 
-  void add(std::vector<std::string> cells) { m_rows.push_back({std::move(cells), false}); }
+  void add(std::vector<std::string> cells, Tone tone = Tone::Plain) {
+    m_rows.push_back({std::move(cells), false, tone});
+  }
   /// A row whose last cell is a text of any length: it runs over the columns that follow.
-  void addSpilling(std::vector<std::string> cells) { m_rows.push_back({std::move(cells), true}); }
+  void addSpilling(std::vector<std::string> cells) {
+    m_rows.push_back({std::move(cells), true, Tone::Plain});
+  }
   /// The title first, then the rows. Columns without any text are left out. Where the lines would be wider
   /// than `width` (0: any width will do) the widest column is cut.
   std::vector<std::string> lines(std::size_t width = 0) const;
-  /// Prints all lines, the title as a heading, and fits them to a terminal.
-  void print(Output& out) const;
+  /// Prints all lines, the title as a heading, and fits them to a terminal. They begin with `indent` blanks.
+  void print(Output& out, std::size_t indent = 0) const;
 
  private:
   struct Row {
     std::vector<std::string> cells;
     bool spills;
+    Tone tone;
   };
 
   std::vector<std::size_t> columnWidths(std::size_t limit) const;

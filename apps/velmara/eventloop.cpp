@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <iterator>
 #include <system_error>
 
 #include "dispatch/dispatcher.h"
@@ -50,8 +51,9 @@ EventLoop::~EventLoop() {
 }
 
 void EventLoop::turn(Milliseconds limit) {
-  pollfd files[] = {{m_bell, POLLIN, 0}, {m_signalQueue, POLLIN, 0}};
-  ::poll(files, 2, static_cast<int>(limit.count()));
+  pollfd files[] = {
+      {m_bell, POLLIN, 0}, {m_signalQueue, POLLIN, 0}, {m_watchesInput ? STDIN_FILENO : -1, POLLIN, 0}};
+  ::poll(files, std::size(files), static_cast<int>(limit.count()));
   takeSignal();
   m_rung = false;  // before the pump, so that what comes during it rings again
   std::uint64_t count = 0;

@@ -23,6 +23,9 @@ class EventLoop : public obd::IDispatchRunner {
   /// come.
   void turn(Milliseconds limit);
 
+  /// Whether `turn` ends early when there is something to read from standard input.
+  void watchInput(bool on) { m_watchesInput = on; }
+
   /// Waits until a file can be written to without blocking. Throws `Interrupted` once a signal has come.
   void waitWritable(int file);
 
@@ -37,6 +40,7 @@ class EventLoop : public obd::IDispatchRunner {
 
   std::atomic<bool> m_rung{false};
   bool m_interrupted = false;
+  bool m_watchesInput = false;
   sigset_t m_signals{};
   int m_bell = -1;         // eventfd
   int m_signalQueue = -1;  // signalfd

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
+#include "dtc/dtcreader.h"
 #include "failure.h"
 #include "texts.h"
 
@@ -11,137 +10,119 @@ namespace velmara {
 
 namespace {
 
-constexpr std::chrono::seconds PatienceTime{20};  // without any answer, until the vehicle counts as gone
 constexpr unsigned char MonitorStatusPid = 0x01;
 
-std::optional<StoredFaults::Amount> toAmount(bool success,
-                                             const std::shared_ptr<obd::SensorDescriptor>& sensor,
-                                             const std::shared_ptr<obd::SensorValue>& value) {
+std::optional<FaultsSection::Amount> toAmount(bool success,
+                                              const std::shared_ptr<obd::SensorDescriptor>& sensor,
+                                              const std::shared_ptr<obd::SensorValue>& value) {
   if (!success || !sensor || !value) {
     return std::nullopt;
   }
-  return StoredFaults::Amount{value->textualValue(), std::string(unitText(sensor->unit()))};
-}
-
-std::optional<CodeRecords> toRecords(bool success, const CodeRecords& codes) {
-  return success ? std::optional(codes) : std::nullopt;
+  return FaultsSection::Amount{value->textualValue(), std::string(unitText(sensor->unit()))};
 }
 
 }  // namespace
 
-FaultReader::FaultReader(Session& session, const std::shared_ptr<obd::IEcu>& ecu)
-    : m_session(session), m_ecu(ecu) {
-  session.facade().ecuManager()->selectEcu(ecu->id());
-  m_service = obd::TroubleCodeServiceBuilder::createTroubleCodeService();
-  m_service->attach(this);
+FaultReader::FaultReader(Session& session, const EcuPtr& ecu, const ReadOptions& options, const char* section)
+    : SectionReader(session, ecu, options, section, obd::TroubleCodeServiceBuilder::createTroubleCodeService),
+      m_make(options.make) {}
+
+void FaultReader::readFaults(FaultsSection& section) {
+  service().refreshMilStatus();
+  service().refreshConfirmedCodes();
+  service().refreshPendingCodes();
+  service().refreshPermanentCodes();
+  answers().wait();
+  section = std::move(m_faults);
+  answers().conclude(section);
 }
 
-FaultReader::~FaultReader() {
-  m_service->detach(this);
-}
-
-StoredFaults FaultReader::readFaults() {
-  m_faults = {};
-  m_done = false;
-  m_service->refreshMilStatus();
-  m_service->refreshConfirmedCodes();
-  m_service->refreshPendingCodes();
-  m_service->refreshPermanentCodes();
-  wait();
-  return m_faults;
-}
-
-StoredFrames FaultReader::readFrames() {
-  m_frames = {};
-  m_done = false;
-  m_service->refreshFreezeFrames();
-  wait();
-  return m_frames;
+void FaultReader::readFreeze(FreezeSection& section) {
+  service().refreshFreezeFrames();
+  answers().wait();
+  for (auto& [number, frame] : m_frames) {
+    section.frames.push_back(std::move(frame));
+  }
+  answers().conclude(section);
 }
 
 bool FaultReader::clear() {
-  m_cleared = false;
-  m_done = false;
-  m_service->clearCodes();
-  wait();
+  service().clearCodes();
+  answers().wait();
+  if (!answers().finished()) {
+    throw Failure(ExitCode::NoData, "The vehicle does not answer any more.",
+                  "Is the ignition still on, and the adapter in its socket?");
+  }
   return m_cleared;
 }
 
-void FaultReader::wait() {
-  m_latest = Clock::now();
-  m_session.pumpUntil([this] {
-    if (!m_done && Clock::now() - m_latest > PatienceTime) {
-      throw Failure(
-          ExitCode::NoData,
-          fmt::format("The vehicle does not answer any more: nothing came for {} s.", PatienceTime.count()),
-          "Is the ignition still on, and the adapter in its socket?");
-    }
-    return m_done;
-  });
+FaultsSection::Codes FaultReader::explained(bool success, const Codes& codes) const {
+  return success ? std::optional(explainCodes(codes, m_make)) : std::nullopt;
+}
+
+CodeEntry FaultReader::explained(const std::string& code) const {
+  return explainCodes(obd::DtcReader().getTroubleCodes(code), m_make).front();
 }
 
 // The answers of other units make a query succeed, too.
 void FaultReader::onMilStatusUpdated(bool success, MilStatus status) {
-  m_latest = Clock::now();
-  if (success && m_ecu->isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+  if (success && ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
     m_faults.lamp = status == MilOn;
+    answers().heard(true);
+  } else {
+    answers().alive();
   }
 }
 
 void FaultReader::onConfirmedCodesUpdated(bool success, const Codes& codes) {
-  m_latest = Clock::now();
-  m_faults.confirmed = toRecords(success, codes);
+  m_faults.confirmed = explained(success, codes);
+  answers().heard(success);
 }
 
 void FaultReader::onPendingCodesUpdated(bool success, const Codes& codes) {
-  m_latest = Clock::now();
-  m_faults.pending = toRecords(success, codes);
+  m_faults.pending = explained(success, codes);
+  answers().heard(success);
 }
 
+// Before CAN there are none, and no answer is no wonder.
 void FaultReader::onPermanentCodesUpdated(bool success, const Codes& codes) {
-  m_latest = Clock::now();
-  m_faults.permanent = toRecords(success, codes);
+  m_faults.permanent = explained(success, codes);
+  if (success || isCan(ecu().protocol())) {
+    answers().heard(success);
+  } else {
+    answers().alive();
+  }
 }
 
 void FaultReader::onMilResetUpdated(bool success, bool cleared) {
   m_cleared = success && cleared;
 }
 
+// The frame behind the last one may be told by silence.
 void FaultReader::onFreezeFrameCodeUpdated(int /*id*/, bool success,
                                            const std::shared_ptr<obd::DtcDataModel>& code, int frame) {
-  m_latest = Clock::now();
-  m_frames.answered = m_frames.answered || success;
+  if (success || m_frames.empty()) {
+    answers().heard(success);
+  }
   if (!code || code->code().empty()) {
     return;
   }
-  if (!m_frames.frames.try_emplace(frame, StoredFrame{code->code(), {}, 0}).second) {
-    m_done = true;  // all 256 frames are there, and now they come again
+  if (!m_frames.try_emplace(frame, FreezeSection::Frame{frame, explained(code->code()), {}, 0}).second) {
+    answers().finish();  // all 256 frames are there, and now they come again
   }
 }
 
 void FaultReader::onFreezeFrameSensorUpdated(int /*id*/, bool success,
                                              const std::shared_ptr<obd::ParameterDescriptor>& parameter,
                                              const SensorValues& values, int frame) {
-  m_latest = Clock::now();
-  StoredFrame& stored = m_frames.frames[frame];
-  if (!success || !parameter || values.empty()) {
+  const bool read = success && parameter && !values.empty();
+  answers().heard(read);
+  FreezeSection::Frame& stored = m_frames[frame];
+  if (!read) {
     ++stored.failures;
     return;
   }
-  const auto sensors = parameter->sensors();
-  const std::string description = parameter->description();
-  for (const std::shared_ptr<obd::SensorValueDataModel>& value : values) {
-    const auto found = std::find_if(sensors.begin(), sensors.end(), [&value](const SensorPtr& sensor) {
-      return sensor->uid() == value->uid;
-    });
-    if (found == sensors.end()) {
-      continue;
-    }
-    obd::SensorDescriptor& sensor = **found;
-    stored.sensors.push_back({parameterLabel(static_cast<int>(parameter->pid())),
-                              sensors.size() == 1 ? description : description + ": " + sensor.description(),
-                              value->value, std::string(unitText(sensor.unit())), sensor.isNumeric()});
-  }
+  appendReadings(*parameter, values, stored.readings);
 }
 
 void FaultReader::onDistanceSinceResetUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) {
@@ -160,24 +141,12 @@ void FaultReader::onRuntimeSinceFaultUpdated(bool success, const SensorPtr& sens
   m_faults.runTime = toAmount(success, sensor, value);
 }
 
-std::vector<std::shared_ptr<obd::IEcu>> chosenUnits(Session& session, const std::string& name) {
-  if (name.empty()) {
-    return session.facade().ecuManager()->ecus();
-  }
-  session.selectEcu(name);
-  return {session.facade().ecuManager()->currentEcu()};
+void readFaults(Session& session, const EcuPtr& ecu, const ReadOptions& options, FaultsSection& section) {
+  FaultReader(session, ecu, options, "trouble codes").readFaults(section);
 }
 
-std::string unitTitle(const obd::IEcu& ecu) {
-  return fmt::format("Control unit {}: {}", ecuLabel(ecu.id()), printable(ecu.name()));
-}
-
-std::string unitLabel(const obd::IEcu& ecu) {
-  return fmt::format("{} ({})", ecuLabel(ecu.id()), printable(ecu.name()));
-}
-
-Json unitJson(const obd::IEcu& ecu) {
-  return {{"id", ecuLabel(ecu.id())}, {"name", printable(ecu.name())}};
+void readFreeze(Session& session, const EcuPtr& ecu, const ReadOptions& options, FreezeSection& section) {
+  FaultReader(session, ecu, options, "freeze frames").readFreeze(section);
 }
 
 }  // namespace velmara

@@ -1,71 +1,25 @@
 #pragma once
 
-#include <chrono>
 #include <map>
 #include <memory>
-#include <optional>
-#include <string>
 #include <vector>
 
-#include "codetexts.h"
+#include "sectionreader.h"
 #include "services/itroublecodeservice.h"
-#include "session.h"
 
 namespace velmara {
 
-/// What a control unit tells of its stored faults. Nothing stands for no answer.
-struct StoredFaults {
-  struct Amount {
-    std::string value;
-    std::string unit;
-  };
-
-  std::optional<bool> lamp;
-  std::optional<Amount> distance;  ///< since the fault if the lamp is on, else since the codes were cleared
-  std::optional<Amount> runTime;   ///< likewise
-  std::optional<CodeRecords> confirmed;
-  std::optional<CodeRecords> pending;
-  std::optional<CodeRecords> permanent;
-};
-
-/// One freeze frame of a control unit.
-struct StoredFrame {
-  struct Sensor {
-    std::string label;  ///< its PID
-    std::string name;
-    std::string value;
-    std::string unit;
-    bool numeric = false;
-  };
-
-  std::string code;
-  std::vector<Sensor> sensors;
-  unsigned failures = 0;  ///< PIDs that the unit names but did not give
-};
-
-/// The frames that a control unit holds, by number.
-struct StoredFrames {
-  bool answered = false;
-  std::map<int, StoredFrame> frames;
-};
-
-/// Selects a control unit and has the library's trouble-code service ask it. For the main thread; goes before
-/// the session.
-class FaultReader : private obd::ITroubleCodeServiceObserver {
+/// Has the library's trouble-code service ask a control unit.
+class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubleCodeServiceObserver> {
  public:
-  FaultReader(Session& session, const std::shared_ptr<obd::IEcu>& ecu);
-  ~FaultReader() override;
-  FaultReader(const FaultReader&) = delete;
-  FaultReader& operator=(const FaultReader&) = delete;
+  FaultReader(Session& session, const EcuPtr& ecu, const ReadOptions& options, const char* section);
 
-  // These throw what `Session::pumpUntil` throws, and `Failure` if nothing comes for long.
-  StoredFaults readFaults();
-  StoredFrames readFrames();
-  /// Clears in all control units. True if this one has confirmed.
+  void readFaults(FaultsSection& section);
+  void readFreeze(FreezeSection& section);
+  /// Clears in all control units. True if this one has confirmed. Throws `Failure` if nothing comes for long.
   bool clear();
 
  private:
-  using Clock = std::chrono::steady_clock;
   using Codes = obd::ITroubleCodeService::Codes;
   using SensorPtr = std::shared_ptr<obd::SensorDescriptor>;
   using ValuePtr = std::shared_ptr<obd::SensorValue>;
@@ -84,31 +38,16 @@ class FaultReader : private obd::ITroubleCodeServiceObserver {
   void onRuntimeSinceResetUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) override;
   void onDistanceSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) override;
   void onRuntimeSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) override;
-  void onRefreshDone() override { m_done = true; }
+  void onRefreshDone() override { answers().finish(); }
 
-  void wait();
+  FaultsSection::Codes explained(bool success, const Codes& codes) const;
+  // The frame's own record carries the generic text only.
+  CodeEntry explained(const std::string& code) const;
 
-  Session& m_session;
-  std::shared_ptr<obd::IEcu> m_ecu;
-  std::shared_ptr<obd::ITroubleCodeService> m_service;
-  bool m_done = false;
-  Clock::time_point m_latest;
-  StoredFaults m_faults;
-  StoredFrames m_frames;
+  const std::string m_make;
+  FaultsSection m_faults;
+  std::map<int, FreezeSection::Frame> m_frames;  // by number
   bool m_cleared = false;
 };
-
-/// The control units to report on: the one that the user named, or all. Throws `Failure` if there is none of
-/// that name.
-std::vector<std::shared_ptr<obd::IEcu>> chosenUnits(Session& session, const std::string& name);
-
-/// "Control unit 7E8: ECM".
-std::string unitTitle(const obd::IEcu& ecu);
-
-/// "7E8 (ECM)".
-std::string unitLabel(const obd::IEcu& ecu);
-
-/// An object that begins with identifier and name of the unit.
-Json unitJson(const obd::IEcu& ecu);
 
 }  // namespace velmara

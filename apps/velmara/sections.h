@@ -9,8 +9,16 @@
 
 namespace velmara {
 
+/// The unit's title line: "Control unit 7E8: ECM".
+void printTitle(Output& out, const IdentitySection& identity);
+
+/// The adapter, the protocol and the voltage.
+void print(Output& out, const LinkSection& section);
+
 // Lines that begin with two blanks, below the title of the control unit. Where a section is empty they say
 // why. Verdicts are words; color comes on top.
+void print(Output& out, const IdentitySection& identity);  // without the services
+void printServices(Output& out, const IdentitySection& identity);
 void print(Output& out, const SummarySection& section);
 void print(Output& out, const InfoSection& section);
 void print(Output& out, const FaultsSection& section);
@@ -37,8 +45,9 @@ Json toJson(const ValuesSection& section);
 
 /// "link", "adapter" and so on of the whole report, without its units.
 Json toJson(const LinkSection& section);
-/// An object that begins with identifier and name of the unit.
 Json toJson(const IdentitySection& identity);
+/// Identifier and name only.
+Json unitJson(const obd::IEcu& ecu);
 /// A unit with all its sections, except those that were not read; a report with all its units.
 Json toJson(const UnitReport& unit);
 Json toJson(const VehicleReport& report);

@@ -11,6 +11,7 @@
 #include "poller.h"
 #include "session.h"
 #include "texts.h"
+#include "vehiclereport.h"
 
 namespace velmara {
 
@@ -124,21 +125,19 @@ class SensorsCommand : public Command {
   }
 
   void addRows(obd::ParameterDescriptor& parameter) {
-    const auto sensors = parameter.sensors();
-    const std::string description = parameter.description();
-    for (const std::shared_ptr<obd::SensorDescriptor>& sensor : sensors) {
+    for (KnownSensor& sensor : knownSensors(parameter)) {
       Row row;
-      row.label = parameterLabel(identifierOf(parameter));
-      row.name = sensors.size() == 1 ? description : description + ": " + sensor->description();
-      row.unit = unitText(sensor->unit());
-      row.numeric = sensor->isNumeric();
-      if (sensor->minValue() != sensor->maxValue()) {
-        row.lowest = fmt::format("{:g}", sensor->minValue());
-        row.highest = fmt::format("{:g}", sensor->maxValue());
+      row.label = std::move(sensor.reading.label);
+      row.name = std::move(sensor.reading.name);
+      row.unit = std::move(sensor.reading.unit);
+      row.numeric = sensor.reading.numeric;
+      if (sensor.lowest != sensor.highest) {
+        row.lowest = fmt::format("{:g}", sensor.lowest);
+        row.highest = fmt::format("{:g}", sensor.highest);
       }
       m_labelWidth = std::max(m_labelWidth, displayWidth(row.label));
       m_nameWidth = std::max(m_nameWidth, displayWidth(row.name));
-      m_byUid.try_emplace(sensor->uid(), m_rows.size());
+      m_byUid.try_emplace(sensor.uid, m_rows.size());
       m_rows.push_back(std::move(row));
     }
   }

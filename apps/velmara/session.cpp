@@ -1,7 +1,11 @@
 #include "session.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -140,6 +144,24 @@ bool Session::pumpUntil(const std::function<bool()>& done, std::optional<millise
     m_program.loop.turn(wait);
   }
   return true;
+}
+
+bool Session::confirm(const std::string& question) {
+  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::fflush(stderr);
+  std::string answer;
+  pumpUntil([&answer] {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (::poll(&input, 1, 0) > 0) {
+      char character = '\n';
+      if (::read(STDIN_FILENO, &character, 1) != 1 || character == '\n') {
+        return true;
+      }
+      answer += character;
+    }
+    return false;
+  });
+  return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 void Session::selectEcu(const std::string& text) {

@@ -37,6 +37,10 @@ class Session : private obd::IConnectionServiceObserver {
   bool pumpUntil(const std::function<bool()>& done,
                  std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
+  /// Asks on the terminal, on standard error since standard output is for results, and watches the link
+  /// meanwhile. True for a yes.
+  bool confirm(const std::string& question);
+
   /// Ends the connection and the library. A signal ends the program at once from here on.
   void close();
 

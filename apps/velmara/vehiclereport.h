@@ -13,7 +13,9 @@
 
 #include "codetexts.h"
 #include "core/iecu.h"
+#include "powertrain/parameterdescriptor.h"
 #include "services/imonitorservice.h"
+#include "services/isensorservice.h"
 
 namespace velmara {
 
@@ -224,6 +226,31 @@ struct ReadOptions {
 };
 
 using EcuPtr = std::shared_ptr<obd::IEcu>;
+
+/// The control units to report on: the one that the user named, or all. Throws `Failure` if there is none of
+/// that name.
+std::vector<EcuPtr> chosenUnits(Session& session, const std::string& name);
+
+/// "7E8 (ECM)".
+std::string unitLabel(const obd::IEcu& ecu);
+
+/// A sensor, and the words for it.
+struct KnownSensor {
+  int uid = 0;
+  Reading reading;   ///< without a value
+  float lowest = 0;  ///< the ends of the range; equal without one
+  float highest = 0;
+};
+
+/// The sensors of a parameter.
+std::vector<KnownSensor> knownSensors(const obd::ParameterDescriptor& parameter);
+/// Appends the values of a parameter's sensors, each with the words for it.
+void appendReadings(const obd::ParameterDescriptor& parameter,
+                    const std::vector<std::shared_ptr<obd::SensorValueDataModel>>& values,
+                    std::vector<Reading>& readings);
+
+/// Shows on standard error which section of a unit is being read.
+ReadOptions::Progress progressOf(Notes& notes, const obd::IEcu& ecu);
 
 LinkSection readLink(Session& session);
 IdentitySection readIdentity(Session& session, const EcuPtr& ecu);
