@@ -42,4 +42,41 @@ class VELMARA_EXPORT MultiValueParameter : public PowertrainParameter {
   UnitValues<Reply> m_replies;
 };
 
+/// The class of one of these PIDs.
+template <int Number>
+class VELMARA_EXPORT MultiValueParameterOf : public MultiValueParameter {
+ public:
+  static constexpr int Pid = Number;
+  MultiValueParameterOf(ObdMode mode, unsigned char frame) : MultiValueParameter(Number, mode, frame) {}
+};
+
+using EngineTorqueData = MultiValueParameterOf<0x64>;
+using AuxiliaryIo = MultiValueParameterOf<0x65>;
+using MassAirFlow = MultiValueParameterOf<0x66>;
+using EngineCoolantTemperature2 = MultiValueParameterOf<0x67>;
+using IntakeAirTemperature2 = MultiValueParameterOf<0x68>;
+using Egr = MultiValueParameterOf<0x69>;
+using DieselIntakeAirFlow = MultiValueParameterOf<0x6A>;
+using ExhaustGasRecirculationTemperature = MultiValueParameterOf<0x6B>;
+using ThrottleControlPosition = MultiValueParameterOf<0x6C>;
+using FuelPressureControlSystem = MultiValueParameterOf<0x6D>;
+using InjectionPressureControlSystem = MultiValueParameterOf<0x6E>;
+using TurbochargerCompressorInletPressure = MultiValueParameterOf<0x6F>;
+using BoostPressureControl = MultiValueParameterOf<0x70>;
+using VariableGeometryTurboControl = MultiValueParameterOf<0x71>;
+using WastegateControl = MultiValueParameterOf<0x72>;
+using ExhaustPressure = MultiValueParameterOf<0x73>;
+using TurbochargerRpm = MultiValueParameterOf<0x74>;
+using TurbochargerATemperature = MultiValueParameterOf<0x75>;
+using TurbochargerBTemperature = MultiValueParameterOf<0x76>;
+using ChargeAirCoolerTemperature = MultiValueParameterOf<0x77>;
+using ExhaustGasTemperatureBank1 = MultiValueParameterOf<0x78>;
+using ExhaustGasTemperatureBank2 = MultiValueParameterOf<0x79>;
+using DieselParticulateFilterBank1 = MultiValueParameterOf<0x7A>;
+using DieselParticulateFilterBank2 = MultiValueParameterOf<0x7B>;
+using DieselParticulateFilterTemperature = MultiValueParameterOf<0x7C>;
+using NOxControlAreaStatus = MultiValueParameterOf<0x7D>;
+using PmControlAreaStatus = MultiValueParameterOf<0x7E>;
+using EngineRuntime2 = MultiValueParameterOf<0x7F>;
+
 }  // namespace obd

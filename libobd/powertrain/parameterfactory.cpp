@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "powertrain/engineperformance.h"
 #include "powertrain/fueltrim.h"
@@ -27,20 +26,10 @@ std::shared_ptr<PowertrainParameter> create(ObdMode mode, unsigned char frame) {
   return std::make_shared<T>(mode, frame);
 }
 
-template <int Pid>
-std::shared_ptr<PowertrainParameter> createMultiValue(ObdMode mode, unsigned char frame) {
-  return std::make_shared<MultiValueParameter>(Pid, mode, frame);
-}
-
-constexpr int FirstMultiValue = MultiValueParameter::FirstPid;
-using MultiValues = std::make_integer_sequence<int, MultiValueParameter::LastPid - FirstMultiValue + 1>;
-
-// The classes in ascending order of PID, and behind them the PIDs of several values.
-template <typename... T, int... Offset>
-constexpr std::array<Entry, sizeof...(T) + sizeof...(Offset)> makeRegistry(
-    std::integer_sequence<int, Offset...> /*multiValues*/) {
-  return {Entry{T::Pid, &create<T>}...,
-          Entry{FirstMultiValue + Offset, &createMultiValue<FirstMultiValue + Offset>}...};
+// The classes in ascending order of PID.
+template <typename... T>
+constexpr std::array<Entry, sizeof...(T)> makeRegistry() {
+  return {Entry{T::Pid, &create<T>}...};
 }
 
 constexpr auto Registry = makeRegistry<
@@ -64,7 +53,15 @@ constexpr auto Registry = makeRegistry<
     ShortTermSecondaryFuelTrimBank1, LongTermSecondaryFuelTrimBank1, ShortTermSecondaryFuelTrimBank2,
     LongTermSecondaryFuelTrimBank2, AbsoluteFuelRailPressure, RelativeAcceleratorPedalPosition,
     BatteryPackRemainingCharge, EngineOilTemperature, FuelInjectionTiming, EngineFuelRate, EmissionStandard,
-    RequestedTorque, ActualTorque, ReferenceTorque>(MultiValues());
+    RequestedTorque, ActualTorque, ReferenceTorque, EngineTorqueData, AuxiliaryIo, MassAirFlow,
+    EngineCoolantTemperature2, IntakeAirTemperature2, Egr, DieselIntakeAirFlow,
+    ExhaustGasRecirculationTemperature, ThrottleControlPosition, FuelPressureControlSystem,
+    InjectionPressureControlSystem, TurbochargerCompressorInletPressure, BoostPressureControl,
+    VariableGeometryTurboControl, WastegateControl, ExhaustPressure, TurbochargerRpm,
+    TurbochargerATemperature, TurbochargerBTemperature, ChargeAirCoolerTemperature,
+    ExhaustGasTemperatureBank1, ExhaustGasTemperatureBank2, DieselParticulateFilterBank1,
+    DieselParticulateFilterBank2, DieselParticulateFilterTemperature, NOxControlAreaStatus,
+    PmControlAreaStatus, EngineRuntime2>();
 
 constexpr bool ascending(const Entry& left, const Entry& right) {
   return left.pid < right.pid;
