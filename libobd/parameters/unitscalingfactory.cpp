@@ -5,6 +5,8 @@
 
 #include <tavrix/tracelog.h>
 
+#include "powertrain/unitconversion.h"
+
 namespace obd {
 
 namespace {
@@ -15,28 +17,16 @@ using enum MeasurementUnit;
 constexpr const char* Source = "src\\unitscalingfactory";
 constexpr unsigned char BoolScalingId = 0x2E;
 
-constexpr float miles(float kilometers) {
-  return kilometers * 0.62137F;
-}
-constexpr float fahrenheit(float celsius) {
-  return celsius * 1.8F + 32.0F;
-}
-constexpr float fahrenheitDifference(float celsius) {
+constexpr float toFahrenheitDifference(float celsius) {
   return celsius * 1.8F;
 }
-constexpr float poundsPerSquareInch(float kilopascals) {
-  return kilopascals * 0.1450377F;
-}
-constexpr float inchesOfWater(float kilopascals) {
-  return kilopascals * 4.014631F;
-}
-constexpr float pounds(float grams) {
+constexpr float toPounds(float grams) {
   return grams * 0.0022046226F;
 }
-constexpr float britishThermalUnits(float kilojoules) {
+constexpr float toBritishThermalUnits(float kilojoules) {
   return kilojoules * 0.94781697F;
 }
-constexpr float poundFeet(float newtonMeters) {
+constexpr float toPoundFeet(float newtonMeters) {
   return newtonMeters * 0.7375621F;
 }
 
@@ -154,33 +144,33 @@ constexpr ScalingRow MetricRows[] = {
 
 // The factors give metric numbers, which are converted when they are written.
 constexpr ScalingRow ImperialRows[] = {
-    {0x08, 0.01F, 2, MilesPerHour, miles},
-    {0x09, 1.0F, 0, MilesPerHour, miles},
-    {0x16, 0.1F, 1, DegreeFahrenheit, fahrenheit, -40.0F},
-    {0x17, 0.01F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0x18, 0.0117F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0x19, 0.079F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0x1A, 1.0F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0x1B, 10.0F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0x25, 1.0F, 0, Mile, miles},
-    {0x27, 0.01F, 3, PoundPerSecond, pounds},
-    {0x28, 1.0F, 2, PoundPerSecond, pounds},
-    {0x29, 0.00025F, 3, InchOfWaterPerSecond, inchesOfWater},
+    {0x08, 0.01F, 2, MilesPerHour, toMiles},
+    {0x09, 1.0F, 0, MilesPerHour, toMiles},
+    {0x16, 0.1F, 1, DegreeFahrenheit, toFahrenheit, -40.0F},
+    {0x17, 0.01F, 1, PoundsPerSquareInch, toPsi},
+    {0x18, 0.0117F, 1, PoundsPerSquareInch, toPsi},
+    {0x19, 0.079F, 1, PoundsPerSquareInch, toPsi},
+    {0x1A, 1.0F, 1, PoundsPerSquareInch, toPsi},
+    {0x1B, 10.0F, 1, PoundsPerSquareInch, toPsi},
+    {0x25, 1.0F, 0, Mile, toMiles},
+    {0x27, 0.01F, 3, PoundPerSecond, toPounds},
+    {0x28, 1.0F, 2, PoundPerSecond, toPounds},
+    {0x29, 0.00025F, 3, InchOfWaterPerSecond, kilopascalToInchOfWater},
     {0x32, 0.0000305F, 3, Inch},
-    {0x36, 0.01F, 3, Pound, pounds},
-    {0x37, 0.1F, 3, Pound, pounds},
-    {0x38, 1.0F, 2, Pound, pounds},
-    {0x3A, 0.001F, 4, Pound, pounds},
-    {0x3B, 0.0001F, 5, Pound, pounds},
-    {0x42, 0.1F, 1, BritishThermalUnit, britishThermalUnits},
-    {0x92, 0.1F, 2, PoundFoot, poundFeet},
-    {0x96, 0.1F, 1, DegreeFahrenheit, fahrenheit},
-    {0x97, 0.01F, 2, TemperatureDifferenceFahrenheit, fahrenheitDifference},
-    {0x99, 0.1F, 2, PoundsPerSquareInch, poundsPerSquareInch},
-    {0xA8, 1.0F, 2, PoundPerSecond, pounds},
-    {0xA9, 0.00025F, 3, InchOfWaterPerSecond, inchesOfWater},
-    {0xFB, 10.0F, 1, PoundsPerSquareInch, poundsPerSquareInch},
-    {0xFE, 0.00025F, 3, InchOfWater, inchesOfWater},
+    {0x36, 0.01F, 3, Pound, toPounds},
+    {0x37, 0.1F, 3, Pound, toPounds},
+    {0x38, 1.0F, 2, Pound, toPounds},
+    {0x3A, 0.001F, 4, Pound, toPounds},
+    {0x3B, 0.0001F, 5, Pound, toPounds},
+    {0x42, 0.1F, 1, BritishThermalUnit, toBritishThermalUnits},
+    {0x92, 0.1F, 2, PoundFoot, toPoundFeet},
+    {0x96, 0.1F, 1, DegreeFahrenheit, toFahrenheit},
+    {0x97, 0.01F, 2, TemperatureDifferenceFahrenheit, toFahrenheitDifference},
+    {0x99, 0.1F, 2, PoundsPerSquareInch, toPsi},
+    {0xA8, 1.0F, 2, PoundPerSecond, toPounds},
+    {0xA9, 0.00025F, 3, InchOfWaterPerSecond, kilopascalToInchOfWater},
+    {0xFB, 10.0F, 1, PoundsPerSquareInch, toPsi},
+    {0xFE, 0.00025F, 3, InchOfWater, kilopascalToInchOfWater},
 };
 
 /// Tests of the older protocols, `first` to `last`.
