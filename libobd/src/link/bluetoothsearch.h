@@ -64,11 +64,11 @@ class VELMARA_EXPORT BluetoothSearch : public IBluetoothSearch, public hostos::I
   void notifySearchStarted();
   void notifySearchDone();
 
-  const std::unique_ptr<hostos::IDeviceSearch> m_search;
   std::atomic<bool> m_scanning{false};  // an inquiry is under way
   std::atomic<bool> m_stopped{true};    // results are not wanted
   std::vector<IBluetoothObserver*> m_observers;
-  std::mutex m_mutex;  // guards the observers, and is held while they run
+  std::mutex m_mutex;                                     // guards the observers, and is held while they run
+  const std::unique_ptr<hostos::IDeviceSearch> m_search;  // the last, so that it goes before what it uses
 };
 
 }  // namespace obd
