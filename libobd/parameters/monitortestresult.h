@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/obdparameter.h"
@@ -92,7 +93,7 @@ class VELMARA_EXPORT IMonitorTestItemParser {
 /// throws `std::out_of_range` if there are fewer.
 class VELMARA_EXPORT MonitorTestItemParserCan : public IMonitorTestItemParser {
  public:
-  explicit MonitorTestItemParserCan(const std::vector<unsigned char>& bytes) : m_bytes(bytes) {}
+  explicit MonitorTestItemParserCan(std::vector<unsigned char> bytes) : m_bytes(std::move(bytes)) {}
   std::shared_ptr<IMonitorTestItem> parse(UnitSystem system) const override;
 
  private:
@@ -103,7 +104,7 @@ class VELMARA_EXPORT MonitorTestItemParserCan : public IMonitorTestItemParser {
 /// `parse` throws `std::out_of_range` if there are fewer.
 class VELMARA_EXPORT MonitorTestItemParserNonCan : public IMonitorTestItemParser {
  public:
-  explicit MonitorTestItemParserNonCan(const std::vector<unsigned char>& bytes) : m_bytes(bytes) {}
+  explicit MonitorTestItemParserNonCan(std::vector<unsigned char> bytes) : m_bytes(std::move(bytes)) {}
   std::shared_ptr<IMonitorTestItem> parse(UnitSystem system) const override;
 
  private:

@@ -69,7 +69,7 @@ class VELMARA_EXPORT TestRoutineDataModel {
   std::string description() const;
   /// What the user should know before starting it; empty for a routine that the library does not know.
   std::string instructions() const;
-  /// Why the control unit refused; "Acknowledged" where it did not.
+  /// The negative response in words; "Acknowledged" if there was none.
   std::string nackReason() const;
 
  private:

@@ -24,7 +24,7 @@ VELMARA_EXPORT std::string NackToString(int nack);
 
 /// A query made of one request: builds the request bytes, walks the replies of all control units, checks each
 /// for a negative response and for its signature, and hands it to the subclass, which keeps values by control
-/// unit. Used by one `update` at a time.
+/// unit. Used by one `update` at a time; results are read while none runs, unless a class allows for more.
 class VELMARA_EXPORT ObdParameter : public IQuery {
  public:
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
