@@ -24,6 +24,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # 105651 and 105562).
   target_compile_options(velmara_options INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
 endif()
+# The table of trouble codes is one long literal.
+target_compile_options(velmara_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-overlength-strings>)
 if(VELMARA_WERROR)
   target_compile_options(velmara_options INTERFACE -Werror)
 endif()

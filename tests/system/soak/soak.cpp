@@ -1,0 +1,518 @@
+// Uses the library as a front end does, for long, on links that fail at random: polls sensors, refreshes
+// every service, switches units and control units, loses links and opens new ones. Ends with an error if
+// something that was due did not come, if an opening or a refresh hangs, or if threads, descriptors or memory
+// grow.
+//
+//   soak --queries N     so many exchanges with the adapter, in simulated time, in process
+//   soak --minutes M     so long by the real clock, over TCP
+//   [--seed S]           another course of events
+
+#include <hostos/time.h>
+#include <simulator/bus.h>
+#include <simulator/server.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <random>
+
+#include "dispatch/dispatcher.h"
+#include "services/iconnectionservice.h"
+#include "services/iecuservice.h"
+#include "services/imonitorservice.h"
+#include "services/iobdvelmara.h"
+#include "services/ioxygensensormonitorservice.h"
+#include "services/isensorservice.h"
+#include "services/iservice08.h"
+#include "services/isummaryservice.h"
+#include "services/itroublecodeservice.h"
+#include "services/itroubleshootingservice.h"
+#include "services/libobd.h"
+#include "services/support.h"
+#include "support/virtualclock.h"
+
+namespace {
+
+using hostos::CTime;
+
+// In ms. The longest an opening may take: every protocol twice by hand, with ten seconds for the vehicle
+// each.
+constexpr std::uint32_t OpeningLimit = 250000;
+constexpr std::uint32_t RefreshLimit = 400000;
+
+struct Course {
+  unsigned long long exchanges = 0;
+  unsigned lives = 0;
+  unsigned opened = 0;
+  unsigned lost = 0;
+  unsigned long long due = 0;
+  unsigned long long told = 0;
+  unsigned long long values = 0;
+};
+
+[[noreturn]] void fail(const std::string& what) {
+  std::fprintf(stderr, "FAILED: %s\n", what.c_str());
+  std::abort();
+}
+
+std::size_t entries(const char* folder) {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) {
+    ++count;
+  }
+  return count;
+}
+
+double residentMegabytes() {
+  std::ifstream file("/proc/self/statm");
+  double size = 0;
+  double resident = 0;
+  file >> size >> resident;
+  return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1048576.0;
+}
+
+// What is told, by the name of the call that made it due.
+enum Event {
+  Mil,
+  Confirmed,
+  Pending,
+  Permanent,
+  SinceReset,
+  ThisCycle,
+  OnBoard,
+  Oxygen,
+  Information,
+  Counters,
+  CodeCounts,
+  MonitorCounts,
+  FreezeFrame,
+  Summary,
+  Routine,
+  Console,
+  EventCount
+};
+
+// A front end: one thread that pumps, observers of everything.
+class FrontEnd : public obd::IDispatchRunner,
+                 public obd::IConnectionServiceObserver,
+                 public obd::ISensorServiceObserver,
+                 public obd::ITroubleCodeServiceObserver,
+                 public obd::IMonitorServiceObserver,
+                 public obd::IOxygenSensorMonitorServiceObserver,
+                 public obd::IEcuServiceObserver,
+                 public obd::ISummaryServiceObserver,
+                 public obd::IService08Observer,
+                 public obd::ITroubleshootingServiceObserver {
+ public:
+  FrontEnd()
+      : m_facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>())) {
+    obd::Dispatcher::getInstance().attach(this);
+    m_connection = obd::ConnectionServiceBuilder::createConnectionService();
+    m_connection->attach(this);
+    makeServices();
+  }
+  FrontEnd(const FrontEnd&) = delete;
+  FrontEnd& operator=(const FrontEnd&) = delete;
+  ~FrontEnd() override {
+    m_connection->detach(this);
+    m_connection.reset();
+    dropServices();
+    m_facade.reset();
+    obd::Dispatcher::getInstance().detach(this);
+    obd::Dispatcher::getInstance().dispatch();
+  }
+
+  void renewServices() {
+    dropServices();
+    makeServices();
+  }
+
+  bool run(const std::function<bool()>& condition, std::uint32_t limit) {
+    const std::uint32_t start = CTime::milliseconds();
+    while (true) {
+      obd::Dispatcher::getInstance().dispatch();
+      if (condition()) {
+        return true;
+      }
+      const std::uint32_t elapsed = CTime::milliseconds() - start;
+      if (elapsed >= limit) {
+        return false;
+      }
+      std::unique_lock lock(m_mutex);
+      if (!m_posted) {
+        m_condition.wait(lock, std::min<std::uint32_t>(limit - elapsed, 1000));
+      }
+      m_posted = false;
+    }
+  }
+  void run(std::uint32_t time) {
+    run([] { return false; }, time);
+  }
+
+  void runDispatch() override {
+    const std::lock_guard guard(m_mutex);
+    m_posted = true;
+    m_condition.notifyAll();
+  }
+
+  void onConnected() override { connected = true; }
+  void onDisconnected() override { over = true; }
+  void onConnectionPhaseChanged(obd::IConnectionListener::OpenConnectionPhase phase) override {
+    over = over || phase == obd::IConnectionListener::PhaseFailed;
+  }
+  void onSensorUpdated(bool /*success*/, const std::shared_ptr<obd::ParameterDescriptor>& /*parameter*/,
+                       const std::vector<std::shared_ptr<obd::SensorValueDataModel>>& values) override {
+    valuesTold += values.size();
+  }
+  void onMilStatusUpdated(bool /*success*/, MilStatus /*status*/) override { ++told[Mil]; }
+  void onConfirmedCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Confirmed]; }
+  void onPendingCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Pending]; }
+  void onPermanentCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Permanent]; }
+  void readinessMonitorsSinceResetUpdated(bool /*success*/, const ReadinessMonitors& /*monitors*/) override {
+    ++told[SinceReset];
+  }
+  void readinessMonitorsThisCycleUpdated(bool /*success*/, const ReadinessMonitors& /*monitors*/) override {
+    ++told[ThisCycle];
+  }
+  void onboardMonitorUpdated(bool /*success*/, const DiagnosticMonitors& /*monitors*/) override {
+    ++told[OnBoard];
+  }
+  void onMonitorStatusUpdated(bool /*success*/, bool /*complete*/) override { ++told[Oxygen]; }
+  void onVehicleIdentificationNumberUpdated(bool /*success*/, const std::string& /*vin*/,
+                                            int /*year*/) override {
+    ++told[Information];
+  }
+  void onCalibrationIdentificationsUpdated(bool /*success*/, const Texts& /*ids*/) override {
+    ++told[Information];
+  }
+  void onPerformanceCountersUpdated(bool /*success*/,
+                                    const obd::IEcuServiceObserver::Counters& /*counters*/) override {
+    ++told[Event::Counters];
+  }
+  void onCodeCountsUpdated(bool /*success*/, unsigned int /*confirmed*/, unsigned int /*pending*/) override {
+    ++told[CodeCounts];
+  }
+  void onMonitorCountsUpdated(bool /*success*/, unsigned int /*complete*/,
+                              unsigned int /*incomplete*/) override {
+    ++told[MonitorCounts];
+  }
+  void onFreezeFrameUpdated(bool /*success*/, bool /*present*/) override { ++told[FreezeFrame]; }
+  void onTestUpdated(bool /*success*/, const std::shared_ptr<obd::TestRoutineDataModel>& /*test*/) override {
+    ++told[Routine];
+  }
+  void onResponseArrived(bool /*success*/, const std::string& /*response*/) override { ++told[Console]; }
+
+  obd::IConnectionManager& manager() { return *m_facade->connectionManager(); }
+  obd::IObdVelmara& facade() { return *m_facade; }
+
+  std::shared_ptr<obd::ISensorService> sensors;
+  std::shared_ptr<obd::ITroubleCodeService> codes;
+  std::shared_ptr<obd::IMonitorService> monitors;
+  std::shared_ptr<obd::IOxygenSensorMonitorService> oxygen;
+  std::shared_ptr<obd::IEcuService> information;
+  std::shared_ptr<obd::ISummaryService> summary;
+  std::shared_ptr<obd::IService08> routines;
+  std::shared_ptr<obd::ITroubleshootingService> console;
+
+  bool connected = false;
+  bool over = false;
+  std::array<unsigned long long, EventCount> told{};
+  unsigned long long valuesTold = 0;
+
+ private:
+  template <typename Service>
+  void start(std::shared_ptr<Service>& slot, std::shared_ptr<Service> service) {
+    slot = std::move(service);
+    slot->attach(this);
+  }
+  template <typename Service>
+  void drop(std::shared_ptr<Service>& slot) {
+    slot->detach(this);
+    slot.reset();
+  }
+  void makeServices() {
+    start(sensors, obd::SensorServiceBuilder::createSensorService());
+    start(codes, obd::TroubleCodeServiceBuilder::createTroubleCodeService());
+    start(monitors, obd::MonitorServiceBuilder::createMonitorService());
+    start(oxygen, obd::OxygenSensorMonitorBuilder::createOxygenSensorMonitor());
+    start(information, obd::EcuServiceBuilder::createEcuService());
+    start(summary, obd::SummaryServiceBuilder::createSummaryService());
+    start(routines, obd::Service08Builder::createService08());
+    start(console, obd::TroubleshootingServiceBuilder::createTroubleshootingService());
+  }
+  void dropServices() {
+    drop(sensors);
+    drop(codes);
+    drop(monitors);
+    drop(oxygen);
+    drop(information);
+    drop(summary);
+    drop(routines);
+    drop(console);
+  }
+
+  std::shared_ptr<obd::IObdVelmara> m_facade;
+  std::shared_ptr<obd::IConnectionService> m_connection;
+  std::mutex m_mutex;
+  hostos::WaitCondition m_condition;
+  bool m_posted = false;
+};
+
+class Soak {
+ public:
+  Soak(std::uint32_t seed, bool real) : m_random(seed), m_real(real) {}
+
+  // One link from its opening to its end.
+  void live(FrontEnd& house) {
+    ++course.lives;
+    const auto vehicle = simulator::Vehicle::load(pick(simulator::vehicleNames()));
+    simulator::AdapterOptions options;
+    options.personality = pick(simulator::personalities()).personality;
+    options.silence = 100;
+    options.faults = faults();
+    house.connected = house.over = false;
+    const auto adapter = std::make_shared<simulator::ElmAdapter>(vehicle, options);
+    std::optional<simulator::TcpServer> server;
+    const auto protocol = static_cast<obd::VehicleProtocol>(vehicle->protocol());
+    if (m_real) {
+      server.emplace(vehicle, options);
+      expect(house.manager().openTcp({"127.0.0.1", server->port()}, protocol), "an opening begins");
+    } else {
+      expect(house.manager().openBus(simulator::makeBus(adapter),
+                                     chance(8) ? obd::VehicleProtocol::Automatic : protocol),
+             "an opening begins");
+    }
+    if (chance(20)) {  // the user changes his mind
+      house.run(below(2000));
+      house.manager().close();
+    }
+    expect(house.run([&] { return house.connected || house.over; }, OpeningLimit), "an opening ends");
+    course.opened += house.connected ? 1 : 0;
+    if (house.connected) {
+      poll(house);
+    }
+    for (unsigned rounds = 3 + below(40); rounds > 0 && house.connected && !house.over; --rounds) {
+      act(house);
+    }
+    course.lost += house.connected && house.over ? 1 : 0;
+    house.manager().close();
+    expect(!house.manager().isConnected(), "closed is closed");
+    house.run(20);
+    course.exchanges += m_real ? 0 : adapter->exchanges();
+    if (chance(3)) {
+      house.renewServices();
+    }
+  }
+
+  Course course;
+
+ private:
+  unsigned below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
+  bool chance(unsigned oneOf) { return below(oneOf) == 0; }
+  template <typename T>
+  T pick(const std::vector<T>& from) {
+    return from[below(static_cast<unsigned>(from.size()))];
+  }
+  void expect(bool holds, const char* what) {
+    if (!holds) {
+      fail(std::string(what) + " (life " + std::to_string(course.lives) + ")");
+    }
+  }
+
+  simulator::FaultPlan faults() {
+    using Kind = simulator::Fault::Kind;
+    simulator::FaultPlan plan;
+    plan.seed = static_cast<std::uint32_t>(m_random());
+    static constexpr std::array Kinds = {Kind::Latency,    Kind::Jitter,   Kind::Split,     Kind::Merge,
+                                         Kind::Noise,      Kind::Silence,  Kind::LateReply, Kind::HalfReply,
+                                         Kind::LostPrompt, Kind::ErrorWord};
+    static constexpr std::array Words = {
+        "BUS ERROR", "NO DATA", "?", "BUFFER FULL", "CAN ERROR", "<RX ERROR", "UNABLE TO CONNECT", "STOPPED"};
+    for (unsigned count = below(8); count > 0; --count) {
+      plan.add(Kinds[below(Kinds.size())], 10 + below(300), 1 + below(40), Words[below(Words.size())]);
+    }
+    if (chance(3)) {
+      static constexpr std::array Ends = {Kind::PeerClose, Kind::ReadError, Kind::WriteError};
+      plan.add(Ends[below(Ends.size())], below(150));
+    }
+    return plan;
+  }
+
+  // Eight sensors or so over and over.
+  void poll(FrontEnd& house) {
+    std::vector<int> polled;
+    for (const auto& parameter : house.sensors->parameters()) {
+      if (polled.size() < 8 && chance(2)) {
+        polled.push_back(parameter->pid());
+      }
+    }
+    house.sensors->refresh(polled);
+  }
+
+  // Starts something; waits for what it makes due.
+  void act(FrontEnd& house) {
+    switch (below(14)) {
+      case 0:
+        poll(house);
+        break;
+      case 1:
+        house.sensors->reset();
+        break;
+      case 2:
+        house.sensors->refreshOnce({});
+        break;
+      case 3:
+        house.run(below(20000));
+        break;
+      case 4: {
+        auto* settings = house.facade().settings();
+        settings->setUnitSystem(settings->unitSystem() == obd::UnitSystem::Metric ? obd::UnitSystem::Imperial
+                                                                                  : obd::UnitSystem::Metric);
+        break;
+      }
+      case 5: {
+        std::vector<unsigned int> ids;
+        house.facade().ecuManager()->ecuIds(ids);
+        if (!ids.empty()) {
+          house.facade().ecuManager()->selectEcu(pick(ids));
+        }
+        break;
+      }
+      case 6:
+        await(house, Mil, house.codes->refreshMilStatus());
+        break;
+      case 7: {
+        const unsigned long long confirmed = house.told[Confirmed];
+        const bool started = house.codes->refreshConfirmedCodes();
+        await(house, Permanent, house.codes->refreshPermanentCodes());
+        settle(house, Confirmed, started, confirmed);
+        break;
+      }
+      case 8:
+        await(house, SinceReset, house.monitors->refresh(obd::IMonitorService::SinceReset));
+        break;
+      case 9:
+        await(house, OnBoard, house.monitors->refresh(obd::IMonitorService::OnBoardMonitors));
+        break;
+      case 10:
+        house.oxygen->refresh();
+        await(house, Oxygen, house.oxygen->isSupported());
+        break;
+      case 11:
+        await(house, Event::Counters, house.information->refresh(obd::IEcuService::PerformanceCounters));
+        break;
+      case 12: {
+        const unsigned long long counts = house.told[MonitorCounts];
+        const bool started = house.summary->refresh();
+        await(house, FreezeFrame, started);
+        settle(house, MonitorCounts, started, counts);
+        break;
+      }
+      default:
+        if (chance(2)) {
+          await(house, Routine, house.routines->startTest(1 + static_cast<int>(below(3))));
+        } else if (house.console && house.codes->isConnected()) {
+          house.console->sendRequest("ATRV", 1000);
+          await(house, Console, true);
+        }
+        break;
+    }
+  }
+
+  void await(FrontEnd& house, Event event, bool started) { settle(house, event, started, house.told[event]); }
+
+  // `before`: how often the event had been told when it became due. On a lost link nothing is due.
+  void settle(FrontEnd& house, Event event, bool started, unsigned long long before) {
+    if (!started) {
+      return;
+    }
+    ++course.due;
+    const bool came = house.run([&] { return house.told[event] > before || house.over; }, RefreshLimit);
+    expect(came, ("event " + std::to_string(event) + " is due and does not come").c_str());
+    course.told += house.told[event] > before ? 1 : 0;
+  }
+
+  std::mt19937 m_random;
+  bool m_real;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  double minutes = 0;
+  unsigned long long queries = 0;
+  std::uint32_t seed = 1;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    if (std::strcmp(argv[i], "--minutes") == 0) {
+      minutes = std::atof(argv[i + 1]);
+    } else if (std::strcmp(argv[i], "--queries") == 0) {
+      queries = std::strtoull(argv[i + 1], nullptr, 10);
+    } else if (std::strcmp(argv[i], "--seed") == 0) {
+      seed = static_cast<std::uint32_t>(std::strtoul(argv[i + 1], nullptr, 10));
+    }
+  }
+  if (minutes <= 0 && queries == 0) {
+    std::fprintf(stderr, "Usage: %s --queries N | --minutes M [--seed S]\n", argv[0]);
+    return 2;
+  }
+  obd::LIBOBDOpen("");
+  const bool real = minutes > 0;
+  std::optional<VirtualClock> clock;
+  if (!real) {
+    clock.emplace();
+  }
+  const auto start = std::chrono::steady_clock::now();
+  const auto elapsed = [&] {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  std::optional<FrontEnd> house;
+  house.emplace();
+  Soak soak(seed, real);
+  std::size_t threads = 0;
+  std::size_t descriptors = 0;
+  double memory = 0;
+  const auto report = [&](const char* what) {
+    const Course& course = soak.course;
+    std::printf(
+        "%s: %.0f s, %u links, %u opened, %u lost, %llu exchanges, %llu values, %llu events due, %llu told, "
+        "%zu threads, %zu descriptors, %.1f MB\n",
+        what, elapsed(), course.lives, course.opened, course.lost, course.exchanges, house->valuesTold,
+        course.due, course.told, entries("/proc/self/task"), entries("/proc/self/fd"), residentMegabytes());
+    std::fflush(stdout);
+  };
+  double next = 60;
+  while (real ? elapsed() < minutes * 60 : soak.course.exchanges < queries) {
+    soak.live(*house);
+    if (soak.course.lives == 50) {  // all caches are warm
+      threads = entries("/proc/self/task");
+      descriptors = entries("/proc/self/fd");
+      memory = residentMegabytes();
+      report("warm");
+    }
+    if (elapsed() > next) {
+      report("on the way");
+      next += 60;
+    }
+  }
+  report("end");
+  if (soak.course.lives > 50) {
+    if (entries("/proc/self/task") > threads || entries("/proc/self/fd") > descriptors) {
+      fail("threads or descriptors have grown");
+    }
+    std::printf("memory: %.1f MB when warm, %.1f MB at the end\n", memory, residentMegabytes());
+    if (residentMegabytes() > memory * 1.5 + 16) {
+      fail("memory has grown");
+    }
+  }
+  house.reset();
+  clock.reset();
+  obd::LIBOBDClose();
+  std::puts("nothing missing, nothing left behind");
+  return 0;
+}
