@@ -1,27 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <simulator/bus.h>
-
-#include "dispatch/fakes.h"
-#include "dtc/dtcreader.h"
-#include "services/iconnectionmanager.h"
+#include "services/fixture.h"
 #include "services/iecuservice.h"
-#include "services/iobdvelmara.h"
 #include "services/isummaryservice.h"
 #include "services/itroubleshootingservice.h"
-#include "services/support.h"
-#include "support/virtualclock.h"
 
 namespace {
 
-using Texts = std::vector<std::string>;
 constexpr unsigned Engine = 0x7E8, Gearbox = 0x7E9, Diesel = 0x7EA, Mute = 0x7EB, Nobody = 0x99;
 
 // P1100 means something else to each of several makes. The last unit offers what it does not answer.
@@ -64,28 +47,17 @@ constexpr const char* SmallCar =
     "name = Small\nprotocol = 6\nengine = petrol\n[unit ECM 7E8]\nmonitors = 00 00 00\ncodes = P0171\n"
     "answer 07 = silence\nanswer 02 02 00 = 42 02 00 00 00\n";
 
-std::string joined(const Texts& texts) {
-  std::string all;
-  for (const std::string& text : texts) {
-    all += " " + text;
-  }
-  return all;
-}
-
 class Recorder : public obd::IEcuServiceObserver,
                  public obd::ISummaryServiceObserver,
-                 public obd::ITroubleshootingServiceObserver {
+                 public obd::ITroubleshootingServiceObserver,
+                 public EventLines {
  public:
-  Texts events, lines;
-  std::function<void()> onEvent = [] {};
-  Texts take() { return std::exchange(events, {}); }
-  long count(const std::string& line) const { return std::count(lines.begin(), lines.end(), line); }
+  Texts lines;
+  long countLines(const std::string& line) const { return std::count(lines.begin(), lines.end(), line); }
 
  private:
   void add(const char* what, bool ok = true, const Texts& values = {}) {
-    events.push_back(what + std::string(ok ? "" : " failed") + joined(values));
-    const auto call = onEvent;  // which may take itself out
-    call();
+    EventLines::add(what, ok, joined(values));
   }
   void addCounts(const char* what, bool ok, unsigned a, unsigned b) {
     add(what, ok, {std::to_string(a), std::to_string(b)});
@@ -118,23 +90,15 @@ class Recorder : public obd::IEcuServiceObserver,
     EXPECT_EQ(entry->timestamp().size(), 23U);
     if (entry->data() != "0101" && entry->data().find("4101") == std::string::npos) {  // no keep-alive
       lines.push_back(entry->direction() + entry->data());
-      onEvent();
+      happen();
     }
   }
 };
 
-class InformationServicesTest : public testing::Test {
+class InformationServicesTest : public ServiceTest {
  protected:
-  InformationServicesTest() : facade(obd::ObdVelmaraBuilder::createObdVelmara(0, 0, 0, store)) {
-    obd::DtcReader::init();
-    makeServices();
-  }
-  ~InformationServicesTest() override {
-    dropServices();
-    facade.reset();
-    pumpFor(200);
-    obd::DtcReader::clean();
-  }
+  InformationServicesTest() { makeServices(); }
+  ~InformationServicesTest() override { dropServices(); }
   void makeServices() {
     (ecus = obd::EcuServiceBuilder::createEcuService())->attach(&ofEcus);
     (summary = obd::SummaryServiceBuilder::createSummaryService())->attach(&ofSummary);
@@ -147,80 +111,43 @@ class InformationServicesTest : public testing::Test {
   }
 
   void open(const char* car = Car) {
-    simulator::AdapterOptions options;
-    options.latency = 5;
-    options.faults.onExchange = [list = commands](unsigned, const std::string& text) { list->add(text); };
-    vehicle = simulator::Vehicle::parse(car, "test");
-    bus = simulator::makeBus(vehicle, options);
-    ASSERT_TRUE(manager().openBus(bus, obd::VehicleProtocol::Automatic));
-    ASSERT_TRUE(pumpUntil([this] { return facade->ecuManager()->currentEcu() && manager().isConnected(); }));
-    pumpFor(500);  // until all hooks have run
+    ASSERT_TRUE(ServiceTest::open(car));
     EXPECT_EQ(ofEcus.take(), Texts{"void"});
     EXPECT_EQ(ofSummary.take(), Texts());
     forget();
   }
-  void close() {
-    bus->close();
-    manager().close();
-    pumpFor(1000);
-  }
   void forget() {
+    commands->clear();
     for (Recorder* heard : {&ofEcus, &ofSummary, &ofConsole}) {
-      heard->onEvent = [] {};
+      heard->onEvent = nullptr;
       heard->take();
       heard->lines.clear();
     }
-  }
-  void select(unsigned unit) { facade->ecuManager()->selectEcu(unit); }
-
-  // What the adapter was asked of service 09 since the last call.
-  Texts asked() {
-    Texts all = commands->all();
-    all.erase(all.begin(), all.begin() + static_cast<long>(std::exchange(m_told, all.size())));
-    std::erase_if(all, [](const std::string& text) { return !text.starts_with("09"); });
-    return all;
-  }
-  // What an observer hears in time.
-  static Texts settle(Recorder& heard, std::uint32_t time = 3000) {
-    pumpFor(time);
-    return heard.take();
   }
   void expectNothing() {
     EXPECT_FALSE(ecus->refresh(0) || ecus->refresh(1) || summary->refresh() || ecus->isVinSupported());
     console->sendRequest("ATI", 100);
     EXPECT_TRUE(ecus->allParameters().empty() && ecus->readCvns().empty());
     EXPECT_EQ(ecus->ecuName() + ecus->ecuDescription() + ecus->ecuStandard() + ecus->readVin(), "");
-    EXPECT_EQ(joined(settle(ofEcus)) + joined(settle(ofSummary)) + joined(settle(ofConsole)), "");
+    EXPECT_EQ(joined(hear(ofEcus)) + joined(hear(ofSummary)) + joined(hear(ofConsole)), "");
   }
-  obd::IConnectionManager& manager() { return *facade->connectionManager(); }
 
-  VirtualClock clock;
-  CapturedLog log;
-  std::shared_ptr<MemorySettings> store = std::make_shared<MemorySettings>();
-  std::shared_ptr<obd::IObdVelmara> facade;
   std::shared_ptr<obd::IEcuService> ecus;
   std::shared_ptr<obd::ISummaryService> summary;
   std::shared_ptr<obd::ITroubleshootingService> console;
   Recorder ofEcus, ofSummary, ofConsole;
-  std::shared_ptr<CommandLog> commands = std::make_shared<CommandLog>();
-  std::shared_ptr<simulator::Vehicle> vehicle;
-  std::shared_ptr<hostos::IMessageBus> bus;
-
- private:
-  std::size_t m_told = 0;
 };
 
 TEST_F(InformationServicesTest, TellVehicleInformationOfTheSelectedUnit) {
   expectNothing();
   open();
   EXPECT_FALSE(ecus->refresh(2) || ecus->refresh(-1));
-  asked();
   EXPECT_TRUE(ecus->refresh(0) && ecus->refresh(1) && ecus->refresh(1));  // the third joins the second
-  EXPECT_EQ(settle(ofEcus, 1000),
+  EXPECT_EQ(hear(ofEcus, 1000),
             (Texts{"counters OBD Moni=65535 Ignition=2 Catalyst=4 EVAP Mon=16", "vin 1VM20SAL6R1000417 2024",
                    "ids VSIM-ECM-1 VSIM-CAL-2", "cvn 4F1A92C7 1234", "serial VSE20A00417K00931",
                    "type VSIMTYPE000020417", "done"}));
-  EXPECT_EQ(asked(), (Texts{"0908", "0902", "0904", "0906", "090D", "090F"}));
+  EXPECT_EQ(asked("09"), (Texts{"0908", "0902", "0904", "0906", "090D", "090F"}));
   EXPECT_EQ(ecus->readVin() + ecus->readEngineSerialNumber() + ecus->readEroTan(),
             "1VM20SAL6R1000417VSE20A00417K00931VSIMTYPE000020417");
   EXPECT_EQ(joined(ecus->readCalibrationIds()) + joined(ecus->readCvns()),
@@ -233,39 +160,39 @@ TEST_F(InformationServicesTest, TellVehicleInformationOfTheSelectedUnit) {
                ecus->arePerformanceCountersSupported() || ecus->isEngineSerialNumberSupported() ||
                ecus->isEroTanSupported());
   EXPECT_TRUE(ecus->isVinSupported() && ecus->refresh(1));
-  EXPECT_EQ(settle(ofEcus), (Texts{"void", "vin 1VM20SAL6U1000417 0", "done"}));
+  EXPECT_EQ(hear(ofEcus), (Texts{"void", "vin 1VM20SAL6U1000417 0", "done"}));
   select(Diesel);
-  asked();
+  commands->clear();
   EXPECT_FALSE(ecus->refresh(1) || !ecus->readVin().empty());
-  EXPECT_EQ(asked(), Texts());
+  EXPECT_EQ(timesAsked("09"), 0U);
   EXPECT_TRUE(ecus->arePerformanceCountersSupported() && ecus->refresh(0));
-  EXPECT_EQ(settle(ofEcus), (Texts{"void", "counters NOx Adso=7 NOx Adso=8 Fuel Mon=18", "done"}));
+  EXPECT_EQ(hear(ofEcus), (Texts{"void", "counters NOx Adso=7 NOx Adso=8 Fuel Mon=18", "done"}));
 
   // Offered and not answered: what other units say is no substitute.
   select(Mute);
   EXPECT_TRUE(ecus->refresh(0) && ecus->refresh(1));
-  EXPECT_EQ(settle(ofEcus), (Texts{"void", "counters", "ids", "done"}));
+  EXPECT_EQ(hear(ofEcus), (Texts{"void", "counters", "ids", "done"}));
   vehicle->setIgnition(false);
   select(Engine);
   EXPECT_TRUE(ecus->refresh(0) && ecus->refresh(1));
-  EXPECT_EQ(settle(ofEcus, 20000), (Texts{"void", "counters failed", "vin failed  0", "ids failed",
-                                          "cvn failed", "serial failed ", "type failed ", "done"}));
+  EXPECT_EQ(hear(ofEcus, 20000), (Texts{"void", "counters failed", "vin failed  0", "ids failed",
+                                        "cvn failed", "serial failed ", "type failed ", "done"}));
   EXPECT_EQ(ecus->readVin(), "");
   vehicle->setIgnition(true);
 
   // What another unit calls off, or the end of the link drops, is never told, nor is its end.
   ecus->refresh(1);
   select(Gearbox);
-  EXPECT_EQ(settle(ofEcus), Texts{"void"});
+  EXPECT_EQ(hear(ofEcus), Texts{"void"});
   ecus->refresh(1);
-  EXPECT_EQ(settle(ofEcus), Texts{"vin 1VM20SAL6U1000417 0"});
+  EXPECT_EQ(hear(ofEcus), Texts{"vin 1VM20SAL6U1000417 0"});
   ecus->refresh(1);
   pumpFor(4);
-  close();
+  lose();
   expectNothing();
   open();
   ecus->refresh(0);
-  EXPECT_EQ(settle(ofEcus).size(), 1U);
+  EXPECT_EQ(hear(ofEcus).size(), 1U);
   select(Nobody);
   EXPECT_FALSE(ecus->refresh(0) || ecus->refresh(1) || ecus->isVinSupported());
   EXPECT_EQ(ecus->ecuName() + ecus->readVin(), "");
@@ -303,20 +230,20 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
   open();
   const Texts gearbox = {"codes 2 0", "codes 2 0", "monitors 3 0", "no frame", "done"};
   EXPECT_TRUE(summary->refresh() && summary->refresh());
-  EXPECT_EQ(settle(ofSummary), (Texts{"codes 3 0", "codes 3 1", "monitors 6 1", "frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 3 0", "codes 3 1", "monitors 6 1", "frame", "done"}));
   select(Diesel);
   summary->refresh();
-  EXPECT_EQ(settle(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 6 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 6 0", "no frame", "done"}));
   select(Nobody);
   summary->refresh();
-  EXPECT_EQ(settle(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 0 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 0 0", "no frame", "done"}));
 
   // Runs that another unit calls off do not count, wherever they are.
   for (const char* moment : {"", "codes 3 0", "codes 3 1", "monitors 6 1", "frame", "done"}) {
     SCOPED_TRACE(moment);
     select(Engine);
     const auto change = [&] {
-      ofSummary.onEvent = [] {};
+      ofSummary.onEvent = nullptr;
       select(Gearbox);
       summary->refresh();
     };
@@ -330,36 +257,36 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
     if (*moment == '\0') {
       change();
     }
-    EXPECT_EQ(settle(ofSummary), gearbox);
+    EXPECT_EQ(hear(ofSummary), gearbox);
   }
 
   // The end of the link drops the rest, and the next connection starts from the beginning.
   select(Engine);
   summary->refresh();
   ASSERT_TRUE(pumpUntil([&] { return !ofSummary.take().empty(); }));
-  close();
+  lose();
   ofEcus.take();
   expectNothing();
   open(SmallCar);
   summary->refresh();
-  EXPECT_EQ(settle(ofSummary), (Texts{"codes 1 0", "codes failed 1 0", "monitors 0 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 1 0", "codes failed 1 0", "monitors 0 0", "no frame", "done"}));
 }
 
 TEST_F(InformationServicesTest, TalkToTheAdapterAndShowTheTraffic) {
   open(SmallCar);
   console->sendRequest("03", 1000);
-  EXPECT_EQ(settle(ofConsole, 500), Texts{"response 7E80443010171000000"});
+  EXPECT_EQ(hear(ofConsole, 500), Texts{"response 7E80443010171000000"});
   EXPECT_EQ(ofConsole.lines, (Texts{">>03", "<<7E80443010171000000"}));
   for (const auto& [request, timeout] : {std::pair{"0199", 1000}, {"0102", 0}, {"0103", -1}}) {
     console->sendRequest(request, timeout);
-    EXPECT_EQ(settle(ofConsole, 1000), Texts{"response failed "});
+    EXPECT_EQ(hear(ofConsole, 1000), Texts{"response failed "});
     EXPECT_EQ(log.count(std::string("src\\troubleshootingservice 2 Failed to query request: ") + request), 1);
   }
   for (const std::string& request : {std::string("\r\n>\0", 4), std::string("A > T <\t?")}) {
     forget();
     console->sendRequest(request, 1000);
     pumpFor(1000);
-    EXPECT_EQ(ofConsole.count(request[0] == 'A' ? ">>A  T <\t?" : ">>"), 1);
+    EXPECT_EQ(ofConsole.countLines(request[0] == 'A' ? ">>A  T <\t?" : ">>"), 1);
   }
 
   // Nobody pumps meanwhile: of each direction the newest line stays, and comes for each that was there.
@@ -370,7 +297,7 @@ TEST_F(InformationServicesTest, TalkToTheAdapterAndShowTheTraffic) {
   ecus->readEngineSerialNumber();
   pumpFor(20);
   ASSERT_EQ(ofConsole.lines.size(), 4U);
-  EXPECT_EQ(ofConsole.count(">>090D"), 2);
+  EXPECT_EQ(ofConsole.countLines(">>090D"), 2);
   EXPECT_EQ(ofConsole.lines[1], ofConsole.lines[3]);
 
   // Answers are not filtered here, whatever the dialogue leaves in them.
@@ -384,14 +311,14 @@ TEST_F(InformationServicesTest, TalkToTheAdapterAndShowTheTraffic) {
   obd::Dispatcher::getInstance().setProxy(std::make_shared<Adapter>());
   console->sendRequest("ATZ", 7);
   console->sendRequest("ATZ", -7);
-  EXPECT_EQ(settle(ofConsole), (Texts{"response ATZ7\r>", "response ATZ0\r>"}));
+  EXPECT_EQ(hear(ofConsole), (Texts{"response ATZ7\r>", "response ATZ0\r>"}));
   obd::Dispatcher::getInstance().setProxy(manager().proxy());
 
   for (int i = 0; i < 3; ++i) {
     console->sendRequest("0101", 1000);
   }
   ASSERT_TRUE(pumpUntil([&] { return !ofConsole.take().empty(); }));
-  close();
+  lose();
   expectNothing();
 }
 

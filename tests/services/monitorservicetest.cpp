@@ -1,22 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <simulator/bus.h>
-
-#include "dispatch/fakes.h"
-#include "services/iconnectionmanager.h"
+#include "services/fixture.h"
 #include "services/imonitorservice.h"
-#include "services/iobdvelmara.h"
 #include "services/ioxygensensormonitorservice.h"
 #include "services/iservice08.h"
-#include "services/support.h"
-#include "support/virtualclock.h"
 
 namespace {
 
@@ -24,7 +9,6 @@ using Location = obd::OxygenSensorLocation;
 using obd::IMonitorService;
 using obd::UnitSystem;
 using std::to_string;
-using Texts = std::vector<std::string>;
 using Routine = std::shared_ptr<obd::TestRoutineDataModel>;
 
 // A spark and a compression engine in one car. The second unit takes the routine that the first one refuses.
@@ -102,22 +86,10 @@ std::string text(const std::vector<Routine>& routines) {
   return text;
 }
 
-// Writes down each event of one of the services as a short line.
 class Recorder : public obd::IMonitorServiceObserver,
                  public obd::IOxygenSensorMonitorServiceObserver,
-                 public obd::IService08Observer {
- public:
-  Texts events;
-  std::function<void()> onEvent;
-  Texts take() { return std::exchange(events, {}); }
-
- private:
-  void add(const std::string& event, bool success = true, const std::string& what = {}) {
-    events.push_back(event + (success ? "" : " failed") + what);
-    if (onEvent) {
-      onEvent();
-    }
-  }
+                 public obd::IService08Observer,
+                 public EventLines {
   using Ready = ReadinessMonitors;
   using Item = std::shared_ptr<obd::OxygenSensorTestItem>;
   void readinessMonitorsSinceResetUpdated(bool ok, const Ready& all) override { add("since", ok, text(all)); }
@@ -134,14 +106,10 @@ class Recorder : public obd::IMonitorServiceObserver,
   void onRefreshDone() override { add("done"); }
 };
 
-class MonitorServicesTest : public testing::Test {
+class MonitorServicesTest : public ServiceTest {
  protected:
   MonitorServicesTest() { makeServices(); }
-  ~MonitorServicesTest() override {
-    dropServices();
-    facade.reset();
-    pumpFor(200);
-  }
+  ~MonitorServicesTest() override { dropServices(); }
 
   void makeServices() {
     (monitors = obd::MonitorServiceBuilder::createMonitorService())->attach(&ofMonitors);
@@ -155,51 +123,25 @@ class MonitorServicesTest : public testing::Test {
   }
 
   bool open(const char* car) {
-    vehicle = simulator::Vehicle::parse(car, "test");
-    simulator::AdapterOptions options;
-    options.latency = 5;
-    options.faults.onExchange = [this](unsigned, const std::string& command) { commands.add(command); };
-    bus = simulator::makeBus(vehicle, options);
-    const bool opened = facade->connectionManager()->openBus(bus, obd::VehicleProtocol::Automatic) &&
-                        pumpUntil([this] { return facade->ecuManager()->currentEcu() != nullptr; });
-    hear();  // until all hooks have run
+    const bool opened = ServiceTest::open(car);
+    hear();
     return opened;
   }
-  void close() {
-    facade->connectionManager()->close();
-    hear();
-  }
-  void select(unsigned unit) { facade->ecuManager()->selectEcu(unit); }
-
   // What the services have told until there is no more to come, in the order of their members.
   std::vector<Texts> hear() {
     pumpFor(6000);
     return {ofMonitors.take(), ofSensors.take(), ofRoutines.take()};
   }
-
-  // How often the adapter was asked this.
-  long asked(const std::string& request) const {
-    const Texts all = commands.all();
-    return std::count(all.begin(), all.end(), request);
-  }
-
   void refreshAll() {
     EXPECT_TRUE(monitors->refresh(0) && monitors->refresh(1) && monitors->refresh(2));
     sensors->refresh();
     EXPECT_TRUE(routines->startTest(1));
   }
 
-  VirtualClock clock;
-  CapturedLog log;
-  CommandLog commands;
-  std::shared_ptr<obd::IObdVelmara> facade =
-      obd::ObdVelmaraBuilder::createObdVelmara(0, 0, 0, std::make_shared<MemorySettings>());
   std::shared_ptr<IMonitorService> monitors;
   std::shared_ptr<obd::IOxygenSensorMonitorService> sensors;
   std::shared_ptr<obd::IService08> routines;
   Recorder ofMonitors, ofSensors, ofRoutines;
-  std::shared_ptr<simulator::Vehicle> vehicle;
-  std::shared_ptr<hostos::IMessageBus> bus;
   const std::vector<Texts> nothing = std::vector<Texts>(3);
 };
 
@@ -282,8 +224,8 @@ TEST_F(MonitorServicesTest, TellTestsOfOxygenSensors) {
                "sensor failed null",
                "done"};
   EXPECT_EQ(hear()[1], all);
-  EXPECT_EQ(asked("052101"), 1);
-  EXPECT_EQ(asked("052001"), 1);  // while the connection opened
+  EXPECT_EQ(timesAsked("052101"), 1U);
+  EXPECT_EQ(timesAsked("052001"), 1U);  // while the connection opened
   // A component's tests come one by one.
   EXPECT_EQ(text(monitors->readOnboardMonitors()), " 3 6P0.360[..160.000] 5 6F0.040[0.080..]");
 
@@ -315,19 +257,19 @@ TEST_F(MonitorServicesTest, RunRoutines) {
     EXPECT_TRUE(routines->startTest(tid));
     EXPECT_TRUE(routines->startTest(tid));  // joins the first
     EXPECT_EQ(hear()[2], (Texts{results[tid - 1], "done"}));
-    EXPECT_EQ(asked("080" + to_string(tid)), 1);
+    EXPECT_EQ(timesAsked("080" + to_string(tid)), 1U);
   }
   EXPECT_EQ(text(routines->tests()), " 1:0 Acknowledged 2:1 Conditions not correct 3:3 Acknowledged");
   EXPECT_EQ(text(routines->availableTests()), fresh);
   EXPECT_FALSE(routines->startTest(4));
   EXPECT_EQ(log.count("src\\service08 2 Failed to find test for TID 4"), 1);
-  EXPECT_EQ(asked("0804"), 0);
+  EXPECT_EQ(timesAsked("0804"), 0U);
 
   // Any test can be run while one waits, but no number is cut down to a test.
   EXPECT_EQ(text({routines->runTest(4), routines->runTest(5), routines->runTest(3)}),
             " 4:0 Acknowledged 5:1 Busy 3:3 Acknowledged");
   EXPECT_FALSE(routines->runTest(-1) || routines->runTest(0x101));
-  EXPECT_EQ(asked("0801"), 1);
+  EXPECT_EQ(timesAsked("0801"), 1U);
 
   routines->startTest(1);
   select(0x7E9);
@@ -340,7 +282,7 @@ TEST_F(MonitorServicesTest, RunRoutines) {
   close();
   ASSERT_TRUE(open(OldCar));
   EXPECT_EQ(text({routines->runTest(1), routines->runTest(2)}), " 1:0 Acknowledged 2:1 Acknowledged");
-  EXPECT_EQ(asked("08020000000000"), 1);
+  EXPECT_EQ(timesAsked("08020000000000"), 1U);
 }
 
 TEST_F(MonitorServicesTest, TellOfASilentVehicleAndOfNoUnit) {
@@ -374,11 +316,11 @@ TEST_F(MonitorServicesTest, ALostLinkEndsRefreshesInSilence) {
     ASSERT_TRUE(open(CanCar));
     refreshAll();
     pumpFor(moment);
+    bus->close();
+    manager().close();
     for (Recorder* recorder : {&ofMonitors, &ofSensors, &ofRoutines}) {
       recorder->take();
     }
-    bus->close();
-    facade->connectionManager()->close();
     EXPECT_EQ(hear(), nothing);
     // The next connection reads everything again. What was dropped stays counted, so nothing is ever done.
     ASSERT_TRUE(open(CanCar));

@@ -1,26 +1,15 @@
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include <simulator/bus.h>
-
-#include "dispatch/fakes.h"
 #include "dispatch/fetcher.h"
-#include "dtc/dtcreader.h"
 #include "powertrain/monitorstatus.h"
 #include "powertrain/parameteridentifier.h"
+#include "services/fixture.h"
 #include "services/iconnectionservice.h"
-#include "services/iobdvelmara.h"
 #include "services/isensorservice.h"
 #include "services/libobd.h"
-#include "services/support.h"
-#include "support/virtualclock.h"
 
 namespace {
 
@@ -82,37 +71,20 @@ class EcuListener : public tavrix::IEventListener<EcuManagerEvent> {
   std::string heard;
 };
 
-class ServicesTest : public testing::Test {
+class ServicesTest : public ServiceTest {
  protected:
-  ServicesTest() : facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, store)) {
-    service = obd::ConnectionServiceBuilder::createConnectionService();
-    observer = std::make_unique<ConnectionObserver>(*service);
-  }
   ~ServicesTest() override {
     observer.reset();
     service.reset();
-    facade.reset();
-    pumpFor(200);
   }
 
-  obd::IConnectionManager& manager() { return *facade->connectionManager(); }
-
-  bool open(simulator::AdapterOptions options = {}) {
-    options.latency = 5;
-    bus = simulator::makeBus(vehicle, options);
+  bool open(const std::string& car = "petrol-can11") {
     observer->heard.clear();
-    return manager().openBus(bus, VehicleProtocol::Automatic) &&
-           pumpUntil([this] { return observer->heard == "1234C"; });
+    return ServiceTest::open(car) && observer->heard == "1234C";
   }
 
-  VirtualClock clock;
-  CapturedLog log;
-  std::shared_ptr<MemorySettings> store = std::make_shared<MemorySettings>();
-  std::shared_ptr<obd::IObdVelmara> facade;
-  std::shared_ptr<obd::IConnectionService> service;
-  std::unique_ptr<ConnectionObserver> observer;
-  std::shared_ptr<simulator::Vehicle> vehicle = simulator::Vehicle::load("petrol-can11");
-  std::shared_ptr<hostos::IMessageBus> bus;
+  std::shared_ptr<obd::IConnectionService> service = obd::ConnectionServiceBuilder::createConnectionService();
+  std::unique_ptr<ConnectionObserver> observer = std::make_unique<ConnectionObserver>(*service);
 };
 
 TEST(ServiceBuilders, GiveNothingWithoutAFacade) {
@@ -165,7 +137,6 @@ TEST_F(ServicesTest, ConnectionServiceFollowsTheConnection) {
 }
 
 TEST_F(ServicesTest, EcuManagerFollowsConnectionAndChoice) {
-  vehicle = simulator::Vehicle::load("eight-units");
   EcuListener listener;
   obd::IEcuManager& ecus = *facade->ecuManager();
   ecus.attach(&listener);
@@ -173,7 +144,7 @@ TEST_F(ServicesTest, EcuManagerFollowsConnectionAndChoice) {
   ecus.ecuIds(ids);
   EXPECT_TRUE(ids.empty());
   EXPECT_TRUE(ecus.sensors(0x7E8).empty());
-  ASSERT_TRUE(open());
+  ASSERT_TRUE(open("eight-units"));
   EXPECT_EQ(listener.heard, "01");
   ecus.ecuIds(ids);
   EXPECT_EQ(ids, (std::vector<unsigned int>{0x7E8, 0x7E9, 0x7EA, 0x7EB, 0x7EC, 0x7ED, 0x7EE, 0x7EF}));
@@ -383,8 +354,8 @@ TEST_F(SensorServiceTest, AnObserverMayMakeAndDropServicesWhenItHearsOfAChange) 
   };
   observer.reset();
   Page page(service);
-  ASSERT_TRUE(manager().openBus(simulator::makeBus(vehicle), VehicleProtocol::Automatic));
-  ASSERT_TRUE(pumpUntil([&] { return page.renewals > 0; }));  // told of the control unit
+  ASSERT_TRUE(ServiceTest::open());
+  ASSERT_GT(page.renewals, 0);  // told of the control unit
   const int before = page.renewals;
   facade->settings()->setVehicleWeight(1000);
   facade->settings()->setUnitSystem(UnitSystem::Imperial);

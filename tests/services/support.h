@@ -56,6 +56,10 @@ class CommandLog {
     return m_commands;
   }
   std::size_t size() const { return all().size(); }
+  void clear() {
+    const std::lock_guard guard(m_mutex);
+    m_commands.clear();
+  }
 
  private:
   mutable std::mutex m_mutex;
