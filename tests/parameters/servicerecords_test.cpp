@@ -1,5 +1,4 @@
 #include <memory>
-#include <random>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -9,9 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "../core/fakevehicle.h"
-#include "parameters/monitortestresult.h"
 #include "parameters/onboardtest.h"
-#include "parameters/oxygensensortest.h"
 #include "parameters/performancetracking.h"
 
 namespace {
@@ -200,34 +197,6 @@ TEST_F(ServiceRecords, OnBoardTestIsReadWhileItRuns) {
     EXPECT_NE(test.result(*older), OnBoardTest::TooShort);
   }
   worker.join();
-}
-
-TEST_F(ServiceRecords, AnyBytesAreStood) {
-  std::mt19937 random(7);  // NOLINT: the same bytes each run
-  obd::MonitorTestResult monitor(0x05);
-  obd::OxygenSensorTestResult oxygen(0x05, obd::OxygenSensorLocation::Bank1Sensor1);
-  Spark spark;
-  OnBoardTest test(5, ObdProtocol::Iso14230);
-  const std::pair<obd::ObdParameter*, Bytes> queries[] = {
-      {&monitor, {0x46, 5}}, {&oxygen, {0x45, 5, 1}}, {&spark, {0x49, 8}}, {&test, {0x48, 5}}};
-  int accepted = 0;
-  for (unsigned int round = 0; round < 4000; ++round) {
-    const auto& [query, head] = queries[round % 4];
-    const std::size_t train = round % 3 + 7;  // repeats the signature in trains of 7 and 8
-    Bytes data(round / 10);
-    for (std::size_t i = 0; i < data.size(); ++i) {
-      const std::size_t place = train == 9 ? i : i % train;
-      const auto any = static_cast<unsigned char>(random());
-      data[i] = place < head.size() ? head[place] : i % 9 == 1 ? 5 : any;
-    }
-    for (const auto& unit : {ecu, older}) {
-      accepted += query->setResponseData(unit, data) ? 1 : 0;
-      for (const auto& item : monitor.getItems(*unit)) {
-        item->items(obd::UnitSystem::Imperial);
-      }
-    }
-  }
-  EXPECT_GT(accepted, 500);
 }
 
 }  // namespace
