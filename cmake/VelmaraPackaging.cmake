@@ -1,0 +1,117 @@
+# What `cmake --install` and CPack put together besides the library and its headers, which libobd installs.
+#
+# Components: `library` is what programs need to run, `development` what is needed to build them, `tools` the two
+# programs. Each becomes one Debian package.
+include(GNUInstallDirs)
+find_program(GZIP_PROGRAM gzip REQUIRED)
+
+set(packaging ${CMAKE_CURRENT_LIST_DIR}/packaging)
+set(packaging_output ${PROJECT_BINARY_DIR}/packaging)
+
+# velmara_install_program(TARGET): a program that finds libobd.so beside it, wherever the tree is put. Within the
+# system's own folders the loader needs no help.
+function(velmara_install_program target)
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
+  endif()
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endfunction()
+
+# velmara_install_compressed(SOURCE NAME DESTINATION COMPONENT...): a file as NAME.gz.
+function(velmara_install_compressed source name destination)
+  set(compressed ${packaging_output}/${name}.gz)
+  file(MAKE_DIRECTORY ${packaging_output})
+  # -n: the same input gives the same bytes.
+  execute_process(COMMAND ${GZIP_PROGRAM} -9nc ${source} OUTPUT_FILE ${compressed} COMMAND_ERROR_IS_FATAL ANY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
+  install(FILES ${compressed} DESTINATION ${destination} ${ARGN})
+endfunction()
+
+# pkg-config. Paths are relative to the file, so that the tree may be moved.
+file(RELATIVE_PATH VELMARA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX ${VELMARA_PC_PREFIX})
+configure_file(${packaging}/velmara.pc.in ${packaging_output}/velmara.pc @ONLY)
+install(FILES ${packaging_output}/velmara.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# Manuals, completions and the simulated vehicles as models for own ones.
+if(NOT VELMARA_SANITIZE)
+  foreach(page velmara velmara-sim)
+    set(file ${packaging_output}/${page}.1)
+    configure_file(${PROJECT_SOURCE_DIR}/docs/man/${page}.1 ${file} @ONLY)
+    velmara_install_compressed(${file} ${page}.1 ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endforeach()
+  set(completions ${PROJECT_SOURCE_DIR}/apps/velmara/completions)
+  install(FILES ${completions}/velmara ${completions}/velmara-sim
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  install(FILES ${completions}/_velmara ${completions}/_velmara-sim
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+  install(FILES ${completions}/velmara.fish ${completions}/velmara-sim.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/simulator/vehicles
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/velmara COMPONENT tools)
+endif()
+
+# Debian packages.
+set(VELMARA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+set(VELMARA_MAINTAINER "Velmara maintainers <velmara@localhost>" CACHE STRING "Maintainer named in the packages")
+set(library_package libobd${VELMARA_SOVERSION})
+set(development_package libobd-dev)
+set(tools_package velmara)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME velmara)
+set(CPACK_PACKAGE_VENDOR Velmara)
+set(CPACK_PACKAGE_CONTACT "${VELMARA_MAINTAINER}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL library development tools)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY =)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/libobd)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - library
+Reads live values, trouble codes, freeze frames, readiness monitors, test
+results and vehicle information from the control units of a vehicle, by
+OBD-II (SAE J1979) through an adapter on a serial port, Bluetooth or TCP.
+.
+This package holds the shared library.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - headers
+Reads live values, trouble codes, freeze frames, readiness monitors, test
+results and vehicle information from the control units of a vehicle, by
+OBD-II (SAE J1979) through an adapter on a serial port, Bluetooth or TCP.
+.
+This package holds what is needed to build programs on the library: C++
+headers, and files for CMake and pkg-config.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Diagnose vehicles through ELM327-class adapters
+Shows live values, trouble codes, freeze frames, readiness monitors, test
+results and vehicle information, clears trouble codes, and looks them up in a
+database of many makes, on the command line.
+.
+Beside velmara the package holds velmara-sim, a simulated adapter with vehicles
+behind it, to try things without a car.")
+
+# Each package tells its license and its history. A plain install does without.
+foreach(component library development tools)
+  set(documents ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
+  install(FILES ${packaging}/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  velmara_install_compressed(${packaging}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+include(CPack)
