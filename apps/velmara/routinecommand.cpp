@@ -186,10 +186,14 @@ class RoutineCommand : public Command {
       program.out.line(fmt::format("{}: {}", unitLabel(*ecu), result));
     }
     program.out.flush();
-    if (outcome.result != Model::Accepted) {
+    if (outcome.result == Model::Refused) {
       throw Failure(ExitCode::NoData,
                     fmt::format("The routine was not started: {} {}.", unitLabel(*ecu), result),
                     "Many routines want the ignition on and the engine off.");
+    }
+    if (outcome.result != Model::Accepted) {
+      throw Failure(ExitCode::NoData, fmt::format("Whether the routine was started is not known: {} {}.",
+                                                  unitLabel(*ecu), result));
     }
     return ExitCode::Ok;
   }

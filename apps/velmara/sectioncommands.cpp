@@ -63,7 +63,7 @@ constexpr CommandRow Rows[] = {
     {"info", "Show the vehicle's identity (VIN), calibrations and in-use counters",
      "  velmara info                       of all control units\n"
      "  velmara info --ecu ECM --json      of one control unit, for programs\n",
-     false, true, nullptr, Info, &Counters},
+     false, true, "The vehicle does not tell anything about itself.", Info, &Counters},
     {"monitors", "Show the readiness monitors: what has been tested so far",
      "  velmara monitors                   since codes were cleared, and in this driving cycle\n"
      "  velmara monitors --json            for programs\n",

@@ -41,11 +41,19 @@ std::string countText(const std::optional<unsigned>& count) {
   return count ? std::to_string(*count) : std::string("unknown");
 }
 
+void printWrapped(Output& out, const std::string& text, std::size_t indent) {
+  constexpr std::size_t PlainWidth = 100;
+  const std::size_t width = out.isTerminal() ? std::max(out.width(), 2 * indent) : PlainWidth;
+  for (const std::string& part : wrapped(text, width - indent)) {
+    out.line(std::string(indent, ' ') + part);
+  }
+}
+
 Table readingTable(const std::vector<Reading>& readings) {
   Table table({{"PID"}, {"Name"}, {"Value", true}, {"Unit"}});
   for (const Reading& reading : readings) {
     std::vector<std::string> cells = {reading.label, reading.name, printable(reading.value)};
-    if (reading.numeric) {
+    if (reading.numeric || !reading.unit.empty()) {
       cells.push_back(reading.unit);
       table.add(std::move(cells));
     } else {
@@ -72,7 +80,7 @@ Tone statusTone(MonitorsSection::Status status) {
 }
 
 std::string statusOf(const MonitorsSection::Monitors& monitors, std::size_t index) {
-  return monitors && index < monitors->size() ? statusText((*monitors)[index].status) : "-";
+  return monitors && index < monitors->size() ? statusText((*monitors)[index].status) : std::string();
 }
 
 std::string progressText(const MonitorsSection::Monitors& monitors) {
@@ -301,11 +309,22 @@ void print(Output& out, const MonitorsSection& section) {
   }
   const MonitorsSection::Monitors& names = section.sinceReset ? section.sinceReset : section.thisCycle;
   Table table({{"Monitor"}, {"Since clearing"}, {"This cycle"}});
+  std::vector<std::string> absent;
   for (std::size_t i = 0; i < names->size(); ++i) {
-    table.add({(*names)[i].name, statusOf(section.sinceReset, i), statusOf(section.thisCycle, i)},
-              statusTone((*names)[i].status));
+    const MonitorsSection::Monitor& monitor = (*names)[i];
+    if (monitor.status == MonitorsSection::Status::NotAvailable) {
+      absent.push_back(monitor.name);
+    } else {
+      table.add({monitor.name, statusOf(section.sinceReset, i), statusOf(section.thisCycle, i)},
+                statusTone(monitor.status));
+    }
   }
-  table.print(out, Indent);
+  if (absent.size() != names->size()) {
+    table.print(out, Indent);
+  }
+  if (!absent.empty()) {
+    printWrapped(out, fmt::format("Not present: {}", fmt::join(absent, ", ")), Indent);
+  }
   end(out, section);
 }
 
@@ -337,17 +356,13 @@ void print(Output& out, const CountersSection& section) {
 }
 
 void print(Output& out, const RoutinesSection& section) {
-  constexpr std::size_t PlainWidth = 100;
   if (!begin(out, section, "Test routines", std::to_string(section.routines.size()))) {
     return;
   }
-  const std::size_t width = out.isTerminal() ? std::max<std::size_t>(out.width(), 2 * Indent) : PlainWidth;
   for (const RoutinesSection::Routine& routine : section.routines) {
     out.line(fmt::format("{:{}}{:>2}  {}", "", Indent, routine.id, routine.name));
     if (!routine.instructions.empty()) {
-      for (const std::string& text : wrapped(routine.instructions, width - 2 * Indent)) {
-        out.line(std::string(2 * Indent, ' ') + text);
-      }
+      printWrapped(out, routine.instructions, 2 * Indent);
     }
   }
 }

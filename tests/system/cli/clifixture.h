@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "process.h"
 
 namespace clitest {
@@ -25,6 +27,28 @@ inline void expectComplaint(const Process::Result& result, int code, const std::
   EXPECT_EQ(result.code, code) << result.err;
   EXPECT_NE(result.err.find("velmara: "), std::string::npos) << result.err;
   EXPECT_NE(result.err.find(words), std::string::npos) << result.err;
+}
+
+inline bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+inline nlohmann::json parsed(const Process::Result& result) {
+  EXPECT_EQ(result.code, 0) << result.err;
+  const nlohmann::json document = nlohmann::json::parse(result.out, nullptr, false);
+  EXPECT_FALSE(document.is_discarded()) << result.out;
+  return document;
+}
+
+// What one control unit of a report says.
+inline nlohmann::json unitOf(const nlohmann::json& report, const std::string& id) {
+  for (const nlohmann::json& unit : report.at("units")) {
+    if (unit.at("id") == id) {
+      return unit;
+    }
+  }
+  ADD_FAILURE() << "no unit " << id;
+  return {};
 }
 
 /// Runs of the program, each with the same folder of settings of its own.

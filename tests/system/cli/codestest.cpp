@@ -15,33 +15,14 @@ namespace {
 using clitest::Arguments;
 using clitest::Cli;
 using clitest::expectComplaint;
+using clitest::has;
 using clitest::Limit;
+using clitest::parsed;
 using clitest::Process;
 using clitest::Prompt;
+using clitest::unitOf;
 using nlohmann::json;
 using Texts = std::vector<std::string>;
-
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-json parsed(const Process::Result& result) {
-  EXPECT_EQ(result.code, 0) << result.err;
-  const json document = json::parse(result.out, nullptr, false);
-  EXPECT_FALSE(document.is_discarded()) << result.out;
-  return document;
-}
-
-// What one control unit of a report says.
-json unitOf(const json& report, const std::string& id) {
-  for (const json& unit : report.at("units")) {
-    if (unit.at("id") == id) {
-      return unit;
-    }
-  }
-  ADD_FAILURE() << "no unit " << id;
-  return {};
-}
 
 Texts codesOf(const json& list) {
   Texts codes;
