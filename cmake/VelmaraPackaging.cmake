@@ -54,7 +54,8 @@ endif()
 
 # Debian packages.
 set(VELMARA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
-set(VELMARA_MAINTAINER "Velmara maintainers <velmara@localhost>" CACHE STRING "Maintainer named in the packages")
+set(VELMARA_MAINTAINER "Velmara maintainers <velmara@example.org>" CACHE STRING
+  "Who publishes the packages; the default is nobody's address")
 set(library_package libobd${VELMARA_SOVERSION})
 set(development_package libobd-dev)
 set(tools_package velmara)
@@ -62,6 +63,7 @@ set(tools_package velmara)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME velmara)
 set(CPACK_PACKAGE_VENDOR Velmara)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_PACKAGE_CONTACT "${VELMARA_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -77,7 +79,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${packaging}/triggers)
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - library
 Reads live values, trouble codes, freeze frames, readiness monitors, test
 results and vehicle information from the control units of a vehicle, by
@@ -87,7 +89,6 @@ This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_MULTIARCH same)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - headers
 Reads live values, trouble codes, freeze frames, readiness monitors, test
@@ -109,9 +110,10 @@ Beside velmara the package holds velmara-sim, a simulated adapter with vehicles
 behind it, to try things without a car.")
 
 # Each package tells its license and its history. A plain install does without.
+configure_file(${packaging}/changelog.in ${packaging_output}/changelog @ONLY)
 foreach(component library development tools)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
   install(FILES ${packaging}/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
-  velmara_install_compressed(${packaging}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  velmara_install_compressed(${packaging_output}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
 include(CPack)
