@@ -17,6 +17,9 @@ codes = P0171 P1100 P0420 P0171
 pending = P0442
 freeze 0 = P0171
 01 0B = 20
+01 0C = 00 00
+01 0D = 00
+01 0F = 46
 01 1C = 07
 09 02 = "1VM20SAL6R1000417"
 09 04 = "VSIM-ECM-1" "VSIM-CAL-2"
@@ -216,7 +219,16 @@ TEST_F(InformationServicesTest, TellWhichParametersThereAre) {
     EXPECT_EQ(last, unit == Engine ? 247 : 246);  // boost pressure needs a sensor
     EXPECT_FALSE(ecus->isParameterSupported(nullptr));
   }
+  // An engine said to burn diesel fuel lacks what consumption is worked out from.
+  select(Engine);
+  for (const bool override : {false, true}) {
+    facade->settings()->setIgnitionType(obd::IgnitionType::CompressionIgnition);
+    facade->settings()->setFuelTypeOverride(override);
+    const auto all = ecus->allParameters();
+    EXPECT_EQ(std::any_of(all.begin(), all.end(), [](auto& one) { return one->pid() == 240; }), !override);
+  }
   // A service that comes later knows what there is, but not yet what the unit has.
+  select(Gearbox);
   makeServices();
   const auto all = ecus->allParameters();
   ASSERT_GT(all.size(), 90U);

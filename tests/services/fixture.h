@@ -75,14 +75,15 @@ class ServiceTest : public testing::Test {
     pumpFor(500);
     return opened;
   }
-  void close() {
+  void close(std::uint32_t delay = 0) {
+    pumpFor(delay);
     manager().close();
     pumpFor(1000);
   }
-  /// The adapter goes, and then the connection.
+  /// The adapter goes, which the library finds out, and then the front end closes.
   void lose() {
     bus->close();
-    close();
+    close(500);
   }
   void select(unsigned unit) { facade->ecuManager()->selectEcu(unit); }
 

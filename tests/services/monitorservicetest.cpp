@@ -316,11 +316,10 @@ TEST_F(MonitorServicesTest, ALostLinkEndsRefreshesInSilence) {
     ASSERT_TRUE(open(CanCar));
     refreshAll();
     pumpFor(moment);
-    bus->close();
-    manager().close();
     for (Recorder* recorder : {&ofMonitors, &ofSensors, &ofRoutines}) {
       recorder->take();
     }
+    lose();
     EXPECT_EQ(hear(), nothing);
     // The next connection reads everything again. What was dropped stays counted, so nothing is ever done.
     ASSERT_TRUE(open(CanCar));

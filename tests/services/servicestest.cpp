@@ -13,8 +13,6 @@
 
 namespace {
 
-using hostos::CTime;
-using obd::Dispatcher;
 using obd::EcuManagerEvent;
 using obd::IConnectionListener;
 using obd::IConnectionServiceObserver;
