@@ -37,6 +37,8 @@ constexpr const char* LinkHelp =
 
 std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
+  commands.push_back(makeDevicesCommand());
+  commands.push_back(makeReportCommand());
   commands.push_back(makeEcusCommand());
   commands.push_back(makeSensorsCommand());
   for (const char* name : {"summary", "codes", "freeze"}) {

@@ -1,0 +1,301 @@
+// Everything about the vehicle in one go.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "command.h"
+#include "htmlreport.h"
+#include "sections.h"
+#include "session.h"
+#include "verdict.h"
+
+namespace velmara {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* StandardOutput = "-";
+
+// In the order in which they are read.
+struct SectionRow {
+  void (*read)(Session&, const EcuPtr&, const ReadOptions&, UnitReport&);
+  void (*print)(Output&, const UnitReport&);
+  const Section& (*state)(const UnitReport&);
+};
+
+template <auto Member, auto Read>
+constexpr SectionRow rowOf() {
+  return {[](Session& session, const EcuPtr& ecu, const ReadOptions& options, UnitReport& unit) {
+            Read(session, ecu, options, unit.*Member);
+          },
+          [](Output& out, const UnitReport& unit) { print(out, unit.*Member); },
+          [](const UnitReport& unit) -> const Section& { return unit.*Member; }};
+}
+
+constexpr SectionRow Sections[] = {
+    rowOf<&UnitReport::info, &readInfo>(),         rowOf<&UnitReport::faults, &readFaults>(),
+    rowOf<&UnitReport::freeze, &readFreeze>(),     rowOf<&UnitReport::monitors, &readMonitors>(),
+    rowOf<&UnitReport::tests, &readTests>(),       rowOf<&UnitReport::oxygen, &readOxygen>(),
+    rowOf<&UnitReport::counters, &readCounters>(), rowOf<&UnitReport::routines, &readRoutines>()};
+constexpr SectionRow LiveValues = rowOf<&UnitReport::values, &readValues>();
+
+// Where a file goes that is to be there whole or not at all.
+class NewFile {
+ public:
+  // Throws `Failure` where that is not possible for sure, before the vehicle is asked for long.
+  explicit NewFile(const std::string& name) {
+    std::error_code error;
+    m_target = fs::weakly_canonical(name, error);  // a link shall stay
+    if (error || m_target.empty()) {
+      m_target = fs::absolute(name, error);
+    }
+    if (fs::exists(m_target, error) && !fs::is_regular_file(m_target, error)) {
+      throw Failure(ExitCode::Usage, fmt::format("{} is no file to write to.", name),
+                    "- stands for standard output.");
+    }
+    const fs::path folder = m_target.parent_path();
+    if (!fs::is_directory(folder, error)) {
+      throw Failure(ExitCode::Usage, fmt::format("There is no folder {}.", folder.string()));
+    }
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+      throw failure(errno);
+    }
+  }
+
+  void write(std::string_view text) const {
+    const std::string temporary = fmt::format("{}.{}", m_target.string(), ::getpid());
+    const int file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file < 0) {
+      throw failure(errno);
+    }
+    int error = 0;
+    while (error == 0 && !text.empty()) {
+      const ssize_t count = ::write(file, text.data(), text.size());
+      if (count >= 0) {
+        text.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno != EINTR) {
+        error = errno;
+      }
+    }
+    if (error == 0 && ::fsync(file) != 0) {
+      error = errno;
+    }
+    if (::close(file) != 0 && error == 0) {
+      error = errno;
+    }
+    if (error == 0 && ::rename(temporary.c_str(), m_target.c_str()) != 0) {
+      error = errno;
+    }
+    if (error != 0) {
+      ::unlink(temporary.c_str());
+      throw failure(error);
+    }
+  }
+
+  std::string name() const { return m_target.string(); }
+
+ private:
+  Failure failure(int error) const {
+    return {ExitCode::Usage, fmt::format("The report cannot be written to {}: {}.", m_target.string(),
+                                         std::generic_category().message(error))};
+  }
+
+  fs::path m_target;
+};
+
+const char* toneName(Tone tone) {
+  constexpr const char* Names[] = {"note", "good", "caution", "bad"};
+  return Names[static_cast<std::size_t>(tone)];
+}
+
+Json toJson(const Verdict& verdict) {
+  Json findings = Json::array();
+  for (const Verdict::Finding& finding : verdict.findings) {
+    findings.push_back({{"tone", toneName(finding.tone)}, {"text", finding.text}});
+  }
+  return {{"tone", toneName(verdict.tone)}, {"headline", verdict.headline}, {"findings", findings}};
+}
+
+void print(Output& out, const Verdict& verdict) {
+  out.line(out.heading(out.toned("Verdict: " + verdict.headline, verdict.tone)));
+  for (const Verdict::Finding& finding : verdict.findings) {
+    out.line(out.toned("  - " + finding.text, finding.tone));
+  }
+}
+
+void print(Output& out, const UnitReport& unit) {
+  out.line("");
+  printTitle(out, unit.identity);
+  print(out, unit.identity);
+  const auto printSection = [&](const SectionRow& section) {
+    const Section::State state = section.state(unit).state;
+    if (state != Section::State::NotRead && state != Section::State::NotOffered) {
+      section.print(out, unit);
+    }
+  };
+  for (const SectionRow& section : Sections) {
+    printSection(section);
+  }
+  printSection(LiveValues);
+  for (const auto& [state, words] : {std::pair(Section::State::NotOffered, "Not offered"),
+                                     std::pair(Section::State::NotRead, "Not read")}) {
+    if (const std::string names = sectionNames(unit, state); !names.empty()) {
+      out.line(fmt::format("  {}: {}", words, names));
+    }
+  }
+}
+
+void print(Output& out, const VehicleReport& report, const Verdict& verdict) {
+  out.line(out.heading(fmt::format("Vehicle report of {:%Y-%m-%d %H:%M}", fmt::localtime(report.time))));
+  print(out, verdict);
+  out.line("");
+  print(out, report.link);
+  for (const UnitReport& unit : report.units) {
+    print(out, unit);
+  }
+}
+
+class ReportCommand : public Command {
+ public:
+  std::string name() const override { return "report"; }
+  std::string summary() const override { return "Tell everything about the vehicle, with a verdict"; }
+  std::string examples() const override {
+    return "  velmara report                        of all control units\n"
+           "  velmara report --html report.html     one page to hand out\n"
+           "  velmara report --json --no-live       for programs\n";
+  }
+
+  void declare(CLI::App& app) override {
+    CLI::Option* const json = app.add_flag("--json", m_json, "Print one JSON document");
+    app.add_option("--html", m_html, "Write one HTML page to this file; - prints it")
+        ->type_name("FILE")
+        ->excludes(json);
+    app.add_flag("--no-live", m_noLive, "Leave the live values out");
+    app.add_option("--ecu", m_ecu, "Only this control unit, by identifier or name")->type_name("UNIT");
+    app.add_option("--make", m_make, "Prefer the texts of this make; all makes if not given")
+        ->type_name("NAME");
+  }
+
+  ExitCode run(Program& program) override {
+    ReadOptions options;
+    options.make = parseMake(m_make);
+    std::optional<NewFile> file;
+    if (!m_html.empty() && m_html != StandardOutput) {
+      file.emplace(m_html);
+    }
+    Session session(program);
+    VehicleReport report;
+    std::optional<Failure> lost;
+    try {
+      session.connect();
+      lost = read(program, session, options, report);
+    } catch (const Interrupted&) {
+      throw Failure(ExitCode::Interrupted,
+                    "The report was interrupted before it was complete; there is none.");
+    }
+    program.notes.endPhases(lost ? "The report ends here" : "All read");
+    write(program, report, judge(report, lost ? lost->what() : ""), !lost, file);
+    if (lost) {
+      throw Failure(lost->code(), fmt::format("The report is incomplete. {}", lost->what()), lost->advice());
+    }
+    if (!hasContent(report)) {
+      throw Failure(ExitCode::NoData, "The vehicle tells nothing.", "Is the ignition on? Try again.");
+    }
+    return ExitCode::Ok;
+  }
+
+ private:
+  // Gives the failure if the link was lost; what came before remains in the report.
+  std::optional<Failure> read(Program& program, Session& session, ReadOptions& options,
+                              VehicleReport& report) const {
+    report.time = std::time(nullptr);
+    report.unitSystem = session.facade().settings()->unitSystem();
+    report.link = readLink(session);
+    const std::vector<EcuPtr> units = chosenUnits(session, m_ecu);
+    for (const EcuPtr& ecu : units) {
+      report.units.emplace_back().identity = readIdentity(session, ecu);
+    }
+    try {
+      for (std::size_t i = 0; i < units.size(); ++i) {
+        const std::string label = unitLabel(*units[i]);
+        program.notes.phase(fmt::format("Reading {}, control unit {} of {}", label, i + 1, units.size()));
+        options.progress = progressIn(program.notes, label);
+        readUnit(session, units[i], options, report.units[i]);
+      }
+    } catch (const Failure& failure) {
+      if (failure.code() != ExitCode::LinkLost) {
+        throw;
+      }
+      return failure;
+    }
+    return std::nullopt;
+  }
+
+  void readUnit(Session& session, const EcuPtr& ecu, const ReadOptions& options, UnitReport& unit) const {
+    for (const SectionRow& section : Sections) {
+      section.read(session, ecu, options, unit);
+    }
+    if (!m_noLive) {
+      LiveValues.read(session, ecu, options, unit);
+    }
+  }
+
+  // As other commands show it, with the time that the whole report takes.
+  static ReadOptions::Progress progressIn(Notes& notes, const std::string& label) {
+    return [&notes, label](const char* section, std::size_t answers, std::size_t expected) {
+      const double seconds = std::chrono::duration<double>(notes.elapsed()).count();
+      const std::string count = expected == 0 ? "" : fmt::format(", {} of {}", answers, expected);
+      notes.progress(fmt::format("[{:5.1f} s] {}: {}{} ... Ctrl-C stops", seconds, label, section, count));
+    };
+  }
+
+  void write(Program& program, const VehicleReport& report, const Verdict& verdict, bool whole,
+             const std::optional<NewFile>& file) const {
+    if (file) {
+      file->write(htmlReport(report, verdict));
+      program.notes.note("The report is in " + file->name());
+      return;
+    }
+    if (!m_html.empty()) {
+      program.out << htmlReport(report, verdict);
+    } else if (m_json) {
+      Json document = {{"complete", whole}, {"verdict", toJson(verdict)}};
+      document.update(velmara::toJson(report));
+      printJson(program.out, document, true);
+    } else {
+      print(program.out, report, verdict);
+    }
+    program.out.flush();
+  }
+
+  static bool hasContent(const VehicleReport& report) {
+    return std::any_of(report.units.begin(), report.units.end(), [](const UnitReport& unit) {
+      return LiveValues.state(unit).hasContent() ||
+             std::any_of(std::begin(Sections), std::end(Sections),
+                         [&unit](const SectionRow& section) { return section.state(unit).hasContent(); });
+    });
+  }
+
+  std::string m_html;
+  std::string m_ecu;
+  std::string m_make;
+  bool m_json = false;
+  bool m_noLive = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> makeReportCommand() {
+  return std::make_unique<ReportCommand>();
+}
+
+}  // namespace velmara

@@ -1,0 +1,337 @@
+// The vehicle report: its verdict, its page, and the command.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+
+#include "clifixture.h"
+#include "htmlreport.h"
+#include "verdict.h"
+
+namespace {
+
+using clitest::Cli;
+using clitest::expectComplaint;
+using clitest::has;
+using clitest::Limit;
+using clitest::parsed;
+using clitest::Process;
+using clitest::Prompt;
+using nlohmann::json;
+using velmara::CodeEntry;
+using velmara::MonitorsSection;
+using velmara::Section;
+using velmara::TestsSection;
+using velmara::Tone;
+using velmara::UnitReport;
+using velmara::VehicleReport;
+using velmara::Verdict;
+
+// What is wrong with a page's structure; empty if nothing is. Strict: every element is closed.
+std::string structureFault(const std::string& html) {
+  std::vector<std::string> open;
+  std::set<std::string> anchors;
+  char level = '0';
+  for (std::size_t at = html.find('<'); at != std::string::npos; at = html.find('<', at + 1)) {
+    const std::size_t end = html.find('>', at);
+    const std::string tag = html.substr(at + 1, end == std::string::npos ? end : end - at - 1);
+    const std::string name = tag.substr(0, tag.find(' '));
+    if (tag.starts_with('!') || tag.ends_with('/')) {
+      continue;
+    }
+    if (name.starts_with('/')) {
+      if (open.empty() || "/" + open.back() != name) {
+        return "<" + tag + "> closes " + (open.empty() ? "nothing" : open.back());
+      }
+      open.pop_back();
+      continue;
+    }
+    open.push_back(name);
+    if (name == "th" && !has(tag, "scope=")) {
+      return "a table header without scope";
+    }
+    if (name.size() == 2 && name[0] == 'h' && name[1] > '0' && name[1] < '7') {
+      if (name[1] > level + 1) {
+        return name + " comes after h" + level;
+      }
+      level = name[1];
+    }
+    if (const std::size_t id = tag.find("id=\""); id != std::string::npos && !anchors.insert(tag).second) {
+      return "double " + tag;
+    }
+  }
+  for (const char* word : {"http", "<script", "<link", "@import", "url(", "src="}) {
+    if (has(html, word)) {
+      return std::string("has ") + word;
+    }
+  }
+  return open.empty() ? std::string() : open.back() + " stays open";
+}
+
+TEST(HtmlText, MakesForeignTextHarmlessAndVisible) {
+  struct Case {
+    std::string text;
+    const char* html;
+  };
+  const Case cases[] = {{"", ""},
+                        {"EVAP (0.040”) 5 °C", "EVAP (0.040”) 5 °C"},
+                        {"<b a=\"x\" c='y'>&amp;", "&lt;b a=&quot;x&quot; c=&#39;y&#39;&gt;&amp;amp;"},
+                        {std::string("a\0b", 3), "a\\x00b"},
+                        {"\x1b[31m\r\n\x7f", "\\x1B[31m\\x0D\\x0A\\x7F"},
+                        {"\xC2\x85|\xE2\x80\xAE|\xEF\xBB\xBF", "\\u0085|\\u202E|\\uFEFF"},
+                        {"\xEF\xBF\xBF|\xF0\x9F\x98\x80", "\\uFFFF|\xF0\x9F\x98\x80"},
+                        {"\xFF<", "\\xFF&lt;"},                         // no UTF-8
+                        {"\xC3", "\\xC3"},                              // cut off
+                        {"\xE2\x82<", "\\xE2\\x82&lt;"},                // cut off within
+                        {"\xC0\xBC", "\\xC0\\xBC"},                     // '<', longer than needed
+                        {"\xED\xA0\x80", "\\xED\\xA0\\x80"},            // a surrogate
+                        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"}};  // beyond the last
+  for (const Case& row : cases) {
+    EXPECT_EQ(velmara::htmlText(row.text), row.html);
+  }
+}
+
+// A unit that has told everything, and has nothing to complain of.
+UnitReport soundUnit() {
+  using Status = MonitorsSection::Status;
+  UnitReport unit;
+  unit.identity.id = "7E8";
+  unit.identity.name = "ECM";
+  unit.faults.state = unit.monitors.state = unit.tests.state = Section::State::Complete;
+  unit.oxygen.state = Section::State::NotOffered;
+  unit.faults.lamp = false;
+  unit.faults.confirmed = unit.faults.pending = unit.faults.permanent = std::vector<CodeEntry>();
+  unit.monitors.sinceReset = {{"Misfire", Status::Complete},
+                              {"Catalyst", Status::Complete},
+                              {"Heated Catalyst", Status::NotAvailable}};
+  unit.tests.groups = {{1, "Catalyst", {{0x80, "Test", "1", "0", "2", "V", TestsSection::Verdict::Passed}}}};
+  return unit;
+}
+
+std::vector<CodeEntry> codes(const std::vector<std::string>& names) {
+  std::vector<CodeEntry> entries;
+  for (const std::string& name : names) {
+    entries.push_back({name, "Powertrain", {{{"Generic"}, "Text"}}});
+  }
+  return entries;
+}
+
+TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
+  struct Case {
+    std::function<void(UnitReport&)> change;
+    const char* brokenOff;
+    Tone tone;
+    const char* headline;
+    std::vector<const char*> findings;  // the beginning of each
+  };
+  constexpr const char* Ready = "Ready for inspection: 4 monitors complete";
+  constexpr const char* AllComplete = "4 readiness monitors complete";
+  constexpr const char* Passed = "2 on-board tests passed";
+  const Case cases[] = {
+      {[](UnitReport&) {}, "", Tone::Good, "No fault found", {Ready, Passed}},
+      {[](UnitReport& unit) {
+         unit.faults.lamp = true;
+         unit.faults.confirmed = codes({"P0171", "P0420"});
+         unit.faults.pending = codes({"P0420", "P0442"});
+         unit.faults.permanent = codes({"P0171"});
+       },
+       "",
+       Tone::Bad,
+       "2 faults stored, lamp on",
+       {"1 more fault suspected", "1 permanent code:", AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.faults.confirmed = codes({"P0171"}); },
+       "",
+       Tone::Bad,
+       "1 fault stored, lamp off",
+       {AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.faults.lamp = true; },
+       "",
+       Tone::Bad,
+       "Lamp on, but no fault stored",
+       {AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.faults.pending = codes({"P0171"}); },
+       "",
+       Tone::Caution,
+       "No confirmed fault, 1 suspected",
+       {AllComplete, Passed}},
+      {[](UnitReport& unit) {
+         unit.faults.permanent = codes({"P0171", "P0172"});
+       },
+       "",
+       Tone::Caution,
+       "No current fault, but 2 permanent codes",
+       {"2 permanent codes:", AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.monitors.sinceReset->at(0).status = MonitorsSection::Status::Incomplete; },
+       "",
+       Tone::Caution,
+       "No fault found",
+       {"Not ready for inspection: 1 monitor incomplete (Misfire)", Passed}},
+      {[](UnitReport& unit) {
+         unit.tests.groups[0].tests[0].verdict = TestsSection::Verdict::Failed;
+         unit.oxygen.groups = {{0, "Sensor", {{1, "T", "", "", "", "", TestsSection::Verdict::NoResult}}}};
+       },
+       "",
+       Tone::Bad,
+       "No fault stored, but 1 on-board test failed",
+       {AllComplete, "1 of 3 on-board tests failed, 1 without result"}},
+      {[](UnitReport& unit) { unit.faults = {}; },
+       "",
+       Tone::Caution,
+       "No fault found, but not all was told",
+       {"1 of 2 control units did not tell", AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.faults.pending.reset(); },
+       "",
+       Tone::Caution,
+       "No fault found, but not all was told",
+       {"1 of 2 control units did not tell", AllComplete, Passed}},
+      {[](UnitReport& unit) { unit.monitors = {}; },
+       "",
+       Tone::Caution,
+       "No fault found",
+       {"Readiness for inspection unknown: 1 control unit", Passed}},
+      {[](UnitReport&) {},
+       "The link broke.",
+       Tone::Bad,
+       "No fault found",
+       {"This report is incomplete: The link broke.", Ready, Passed}}};
+  for (const Case& row : cases) {
+    VehicleReport report;
+    report.units = {soundUnit(), soundUnit()};
+    row.change(report.units[1]);
+    const Verdict verdict = velmara::judge(report, row.brokenOff);
+    SCOPED_TRACE(row.headline);
+    EXPECT_EQ(verdict.headline, row.headline);
+    EXPECT_EQ(verdict.tone, row.tone);
+    ASSERT_EQ(verdict.findings.size(), row.findings.size());
+    for (std::size_t i = 0; i < row.findings.size(); ++i) {
+      EXPECT_TRUE(verdict.findings[i].text.starts_with(row.findings[i])) << verdict.findings[i].text;
+    }
+  }
+  EXPECT_EQ(velmara::judge(VehicleReport(), "").headline, "Fault codes unknown");
+}
+
+TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {
+  const std::string evil = "</td></table><script>x</script><img src=\"http:\"'& \x07\xFF\xE2\x80\xAE";
+  const std::vector<velmara::Reading> readings = {{evil, evil, evil, evil, true},
+                                                  {evil, evil, evil, "", false}};
+  const CodeEntry code{evil, evil, {{{evil, evil}, evil}, {{evil}, evil}}};
+  for (const Section::State state :
+       {Section::State::NotRead, Section::State::Complete, Section::State::Partial, Section::State::NoAnswer,
+        Section::State::NotOffered}) {
+    VehicleReport report;
+    report.link = {evil, true, evil, evil, evil, evil, 12.5};
+    UnitReport unit = soundUnit();
+    unit.identity = {evil, evil, evil, evil, evil, {}};
+    unit.info.vin = unit.info.serialNumber = unit.info.approvalNumber = evil;
+    unit.info.calibrations = unit.info.verificationNumbers = std::vector<std::string>{evil, evil};
+    unit.faults.distance = unit.faults.runTime = velmara::FaultsSection::Amount{evil, evil};
+    unit.faults.confirmed = std::vector{code};
+    unit.faults.permanent.reset();
+    unit.freeze.frames = {{0, code, readings, 1}, {1, code, {}, 0}};
+    unit.monitors.sinceReset->push_back({evil, MonitorsSection::Status::Disabled});
+    unit.tests.groups = {{1,
+                          evil,
+                          {{1, evil, evil, evil, "", evil, TestsSection::Verdict::Failed},
+                           {2, evil, "1e308", "-1e308", "1e308", evil, TestsSection::Verdict::Passed}}}};
+    unit.oxygen.groups = unit.tests.groups;
+    unit.counters.counters = {{evil, evil}};
+    unit.routines.routines = {{1, evil, evil}};
+    unit.values.readings = readings;
+    unit.values.silent = {evil};
+    for (Section* section :
+         std::initializer_list<Section*>{&unit.info, &unit.faults, &unit.freeze, &unit.monitors, &unit.tests,
+                                         &unit.oxygen, &unit.counters, &unit.routines, &unit.values}) {
+      section->state = state;
+      section->reason = evil;
+    }
+    report.units = {unit, unit};
+    const std::string page = velmara::htmlReport(report, velmara::judge(report, evil));
+    // What is left of "http" and "src=" then stands in texts, where it does nothing.
+    std::string plain = page;
+    for (std::size_t at = 0; (at = plain.find(velmara::htmlText(evil), at)) != std::string::npos;) {
+      plain.erase(at, velmara::htmlText(evil).size());
+    }
+    EXPECT_EQ(structureFault(plain), "") << static_cast<int>(state);
+    EXPECT_EQ(page.find_first_of("\x07\xFF"), std::string::npos);
+  }
+}
+
+class CliReport : public Cli {};
+
+TEST_F(CliReport, IsOneDocumentOrOnePage) {
+  const std::filesystem::path file = m_folder / "report.html";
+  std::ofstream(file) << "old";
+  const auto document = start({"report", "--json", "--quiet"});
+  const auto page = start({"report", "--html", file.string(), "--ecu", "ECM", "--no-live"});
+  const auto stopped = start({"report", "--html", (m_folder / "none.html").string()});
+  const auto text = start({"report", "--no-live", "--link", "demo:kwp-slow"});
+  ASSERT_TRUE(stopped->waitForErr("Reading 7E8", Limit));
+  stopped->sendSignal(SIGINT);
+  expectComplaint(stopped->finish(Prompt), 130, "interrupted");
+
+  const Process::Result written = page->finish(Limit);
+  EXPECT_EQ(written.code, 0) << written.err;
+  EXPECT_EQ(written.out, "");
+  EXPECT_TRUE(has(written.err, file.string()));
+  std::ostringstream html;
+  html << std::ifstream(file).rdbuf();
+  EXPECT_EQ(structureFault(html.str()), "");
+  for (const char* words :
+       {"faults stored, lamp on", "Simulated vehicle", "1VM20SAL6R1000417", "P0171", "Freeze frames",
+        "Oxygen Sensor Heater", "FAIL", "Ignition Cycle Counter", "Not read: live values."}) {
+    EXPECT_TRUE(has(html.str(), words)) << words;
+  }
+  EXPECT_FALSE(has(html.str(), "7E9"));
+
+  const json report = parsed(document->finish(Limit));
+  EXPECT_EQ(report.at("complete"), true);
+  EXPECT_EQ(report.at("verdict").at("tone"), "bad");
+  const json engine = clitest::unitOf(report, "7E8");
+  for (const char* key : {"vin", "confirmed", "frames", "sinceReset", "onBoardTests", "counters", "values"}) {
+    EXPECT_FALSE(engine.at(key).empty()) << key;
+  }
+  EXPECT_EQ(report.at("units").size(), 3U);
+
+  const Process::Result shown = text->finish(Limit);
+  EXPECT_EQ(shown.code, 0) << shown.err;
+  EXPECT_LT(shown.out.find("Verdict: "), shown.out.find("Control unit "));
+
+  // Nothing but the one file is left behind.
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(m_folder)) {
+    names.insert(entry.path().filename().string());
+  }
+  EXPECT_EQ(names, (std::set<std::string>{"report.html"}));
+  expectComplaint(run({"report", "--html", "/dev/null"}), 1, "no file");
+  expectComplaint(run({"report", "--html", (m_folder / "no" / "report.html").string()}), 1, "no folder");
+}
+
+TEST_F(CliReport, KeepsWhatWasReadBeforeTheLinkWasLost) {
+  Simulator car = simulate({"--tcp", "0", "--vehicle", "iso9141"});
+  const auto lost = start({"report", "--json", "--link", car.link});
+  ASSERT_TRUE(lost->waitForErr("Reading ", Limit));
+  car.process->sendSignal(SIGKILL);
+  const Process::Result result = lost->finish(Limit);
+  expectComplaint(result, 5, "was lost");
+  expectComplaint(result, 5, "incomplete");
+  const json report = json::parse(result.out, nullptr, false);
+  ASSERT_TRUE(report.is_object()) << result.out;
+  EXPECT_EQ(report.at("complete"), false);
+  EXPECT_TRUE(has(report.at("verdict").dump(), "incomplete")) << report.at("verdict");
+  EXPECT_EQ(report.at("units").at(0).at("id"), "10");
+}
+
+TEST_F(Cli, ListsWhereAnAdapterMayBe) {
+  ASSERT_EQ(run({"settings", "link", "serial:/dev/ttyUSB7"}).code, 0);
+  const json devices = parsed(run({"devices", "--json", "--no-bluetooth"}));
+  EXPECT_EQ(devices.at("remembered"), "serial:/dev/ttyUSB7");
+  EXPECT_TRUE(devices.at("serial").is_array());
+  EXPECT_FALSE(devices.contains("bluetooth"));
+}
+
+}  // namespace
