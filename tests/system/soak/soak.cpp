@@ -7,12 +7,14 @@
 //   soak --minutes M     so long by the real clock, over TCP
 //   [--seed S]           another course of events
 
+#include <hostos/thread.h>
 #include <hostos/time.h>
 #include <simulator/bus.h>
 #include <simulator/server.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -264,6 +266,70 @@ class FrontEnd : public obd::IDispatchRunner,
   bool m_posted = false;
 };
 
+// Another thread of the front end, which does all that any thread may: looks, asks the adapter itself,
+// listens to the traffic, closes the link under everybody's feet.
+class Meddler : private obd::IConnectionLogger {
+ public:
+  Meddler(obd::IConnectionManager& manager, std::uint32_t seed)
+      : m_manager(manager), m_random(seed), m_thread("Meddler") {
+    m_thread.run(
+        [](void* self) -> void* {
+          static_cast<Meddler*>(self)->meddle();
+          return nullptr;
+        },
+        this);
+  }
+  Meddler(const Meddler&) = delete;
+  Meddler& operator=(const Meddler&) = delete;
+  ~Meddler() override {
+    m_end = true;
+    m_thread.join();
+  }
+
+ private:
+  void onWrite(const std::vector<unsigned char>& bytes) override { m_seen += bytes.size(); }
+  void onRead(const std::vector<unsigned char>& bytes) override { m_seen += bytes.size(); }
+
+  void meddle() {
+    while (!m_end) {
+      CTime::msleep(static_cast<std::uint32_t>(m_random() % 400));
+      const auto proxy = m_manager.proxy();
+      switch (m_random() % 60) {
+        case 0:
+          m_manager.close();
+          break;
+        case 1: {
+          std::string reply;
+          proxy->sendCommand("ATRV", reply, 500);
+          break;
+        }
+        case 2: {
+          obd::ResponseMap replies;
+          proxy->sendRequest({0x01, 0x0C}, replies, 500);
+          break;
+        }
+        case 3:
+          m_manager.addLogger(this);
+          CTime::msleep(50);
+          m_manager.removeLogger(this);
+          break;
+        default:
+          m_manager.isConnected();
+          for (const auto& ecu : proxy->ecus()) {
+            ecu->supportedIds(obd::ObdMode::Mode01, 0);
+          }
+          break;
+      }
+    }
+  }
+
+  obd::IConnectionManager& m_manager;
+  std::mt19937 m_random;
+  std::atomic<bool> m_end{false};
+  std::atomic<unsigned long long> m_seen{0};
+  hostos::CThread m_thread;
+};
+
 class Soak {
  public:
   Soak(std::uint32_t seed, bool real) : m_random(seed), m_real(real) {}
@@ -274,6 +340,7 @@ class Soak {
     const auto vehicle = simulator::Vehicle::load(pick(simulator::vehicleNames()));
     simulator::AdapterOptions options;
     options.personality = pick(simulator::personalities()).personality;
+    options.latency = 5;
     options.silence = 100;
     options.faults = faults();
     house.connected = house.over = false;
@@ -294,12 +361,17 @@ class Soak {
     }
     expect(house.run([&] { return house.connected || house.over; }, OpeningLimit), "an opening ends");
     course.opened += house.connected ? 1 : 0;
+    std::optional<Meddler> meddler;
+    if (chance(4)) {
+      meddler.emplace(house.manager(), static_cast<std::uint32_t>(m_random()));
+    }
     if (house.connected) {
       poll(house);
     }
     for (unsigned rounds = 3 + below(40); rounds > 0 && house.connected && !house.over; --rounds) {
       act(house);
     }
+    meddler.reset();
     course.lost += house.connected && house.over ? 1 : 0;
     house.manager().close();
     expect(!house.manager().isConnected(), "closed is closed");
