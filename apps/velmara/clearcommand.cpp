@@ -185,7 +185,7 @@ class ClearCommand : public Command {
     return ExitCode::Ok;
   }
 
-  const ReadOptions m_options;
+  const ReadOptions m_options{};
   bool m_yes = false;
   bool m_json = false;
 };

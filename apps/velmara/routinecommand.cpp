@@ -198,7 +198,7 @@ class RoutineCommand : public Command {
     return ExitCode::Ok;
   }
 
-  const ReadOptions m_options;
+  const ReadOptions m_options{};
   int m_routine = 0;
   std::string m_ecu;
   bool m_yes = false;
