@@ -80,7 +80,7 @@ thead th,.limits{white-space:normal}.badge{font-size:.75rem}td.id{width:2.2rem}}
 @media print{:root{color-scheme:light;--page:#fff;--text:#000;--muted:#444;--line:#bbb;--band:#f3f5f8;
 --good:#0b4f1f;--goodband:#eef8f0;--caution:#5f3800;--cautionband:#fdf6e3;--bad:#8c0b1f;--badband:#fdf0f0}
 @page{size:A4;margin:14mm 13mm 16mm}
-body{max-width:none;padding:0;font-size:9.5pt;line-height:1.35}
+html{font-size:9.5pt}body{max-width:none;padding:0;line-height:1.35}
 main>section{margin-top:1.5rem}h1,h2,h3,h4{break-after:avoid}h3{margin-top:1.1rem}
 tr,.verdict,dl{break-inside:avoid}thead{display:table-header-group}
 .scroll{overflow:visible}th,td{padding-top:.18rem;padding-bottom:.18rem}
