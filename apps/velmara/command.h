@@ -42,6 +42,7 @@ std::unique_ptr<Command> makeConsoleCommand();
 std::unique_ptr<Command> makeDevicesCommand();
 std::unique_ptr<Command> makeEcusCommand();
 std::unique_ptr<Command> makeLookupCommand();
+std::unique_ptr<Command> makePlotCommand();
 std::unique_ptr<Command> makeReportCommand();
 std::unique_ptr<Command> makeRoutineCommand();
 /// One that shows sections of the vehicle report: "codes", "freeze", "info", "monitors", "summary", "tests".

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -41,6 +42,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   commands.push_back(makeReportCommand());
   commands.push_back(makeEcusCommand());
   commands.push_back(makeSensorsCommand());
+  commands.push_back(makePlotCommand());
   for (const char* name : {"summary", "codes", "freeze"}) {
     commands.push_back(makeSectionCommand(name));
   }
@@ -66,7 +68,8 @@ std::string exitCodeHelp() {
 void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
   constexpr const char* Group = "Options of all commands";
   if (vehicle) {
-    app.add_option("--link", options.link, "Where the adapter is; demo: if not given")
+    app.add_option("--link", options.link,
+                   "Where the adapter is; if not given,\nthe last one named, or demo:")
         ->type_name("LINK")
         ->group(Group);
     app.add_option("--protocol", options.protocol, "The vehicle's protocol; found if not given")
@@ -94,8 +97,18 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
+// What a value of no characters means is anybody's guess: a variable of a script that is not set.
+void refuseEmptyValues(CLI::App& app) {
+  for (CLI::Option* const option : app.get_options()) {
+    if (option->get_type_size() != 0) {
+      option->check([](const std::string& value) { return value.empty() ? "The value is empty." : ""; });
+    }
+  }
+}
+
+// What users have written stands in complaints.
 void complain(const std::string& text, const std::string& advice) {
-  std::fprintf(stderr, "velmara: %s\n", text.c_str());
+  std::fprintf(stderr, "velmara: %s\n", printable(text).c_str());
   if (!advice.empty()) {
     std::fprintf(stderr, "         %s\n", advice.c_str());
   }
@@ -118,6 +131,20 @@ ExitCode runCommand(Program& program, Command& command) {
   }
 }
 
+ExitCode printText(Output& out, const std::string& text) {
+  try {
+    out << text;
+    out.flush();
+  } catch (const Failure& failure) {
+    complain(failure.what(), failure.advice());
+    return failure.code();
+  } catch (const Interrupted&) {
+    return ExitCode::Interrupted;
+  } catch (const OutputClosed&) {  // the reader has all that it wanted
+  }
+  return ExitCode::Ok;
+}
+
 ExitCode parseAndRun(Program& program, int argc, char** argv) {
   CLI::App app("velmara talks to vehicles through ELM327-class adapters.", "velmara");
   app.set_version_flag("--version", "velmara " VELMARA_VERSION, "Print the version");
@@ -138,12 +165,15 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
     sub->footer("Examples:\n" + command->examples() +
                 (command->needsVehicle() ? "\n" + std::string(LinkHelp) : std::string()) +
                 "\nvelmara --help lists protocols and exit codes.");
+    refuseEmptyValues(*sub);
   }
+  refuseEmptyValues(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {  // --help, --version
-    app.exit(success);
-    return ExitCode::Ok;
+    std::ostringstream text;
+    app.exit(success, text, text);
+    return printText(program.out, text.str());
   } catch (const CLI::ParseError& error) {
     complain(error.what(), "velmara --help, or velmara COMMAND --help, tells how it is used.");
     return ExitCode::Usage;

@@ -1,18 +1,12 @@
 // Everything about the vehicle in one go.
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <system_error>
-
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "htmlreport.h"
+#include "newfile.h"
 #include "sections.h"
 #include "session.h"
 #include "verdict.h"
@@ -20,8 +14,6 @@
 namespace velmara {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* StandardOutput = "-";
 
@@ -47,70 +39,6 @@ constexpr SectionRow Sections[] = {
     rowOf<&UnitReport::tests, &readTests>(),       rowOf<&UnitReport::oxygen, &readOxygen>(),
     rowOf<&UnitReport::counters, &readCounters>(), rowOf<&UnitReport::routines, &readRoutines>()};
 constexpr SectionRow LiveValues = rowOf<&UnitReport::values, &readValues>();
-
-// Where a file goes that is to be there whole or not at all.
-class NewFile {
- public:
-  // Throws `Failure` where that is not possible for sure, before the vehicle is asked for long.
-  explicit NewFile(const std::string& name) {
-    std::error_code error;
-    m_target = fs::weakly_canonical(name, error);  // a link shall stay
-    if (error || m_target.empty()) {
-      m_target = fs::absolute(name, error);
-    }
-    if (fs::exists(m_target, error) && !fs::is_regular_file(m_target, error)) {
-      throw Failure(ExitCode::Usage, fmt::format("{} is no file to write to.", name),
-                    "- stands for standard output.");
-    }
-    const fs::path folder = m_target.parent_path();
-    if (!fs::is_directory(folder, error)) {
-      throw Failure(ExitCode::Usage, fmt::format("There is no folder {}.", folder.string()));
-    }
-    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
-      throw failure(errno);
-    }
-  }
-
-  void write(std::string_view text) const {
-    const std::string temporary = fmt::format("{}.{}", m_target.string(), ::getpid());
-    const int file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (file < 0) {
-      throw failure(errno);
-    }
-    int error = 0;
-    while (error == 0 && !text.empty()) {
-      const ssize_t count = ::write(file, text.data(), text.size());
-      if (count >= 0) {
-        text.remove_prefix(static_cast<std::size_t>(count));
-      } else if (errno != EINTR) {
-        error = errno;
-      }
-    }
-    if (error == 0 && ::fsync(file) != 0) {
-      error = errno;
-    }
-    if (::close(file) != 0 && error == 0) {
-      error = errno;
-    }
-    if (error == 0 && ::rename(temporary.c_str(), m_target.c_str()) != 0) {
-      error = errno;
-    }
-    if (error != 0) {
-      ::unlink(temporary.c_str());
-      throw failure(error);
-    }
-  }
-
-  std::string name() const { return m_target.string(); }
-
- private:
-  Failure failure(int error) const {
-    return {ExitCode::Usage, fmt::format("The report cannot be written to {}: {}.", m_target.string(),
-                                         std::generic_category().message(error))};
-  }
-
-  fs::path m_target;
-};
 
 const char* toneName(Tone tone) {
   constexpr const char* Names[] = {"note", "good", "caution", "bad"};
@@ -190,7 +118,7 @@ class ReportCommand : public Command {
     options.make = parseMake(m_make);
     std::optional<NewFile> file;
     if (!m_html.empty() && m_html != StandardOutput) {
-      file.emplace(m_html);
+      file.emplace("report", m_html);
     }
     Session session(program);
     VehicleReport report;

@@ -9,6 +9,7 @@
 #include "command.h"
 #include "json.h"
 #include "poller.h"
+#include "recording.h"
 #include "session.h"
 #include "texts.h"
 #include "vehiclereport.h"
@@ -23,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 constexpr milliseconds DrawTime{200};
 constexpr milliseconds PatienceTime{20000};  // without a single value, until the vehicle counts as gone
 constexpr double LongestRun = 1e6;           // seconds
+constexpr const char* StandardOutput = "-";
 
 // One sensor: what is known of it, and its latest reading.
 struct Row {
@@ -30,8 +32,8 @@ struct Row {
   std::string name;
   std::string unit;
   bool numeric = false;
-  std::string lowest;  // the ends of the range, empty without one
-  std::string highest;
+  std::string lowest;   // the ends of the range, empty without one
+  std::string highest;  // empty also where it is open
   std::shared_ptr<obd::SensorValueDataModel> value;
 };
 
@@ -50,6 +52,7 @@ class SensorsCommand : public Command {
            "  velmara sensors 0C 0D consumption     engine speed, vehicle speed, fuel consumption\n"
            "  velmara sensors --list                what there is to read\n"
            "  velmara sensors --once --unit imperial\n"
+           "  velmara sensors --record trip.csv     keep them, for velmara plot or a spreadsheet\n"
            "  velmara sensors --json --for 60 0C    one JSON object per value, for a minute\n";
   }
 
@@ -67,14 +70,27 @@ class SensorsCommand : public Command {
     app.add_option("--for", m_seconds, "Read for so long")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, LongestRun).description(""))
+        ->check([](const std::string& text) {  // which nan passes
+          return text.find_first_of("nN") == std::string::npos ? "" : "It is a number of seconds.";
+        })
         ->excludes(once);
-    app.add_flag("--list", m_list, "Only list what can be read, with units and ranges");
-    app.add_flag("--json", m_json, "Print one JSON object per value and line");
+    CLI::Option* const list =
+        app.add_flag("--list", m_list, "Only list what can be read, with units and ranges");
+    CLI::Option* const json = app.add_flag("--json", m_json, "Print one JSON object per value and line");
+    CLI::Option* const record =
+        app.add_option("--record", m_record, "Write the values to this file as CSV; - prints them")
+            ->type_name("FILE")
+            ->excludes(list)
+            ->excludes(json);
+    app.add_flag("--force", m_force, "Replace the file if there is one")->needs(record);
     app.add_option("--ecu", m_ecu, "Control unit by identifier or name, see velmara ecus")->type_name("UNIT");
   }
 
   ExitCode run(Program& program) override {
     const std::vector<int> wanted = parseParameters(m_wanted);
+    if (!m_record.empty() && m_record != StandardOutput) {
+      m_recordingFile.emplace(m_record, m_force);
+    }
     Session session(program);
     session.connect();
     session.selectEcu(m_ecu);
@@ -92,7 +108,18 @@ class SensorsCommand : public Command {
       printList(program.out);
       return ExitCode::Ok;
     }
-    return read(program, session, *service, parameters);
+    if (m_record.empty()) {
+      return read(program, session, *service, parameters);
+    }
+    startRecording(program.out);
+    try {
+      const ExitCode code = read(program, session, *service, parameters);
+      endRecording(program);
+      return code;
+    } catch (...) {  // Ctrl-C, a lost link
+      endRecording(program);
+      throw;
+    }
   }
 
  private:
@@ -133,12 +160,41 @@ class SensorsCommand : public Command {
       row.numeric = sensor.reading.numeric;
       if (sensor.lowest != sensor.highest) {
         row.lowest = fmt::format("{:g}", sensor.lowest);
-        row.highest = fmt::format("{:g}", sensor.highest);
+        // Some sensors have a highest value of -1 for none.
+        row.highest = sensor.highest > sensor.lowest ? fmt::format("{:g}", sensor.highest) : std::string();
       }
       m_labelWidth = std::max(m_labelWidth, displayWidth(row.label));
       m_nameWidth = std::max(m_nameWidth, displayWidth(row.name));
       m_byUid.try_emplace(sensor.uid, m_rows.size());
       m_rows.push_back(std::move(row));
+    }
+  }
+
+  void startRecording(Output& out) {
+    std::vector<RecordingWriter::Column> columns;
+    for (const Row& row : m_rows) {
+      columns.push_back({row.label, row.name, row.unit});
+    }
+    if (m_recordingFile) {
+      m_recordingFile->open();
+    }
+    m_recording.emplace(columns, [this, &out](const std::string& text) {
+      if (m_recordingFile) {
+        m_recordingFile->write(text);
+      } else {
+        out << text;
+      }
+    });
+  }
+
+  void endRecording(Program& program) {
+    m_recording->finish();
+    if (m_recordingFile) {
+      m_recordingFile->close();
+      program.notes.note(
+          fmt::format("{} rows are in {}", m_recording->rows(), printable(m_recordingFile->name())));
+    } else {
+      program.out.flush();
     }
   }
 
@@ -152,7 +208,7 @@ class SensorsCommand : public Command {
                        {"numeric", row.numeric}};
         if (!row.lowest.empty()) {
           object["lowest"] = numberOrText(row.lowest);
-          object["highest"] = numberOrText(row.highest);
+          object["highest"] = row.highest.empty() ? Json() : numberOrText(row.highest);
         }
         printJson(out, object);
       }
@@ -160,7 +216,9 @@ class SensorsCommand : public Command {
       Table table({{"PID"}, {"Name"}, {"Unit"}, {"Range"}});
       for (const Row& row : m_rows) {
         table.add({row.label, row.name, row.unit,
-                   row.lowest.empty() ? std::string() : row.lowest + " to " + row.highest});
+                   row.lowest.empty()    ? std::string()
+                   : row.highest.empty() ? "from " + row.lowest
+                                         : row.lowest + " to " + row.highest});
       }
       table.print(out);
     }
@@ -173,7 +231,7 @@ class SensorsCommand : public Command {
     for (const std::shared_ptr<obd::ParameterDescriptor>& parameter : parameters) {
       identifiers.push_back(identifierOf(*parameter));
     }
-    const bool live = program.out.isTerminal() && !m_json && !m_once;
+    const bool live = program.out.isTerminal() && !m_json && !m_once && m_record != StandardOutput;
     LiveArea area(program.out);
     m_start = Clock::now();
     Clock::time_point nextDraw = m_start;
@@ -205,7 +263,7 @@ class SensorsCommand : public Command {
     session.pumpUntil(turn, limit);
     if (live) {
       draw();
-    } else if (m_once && !m_json) {
+    } else if (m_once && !m_json && m_record != StandardOutput) {
       printValues(program.out);
     }
     program.out.flush();
@@ -236,9 +294,12 @@ class SensorsCommand : public Command {
       }
       Row& row = m_rows[found->second];
       row.value = value;
+      if (m_recording) {
+        m_recording->add(found->second, value->value, seconds());
+      }
       if (m_json) {
         printJson(out, toJson(row));
-      } else if (!live && !m_once) {
+      } else if (!live && !m_once && m_record != StandardOutput) {
         out.line(plainLine(row));
       }
     }
@@ -314,6 +375,8 @@ class SensorsCommand : public Command {
 
   std::vector<std::string> m_wanted;
   std::string m_ecu;
+  std::string m_record;
+  bool m_force = false;
   bool m_once = false;
   bool m_watch = false;
   bool m_list = false;
@@ -328,6 +391,8 @@ class SensorsCommand : public Command {
   std::size_t m_labelWidth = 0;
   std::size_t m_nameWidth = 0;
   Clock::time_point m_start;
+  std::optional<RecordingFile> m_recordingFile;
+  std::optional<RecordingWriter> m_recording;
 };
 
 }  // namespace
