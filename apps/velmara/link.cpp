@@ -5,13 +5,18 @@
 #include <cctype>
 #include <charconv>
 #include <exception>
+#include <filesystem>
 #include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <simulator/bus.h>
 #include <simulator/vehicle.h>
 
+#include "console.h"
 #include "failure.h"
 #include "link/descriptors.h"
 
@@ -148,6 +153,16 @@ Link parseBluetooth(std::string_view text, std::string_view rest) {
 }
 
 std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
+  constexpr std::uintmax_t LargestFile = 1U << 24U;
+  const std::vector<std::string> names = simulator::vehicleNames();
+  std::error_code ignored;
+  // A device may have no end, and a folder has no text.
+  if (std::find(names.begin(), names.end(), name) == names.end() && std::filesystem::exists(name, ignored) &&
+      (!std::filesystem::is_regular_file(name, ignored) ||
+       std::filesystem::file_size(name, ignored) > LargestFile)) {
+    throw Failure(ExitCode::Usage,
+                  fmt::format("The simulated vehicle \"{}\" cannot be used: it is no file of text.", name));
+  }
   try {
     return simulator::Vehicle::load(name);
   } catch (const std::exception& error) {
@@ -174,6 +189,9 @@ std::string Link::text() const {
 }
 
 Link parseLink(std::string_view text) {
+  if (printable(text) != text) {
+    reject(text, "it holds control characters.");
+  }
   const std::size_t colon = text.find(':');
   const std::string scheme = lower(text.substr(0, colon));
   const auto found =

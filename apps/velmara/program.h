@@ -12,7 +12,7 @@ namespace velmara {
 
 /// What every command takes from the command line.
 struct CommonOptions {
-  std::string link;      ///< empty: the setting "link", or the simulated vehicle
+  std::string link;      ///< empty: the setting "link", the last one, or the simulated vehicle
   std::string protocol;  ///< empty: automatic
   std::string unit;      ///< empty: the setting "unit"
   std::string logFile;   ///< empty: no log
@@ -22,6 +22,8 @@ struct CommonOptions {
 
 /// The key under which the user's own default link is kept.
 inline constexpr const char* LinkSetting = "velmara/link";
+/// The key of the link that was last named and led to a vehicle.
+inline constexpr const char* LastLinkSetting = "velmara/lastlink";
 /// The key of the library's unit system.
 inline constexpr const char* UnitSetting = "common/unitsystem";
 

@@ -62,11 +62,7 @@ void Session::close() {
 }
 
 void Session::connect() {
-  std::string link = m_program.options.link;
-  if (link.empty() && !m_program.settings->value(LinkSetting, link)) {
-    link = "demo:";
-  }
-  m_link = parseLink(link);
+  m_link = chosenLink();
   if (!m_program.options.protocol.empty()) {
     m_protocol = parseProtocol(m_program.options.protocol);
   }
@@ -83,6 +79,40 @@ void Session::connect() {
   }
   m_lost = false;
   m_program.notes.endPhases("Connected");
+  rememberLink();
+}
+
+Link Session::chosenLink() const {
+  if (!m_program.options.link.empty()) {
+    return parseLink(m_program.options.link);
+  }
+  for (const auto& [key, name] : {std::pair(LinkSetting, "link"), std::pair(LastLinkSetting, "last-link")}) {
+    std::string text;
+    if (!m_program.settings->value(key, text)) {
+      continue;
+    }
+    try {
+      const Link link = parseLink(text);
+      if (key == LastLinkSetting) {
+        m_program.notes.note(fmt::format("Using {}, as last time; --link demo: for the simulated car",
+                                         printable(link.text())));
+      }
+      return link;
+    } catch (const Failure& failure) {
+      throw Failure(failure.code(), fmt::format("In the settings: {}", failure.what()),
+                    fmt::format("velmara settings {} default forgets it.", name));
+    }
+  }
+  return parseLink("demo:");
+}
+
+// What only simulates does not take the place of the user's own adapter.
+void Session::rememberLink() {
+  const bool named = !m_program.options.link.empty();
+  if (named && m_link.kind != Link::Kind::Demo &&
+      !m_program.settings->remember(LastLinkSetting, m_link.text())) {
+    m_program.notes.note("The link is not remembered: the settings cannot be saved.");
+  }
 }
 
 void Session::fail() {

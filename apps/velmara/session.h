@@ -53,6 +53,8 @@ class Session : private obd::IConnectionServiceObserver {
   void onDisconnected() override;
   void onConnectionPhaseChanged(obd::IConnectionListener::OpenConnectionPhase phase) override;
 
+  Link chosenLink() const;
+  void rememberLink();
   void tellPhase();
   [[noreturn]] void fail();
 

@@ -95,12 +95,26 @@ std::vector<Setting> makeSettings() {
        "a link as --link takes it",
        {LinkSetting},
        [](Program& program, Library&) {
-         std::string link = "demo:";
+         std::string link = "none";
          program.settings->value(LinkSetting, link);
          return link;
        },
        [](Program& program, Library&, const std::string& text) {
          program.settings->setValue(LinkSetting, parseLink(text).text());
+         return true;
+       }},
+      {"last-link",
+       "",
+       "Where the last adapter named with --link was; used without any link",
+       "a link as --link takes it",
+       {LastLinkSetting},
+       [](Program& program, Library&) {
+         std::string link = "none";
+         program.settings->value(LastLinkSetting, link);
+         return link;
+       },
+       [](Program& program, Library&, const std::string& text) {
+         program.settings->setValue(LastLinkSetting, parseLink(text).text());
          return true;
        }},
       {"unit",
@@ -143,7 +157,8 @@ class SettingsCommand : public Command {
     return "  velmara settings                            all settings\n"
            "  velmara settings weight 1420                for power and torque\n"
            "  velmara settings link serial:/dev/ttyUSB0   the adapter of every day\n"
-           "  velmara settings link default               back to the simulated vehicle\n";
+           "  velmara settings link default               back to the last adapter named with --link\n"
+           "  velmara settings last-link default          forget that, too: back to the simulated vehicle\n";
   }
   bool needsVehicle() const override { return false; }
 

@@ -84,9 +84,13 @@ void SettingsStore::load() {
     return;
   }
   errno = 0;
-  std::ifstream stream(*m_file);
+  const bool isFile = fs::is_regular_file(*m_file, error);  // to open a pipe would wait for its other end
+  std::ifstream stream;
   std::stringstream text;
-  if (!fs::is_regular_file(*m_file, error) || !stream || !(text << stream.rdbuf())) {
+  if (isFile) {
+    stream.open(*m_file);
+  }
+  if (!isFile || !stream || !(text << stream.rdbuf())) {
     // An empty file ends here, too; it holds no settings. Anything else stays untouched, unread.
     if (fs::is_regular_file(*m_file, error) && fs::file_size(*m_file, error) == 0 && !error) {
       return;
@@ -153,6 +157,23 @@ bool SettingsStore::value(const std::string& key, std::string& value) {
   }
   value = found->get<std::string>();
   return true;
+}
+
+bool SettingsStore::remember(const std::string& key, const std::string& value) {
+  std::unique_lock guard(m_content->mutex);
+  const nlohmann::json valuesBefore = m_content->values;
+  const bool changedBefore = m_content->changed;
+  guard.unlock();
+  setValue(key, value);
+  try {
+    sync();
+    return true;
+  } catch (const Failure&) {
+    guard.lock();
+    m_content->values = valuesBefore;
+    m_content->changed = changedBefore;
+    return false;
+  }
 }
 
 void SettingsStore::remove(const std::string& key) {

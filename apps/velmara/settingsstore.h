@@ -30,6 +30,8 @@ class SettingsStore : public obd::ISettings {
   void setValue(const std::string& key, const std::string& value) override;
   bool value(const std::string& key, int& value) override;
   bool value(const std::string& key, std::string& value) override;
+  /// Keeps a text for later runs, at once. False if the file cannot be written; then nothing has changed.
+  bool remember(const std::string& key, const std::string& value);
   /// Forgets a key.
   void remove(const std::string& key);
 
