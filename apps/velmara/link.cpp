@@ -63,7 +63,7 @@ std::optional<int> toNumber(std::string_view text) {
 
 [[noreturn]] void reject(std::string_view text, const std::string& why) {
   throw Failure(
-      ExitCode::Usage, fmt::format("\"{}\" is not a link: {}", text, why),
+      ExitCode::Usage, fmt::format("\"{}\" is not a link: {}", printable(text), why),
       "Links look like demo:, tcp:192.168.0.10:35000, serial:/dev/ttyUSB0 or bt:00:1D:A5:68:98:8B.");
 }
 
