@@ -92,7 +92,7 @@ Link Session::chosenLink() const {
       continue;
     }
     try {
-      const Link link = parseLink(text);
+      Link link = parseLink(text);
       if (key == LastLinkSetting) {
         m_program.notes.note(fmt::format("Using {}, as last time; --link demo: for the simulated car",
                                          printable(link.text())));
