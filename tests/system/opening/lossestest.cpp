@@ -134,6 +134,7 @@ class EveryExchange : public testing::TestWithParam<const char*> {
 TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
   House house;
   unsigned opening = 0;
+  int lives = 0;
   const unsigned lifetimeExchanges = lifetime(house, opening);
   for (const auto kind : {Fault::Kind::PeerClose, Fault::Kind::ReadError, Fault::Kind::WriteError}) {
     for (unsigned k = 0; k + 3 < lifetimeExchanges; ++k) {
@@ -141,6 +142,7 @@ TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
       simulator::FaultPlan faults;
       faults.add(kind, k);
       const Course course = live(house, faults);
+      ++lives;
       EXPECT_FALSE(course.finished);
       EXPECT_EQ(course.opened, k >= opening);
       EXPECT_EQ(course.exchanges, k + 1) << "somebody wrote to a dead link";
@@ -149,6 +151,7 @@ TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
       }
     }
   }
+  RecordProperty("lives", lives);
 }
 
 TEST_P(EveryExchange, StandsASpoiledReply) {
@@ -180,6 +183,9 @@ TEST_P(EveryExchange, StandsASpoiledReply) {
       }
     }
   }
+  RecordProperty("lives", static_cast<int>(lives));
+  RecordProperty("opened", static_cast<int>(opened));
+  RecordProperty("finished", static_cast<int>(finished));
   // Most of an opening can do without one reply.
   EXPECT_GT(opened, lives / 2);
   EXPECT_GT(finished, lives / 4);
