@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "faultreader.h"
@@ -54,9 +53,9 @@ class ClearCommand : public Command {
            "  velmara clear --yes    does not ask, for scripts\n";
   }
 
-  void declare(CLI::App& app) override {
-    app.add_flag("--yes", m_yes, "Clear without asking");
-    app.add_flag("--json", m_json, "Print one JSON document");
+  void declare(Options& options) override {
+    options.flag("--yes", m_yes, "Clear without asking");
+    options.flag("--json", m_json, "Print one JSON document");
   }
 
   ExitCode run(Program& program) override {

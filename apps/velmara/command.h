@@ -11,11 +11,8 @@
 #include <vector>
 
 #include "failure.h"
+#include "options.h"
 #include "program.h"
-
-namespace CLI {
-class App;
-}
 
 namespace velmara {
 
@@ -32,7 +29,7 @@ class Command {
   virtual bool needsVehicle() const { return true; }
 
   /// Declares the command's own options.
-  virtual void declare(CLI::App& app) = 0;
+  virtual void declare(Options& options) = 0;
   /// Runs it.
   virtual ExitCode run(Program& program) = 0;
 };

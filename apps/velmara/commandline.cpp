@@ -160,7 +160,8 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
   const std::vector<std::unique_ptr<Command>> commands = makeCommands();
   for (const std::unique_ptr<Command>& command : commands) {
     CLI::App* const sub = app.add_subcommand(command->name(), command->summary());
-    command->declare(*sub);
+    Options options(*sub);
+    command->declare(options);
     declareCommon(*sub, program.options, command->needsVehicle());
     sub->footer("Examples:\n" + command->examples() +
                 (command->needsVehicle() ? "\n" + std::string(LinkHelp) : std::string()) +

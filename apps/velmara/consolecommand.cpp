@@ -2,7 +2,6 @@
 #include <chrono>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "json.h"
@@ -50,15 +49,13 @@ class ConsoleCommand : public Command, private obd::ITroubleshootingServiceObser
            "  velmara console --traffic          with all that goes over the link\n";
   }
 
-  void declare(CLI::App& app) override {
+  void declare(Options& options) override {
     constexpr int LongestTimeout = 600000;
-    app.add_option("REQUEST", m_requests, "What to send; lines of standard input if not given")
-        ->type_name("");
-    app.add_flag("--traffic", m_traffic, "Show the traffic with the adapter, the library's own too");
-    app.add_option("--timeout", m_timeout, "Wait so long for an answer; 5000 if not given")
-        ->type_name("MS")
-        ->check(CLI::Range(1, LongestTimeout).description(""));
-    app.add_flag("--json", m_json, "Print one JSON object per answer and line");
+    options.value("REQUEST", m_requests, "", "What to send; lines of standard input if not given");
+    options.flag("--traffic", m_traffic, "Show the traffic with the adapter, the library's own too");
+    options.value("--timeout", m_timeout, "MS", "Wait so long for an answer; 5000 if not given")
+        .between(1, LongestTimeout);
+    options.flag("--json", m_json, "Print one JSON object per answer and line");
   }
 
   ExitCode run(Program& program) override {

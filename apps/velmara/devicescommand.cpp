@@ -16,7 +16,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <hostos/bluetooth.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "json.h"
@@ -241,14 +240,13 @@ class DevicesCommand : public Command {
   }
   bool needsVehicle() const override { return false; }
 
-  void declare(CLI::App& app) override {
-    CLI::Option* const noBluetooth =
-        app.add_flag("--no-bluetooth", m_noBluetooth, "Do not look for Bluetooth devices");
-    app.add_option("--seconds", m_seconds, "How long to look for Bluetooth devices; 13 if not given")
-        ->type_name("N")
-        ->check(CLI::Range(1, LongestSearch))
-        ->excludes(noBluetooth);
-    app.add_flag("--json", m_json, "Print one JSON document");
+  void declare(Options& options) override {
+    const Option noBluetooth =
+        options.flag("--no-bluetooth", m_noBluetooth, "Do not look for Bluetooth devices");
+    options.value("--seconds", m_seconds, "N", "How long to look for Bluetooth devices; 13 if not given")
+        .between(1, LongestSearch)
+        .excludes(noBluetooth);
+    options.flag("--json", m_json, "Print one JSON document");
   }
 
   ExitCode run(Program& program) override {

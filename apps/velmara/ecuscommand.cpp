@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "sections.h"
@@ -19,7 +18,7 @@ class EcusCommand : public Command {
            "  velmara ecus --json                           for programs\n";
   }
 
-  void declare(CLI::App& app) override { app.add_flag("--json", m_json, "Print one JSON document"); }
+  void declare(Options& options) override { options.flag("--json", m_json, "Print one JSON document"); }
 
   ExitCode run(Program& program) override {
     Session session(program);

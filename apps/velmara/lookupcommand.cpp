@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <CLI/CLI.hpp>
 
 #include "codetexts.h"
 #include "command.h"
@@ -45,18 +44,16 @@ class LookupCommand : public Command {
   }
   bool needsVehicle() const override { return false; }
 
-  void declare(CLI::App& app) override {
-    CLI::Option* const codes = app.add_option("CODE", m_codes, "Trouble codes, as in P0300")->type_name("");
-    CLI::Option* const search =
-        app.add_option("--search", m_words, "Find the codes whose text has all these words")
-            ->type_name("WORDS")
-            ->expected(1, -1)
-            ->excludes(codes);
-    app.add_flag("--all", m_all, "Print the whole database, a row a line")->excludes(codes)->excludes(search);
-    app.add_option("--make", m_make,
-                   "Prefer the texts of this make; with --search and\n--all, only show its rows")
-        ->type_name("NAME");
-    app.add_flag("--json", m_json, "Print one JSON document");
+  void declare(Options& options) override {
+    const Option codes = options.value("CODE", m_codes, "", "Trouble codes, as in P0300");
+    const Option search =
+        options.value("--search", m_words, "WORDS", "Find the codes whose text has all these words")
+            .oneOrMore()
+            .excludes(codes);
+    options.flag("--all", m_all, "Print the whole database, a row a line").excludes(codes).excludes(search);
+    options.value("--make", m_make, "NAME",
+                  "Prefer the texts of this make; with --search and\n--all, only show its rows");
+    options.flag("--json", m_json, "Print one JSON document");
   }
 
   ExitCode run(Program& program) override {

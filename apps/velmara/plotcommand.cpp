@@ -10,7 +10,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "htmlreport.h"
@@ -289,13 +288,10 @@ class PlotCommand : public Command {
   }
   bool needsVehicle() const override { return false; }
 
-  void declare(CLI::App& app) override {
-    app.add_option("RECORDING", m_input, "What velmara sensors --record has written")
-        ->type_name("")
-        ->required();
-    app.add_option("--output", m_output,
-                   "The picture, as SVG; beside the recording if not given, - prints it")
-        ->type_name("FILE");
+  void declare(Options& options) override {
+    options.value("RECORDING", m_input, "", "What velmara sensors --record has written").required();
+    options.value("--output", m_output, "FILE",
+                  "The picture, as SVG; beside the recording if not given, - prints it");
   }
 
   ExitCode run(Program& program) override {

@@ -2,7 +2,6 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "htmlreport.h"
@@ -102,15 +101,12 @@ class ReportCommand : public Command {
            "  velmara report --json --no-live       for programs\n";
   }
 
-  void declare(CLI::App& app) override {
-    CLI::Option* const json = app.add_flag("--json", m_json, "Print one JSON document");
-    app.add_option("--html", m_html, "Write one HTML page to this file; - prints it")
-        ->type_name("FILE")
-        ->excludes(json);
-    app.add_flag("--no-live", m_noLive, "Leave the live values out");
-    app.add_option("--ecu", m_ecu, "Only this control unit, by identifier or name")->type_name("UNIT");
-    app.add_option("--make", m_make, "Prefer the texts of this make; all makes if not given")
-        ->type_name("NAME");
+  void declare(Options& options) override {
+    const Option json = options.flag("--json", m_json, "Print one JSON document");
+    options.value("--html", m_html, "FILE", "Write one HTML page to this file; - prints it").excludes(json);
+    options.flag("--no-live", m_noLive, "Leave the live values out");
+    options.value("--ecu", m_ecu, "UNIT", "Only this control unit, by identifier or name");
+    options.value("--make", m_make, "NAME", "Prefer the texts of this make; all makes if not given");
   }
 
   ExitCode run(Program& program) override {

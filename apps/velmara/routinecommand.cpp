@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "sectionreader.h"
@@ -79,14 +78,14 @@ class RoutineCommand : public Command {
            "  velmara routine --run 1 --yes      does not ask, for scripts\n";
   }
 
-  void declare(CLI::App& app) override {
+  void declare(Options& options) override {
     constexpr int LargestId = 255;
-    CLI::Option* const run = app.add_option("--run", m_routine, "Start this routine. It acts on the vehicle")
-                                 ->type_name("NUMBER")
-                                 ->check(CLI::Range(1, LargestId).description(""));
-    app.add_flag("--yes", m_yes, "Start without asking")->needs(run);
-    app.add_option("--ecu", m_ecu, "Only this control unit, by identifier or name")->type_name("UNIT");
-    app.add_flag("--json", m_json, "Print one JSON document");
+    const Option run =
+        options.value("--run", m_routine, "NUMBER", "Start this routine. It acts on the vehicle")
+            .between(1, LargestId);
+    options.flag("--yes", m_yes, "Start without asking").needs(run);
+    options.value("--ecu", m_ecu, "UNIT", "Only this control unit, by identifier or name");
+    options.flag("--json", m_json, "Print one JSON document");
   }
 
   ExitCode run(Program& program) override {

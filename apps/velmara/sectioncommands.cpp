@@ -1,7 +1,6 @@
 // The commands that show sections of the vehicle report: a row each.
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "sections.h"
@@ -91,13 +90,12 @@ class SectionCommand : public Command {
   std::string summary() const override { return m_row.summary; }
   std::string examples() const override { return m_row.examples; }
 
-  void declare(CLI::App& app) override {
+  void declare(Options& options) override {
     if (m_row.codeTexts) {
-      app.add_option("--make", m_make, "Prefer the texts of this make; all makes if not given")
-          ->type_name("NAME");
+      options.value("--make", m_make, "NAME", "Prefer the texts of this make; all makes if not given");
     }
-    app.add_option("--ecu", m_ecu, "Only this control unit, by identifier or name")->type_name("UNIT");
-    app.add_flag("--json", m_json, "Print one JSON document");
+    options.value("--ecu", m_ecu, "UNIT", "Only this control unit, by identifier or name");
+    options.flag("--json", m_json, "Print one JSON document");
   }
 
   ExitCode run(Program& program) override {

@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "json.h"
@@ -56,34 +55,26 @@ class SensorsCommand : public Command {
            "  velmara sensors --json --for 60 0C    one JSON object per value, for a minute\n";
   }
 
-  void declare(CLI::App& app) override {
-    app.add_option("PID", m_wanted,
-                   fmt::format("What to read: PIDs in hexadecimal (0C), or\n{};\nall without any",
-                               fmt::join(calculatedNames(), ", ")))
-        ->type_name("");
-    CLI::Option* const once = app.add_flag("--once", m_once, "Read each value once");
-    app.add_flag("--watch", m_watch, "Read until Ctrl-C; this is the default")->excludes(once);
-    app.add_option("--count", m_count, "Read each value so many times")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1U, 1000000U).description(""))
-        ->excludes(once);
-    app.add_option("--for", m_seconds, "Read for so long")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, LongestRun).description(""))
-        ->check([](const std::string& text) {  // which nan passes
-          return text.find_first_of("nN") == std::string::npos ? "" : "It is a number of seconds.";
-        })
-        ->excludes(once);
-    CLI::Option* const list =
-        app.add_flag("--list", m_list, "Only list what can be read, with units and ranges");
-    CLI::Option* const json = app.add_flag("--json", m_json, "Print one JSON object per value and line");
-    CLI::Option* const record =
-        app.add_option("--record", m_record, "Write the values to this file as CSV; - prints them")
-            ->type_name("FILE")
-            ->excludes(list)
-            ->excludes(json);
-    app.add_flag("--force", m_force, "Replace the file if there is one")->needs(record);
-    app.add_option("--ecu", m_ecu, "Control unit by identifier or name, see velmara ecus")->type_name("UNIT");
+  void declare(Options& options) override {
+    options.value("PID", m_wanted, "",
+                  fmt::format("What to read: PIDs in hexadecimal (0C), or\n{};\nall without any",
+                              fmt::join(calculatedNames(), ", ")));
+    const Option once = options.flag("--once", m_once, "Read each value once");
+    options.flag("--watch", m_watch, "Read until Ctrl-C; this is the default").excludes(once);
+    options.value("--count", m_count, "NUMBER", "Read each value so many times")
+        .between(1, 1000000)
+        .excludes(once);
+    options.value("--for", m_seconds, "SECONDS", "Read for so long")
+        .between(0.001, LongestRun)
+        .excludes(once);
+    const Option list = options.flag("--list", m_list, "Only list what can be read, with units and ranges");
+    const Option json = options.flag("--json", m_json, "Print one JSON object per value and line");
+    const Option record =
+        options.value("--record", m_record, "FILE", "Write the values to this file as CSV; - prints them")
+            .excludes(list)
+            .excludes(json);
+    options.flag("--force", m_force, "Replace the file if there is one").needs(record);
+    options.value("--ecu", m_ecu, "UNIT", "Control unit by identifier or name, see velmara ecus");
   }
 
   ExitCode run(Program& program) override {

@@ -6,7 +6,6 @@
 #include <optional>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "link.h"
@@ -162,9 +161,9 @@ class SettingsCommand : public Command {
   }
   bool needsVehicle() const override { return false; }
 
-  void declare(CLI::App& app) override {
-    app.add_option("NAME", m_name, "The setting")->type_name("");
-    app.add_option("VALUE", m_value, "Its new value, or \"default\"")->type_name("");
+  void declare(Options& options) override {
+    options.value("NAME", m_name, "", "The setting");
+    options.value("VALUE", m_value, "", "Its new value, or \"default\"");
   }
 
   ExitCode run(Program& program) override {
