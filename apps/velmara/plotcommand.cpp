@@ -27,7 +27,7 @@ using Series = Recording::Series;
 constexpr const char* StandardOutput = "-";
 
 // The picture, in pixels.
-constexpr double PictureWidth = 1100;
+constexpr double PictureWidth = 1240;
 constexpr double PlotLeft = 70;
 constexpr double PlotWidth = 760;
 constexpr double LegendLeft = PlotLeft + PlotWidth + 20;
@@ -35,10 +35,11 @@ constexpr double TitleHeight = 28;
 constexpr double AxisHeight = 40;
 constexpr double LowestPlot = 170;
 constexpr double LegendLine = 18;
-constexpr std::size_t LegendWidth = 32;  // characters
+constexpr std::size_t LegendWidth = 46;  // characters, also of a wide font
 
 constexpr double WantedTicks = 6;
 constexpr double SmallestSpan = 1e-9;  // of the values; doubles tell no finer ticks apart
+constexpr double FirstMoment = 0.05;   // of a recording, in which its first value may come
 
 // Both stand out on white as well as on black.
 constexpr const char* Gray = "#7a7a7a";
@@ -113,9 +114,8 @@ class Picture {
  public:
   explicit Picture(const Recording& recording)
       : m_panels(panelsOf(recording)),
-        m_start(startOf(recording)),
-        m_unit(timeUnitFor(span(recording))),
-        m_time(m_start / m_unit.seconds, (m_start + span(recording)) / m_unit.seconds) {}
+        m_unit(timeUnitFor(endOf(recording) - startOf(recording))),
+        m_time(startOf(recording) / m_unit.seconds, endOf(recording) / m_unit.seconds) {}
 
   std::string svg() {
     for (const Panel& panel : m_panels) {
@@ -143,20 +143,21 @@ class Picture {
     return panels;
   }
 
+  // 0, unless what was recorded at first is missing.
   static double startOf(const Recording& recording) {
     double start = recording.series.front().points.front().time;
     for (const Series& series : recording.series) {
       start = std::min(start, series.points.front().time);
     }
-    return start;
+    return start > 0 && start < endOf(recording) * FirstMoment ? 0 : start;
   }
 
-  static double span(const Recording& recording) {
+  static double endOf(const Recording& recording) {
     double end = recording.series.front().points.back().time;
     for (const Series& series : recording.series) {
       end = std::max(end, series.points.back().time);
     }
-    return end - startOf(recording);
+    return end;
   }
 
   template <typename... Arguments>
@@ -251,7 +252,6 @@ class Picture {
   }
 
   std::vector<Panel> m_panels;
-  double m_start;
   TimeUnit m_unit;
   Axis m_time;
   std::string m_body;
