@@ -28,9 +28,13 @@ function(velmara_install_compressed source name destination)
   install(FILES ${compressed} DESTINATION ${destination} ${ARGN})
 endfunction()
 
-# pkg-config. Paths are relative to the file, so that the tree may be moved.
-file(RELATIVE_PATH VELMARA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX ${VELMARA_PC_PREFIX})
+# pkg-config. Paths are relative to the file, so that the tree may be moved. Those of the system's own folders are
+# absolute: then pkg-config leaves out what the compiler searches anyway.
+set(VELMARA_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX "\${pcfiledir}/${up}")
+endif()
 configure_file(${packaging}/velmara.pc.in ${packaging_output}/velmara.pc @ONLY)
 install(FILES ${packaging_output}/velmara.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
@@ -109,11 +113,15 @@ database of many makes, on the command line.
 Beside velmara the package holds velmara-sim, a simulated adapter with vehicles
 behind it, to try things without a car.")
 
-# Each package tells its license and its history. A plain install does without.
+# Each package tells its license and its history, and that of developers has the examples. A plain install does without.
 configure_file(${packaging}/changelog.in ${packaging_output}/changelog @ONLY)
 foreach(component library development tools)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
   install(FILES ${packaging}/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
   velmara_install_compressed(${packaging_output}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
+file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.cpp ${PROJECT_SOURCE_DIR}/examples/*.h
+  ${PROJECT_SOURCE_DIR}/examples/Makefile ${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt)
+install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${development_package}/examples
+  COMPONENT development EXCLUDE_FROM_ALL)
 include(CPack)
