@@ -7,11 +7,12 @@ find_program(GZIP_PROGRAM gzip REQUIRED)
 
 set(packaging ${CMAKE_CURRENT_LIST_DIR}/packaging)
 set(packaging_output ${PROJECT_BINARY_DIR}/packaging)
+string(COMPARE EQUAL "${CMAKE_INSTALL_PREFIX}" "/usr" VELMARA_IN_SYSTEM)
 
 # velmara_install_program(TARGET): a program that finds libobd.so beside it, wherever the tree is put. Within the
 # system's own folders the loader needs no help.
 function(velmara_install_program target)
-  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  if(NOT VELMARA_IN_SYSTEM)
     file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
   endif()
@@ -31,7 +32,7 @@ endfunction()
 # pkg-config. Paths are relative to the file, so that the tree may be moved. Those of the system's own folders are
 # absolute: then pkg-config leaves out what the compiler searches anyway.
 set(VELMARA_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
-if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+if(NOT VELMARA_IN_SYSTEM)
   file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
   string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX "\${pcfiledir}/${up}")
 endif()
@@ -48,8 +49,10 @@ if(NOT VELMARA_SANITIZE)
   set(completions ${PROJECT_SOURCE_DIR}/apps/velmara/completions)
   install(FILES ${completions}/velmara ${completions}/velmara-sim
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  # Where Debian's zsh looks: below /usr for what packages bring, below /usr/local for the rest.
+  set(zsh_folder $<IF:${VELMARA_IN_SYSTEM},vendor-completions,site-functions>)
   install(FILES ${completions}/_velmara ${completions}/_velmara-sim
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} COMPONENT tools)
   install(FILES ${completions}/velmara.fish ${completions}/velmara-sim.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/simulator/vehicles
