@@ -33,6 +33,11 @@ class VELMARA_EXPORT IClock {
   virtual void threadBegins() {}
   virtual void threadEnds() {}
 
+  /// The calling thread makes another one and waits for its `threadBegins`, or is through with that. However
+  /// long the machine takes for it, it takes none of this clock's time.
+  virtual void startingBegins() {}
+  virtual void startingEnds() {}
+
   /// The calling thread is about to block outside of this clock (a join, a lock held long), or is back.
   virtual void blockingBegins() {}
   virtual void blockingEnds() {}

@@ -11,11 +11,23 @@ namespace hostos {
 namespace {
 constexpr std::uint32_t Forever = 0xFFFFFFFF;
 constexpr std::size_t NameLength = 15;
+
+// While a thread is being made.
+class Starting {
+ public:
+  Starting() { m_clock.startingBegins(); }
+  Starting(const Starting&) = delete;
+  Starting& operator=(const Starting&) = delete;
+  ~Starting() { m_clock.startingEnds(); }
+
+ private:
+  IClock& m_clock = CTime::clock();
+};
 }  // namespace
 
 struct CThread::State {
   std::mutex mutex;
-  std::condition_variable begins;  // not of the clock: the wait is over before any time could pass
+  std::condition_variable begins;  // not of the clock, which stands still meanwhile
   WaitCondition ends;
   std::thread handle;
   std::thread::id id;
@@ -68,6 +80,7 @@ bool CThread::run(Entry entry, void* argument) {
   }
   state.begun = false;
   state.running = true;
+  const Starting starting;
   try {
     state.handle = std::thread(
         [state = m_state, name = m_name, entry, argument] { state->work(name, entry, argument); });

@@ -184,6 +184,17 @@ void VirtualClock::threadEnds() {
   jump(false);
 }
 
+void VirtualClock::startingBegins() {
+  const std::lock_guard guard(m_mutex);
+  ++m_starting;
+}
+
+void VirtualClock::startingEnds() {
+  const std::lock_guard guard(m_mutex);
+  ++m_events;
+  --m_starting;
+}
+
 void VirtualClock::blockingBegins() {
   if (Thread* const thread = find()) {
     const std::lock_guard guard(m_mutex);
@@ -286,7 +297,7 @@ void VirtualClock::notify(std::condition_variable& condition, bool all) {
 // Wakes the next waiter if nobody is busy. False if a thread might still be, so that it is worth asking
 // again.
 bool VirtualClock::jump(bool force) {
-  if (m_closing) {
+  if (m_closing || m_starting > 0) {
     return true;
   }
   Waiter* next = nullptr;

@@ -46,6 +46,8 @@ class VirtualClock : public hostos::IClock {
   void notify(std::condition_variable& condition, bool all) override;
   void threadBegins() override;
   void threadEnds() override;
+  void startingBegins() override;
+  void startingEnds() override;
   void blockingBegins() override;
   void blockingEnds() override;
 
@@ -72,6 +74,7 @@ class VirtualClock : public hostos::IClock {
   std::vector<std::shared_ptr<Thread>> m_threads;
   std::vector<Waiter*> m_waiters;  // in the order in which they began
   int m_inside = 0;                // threads in a wait
+  int m_starting = 0;              // threads being made
   std::condition_variable m_left;  // for the destructor
   bool m_closing = false;
   std::thread m_monitor;
