@@ -64,11 +64,11 @@ class RealTime : public testing::Test {
   void check(House& house) {
     ASSERT_TRUE(house.connected(60000)) << house.heard << " " << house.message;
     const Truth truth(vehicle);
-    expectAdapter(house.connection().adapter(), identityOf(options.personality), truth);
+    expectAdapter(house.connection->adapter(), identityOf(options.personality), truth);
     expectVehicle(*house.proxy(), truth);
     expectLiveValue(house, truth, truth.units().front());
     expectVin(house.proxy(), truth);
-    house.sensors().refresh({0x0C, 0x0D});
+    house.sensors->refresh({0x0C, 0x0D});
     house.run(1500);
     // The vehicle stands up to 33 questions a second; the older links are slower than that.
     EXPECT_GT(house.count('s'), 10);

@@ -169,7 +169,7 @@ void expectLiveValue(House& house, const Truth& truth, const Unit& unit) {
     if (bytes.empty()) {
       continue;
     }
-    const auto models = house.sensors().readSensors(row.pid);
+    const auto models = house.sensors->readSensors(row.pid);
     ASSERT_EQ(models.size(), 1U) << unit.name << " " << static_cast<int>(row.pid);
     ASSERT_NE(models.front()->value, nullptr);
     EXPECT_NEAR(std::stod(models.front()->value->value), row.value(bytes), row.step) << unit.name;

@@ -48,12 +48,12 @@ TEST_P(EveryPair, Opens) {
   House house;
   ASSERT_TRUE(house.open(simulator::makeBus(vehicle, options))) << house.heard << " " << house.message;
   EXPECT_TRUE(house.heard.starts_with("1234")) << house.heard;
-  expectAdapter(house.connection().adapter(), identityOf(adapter.personality), truth);
+  expectAdapter(house.connection->adapter(), identityOf(adapter.personality), truth);
   expectVehicle(*house.proxy(), truth);
   std::vector<unsigned int> ids;
   house.ecus().ecuIds(ids);
   EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
-  EXPECT_FALSE(house.connection().obdStandard().empty());
+  EXPECT_FALSE(house.connection->obdStandard().empty());
   expectLiveValue(house, truth, truth.units().front());
   expectVin(house.proxy(), truth);
   EXPECT_NEAR(house.proxy()->batteryVoltage(), vehicle->batteryVoltage(), 0.051);
@@ -295,13 +295,13 @@ TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
     m_house.ecus().selectEcu(selected);
     m_house.run(20);
     m_house.heard.clear();
-    m_house.codeTexts.clear();
-    m_house.sensors().refresh({0x0D, 0x42});
-    EXPECT_TRUE(m_house.codes().refreshConfirmedCodes());
+    m_house.texts.clear();
+    m_house.sensors->refresh({0x0D, 0x42});
+    EXPECT_TRUE(m_house.codes->refreshConfirmedCodes());
     m_house.run(1000);
     EXPECT_GT(m_house.count('s'), 10) << step;
-    EXPECT_EQ(m_house.codeTexts.substr(0, 6), " P010" + std::to_string(step));
-    const auto models = m_house.sensors().readSensors(0x0D);
+    EXPECT_EQ(m_house.texts.substr(0, 6), " P010" + std::to_string(step));
+    const auto models = m_house.sensors->readSensors(0x0D);
     ASSERT_EQ(models.size(), 1U);
     EXPECT_EQ(std::stof(models.front()->value->value), static_cast<float>(speeds.at(selected)));
     // From here on the next turn: the polling goes on right up to the change.
@@ -311,7 +311,7 @@ TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
   m_house.ecus().selectEcu(0x18DAF1FF);
   m_house.run(20);
   m_house.heard.clear();
-  m_house.sensors().refresh({0x0D});
+  m_house.sensors->refresh({0x0D});
   m_house.run(500);
   EXPECT_EQ(m_house.count('s'), 0);
 }

@@ -24,20 +24,9 @@
 #include <optional>
 #include <random>
 
-#include "dispatch/dispatcher.h"
-#include "services/iconnectionservice.h"
-#include "services/iecuservice.h"
-#include "services/imonitorservice.h"
-#include "services/iobdvelmara.h"
-#include "services/ioxygensensormonitorservice.h"
-#include "services/isensorservice.h"
-#include "services/iservice08.h"
-#include "services/isummaryservice.h"
-#include "services/itroublecodeservice.h"
-#include "services/itroubleshootingservice.h"
 #include "services/libobd.h"
-#include "services/support.h"
 #include "support/virtualclock.h"
+#include "system/frontend.h"
 
 namespace {
 
@@ -78,193 +67,6 @@ double residentMegabytes() {
   file >> size >> resident;
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1048576.0;
 }
-
-// What is told, by the name of the call that made it due.
-enum Event {
-  Mil,
-  Confirmed,
-  Pending,
-  Permanent,
-  SinceReset,
-  ThisCycle,
-  OnBoard,
-  Oxygen,
-  Information,
-  Counters,
-  CodeCounts,
-  MonitorCounts,
-  FreezeFrame,
-  Summary,
-  Routine,
-  Console,
-  EventCount
-};
-
-// A front end: one thread that pumps, observers of everything.
-class FrontEnd : public obd::IDispatchRunner,
-                 public obd::IConnectionServiceObserver,
-                 public obd::ISensorServiceObserver,
-                 public obd::ITroubleCodeServiceObserver,
-                 public obd::IMonitorServiceObserver,
-                 public obd::IOxygenSensorMonitorServiceObserver,
-                 public obd::IEcuServiceObserver,
-                 public obd::ISummaryServiceObserver,
-                 public obd::IService08Observer,
-                 public obd::ITroubleshootingServiceObserver {
- public:
-  FrontEnd()
-      : m_facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>())) {
-    obd::Dispatcher::getInstance().attach(this);
-    m_connection = obd::ConnectionServiceBuilder::createConnectionService();
-    m_connection->attach(this);
-    makeServices();
-  }
-  FrontEnd(const FrontEnd&) = delete;
-  FrontEnd& operator=(const FrontEnd&) = delete;
-  ~FrontEnd() override {
-    m_connection->detach(this);
-    m_connection.reset();
-    dropServices();
-    m_facade.reset();
-    obd::Dispatcher::getInstance().detach(this);
-    obd::Dispatcher::getInstance().dispatch();
-  }
-
-  void renewServices() {
-    dropServices();
-    makeServices();
-  }
-
-  bool run(const std::function<bool()>& condition, std::uint32_t limit) {
-    const std::uint32_t start = CTime::milliseconds();
-    while (true) {
-      obd::Dispatcher::getInstance().dispatch();
-      if (condition()) {
-        return true;
-      }
-      const std::uint32_t elapsed = CTime::milliseconds() - start;
-      if (elapsed >= limit) {
-        return false;
-      }
-      std::unique_lock lock(m_mutex);
-      if (!m_posted) {
-        m_condition.wait(lock, std::min<std::uint32_t>(limit - elapsed, 1000));
-      }
-      m_posted = false;
-    }
-  }
-  void run(std::uint32_t time) {
-    run([] { return false; }, time);
-  }
-
-  void runDispatch() override {
-    const std::lock_guard guard(m_mutex);
-    m_posted = true;
-    m_condition.notifyAll();
-  }
-
-  void onConnected() override { connected = true; }
-  void onDisconnected() override { over = true; }
-  void onConnectionPhaseChanged(obd::IConnectionListener::OpenConnectionPhase phase) override {
-    over = over || phase == obd::IConnectionListener::PhaseFailed;
-  }
-  void onSensorUpdated(bool /*success*/, const std::shared_ptr<obd::ParameterDescriptor>& /*parameter*/,
-                       const std::vector<std::shared_ptr<obd::SensorValueDataModel>>& values) override {
-    valuesTold += values.size();
-  }
-  void onMilStatusUpdated(bool /*success*/, MilStatus /*status*/) override { ++told[Mil]; }
-  void onConfirmedCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Confirmed]; }
-  void onPendingCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Pending]; }
-  void onPermanentCodesUpdated(bool /*success*/, const Codes& /*codes*/) override { ++told[Permanent]; }
-  void readinessMonitorsSinceResetUpdated(bool /*success*/, const ReadinessMonitors& /*monitors*/) override {
-    ++told[SinceReset];
-  }
-  void readinessMonitorsThisCycleUpdated(bool /*success*/, const ReadinessMonitors& /*monitors*/) override {
-    ++told[ThisCycle];
-  }
-  void onboardMonitorUpdated(bool /*success*/, const DiagnosticMonitors& /*monitors*/) override {
-    ++told[OnBoard];
-  }
-  void onMonitorStatusUpdated(bool /*success*/, bool /*complete*/) override { ++told[Oxygen]; }
-  void onVehicleIdentificationNumberUpdated(bool /*success*/, const std::string& /*vin*/,
-                                            int /*year*/) override {
-    ++told[Information];
-  }
-  void onCalibrationIdentificationsUpdated(bool /*success*/, const Texts& /*ids*/) override {
-    ++told[Information];
-  }
-  void onPerformanceCountersUpdated(bool /*success*/,
-                                    const obd::IEcuServiceObserver::Counters& /*counters*/) override {
-    ++told[Event::Counters];
-  }
-  void onCodeCountsUpdated(bool /*success*/, unsigned int /*confirmed*/, unsigned int /*pending*/) override {
-    ++told[CodeCounts];
-  }
-  void onMonitorCountsUpdated(bool /*success*/, unsigned int /*complete*/,
-                              unsigned int /*incomplete*/) override {
-    ++told[MonitorCounts];
-  }
-  void onFreezeFrameUpdated(bool /*success*/, bool /*present*/) override { ++told[FreezeFrame]; }
-  void onTestUpdated(bool /*success*/, const std::shared_ptr<obd::TestRoutineDataModel>& /*test*/) override {
-    ++told[Routine];
-  }
-  void onResponseArrived(bool /*success*/, const std::string& /*response*/) override { ++told[Console]; }
-
-  obd::IConnectionManager& manager() { return *m_facade->connectionManager(); }
-  obd::IObdVelmara& facade() { return *m_facade; }
-
-  std::shared_ptr<obd::ISensorService> sensors;
-  std::shared_ptr<obd::ITroubleCodeService> codes;
-  std::shared_ptr<obd::IMonitorService> monitors;
-  std::shared_ptr<obd::IOxygenSensorMonitorService> oxygen;
-  std::shared_ptr<obd::IEcuService> information;
-  std::shared_ptr<obd::ISummaryService> summary;
-  std::shared_ptr<obd::IService08> routines;
-  std::shared_ptr<obd::ITroubleshootingService> console;
-
-  bool connected = false;
-  bool over = false;
-  std::array<unsigned long long, EventCount> told{};
-  unsigned long long valuesTold = 0;
-
- private:
-  template <typename Service>
-  void start(std::shared_ptr<Service>& slot, std::shared_ptr<Service> service) {
-    slot = std::move(service);
-    slot->attach(this);
-  }
-  template <typename Service>
-  void drop(std::shared_ptr<Service>& slot) {
-    slot->detach(this);
-    slot.reset();
-  }
-  void makeServices() {
-    start(sensors, obd::SensorServiceBuilder::createSensorService());
-    start(codes, obd::TroubleCodeServiceBuilder::createTroubleCodeService());
-    start(monitors, obd::MonitorServiceBuilder::createMonitorService());
-    start(oxygen, obd::OxygenSensorMonitorBuilder::createOxygenSensorMonitor());
-    start(information, obd::EcuServiceBuilder::createEcuService());
-    start(summary, obd::SummaryServiceBuilder::createSummaryService());
-    start(routines, obd::Service08Builder::createService08());
-    start(console, obd::TroubleshootingServiceBuilder::createTroubleshootingService());
-  }
-  void dropServices() {
-    drop(sensors);
-    drop(codes);
-    drop(monitors);
-    drop(oxygen);
-    drop(information);
-    drop(summary);
-    drop(routines);
-    drop(console);
-  }
-
-  std::shared_ptr<obd::IObdVelmara> m_facade;
-  std::shared_ptr<obd::IConnectionService> m_connection;
-  std::mutex m_mutex;
-  hostos::WaitCondition m_condition;
-  bool m_posted = false;
-};
 
 // Another thread of the front end, which does all that any thread may: looks, asks the adapter itself,
 // listens to the traffic, closes the link under everybody's feet.
@@ -343,7 +145,8 @@ class Soak {
     options.latency = 5;
     options.silence = 100;
     options.faults = faults();
-    house.connected = house.over = false;
+    house.told = {};
+    house.texts.clear();
     const auto adapter = std::make_shared<simulator::ElmAdapter>(vehicle, options);
     std::optional<simulator::TcpServer> server;
     const auto protocol = static_cast<obd::VehicleProtocol>(vehicle->protocol());
@@ -359,20 +162,20 @@ class Soak {
       house.run(below(2000));
       house.manager().close();
     }
-    expect(house.run([&] { return house.connected || house.over; }, OpeningLimit), "an opening ends");
-    course.opened += house.connected ? 1 : 0;
+    expect(house.run([&] { return connected(house) || over(house); }, OpeningLimit), "an opening ends");
+    course.opened += connected(house) ? 1 : 0;
     std::optional<Meddler> meddler;
     if (chance(4)) {
       meddler.emplace(house.manager(), static_cast<std::uint32_t>(m_random()));
     }
-    if (house.connected) {
+    if (connected(house)) {
       poll(house);
     }
-    for (unsigned rounds = 3 + below(40); rounds > 0 && house.connected && !house.over; --rounds) {
+    for (unsigned rounds = 3 + below(40); rounds > 0 && connected(house) && !over(house); --rounds) {
       act(house);
     }
     meddler.reset();
-    course.lost += house.connected && house.over ? 1 : 0;
+    course.lost += connected(house) && over(house) ? 1 : 0;
     house.manager().close();
     expect(!house.manager().isConnected(), "closed is closed");
     house.run(20);
@@ -395,6 +198,11 @@ class Soak {
     if (!holds) {
       fail(std::string(what) + " (life " + std::to_string(course.lives) + ")");
     }
+  }
+
+  static bool connected(const FrontEnd& house) { return house.told[FrontEnd::Connected] > 0; }
+  static bool over(const FrontEnd& house) {
+    return house.told[FrontEnd::Disconnected] > 0 || house.told[FrontEnd::Failed] > 0;
   }
 
   simulator::FaultPlan faults() {
@@ -450,62 +258,65 @@ class Soak {
       }
       case 5: {
         std::vector<unsigned int> ids;
-        house.facade().ecuManager()->ecuIds(ids);
+        house.ecus().ecuIds(ids);
         if (!ids.empty()) {
-          house.facade().ecuManager()->selectEcu(pick(ids));
+          house.ecus().selectEcu(pick(ids));
         }
         break;
       }
       case 6:
-        await(house, Mil, house.codes->refreshMilStatus());
+        await(house, FrontEnd::Mil, house.codes->refreshMilStatus());
         break;
       case 7: {
-        const unsigned long long confirmed = house.told[Confirmed];
+        const unsigned long long confirmed = house.told[FrontEnd::Confirmed];
         const bool started = house.codes->refreshConfirmedCodes();
-        await(house, Permanent, house.codes->refreshPermanentCodes());
-        settle(house, Confirmed, started, confirmed);
+        await(house, FrontEnd::Permanent, house.codes->refreshPermanentCodes());
+        settle(house, FrontEnd::Confirmed, started, confirmed);
         break;
       }
       case 8:
-        await(house, SinceReset, house.monitors->refresh(obd::IMonitorService::SinceReset));
+        await(house, FrontEnd::SinceReset, house.monitors->refresh(obd::IMonitorService::SinceReset));
         break;
       case 9:
-        await(house, OnBoard, house.monitors->refresh(obd::IMonitorService::OnBoardMonitors));
+        await(house, FrontEnd::OnBoard, house.monitors->refresh(obd::IMonitorService::OnBoardMonitors));
         break;
       case 10:
         house.oxygen->refresh();
-        await(house, Oxygen, house.oxygen->isSupported());
+        await(house, FrontEnd::OxygenStatus, house.oxygen->isSupported());
         break;
       case 11:
-        await(house, Event::Counters, house.information->refresh(obd::IEcuService::PerformanceCounters));
+        await(house, FrontEnd::InUseCounters,
+              house.information->refresh(obd::IEcuService::PerformanceCounters));
         break;
       case 12: {
-        const unsigned long long counts = house.told[MonitorCounts];
+        const unsigned long long counts = house.told[FrontEnd::MonitorCounts];
         const bool started = house.summary->refresh();
-        await(house, FreezeFrame, started);
-        settle(house, MonitorCounts, started, counts);
+        await(house, FrontEnd::FreezeFrame, started);
+        settle(house, FrontEnd::MonitorCounts, started, counts);
         break;
       }
       default:
         if (chance(2)) {
-          await(house, Routine, house.routines->startTest(1 + static_cast<int>(below(3))));
+          await(house, FrontEnd::Routine, house.routines->startTest(1 + static_cast<int>(below(3))));
         } else if (house.console && house.codes->isConnected()) {
           house.console->sendRequest("ATRV", 1000);
-          await(house, Console, true);
+          await(house, FrontEnd::ConsoleReply, true);
         }
         break;
     }
   }
 
-  void await(FrontEnd& house, Event event, bool started) { settle(house, event, started, house.told[event]); }
+  void await(FrontEnd& house, FrontEnd::Event event, bool started) {
+    settle(house, event, started, house.told[event]);
+  }
 
   // `before`: how often the event had been told when it became due. On a lost link nothing is due.
-  void settle(FrontEnd& house, Event event, bool started, unsigned long long before) {
+  void settle(FrontEnd& house, FrontEnd::Event event, bool started, unsigned long long before) {
     if (!started) {
       return;
     }
     ++course.due;
-    const bool came = house.run([&] { return house.told[event] > before || house.over; }, RefreshLimit);
+    const bool came = house.run([&] { return house.told[event] > before || over(house); }, RefreshLimit);
     expect(came, ("event " + std::to_string(event) + " is due and does not come").c_str());
     course.told += house.told[event] > before ? 1 : 0;
   }
@@ -554,7 +365,7 @@ int main(int argc, char** argv) {
     std::printf(
         "%s: %.0f s, %u links, %u opened, %u lost, %llu exchanges, %llu values, %llu events due, %llu told, "
         "%zu threads, %zu descriptors, %.1f MB\n",
-        what, elapsed(), course.lives, course.opened, course.lost, course.exchanges, house->valuesTold,
+        what, elapsed(), course.lives, course.opened, course.lost, course.exchanges, house->values,
         course.due, course.told, entries("/proc/self/task"), entries("/proc/self/fd"), residentMegabytes());
     std::fflush(stdout);
   };
