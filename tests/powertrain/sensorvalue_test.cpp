@@ -16,109 +16,83 @@
 
 namespace {
 
+using obd::LinearScaling;
 using obd::ObdMode;
 using obd::ParameterIdentifier;
 using obd::Pid2Uid;
-using obd::TypedValueFormater;
 using obd::UnitSystem;
-using testing::ElementsAre;
 using Unit = MeasurementUnit;
 
 TEST(SensorValue, IntegersAreNeverRoundedOrPadded) {
   const auto signedValue = obd::ConcreateNumericSensorValue<int>::buildObject(50, -5, 2);
-  EXPECT_EQ(signedValue->uid(), 50);
   EXPECT_EQ(signedValue->textualValue(), "-5");
   EXPECT_EQ(signedValue->toString(-5.0F), "-5.00");
   EXPECT_EQ(signedValue->numericValue(), -5.0F);
   const auto unsignedValue = obd::ConcreateNumericSensorValue<unsigned int>::buildObject(1, 4000000000U, 1);
   EXPECT_EQ(unsignedValue->textualValue(), "4000000000");
-  const auto floatValue = obd::ConcreateNumericSensorValue<float>::buildObject(1, 1.0F, 3);
-  EXPECT_EQ(floatValue->textualValue(), "1.000");
-  EXPECT_EQ(obd::TextualSensorValue::buildObject(7, "On")->textualValue(), "On");
+  EXPECT_EQ(obd::ConcreateNumericSensorValue<float>::buildObject(1, 1.0F, 3)->textualValue(), "1.000");
 }
 
 TEST(SensorValue, RoundsHalvesUpwardInSinglePrecision) {
-  struct Case {
-    float value;
-    int precision;
-    const char* text;
-  };
-  const Case cases[] = {
+  const std::tuple<float, int, const char*> cases[] = {
       {2.5F, 0, "3"},
       {-2.5F, 0, "-2"},
       {-2.6F, 0, "-3"},
       {0.25F, 1, "0.3"},
-      {-0.25F, 1, "-0.2"},
       {-0.04F, 1, "0.0"},
-      {1.0F, 2, "1.00"},
-      {2.345F, 2, "2.35"},
       {1.005F, 2, "1.01"},         // 1.00499999, whose product with 100 is 100.5 as a float
       {8388609.0F, 0, "8388610"},  // the half is lost to the nearest even number
       {std::numeric_limits<float>::infinity(), 1, "inf"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(TypedValueFormater(c.precision).toString(c.value), c.text) << c.value << " " << c.precision;
+  for (const auto& [value, precision, text] : cases) {
+    EXPECT_EQ(obd::TypedValueFormater(precision).toString(value), text) << value << " " << precision;
   }
 }
 
-TEST(UnitScaling, SignsAndOffsets) {
-  const obd::LinearScaling unsignedRaw(0x02, 0.1F, 1, Unit::Volt, nullptr);
-  const obd::LinearScaling signedRaw(0x82, 0.1F, 1, Unit::Volt, nullptr);
-  EXPECT_FLOAT_EQ(unsignedRaw.scale(0xFFFF), 6553.5F);
-  EXPECT_FLOAT_EQ(signedRaw.scale(0xFFFF), -0.1F);
-  EXPECT_FLOAT_EQ(signedRaw.scale(0x8000), -3276.8F);
-  const obd::LinearOffsetScaling offset(0x16, 0.1F, -40.0F, 1, Unit::DegreeCelsius, nullptr);
-  EXPECT_FLOAT_EQ(offset.scale(400), 0.0F);
-  EXPECT_EQ(offset.unit(), Unit::DegreeCelsius);
-}
-
-TEST(UnitScaling, ConvertsOnlyInText) {
+TEST(UnitScaling, ScalesRawNumbersAndConvertsOnlyInText) {
+  EXPECT_FLOAT_EQ(LinearScaling(0x02, 0.1F, 1, Unit::Volt, nullptr).scale(0xFFFF), 6553.5F);
+  EXPECT_FLOAT_EQ(LinearScaling(0x82, 0.1F, 1, Unit::Volt, nullptr).scale(0xFFFF), -0.1F);
   const obd::LinearOffsetScaling fahrenheit(0x16, 0.1F, -40.0F, 1, Unit::DegreeFahrenheit,
                                             [](float v) { return v * 1.8F + 32.0F; });
+  EXPECT_EQ(fahrenheit.unit(), Unit::DegreeFahrenheit);
   EXPECT_FLOAT_EQ(fahrenheit.scale(1400), 100.0F);
   EXPECT_EQ(fahrenheit.toString(100.0F), "212.0");
-}
+  // Same numbers, other width: double for test results, float for sensors.
+  EXPECT_EQ(LinearScaling(1, 1.0F, 2, Unit::NoUnit, nullptr).toString(1.005F), "1.00");
+  EXPECT_EQ(LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(-2.5F), "-2");
+  EXPECT_EQ(LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(8388609.0F), "8388609");
 
-// Same numbers, other width: double for test results, float for sensors.
-TEST(UnitScaling, RoundsInDoublePrecision) {
-  EXPECT_EQ(obd::LinearScaling(1, 1.0F, 2, Unit::NoUnit, nullptr).toString(1.005F), "1.00");
-  EXPECT_EQ(obd::LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(-2.5F), "-2");
-  EXPECT_EQ(obd::LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(8388609.0F), "8388609");
-}
-
-TEST(UnitScaling, BoolAndDummy) {
   const obd::BoolScaling flag;
-  EXPECT_EQ(flag.toString(0.0F), "false");
-  EXPECT_EQ(flag.toString(0.5F), "true");
   EXPECT_EQ(flag.scale(0xFFFF), 65535.0F);
+  EXPECT_EQ(flag.toString(0.0F) + flag.toString(0.5F), "falsetrue");
   const obd::DummyScaling dummy;
   EXPECT_EQ(dummy.scale(0xFFFF), 65535.0F);
-  EXPECT_EQ(dummy.toString(70000.0F), "4464");
-  EXPECT_EQ(dummy.toString(12.9F), "12");
-  EXPECT_EQ(dummy.toString(-1.0F), "65535");
-  EXPECT_EQ(dummy.toString(1.0e30F), "0");  // a multiple of 65536
-  EXPECT_EQ(dummy.toString(std::nanf("")), "0");
+  for (const auto& [value, text] : {std::pair(70000.0F, "4464"),
+                                    {12.9F, "12"},
+                                    {-1.0F, "65535"},
+                                    {1.0e30F, "0"},  // a multiple of 65536
+                                    {std::nanf(""), "0"}}) {
+    EXPECT_EQ(dummy.toString(value), text);
+  }
 }
 
-TEST(SensorInfo, RangesByUnitSystem) {
+TEST(SensorInfo, TheLastRangeOfAUnitSystemCounts) {
   obd::SensorInfo info(Pid2Uid(0x0D, 3), "Speed", true);
-  EXPECT_EQ(info.maxValue(UnitSystem::Metric), 0.0F);
-  EXPECT_EQ(info.unit(UnitSystem::Metric), Unit::NoUnit);
   info.add(UnitSystem::Metric, Unit::Volt, 1.0F, 2.0F);
   info.add(UnitSystem::Metric, Unit::KilometersPerHour, -1.0F, 255.0F);
   EXPECT_EQ(info.unit(UnitSystem::Metric), Unit::KilometersPerHour);
   EXPECT_EQ(info.minValue(UnitSystem::Metric), -1.0F);
   EXPECT_EQ(info.maxValue(UnitSystem::Metric), 255.0F);
   EXPECT_EQ(info.maxValue(UnitSystem::Imperial), 0.0F);
+  EXPECT_EQ(info.unit(UnitSystem::Imperial), Unit::NoUnit);
   EXPECT_EQ(info.uid(), 133);
   EXPECT_EQ(info.pid(), ParameterIdentifier::VehicleSpeed);
 }
 
 TEST(ParameterIdentifier, NotationAndUid) {
-  EXPECT_EQ(ParameterIdentifier(5).toString(), "$05");
-  EXPECT_EQ(ParameterIdentifier(12).toString(), "$0C");
-  EXPECT_EQ(ParameterIdentifier(ParameterIdentifier::BatteryVoltage).toString(), "$F4");
-  EXPECT_EQ(ParameterIdentifier(0x1234).toString(), "$1234");
+  for (const auto& [id, text] : {std::pair(5, "$05"), {12, "$0C"}, {0xF4, "$F4"}, {0x1234, "$1234"}}) {
+    EXPECT_EQ(ParameterIdentifier(id).toString(), text);
+  }
   EXPECT_EQ(ParameterIdentifier(0x1234).toOid(), 0x34);
   EXPECT_EQ(obd::Uid2Pid(Pid2Uid(104, 5)), 104);
   EXPECT_EQ(Pid2Uid(ParameterIdentifier::FuelConsumption), 2400);
@@ -127,18 +101,10 @@ TEST(ParameterIdentifier, NotationAndUid) {
 
 TEST(PowertrainParameter, RequestAndSignature) {
   const auto ecu = std::make_shared<TestEcu>();
-  fake::Bytes request = fake::bytes("FF");
-  obd::EngineRpm live(ObdMode::Mode01, 0);
-  live.requestData(request);
-  EXPECT_EQ(fake::hex(request), "01 0C");
-  EXPECT_EQ(live.timeout(), 1500U);
   obd::EngineRpm frozen(ObdMode::Mode02, 3);
-  frozen.requestData(request);
-  EXPECT_EQ(fake::hex(request), "02 0C 03");
+  EXPECT_EQ(frozen.timeout(), 1500U);
   EXPECT_EQ(frozen.frame(), 3);
-
   EXPECT_TRUE(reply(frozen, ecu, "42 0C 03 0F A3"));
-  EXPECT_EQ(frozen.engineRpm(*ecu), 1000U);
   EXPECT_FALSE(reply(frozen, ecu, "42 0C 02 1F 40"));  // another frame
   EXPECT_FALSE(reply(frozen, ecu, "42 0C 03"));
   EXPECT_FALSE(reply(frozen, ecu, "41 0C 1F 40 00"));
@@ -147,40 +113,39 @@ TEST(PowertrainParameter, RequestAndSignature) {
 
 TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
   obd::ParameterFactory factory;
-  const auto ecu = std::make_shared<TestEcu>();
+  const TestEcu ecu;
   int count = 0;
   for (int id = -1; id <= 300; ++id) {
+    SCOPED_TRACE(id);
     const auto inRange = [id](int first, int last) { return id >= first && id <= last; };
     const bool registered = inRange(0x03, 0x1F) || inRange(0x21, 0x3F) || inRange(0x42, 0x4E) ||
                             inRange(0x51, 0x5F) || inRange(0x61, 0x7F);
     const auto pid = ParameterIdentifier(id).id();
     const auto live = factory.createParameter(pid);
     const auto frozen = factory.createFreezeFrameParameter(pid, 7);
-    EXPECT_EQ(live != nullptr, registered || id == 0x01 || inRange(244, 247)) << id;
-    EXPECT_EQ(frozen != nullptr, registered) << id;
+    EXPECT_EQ(live != nullptr, registered || id == 0x01 || inRange(244, 247));
+    EXPECT_EQ(frozen != nullptr, registered);
     if (live) {
       EXPECT_EQ(live->pid(), id);
-      EXPECT_FALSE(live->description(*ecu).empty()) << id;
-      for (const auto& info : live->sensorInfo(*ecu)) {
+      EXPECT_FALSE(live->description(ecu).empty());
+      for (const auto& info : live->sensorInfo(ecu)) {
         EXPECT_EQ(info->pid(), id);
       }
     }
-    if (frozen) {
+    if (live && frozen) {
       ++count;
-      fake::Bytes request;
+      fake::Bytes request = fake::bytes("FF");
       frozen->requestData(request);
       EXPECT_EQ(request, (fake::Bytes{0x02, static_cast<unsigned char>(id), 7}));
-      fake::Bytes liveRequest;
-      live->requestData(liveRequest);
-      EXPECT_EQ(liveRequest, (fake::Bytes{0x01, static_cast<unsigned char>(id)}));
+      live->requestData(request);
+      EXPECT_EQ(request, (fake::Bytes{0x01, static_cast<unsigned char>(id)}));
     }
   }
   EXPECT_EQ(count, 119);
-  EXPECT_TRUE(
-      std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(ParameterIdentifier(1).id())));
-  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(ParameterIdentifier::Torque)));
-  EXPECT_TRUE(
-      std::dynamic_pointer_cast<obd::EngineRpm>(factory.createParameter(ParameterIdentifier::EngineRpm)));
+  using Id = ParameterIdentifier;
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(Id(1).id())));
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(Id::Torque)));
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::EngineRpm>(factory.createParameter(Id::EngineRpm)));
 }
 
 TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {
@@ -192,12 +157,9 @@ TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {
   EXPECT_EQ(pressure.description(), "Intake Manifold Absolute Pressure");
   EXPECT_EQ(pressure.pid(), 0x0B);
   EXPECT_TRUE(pressure.hasNumericSensors());
-  const auto sensors = pressure.sensors();
-  ASSERT_EQ(sensors.size(), 1U);
-  EXPECT_EQ(sensors[0]->uid(), 110);
-  EXPECT_EQ(sensors[0]->unit(), Unit::InchOfMercury);
-  EXPECT_FLOAT_EQ(sensors[0]->maxValue(), 118.12023F);
-
+  EXPECT_EQ(pressure.sensors().at(0)->uid(), 110);
+  EXPECT_EQ(pressure.sensors().at(0)->unit(), Unit::InchOfMercury);
+  EXPECT_FLOAT_EQ(pressure.sensors().at(0)->maxValue(), 118.12023F);
   const obd::ParameterDescriptor fuel(factory.createParameter(ParameterIdentifier::FuelSystem), ecu,
                                       UnitSystem::Metric);
   EXPECT_FALSE(fuel.hasNumericSensors());

@@ -3,7 +3,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "../core/fakevehicle.h"
 #include "powertrain/powertrainparameter.h"
@@ -34,14 +33,15 @@ class TestEcu : public fake::Ecu {
   float airFlowMax = 655.35F;
 };
 
-/// The texts of all values of a control unit.
-inline std::vector<std::string> texts(obd::PowertrainParameter& parameter, const obd::IEcu& ecu,
-                                      obd::UnitSystem system = obd::UnitSystem::Metric) {
-  std::vector<std::string> result;
-  for (const auto& value : parameter.values(ecu, system)) {
-    result.push_back(value->textualValue());
+/// The texts of all values of a control unit, "30.2|60.8"; "none" without a value.
+inline std::string texts(obd::PowertrainParameter& parameter, const obd::IEcu& ecu,
+                         obd::UnitSystem system = obd::UnitSystem::Metric) {
+  std::string result;
+  const auto values = parameter.values(ecu, system);
+  for (const auto& value : values) {
+    result += (value == values.front() ? "" : "|") + value->textualValue();
   }
-  return result;
+  return values.empty() ? "none" : result;
 }
 
 /// Hands a parameter the reply of a control unit as hexadecimal text, header included.
