@@ -157,30 +157,4 @@ void readValues(Session& session, const EcuPtr& ecu, const ReadOptions& options,
   answers.conclude(section);
 }
 
-UnitReport readUnit(Session& session, const EcuPtr& ecu, const ReadOptions& options) {
-  UnitReport report;
-  report.identity = readIdentity(session, ecu);
-  readInfo(session, ecu, options, report.info);
-  readFaults(session, ecu, options, report.faults);
-  readFreeze(session, ecu, options, report.freeze);
-  readMonitors(session, ecu, options, report.monitors);
-  readTests(session, ecu, options, report.tests);
-  readOxygen(session, ecu, options, report.oxygen);
-  readCounters(session, ecu, options, report.counters);
-  readRoutines(session, ecu, options, report.routines);
-  readValues(session, ecu, options, report.values);
-  return report;
-}
-
-VehicleReport readVehicle(Session& session, const std::vector<EcuPtr>& units, const ReadOptions& options) {
-  VehicleReport report;
-  report.time = std::time(nullptr);
-  report.unitSystem = session.facade().settings()->unitSystem();
-  report.link = readLink(session);
-  for (const EcuPtr& ecu : units) {
-    report.units.push_back(readUnit(session, ecu, options));
-  }
-  return report;
-}
-
 }  // namespace velmara

@@ -268,8 +268,4 @@ void readCounters(Session& session, const EcuPtr& ecu, const ReadOptions& option
 void readRoutines(Session& session, const EcuPtr& ecu, const ReadOptions& options, RoutinesSection& section);
 void readValues(Session& session, const EcuPtr& ecu, const ReadOptions& options, ValuesSection& section);
 
-/// All of one control unit, and all of these units.
-UnitReport readUnit(Session& session, const EcuPtr& ecu, const ReadOptions& options);
-VehicleReport readVehicle(Session& session, const std::vector<EcuPtr>& units, const ReadOptions& options);
-
 }  // namespace velmara

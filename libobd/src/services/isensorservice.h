@@ -72,7 +72,8 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   virtual std::vector<std::shared_ptr<ParameterDescriptor>> parameters() = 0;
   /// Reads each identifier once. With an empty list it ends the polling after each parameter's next value.
   virtual void refreshOnce(const std::vector<int>& identifiers) = 0;
-  /// Polls the identifiers over and over; unknown ones are passed over.
+  /// Polls the identifiers over and over; unknown ones are passed over, and so are all of them until the
+  /// connection was told by `IConnectionServiceObserver::onConnected`.
   virtual void refresh(const std::vector<int>& identifiers) = 0;
   /// Ends all polling and starts the statistics anew, without an observer call.
   virtual void reset() = 0;
