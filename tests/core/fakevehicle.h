@@ -45,15 +45,16 @@ inline std::string hex(const Bytes& data) {
 /// Collects what is logged while it lives, each message as "level message".
 class Log : public tavrix::ITraceLogger {
  public:
-  Log() { tavrix::traceLogger() = this; }
+  Log() : m_previous(tavrix::traceLogger().exchange(this)) {}
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
-  ~Log() override { tavrix::traceLogger() = nullptr; }
+  ~Log() override { tavrix::traceLogger() = m_previous; }
 
   void log(const char* file, int /*line*/, int level, const std::string& message) override {
     const std::lock_guard guard(m_mutex);
     m_lines.push_back(std::to_string(level) + " " + message);
     m_source = file;
+    ++m_counts[m_source + " " + m_lines.back()];
   }
 
   /// What came since the last call.
@@ -61,11 +62,22 @@ class Log : public tavrix::ITraceLogger {
     const std::lock_guard guard(m_mutex);
     return std::exchange(m_lines, {});
   }
-  std::string lastSource() const { return m_source; }
+  /// How often a line has come altogether, its source in front: "src\\updatequeue 3 Update queue full".
+  int count(const std::string& line) {
+    const std::lock_guard guard(m_mutex);
+    return m_counts[line];
+  }
+  /// Where the last line came from.
+  std::string lastSource() {
+    const std::lock_guard guard(m_mutex);
+    return m_source;
+  }
 
  private:
+  tavrix::ITraceLogger* const m_previous;
   std::mutex m_mutex;
   std::vector<std::string> m_lines;
+  std::map<std::string, int> m_counts;
   std::string m_source;
 };
 

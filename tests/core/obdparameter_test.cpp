@@ -20,8 +20,6 @@ class Probe : public obd::ObdParameter {
   using ObdParameter::findSaeChecksumLength;
   using ObdParameter::verifySaeSignatures;
 
-  explicit Probe(Bytes replySignature = bytes("4902")) : signature(std::move(replySignature)) {}
-
   void getRequestData(Bytes& data) const override { data = bytes("0902"); }
   void getSignature(Bytes& data) const override { data = signature; }
   bool fromBytes(const std::shared_ptr<obd::IEcu>& ecu, const Bytes& data) override {
@@ -32,7 +30,7 @@ class Probe : public obd::ObdParameter {
     return data.size() < 4;
   }
 
-  Bytes signature;
+  Bytes signature = bytes("4902");
   bool fails = false;
   std::vector<std::pair<unsigned int, Bytes>> accepted;
 };
@@ -51,21 +49,17 @@ class ObdParameter : public testing::Test {
 
 TEST_F(ObdParameter, MapsProxyResultsWithoutReadingTheReply) {
   proxy->reply("0902", 0x7E8, "490201");
-  for (const auto& [result, status] : {std::pair{0, IQuery::Updated},
-                                       {1, IQuery::NoData},
-                                       {2, IQuery::NoData},
-                                       {3, IQuery::AdapterRefused},
-                                       {4, IQuery::NoData},
-                                       {-1, IQuery::NoData}}) {
-    proxy->result = result;
-    EXPECT_EQ(probe.update(proxy), status) << result;
+  using enum IQuery::UpdateStatus;
+  for (const auto status : {Updated, NoData, NoData, AdapterRefused, NoData, NoData}) {
+    EXPECT_EQ(probe.update(proxy), status) << proxy->result;
+    ++proxy->result;
   }
   EXPECT_EQ(probe.accepted.size(), 1U);
-  EXPECT_THAT(log.take(), IsEmpty());
   EXPECT_EQ(proxy->timeouts.front(), 1500U);
-}
-
-TEST_F(ObdParameter, SaysNothingIfNobodyAnswered) {
+  Bytes request;
+  probe.requestData(request);
+  EXPECT_EQ(proxy->requests.front(), fake::hex(request));
+  proxy->result = 0;
   proxy->silence("0902");
   EXPECT_EQ(probe.update(proxy), IQuery::NoData);
   EXPECT_THAT(log.take(), IsEmpty());
@@ -77,40 +71,31 @@ TEST_F(ObdParameter, OneGoodReplyAmongBadOnesUpdates) {
   EXPECT_THAT(log.take(), ElementsAre("2 Signature mismatch", "2 Invalid data received for 0x7e8",
                                       "2 No such ECU: 2025"));
   EXPECT_THAT(probe.accepted, ElementsAre(std::pair(0x7EAU, bytes("490201"))));
-}
-
-TEST_F(ObdParameter, RejectedDataIsNoData) {
   proxy->reply("0902", 0x7EA, "49020102");
-  EXPECT_EQ(probe.update(proxy), IQuery::NoData);
-  EXPECT_THAT(log.take(), ElementsAre("2 Invalid data received for 0x7ea"));
+  EXPECT_EQ(probe.update(proxy), IQuery::NoData) << "the last one is not to the subclass's liking now";
 }
 
 TEST_F(ObdParameter, RemembersTheLastNegativeResponseUntilTheNextUpdate) {
   proxy->reply("0902", 0x7E8, "7F0912").reply("0902", 0x7EA, "490201");
   EXPECT_EQ(probe.update(proxy), IQuery::Updated);
-  EXPECT_EQ(probe.nack(), obd::NackSubfunctionNotSupported);
   EXPECT_THAT(log.take(), ElementsAre("2 ECU with ID 2024 received NACK:  0x7f 0x9 0x12",
                                       "2 Invalid data received for 0x7e8"));
   probe.clear();
-  EXPECT_EQ(probe.nack(), 0x12);
-
-  proxy->reply("0902", 0x7E8, "490201").reply("0902", 0x7EA, "7F");
+  EXPECT_EQ(probe.nack(), obd::NackSubfunctionNotSupported);
+  proxy->reply("0902", 0x7E8, "490201").reply("0902", 0x7EA, "7F09");
   EXPECT_EQ(probe.update(proxy), IQuery::Updated);
   EXPECT_EQ(probe.nack(), 121);
-  EXPECT_EQ(obd::NackToString(probe.nack()), "Unknown");
-
   proxy->result = 3;
   probe.update(proxy);
   EXPECT_EQ(probe.nack(), 0);
 }
 
 TEST_F(ObdParameter, NegativeResponseComesBeforeTheSignature) {
-  Probe odd(bytes("7F09"));
-  EXPECT_FALSE(odd.setResponseData(proxy->currentEcu(), bytes("7F09")));
-  EXPECT_EQ(odd.nack(), 121);
-  Probe any{Bytes{}};
-  EXPECT_TRUE(any.setResponseData(proxy->currentEcu(), {}));
   EXPECT_FALSE(probe.setResponseData(proxy->currentEcu(), bytes("49")));
+  probe.signature = bytes("7F09");
+  EXPECT_FALSE(probe.setResponseData(proxy->currentEcu(), bytes("7F09")));
+  probe.signature.clear();
+  EXPECT_TRUE(probe.setResponseData(proxy->currentEcu(), {}));
 }
 
 TEST_F(ObdParameter, LogsTheWholeExchangeOfAnException) {
@@ -123,60 +108,72 @@ TEST_F(ObdParameter, LogsTheWholeExchangeOfAnException) {
   EXPECT_EQ(log.lastSource(), "src\\obdparameter");
 }
 
-/// `count` frames of the signature, a sequence number and filling bytes.
-Bytes frames(std::size_t count, std::size_t frameSize) {
+/// `count` frames of the signature, a sequence number and filling bytes, and what comes behind them.
+Bytes frames(std::size_t count, std::size_t frameSize, std::size_t tail = 0) {
   Bytes data;
   for (std::size_t i = 0; i < count; ++i) {
-    Bytes frame = bytes("4902");
-    frame.push_back(static_cast<unsigned char>(i + 1));
+    Bytes frame = {0x49, 0x02, static_cast<unsigned char>(i + 1)};
     frame.resize(frameSize, 0x55);
     data.insert(data.end(), frame.begin(), frame.end());
   }
+  data.resize(data.size() + tail);
   return data;
 }
 
-TEST(SaeFrames, ChecksumLengthFollowsFromSizeAndSignatures) {
-  const Probe probe;
-  EXPECT_EQ(probe.findSaeChecksumLength({}), -1);
-  EXPECT_EQ(probe.findSaeChecksumLength(frames(5, 7)), 0);
-  EXPECT_EQ(probe.findSaeChecksumLength(frames(5, 8)), 1);
-  EXPECT_EQ(probe.findSaeChecksumLength(frames(5, 9)), -1);
-  // 56 bytes fit both; the signatures decide.
-  EXPECT_EQ(probe.findSaeChecksumLength(frames(8, 7)), 0);
-  EXPECT_EQ(probe.findSaeChecksumLength(frames(7, 8)), 1);
+TEST(SaeFrames, AreToldBySizeAndSignatures) {
   Bytes broken = frames(5, 7);
   broken[7] = 0x48;
-  EXPECT_EQ(probe.findSaeChecksumLength(broken), -1);
+  const struct {
+    Bytes data;
+    int checksumLength;
+    bool soundWithout;
+    bool soundWith;
+  } cases[] = {
+      {{}, -1, false, false},
+      {bytes("49"), -1, false, false},
+      {bytes("0000"), -1, true, true},  // a lone signature is not compared
+      {bytes("000000"), -1, false, false},
+      {bytes("490201"), -1, true, true},
+      {frames(5, 7), 0, true, false},
+      {frames(5, 8), 1, false, true},
+      {frames(5, 9), -1, false, false},
+      {frames(8, 7), 0, true, false},  // 56 bytes fit both; the signatures decide
+      {frames(7, 8), 1, false, true},
+      {frames(2, 7, 2), -1, true, false},  // a tail no longer than a signature is not looked at
+      {frames(2, 7, 3), -1, false, false},
+      {broken, -1, false, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(fake::hex(c.data));
+    EXPECT_EQ(Probe().findSaeChecksumLength(c.data), c.checksumLength);
+    EXPECT_EQ(Probe().verifySaeSignatures(c.data, 0), c.soundWithout);
+    EXPECT_EQ(Probe().verifySaeSignatures(c.data, 1), c.soundWith);
+  }
 }
 
-TEST(SaeFrames, EveryFrameBeginsWithTheSignature) {
-  const Probe probe;
-  EXPECT_FALSE(probe.verifySaeSignatures({}, 0));
-  EXPECT_FALSE(probe.verifySaeSignatures(bytes("49"), 0));
-  EXPECT_TRUE(probe.verifySaeSignatures(bytes("0000"), 0)) << "a lone signature is not compared";
-  EXPECT_FALSE(probe.verifySaeSignatures(bytes("000000"), 0));
-  EXPECT_TRUE(probe.verifySaeSignatures(bytes("490201"), 1));
-
-  Bytes data = frames(2, 7);
-  EXPECT_TRUE(probe.verifySaeSignatures(data, 0));
-  EXPECT_FALSE(probe.verifySaeSignatures(data, 1));
-  // A tail no longer than a signature is not looked at, one byte more is.
-  data.insert(data.end(), {0x00, 0x00});
-  EXPECT_TRUE(probe.verifySaeSignatures(data, 0));
-  data.push_back(0x00);
-  EXPECT_FALSE(probe.verifySaeSignatures(data, 0));
+TEST(VehicleTypes, FollowFromTheAdaptersNumberOfTheProtocol) {
+  std::string links;
+  for (int number = 0; number <= 10; ++number) {
+    const obd::ObdProtocol link = obd::toObdProtocol(static_cast<obd::VehicleProtocol>(number));
+    links += std::to_string(static_cast<int>(link)) + (obd::isCan(link) ? "c" : "");
+  }
+  EXPECT_EQ(links, "5220113c4c3c4c5");
+  Bytes sensors;
+  for (int location = -1; location <= 12; ++location) {
+    sensors.push_back(obd::sensorByte(static_cast<obd::OxygenSensorLocation>(location)));
+  }
+  EXPECT_EQ(fake::hex(sensors), "00 01 02 04 08 10 20 40 80 10 20 40 80 00");
 }
 
 TEST(NackToString, GivesTheTextOfEachCode) {
-  const std::pair<int, const char*> texts[] = {{0x00, "Acknowledged"},
-                                               {0x10, "General reject"},
-                                               {0x11, "Service not supported"},
-                                               {0x12, "Subfunction not supported"},
-                                               {0x21, "Busy"},
-                                               {0x22, "Conditions not correct"},
-                                               {0x78, "Response pending"},
-                                               {0x13, "Unknown"},
-                                               {-1, "Unknown"}};
+  const std::map<int, const char*> texts = {{0x00, "Acknowledged"},
+                                            {0x10, "General reject"},
+                                            {0x11, "Service not supported"},
+                                            {0x12, "Subfunction not supported"},
+                                            {0x21, "Busy"},
+                                            {0x22, "Conditions not correct"},
+                                            {0x78, "Response pending"},
+                                            {121, "Unknown"}};
   for (const auto& [code, text] : texts) {
     EXPECT_EQ(obd::NackToString(code), text) << code;
   }

@@ -5,9 +5,6 @@
 #include <memory>
 #include <thread>
 
-#include <hostos/thread.h>
-#include <hostos/time.h>
-
 #include "link/connection.h"
 #include "link/elmtransport.h"
 #include "support/virtualclock.h"
@@ -19,24 +16,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// Runs a function on a thread of the platform layer, which the virtual clock knows of.
-class Runner {
- public:
-  explicit Runner(std::function<void()> work) : m_work(std::move(work)), m_thread("Runner") {
-    m_thread.run(
-        [](void* self) -> void* {
-          static_cast<Runner*>(self)->m_work();
-          return nullptr;
-        },
-        this);
-  }
-  void join() { m_thread.join(); }
-
- private:
-  std::function<void()> m_work;
-  hostos::CThread m_thread;
-};
 
 class CountingListener : public IDisconnectListener {
  public:
@@ -64,23 +43,28 @@ class TraceLogger : public IConnectionLogger {
 
 class ConnectionTest : public testing::Test {
  protected:
-  void open(unsigned char delimiter = '>') {
-    connection->setDelimiter(delimiter);
+  void open() {
+    connection->setDelimiter('>');
     connection->setDisconnectListener(&listener);
     ASSERT_EQ(0, connection->connect());
   }
-  std::string read(int timeout) {
-    Bytes bytes;
-    switch (connection->read(bytes, timeout)) {
-      case ConnectionMessage:
-        return "[" + toText(bytes) + "]";
-      case ConnectionTimeout:
-        return "timeout";
-      case ConnectionClosed:
-        return "closed";
-      default:
-        return "?";
+  // Opens the link again, to a bus of its own.
+  void renew() {
+    bus = std::make_shared<FakeBus>();
+    connection = std::make_unique<Connection>(bus);
+  }
+  // What reads give, and after how many milliseconds altogether.
+  std::string read(std::initializer_list<int> timeouts, bool timed = false) {
+    const std::uint32_t begin = hostos::CTime::milliseconds();
+    std::string results;
+    for (const int timeout : timeouts) {
+      Bytes bytes;
+      const int result = connection->read(bytes, timeout);
+      results += result == ConnectionMessage   ? "[" + toText(bytes) + "]"
+                 : result == ConnectionTimeout ? "timeout"
+                                               : "closed";
     }
+    return timed ? results + " " + std::to_string(hostos::CTime::milliseconds() - begin) : results;
   }
   // Waits until the read task has met what ends the link.
   void awaitEnd() {
@@ -90,7 +74,7 @@ class ConnectionTest : public testing::Test {
   }
 
   VirtualClock clock;
-  CapturingLogger log;
+  fake::Log log;
   std::shared_ptr<FakeBus> bus = std::make_shared<FakeBus>();
   std::unique_ptr<Connection> connection = std::make_unique<Connection>(bus);
   CountingListener listener;
@@ -100,59 +84,46 @@ TEST_F(ConnectionTest, ReportsABusThatDoesNotOpen) {
   bus->openResult = 5;
   EXPECT_EQ(5, connection->connect());
   EXPECT_THAT(log.take(), ElementsAre("3 Failed to connect (5): broken"));
-  EXPECT_EQ("src\\connection", log.source());
+  EXPECT_EQ("src\\connection", log.lastSource());
   EXPECT_FALSE(connection->isConnected());
-  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ("closed", read({100}));
   EXPECT_EQ(1, connection->write(toBytes("ATZ")));
   EXPECT_EQ(0, bus->readCalls);
 }
 
 TEST_F(ConnectionTest, CutsTheStreamAtTheDelimiter) {
+  EXPECT_EQ(0, connection->connect());
+  bus->deliver(std::string("a\0b", 3));
+  EXPECT_EQ("[a]", read({100}));  // at NUL as long as nothing else is said
+  renew();
   open();
   EXPECT_EQ(0, connection->connect());  // changes nothing
-  bus->deliver("OK");
-  bus->deliver("\r");
-  bus->deliver(">");
+  for (const char* part : {"OK", "\r", ">"}) {
+    bus->deliver(part);
+  }
   const std::uint32_t begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("[OK\r]", read(5000));
+  EXPECT_EQ("[OK\r]", read({5000}));
   EXPECT_LT(hostos::CTime::milliseconds() - begin, 10U);
   bus->deliver(">one>two");
-  EXPECT_EQ("[]", read(100));
-  EXPECT_EQ("[one]", read(100));
-  EXPECT_EQ("timeout", read(100));
+  EXPECT_EQ("[][one]timeout", read({100, 100, 100}));
   // A new delimiter counts for what has arrived already, and back again.
   bus->deliver(" a\rb\rc");
   hostos::CTime::msleep(20);
-  EXPECT_EQ("timeout", read(0));
+  EXPECT_EQ("timeout", read({0}));
   connection->setDelimiter('\r');
-  EXPECT_EQ("[two a]", read(100));
+  EXPECT_EQ("[two a]", read({100}));
   hostos::CTime::msleep(20);
   connection->setDelimiter('>');
   bus->deliver(">rest");
-  EXPECT_EQ("[b]", read(100));  // cut while the delimiter was the carriage return
-  EXPECT_EQ("[c]", read(100));
-}
-
-TEST_F(ConnectionTest, CutsAtNulUntilADelimiterIsSet) {
-  open(0);
-  bus->deliver(std::string("a\0b", 3));
-  EXPECT_EQ("[a]", read(100));
+  EXPECT_EQ("[b][c]", read({100, 100}));  // the first was cut while the delimiter was the carriage return
 }
 
 TEST_F(ConnectionTest, WaitsAsLongAsToldAndTenDaysAtMost) {
   open();
-  std::uint32_t begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("timeout", read(500));
-  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
-  EXPECT_EQ("timeout", read(0));
-  EXPECT_EQ("timeout", read(-1));
-  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
-
+  EXPECT_EQ("timeouttimeouttimeout 500", read({500, 0, -1}, true));
   bus->change([this] { bus->onRead = [] { hostos::CTime::msleep(11U * 24 * 60 * 60 * 1000); }; });
   hostos::CTime::msleep(5);
-  begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("timeout", read(0x7FFFFFFF));
-  EXPECT_EQ(10U * 24 * 60 * 60 * 1000, hostos::CTime::milliseconds() - begin);
+  EXPECT_EQ("timeout 864000000", read({0x7FFFFFFF}, true));
 }
 
 // Wakes each waiter every few milliseconds for nothing.
@@ -168,51 +139,46 @@ class RestlessClock : public VirtualClock {
 TEST_F(ConnectionTest, WaitsOnWhenWokenForNothing) {
   RestlessClock restless;
   open();
-  std::uint32_t begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("timeout", read(500));
-  EXPECT_EQ(500U, hostos::CTime::milliseconds() - begin);
-  Runner adapter([this] {
-    hostos::CTime::msleep(200);
-    bus->deliver("late>");
-    hostos::CTime::msleep(200);
-    connection->disconnect();
-  });
-  begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("[late]", read(500));
-  EXPECT_NEAR(200, hostos::CTime::milliseconds() - begin, 5);
-  EXPECT_EQ("timeout", read(10000));
-  EXPECT_NEAR(400, hostos::CTime::milliseconds() - begin, 5);
-  adapter.join();
+  EXPECT_EQ("timeout 500", read({500}, true));
+  {
+    Runner adapter([this] {
+      hostos::CTime::msleep(200);
+      bus->deliver("late>");
+      hostos::CTime::msleep(200);
+      connection->disconnect();
+    });
+    const std::uint32_t begin = hostos::CTime::milliseconds();
+    EXPECT_EQ("[late]", read({500}));
+    EXPECT_NEAR(200, hostos::CTime::milliseconds() - begin, 5);
+    EXPECT_EQ("timeout", read({10000}));
+    EXPECT_NEAR(400, hostos::CTime::milliseconds() - begin, 5);
+  }
   connection.reset();  // while its clock lives
 }
 
 TEST_F(ConnectionTest, TellsOfALinkThatFails) {
-  const struct {
-    int result;
-    std::vector<std::string> log;
-  } cases[] = {{hostos::BusReadError, {"3 Failed to read socket: broken"}}, {hostos::BusPeerClosed, {}}};
+  const std::pair<int, std::vector<std::string>> cases[] = {
+      {hostos::BusReadError, {"3 Failed to read socket: broken"}},
+      {hostos::BusPeerClosed, {}},
+      {hostos::BusNothingToRead, {"3 Failed to write socket: broken"}}};  // and the write fails
   int told = 0;
-  for (const auto& c : cases) {
-    connection = std::make_unique<Connection>(bus);
+  for (const auto& [result, lines] : cases) {
+    renew();
     open();
     bus->deliver("lost");
-    bus->script({c.result, "bytes>"});
+    bus->script({result, "bytes>"});
+    if (result == hostos::BusNothingToRead) {
+      bus->writeResult = 7;
+      EXPECT_EQ(1, connection->write(toBytes("0100\r")));
+    }
     awaitEnd();
-    EXPECT_EQ("closed", read(100));
+    EXPECT_EQ("closed", read({100}));
     EXPECT_EQ(1, connection->write({}));
-    EXPECT_EQ(c.log, log.take());
+    EXPECT_EQ(lines, log.take());
     connection.reset();
     EXPECT_EQ(++told, listener.calls);
-    EXPECT_EQ(told, bus->closings);
+    EXPECT_EQ(1, bus->closings);
   }
-  connection = std::make_unique<Connection>(bus);
-  open();
-  bus->writeResult = 7;
-  EXPECT_EQ(1, connection->write(toBytes("0100\r")));
-  EXPECT_EQ(1, connection->write(toBytes("0100\r")));
-  EXPECT_EQ("closed", read(100));
-  EXPECT_THAT(log.take(), ElementsAre("3 Failed to write socket: broken"));
-  EXPECT_EQ(3, listener.calls);
 }
 
 TEST_F(ConnectionTest, SaysNothingOfAnEndThatWasAskedFor) {
@@ -223,79 +189,64 @@ TEST_F(ConnectionTest, SaysNothingOfAnEndThatWasAskedFor) {
     hostos::CTime::msleep(200);
     connection->disconnect();
   });
-  EXPECT_EQ("[message]", read(100));
-  const std::uint32_t begin = hostos::CTime::milliseconds();
-  EXPECT_EQ("timeout", read(10000));  // the wait in progress counts as run out
-  EXPECT_LE(hostos::CTime::milliseconds() - begin, 201U);
+  EXPECT_EQ("[message]timeout 200", read({100, 10000}, true));  // the wait in progress counts as run out
   closer.join();
-  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ("closed", read({100}));
   EXPECT_EQ(1, connection->write({}));
   EXPECT_EQ(0, listener.calls);
   EXPECT_THAT(log.take(), IsEmpty());
 }
 
-TEST_F(ConnectionTest, MayBeEndedFromTheReadTask) {
+TEST_F(ConnectionTest, MayBeEndedFromTheReadTaskOrWhileItOpens) {
   bus->onRead = [this] { connection->disconnect(); };
   open();
   awaitEnd();
   connection.reset();
   EXPECT_EQ(1, bus->readCalls);
-  EXPECT_EQ(0, listener.calls);
-}
-
-TEST_F(ConnectionTest, StaysClosedWhenEndedWhileItOpens) {
+  renew();
   bus->onOpen = [this] { connection->disconnect(); };
   EXPECT_NE(0, connection->connect());
   EXPECT_FALSE(connection->isConnected());
-  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ("closed", read({100}));
   connection.reset();
   EXPECT_EQ(0, bus->readCalls);
   EXPECT_EQ(2, bus->closings);  // what opened after the first close is closed again
+  EXPECT_EQ(0, listener.calls);
 }
 
 TEST_F(ConnectionTest, ShowsTrafficToLoggersInOrder) {
   std::vector<std::string> lines;
   TraceLogger first("a", lines);
   TraceLogger second("b", lines);
-  connection->addLogger(&first);
-  connection->addLogger(&second);
-  connection->addLogger(&second);
+  for (TraceLogger* logger : {&first, &second, &second}) {
+    connection->addLogger(logger);
+  }
   connection->removeLogger(&second);
   open();
   bus->deliver("41 00\r>");
   EXPECT_EQ(0, connection->write(toBytes("0100\r")));
-  EXPECT_EQ("[41 00\r]", read(100));
-  EXPECT_THAT(lines, ElementsAre("a W 0100\r", "b W 0100\r", "a R 41 00\r", "b R 41 00\r"));
-  EXPECT_THAT(bus->written, ElementsAre("0100\r"));
-  lines.clear();
+  EXPECT_EQ("[41 00\r]", read({100}));
   second.leaves = connection.get();
   EXPECT_EQ(0, connection->write(toBytes("A")));
   bus->writeResult = 1;
   EXPECT_EQ(1, connection->write(toBytes("B")));
-  EXPECT_THAT(lines, ElementsAre("a W A", "b W A"));
+  EXPECT_THAT(lines, ElementsAre("a W 0100\r", "b W 0100\r", "a R 41 00\r", "b R 41 00\r", "a W A", "b W A"));
 }
 
-TEST_F(ConnectionTest, RestsWhileNothingComes) {
-  bus->emptyReads = true;
-  open();
-  hostos::CTime::msleep(100);
-  connection->disconnect();
-  connection.reset();
-  EXPECT_GT(bus->readCalls, 50);
-  EXPECT_LT(bus->readCalls, 110);
-}
-
-TEST_F(ConnectionTest, AddsNoRestToThatOfTheBus) {
-  for (const bool emptyReads : {false, true}) {
-    bus = std::make_shared<FakeBus>();
-    bus->emptyReads = emptyReads;
-    bus->waits = 2;
-    connection = std::make_unique<Connection>(bus);
-    open();
-    hostos::CTime::msleep(100);
-    connection.reset();
-    EXPECT_GE(bus->readCalls, 49);
-    EXPECT_LE(bus->readCalls, 52);
+TEST_F(ConnectionTest, RestsWhileNothingComesUnlessTheBusDoes) {
+  // A bus that waits itself is asked as often as it lets.
+  const std::tuple<std::uint32_t, int, int> cases[] = {{0, 51, 109}, {2, 49, 52}};
+  for (const auto& [waits, least, most] : cases) {
+    for (const int nothing : {hostos::BusNothingToRead, hostos::BusRead}) {
+      renew();
+      bus->waits = waits;
+      bus->nothing = nothing;
+      open();
+      hostos::CTime::msleep(100);
+      connection.reset();
+      EXPECT_GE(bus->readCalls, least);
+      EXPECT_LE(bus->readCalls, most);
+    }
   }
 }
 
@@ -308,53 +259,43 @@ TEST_F(ConnectionTest, GivesUpOnNoiseWithoutEnd) {
   bus->deliver(">");
   std::string message = "timeout";
   for (int i = 0; i < 100 && message == "timeout"; ++i) {
-    message = read(1000);
+    message = read({1000});
   }
   EXPECT_EQ((1U << 24) + 2, message.size());
   for (int i = 0; i < 17; ++i) {
     bus->deliver(noise);
   }
   awaitEnd();
-  EXPECT_EQ("closed", read(100));
+  EXPECT_EQ("closed", read({100}));
   EXPECT_THAT(log.take(),
               ElementsAre("3 Failed to read socket: too much data, 17825792 bytes still to be cut"));
   EXPECT_EQ(1, listener.calls);
 }
 
 TEST_F(ConnectionTest, GivesUpOnMessagesWithoutEnd) {
-  const struct {
-    std::size_t count;
-    std::size_t size;
-    std::size_t atOnce;
-  } limits[] = {{65536, 0, 4096}, {8, 4 << 20, 1}};
+  const std::pair<std::size_t, std::string> limits[] = {{65536, ">"}, {8, std::string(4 << 20, 'x') + '>'}};
   int told = 0;
-  for (const auto& limit : limits) {
-    bus = std::make_shared<FakeBus>();
-    bus->emptyReads = true;
-    connection = std::make_unique<Connection>(bus);
+  for (const auto& [count, message] : limits) {
+    renew();
     open();
-    const auto deliver = [&](std::size_t count) {
-      while (count > 0) {
-        std::string chunk;
-        for (std::size_t i = 0; i < limit.atOnce && count > 0; ++i, --count) {
-          chunk += std::string(limit.size, 'x') + '>';
-        }
-        bus->deliver(chunk);
+    const auto deliver = [&, &message = message](std::size_t left) {
+      for (; left > 0; --left) {
+        bus->deliver(message);
       }
     };
     // Twice up to the limit, all taken in between: nothing is lost.
     for (int round = 0; round < 2; ++round) {
-      deliver(limit.count);
+      deliver(count);
       hostos::CTime::msleep(100);
       std::size_t taken = 0;
-      for (Bytes bytes; taken < limit.count && connection->read(bytes, 1000) == ConnectionMessage; ++taken) {
+      for (Bytes bytes; taken < count && connection->read(bytes, 1000) == ConnectionMessage; ++taken) {
       }
-      EXPECT_EQ(limit.count, taken);
+      EXPECT_EQ(count, taken);
     }
     EXPECT_EQ(told, listener.calls);
-    deliver(limit.count + 1);
+    deliver(count + 1);
     awaitEnd();
-    EXPECT_EQ("closed", read(100));
+    EXPECT_EQ("closed", read({100}));
     EXPECT_THAT(log.take(), ElementsAre("3 Failed to read socket: too many messages that nobody takes"));
     EXPECT_EQ(++told, listener.calls);
   }
@@ -367,7 +308,6 @@ TEST(Connection, StandsThreadsThatMeet) {
     CountingListener listener;
     auto owned = std::make_unique<Connection>(bus);
     Connection& connection = *owned;
-    connection.setDelimiter('>');
     connection.setDisconnectListener(&listener);
     ASSERT_EQ(0, connection.connect());
     std::atomic<bool> done{false};
@@ -379,23 +319,18 @@ TEST(Connection, StandsThreadsThatMeet) {
         connection.setDelimiter('>');
         std::this_thread::yield();
         connection.removeLogger(&logger);
-        lines.clear();
       }
     });
     std::thread closer([&] {
       std::this_thread::yield();
-      if (round % 2 == 0) {
-        connection.disconnect();
-      } else {
-        bus->script({hostos::BusReadError, ""});
-      }
+      round % 2 == 0 ? connection.disconnect() : bus->script({hostos::BusReadError, ""});
     });
     Bytes bytes;
-    while (ElmTransport::send(connection, toBytes("010C")) == ElmTransport::Done) {
+    int received = ElmTransport::Done;
+    while (received != ElmTransport::LinkDown &&
+           ElmTransport::send(connection, toBytes("010C")) == ElmTransport::Done) {
       bus->deliver("41 0C 1A F8>");
-      if (ElmTransport::receive(connection, bytes, 50) == ElmTransport::LinkDown) {
-        break;
-      }
+      received = ElmTransport::receive(connection, bytes, 50);
     }
     done = true;
     loggers.join();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -11,47 +12,47 @@
 
 #include <gtest/gtest.h>
 #include <hostos/imessagebus.h>
+#include <hostos/thread.h>
 #include <hostos/time.h>
-#include <tavrix/tracelog.h>
 
+#include "core/fakevehicle.h"
 #include "link/iconnection.h"
 
-using Bytes = std::vector<unsigned char>;
+using fake::Bytes;
 
 inline Bytes toBytes(const std::string& text) {
   return {text.begin(), text.end()};
+}
+/// Lines as one text, each behind the mark.
+inline std::string joined(const std::vector<std::string>& lines, const std::string& mark) {
+  std::string text;
+  for (const std::string& line : lines) {
+    text += mark + line;
+  }
+  return text;
 }
 inline std::string toText(const Bytes& bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
-/// Collects the trace log as lines "level message" while it lives.
-class CapturingLogger : public tavrix::ITraceLogger {
+/// Runs a function on a thread of the platform layer, which a virtual clock knows of. Joins it at its end.
+class Runner {
  public:
-  CapturingLogger() { tavrix::traceLogger().store(this); }
-  ~CapturingLogger() override { tavrix::traceLogger().store(nullptr); }
-
-  void log(const char* file, int /*line*/, int level, const std::string& message) override {
-    const std::lock_guard guard(m_mutex);
-    m_lines.push_back(std::to_string(level) + " " + message);
-    m_source = file;
+  explicit Runner(std::function<void()> work) : m_work(std::move(work)), m_thread("Runner") {
+    const auto entry = [](void* self) -> void* {
+      static_cast<Runner*>(self)->m_work();
+      return nullptr;
+    };
+    m_thread.run(entry, this);
   }
-
-  /// The lines since the last call.
-  std::vector<std::string> take() {
-    const std::lock_guard guard(m_mutex);
-    return std::exchange(m_lines, {});
-  }
-  /// Where the last line came from.
-  std::string source() {
-    const std::lock_guard guard(m_mutex);
-    return m_source;
-  }
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+  ~Runner() { join(); }
+  void join() { m_thread.join(); }
 
  private:
-  std::mutex m_mutex;
-  std::vector<std::string> m_lines;
-  std::string m_source;
+  std::function<void()> m_work;
+  hostos::CThread m_thread;
 };
 
 /// A serial port with scripted reads.
@@ -63,30 +64,22 @@ class FakeBus : public hostos::ISerialBus {
   };
 
   int open() override {
-    if (onOpen) {
-      onOpen();
-    }
+    onOpen();
     return openResult;
   }
-  void close() override {
-    change([this] { ++closings; });
-  }
+  void close() override { ++closings; }
   int read(Bytes& buffer) override {
+    ++readCalls;
+    Read next{nothing, ""};
     std::function<void()> hook;
-    Read next{hostos::BusNothingToRead, ""};
     change([&] {
-      ++readCalls;
-      hook = std::exchange(onRead, nullptr);
+      hook = std::exchange(onRead, [] {});
       if (!m_reads.empty()) {
         next = m_reads.front();
         m_reads.pop_front();
-      } else if (emptyReads) {
-        next.result = hostos::BusRead;
       }
     });
-    if (hook) {
-      hook();
-    }
+    hook();
     if (next.bytes.empty() && waits != 0) {
       hostos::CTime::msleep(waits);
     }
@@ -101,14 +94,11 @@ class FakeBus : public hostos::ISerialBus {
   std::string description() const override { return "fake"; }
   bool setBaudrate(int rate) override {
     rates.push_back(rate);
-    if (rate == refusedRate) {
-      return false;
-    }
-    m_rate = rate;
-    if (onBaudrate) {
+    if (rate != refusedRate) {
+      m_rate = rate;
       onBaudrate(rate);
     }
-    return true;
+    return rate != refusedRate;
   }
   int baudrate() override { return m_rate; }
 
@@ -122,15 +112,15 @@ class FakeBus : public hostos::ISerialBus {
     apply();
   }
 
-  std::function<void()> onOpen;
-  std::function<void()> onRead;  // once
-  std::function<void(int)> onBaudrate;
+  std::function<void()> onOpen = [] {};
+  std::function<void()> onRead = [] {};  // once
+  std::function<void(int)> onBaudrate = [](int) {};
   int openResult = 0;
   int writeResult = 0;
-  bool emptyReads = false;
-  std::uint32_t waits = 0;  // ms in a read that has nothing to give
-  int readCalls = 0;
-  int closings = 0;
+  int nothing = hostos::BusNothingToRead;  // the result of a read that has nothing to give
+  std::uint32_t waits = 0;                 // and the milliseconds that it takes
+  std::atomic<int> readCalls{0};
+  std::atomic<int> closings{0};
   int refusedRate = 0;
   std::vector<std::string> written;
   std::vector<int> rates;
@@ -142,7 +132,8 @@ class FakeBus : public hostos::ISerialBus {
 };
 
 /// An adapter as the dialogue sees it: answers commands from a table, one entry of which is a list of
-/// messages. Keeps a trace of all calls: "W text", "R milliseconds", "D delimiter".
+/// messages. Keeps a trace of all calls, "D> ATI/1500/200" for a delimiter, a command and two waits of so
+/// many milliseconds; a carriage return shows as "CR".
 class FakeConnection : public obd::IConnection {
  public:
   using Script = std::map<std::string, std::vector<std::string>>;
@@ -162,8 +153,9 @@ class FakeConnection : public obd::IConnection {
     std::string line = toText(bytes);
     EXPECT_TRUE(line.ends_with('\r'));
     line.pop_back();
-    trace.push_back("W " + line);
-    if (const auto entry = script.find(line); entry != script.end() && (!answers || answers(line))) {
+    note(m_trace, line.empty() ? "CR" : line);
+    note(m_written, line.empty() ? "CR" : line);
+    if (const auto entry = script.find(line); entry != script.end() && answers(line)) {
       const auto& messages = entry->second;
       m_messages.insert(m_messages.end(), messages.begin(), messages.end());
     }
@@ -178,7 +170,7 @@ class FakeConnection : public obd::IConnection {
       return obd::ConnectionClosed;
     }
     if (timeout != 0) {
-      trace.push_back("R " + std::to_string(timeout));
+      m_trace += "/" + std::to_string(timeout);
     }
     if (m_messages.empty()) {
       return obd::ConnectionTimeout;
@@ -189,7 +181,7 @@ class FakeConnection : public obd::IConnection {
   }
   void setDelimiter(unsigned char delimiter) override {
     const std::lock_guard guard(m_mutex);
-    trace.push_back(delimiter == '>' ? "D >" : delimiter == '\r' ? "D CR" : "D ?");
+    note(m_trace, delimiter == '\r' ? "DCR" : std::string("D") + static_cast<char>(delimiter));
   }
   std::string lastError() override { return "broken"; }
   void setDisconnectListener(obd::IDisconnectListener* /*listener*/) override {}
@@ -202,35 +194,31 @@ class FakeConnection : public obd::IConnection {
     down = true;
   }
 
-  std::vector<std::string> takeTrace() {
+  /// The trace since the last call.
+  std::string takeTrace() {
     const std::lock_guard guard(m_mutex);
-    return std::exchange(trace, {});
+    m_written.clear();
+    return std::exchange(m_trace, {});
   }
-  /// Only what was written since the last call.
-  std::vector<std::string> takeWritten() {
-    std::vector<std::string> lines;
-    for (const std::string& entry : takeTrace()) {
-      if (entry.starts_with("W ")) {
-        lines.push_back(entry.substr(2));
-      }
-    }
-    return lines;
+  /// Likewise, but only what was written.
+  std::string takeWritten() {
+    const std::lock_guard guard(m_mutex);
+    m_trace.clear();
+    return std::exchange(m_written, {});
   }
 
   Script script;
-  std::function<bool(const std::string&)> answers;  // whether the adapter hears the command at all
-  std::function<void(int)> onStep;                  // before each write and each wait, with its number from 0
+  std::function<bool(const std::string&)> answers = [](const std::string&) { return true; };  // if it hears
+  std::function<void(int)> onStep = [](int) {};  // before each write and each wait, with its number from 0
   int steps = 0;
   bool down = false;
-  std::vector<std::string> trace;
 
  private:
-  void step() {
-    if (onStep) {
-      onStep(steps++);
-    }
-  }
+  static void note(std::string& list, const std::string& entry) { list += (list.empty() ? "" : " ") + entry; }
+  void step() { onStep(steps++); }
 
   std::mutex m_mutex;
   std::deque<std::string> m_messages;
+  std::string m_trace;
+  std::string m_written;
 };
