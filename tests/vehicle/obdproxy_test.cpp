@@ -1,23 +1,20 @@
 #include "vehicle/obdproxy.h"
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <hostos/thread.h>
 #include <hostos/time.h>
 
-#include "../core/fakevehicle.h"
+#include "link/fakes.h"
 #include "link/idevice.h"
 #include "support/virtualclock.h"
 #include "vehicle/fairsharedmutex.h"
@@ -26,7 +23,6 @@
 namespace {
 
 using fake::bytes;
-using fake::Bytes;
 using hostos::CTime;
 using obd::ObdProtocol;
 using testing::ElementsAre;
@@ -39,7 +35,7 @@ class Device : public obd::IDevice {
   std::string deviceDescription() override { return {}; }
   std::string deviceIdentifier() override { return {}; }
   bool batteryVoltage(float& volts) override {
-    const Exchange exchange(*this);
+    exchange();
     volts = voltage;
     return voltageKnown;
   }
@@ -50,82 +46,43 @@ class Device : public obd::IDevice {
   void close() override {}
   bool isEnabled() override { return enabled; }
   int sendCommand(const std::string& command, std::string& reply, unsigned int timeout) override {
-    const Exchange exchange(*this);
+    exchange();
     reply = command + "/" + std::to_string(timeout);
     return result;
   }
   int sendRequest(const Bytes& request, obd::ResponseMap& responses, unsigned int timeout) override {
-    const Exchange exchange(*this);
     lastTimeout = timeout;
-    if (exchanges == throwAt) {
-      throw std::runtime_error("parser");
-    }
-    if (exchanges == disableAt) {
-      enabled = false;
-    }
+    exchange();
     const auto found = replies.find(request);
-    if (result == obd::RequestAnswered && found == replies.end()) {
-      return obd::RequestRefused;
-    }
     if (found != replies.end()) {
       responses = found->second;
     }
-    return result;
+    return result == obd::RequestAnswered && found == replies.end() ? obd::RequestRefused : result;
   }
   bool setCanFilter(std::uint32_t /*id*/) override { return true; }
 
   std::map<Bytes, obd::ResponseMap> replies;
+  std::function<void()> onExchange;
   std::atomic<bool> enabled{true};
   int result = obd::RequestAnswered;
   float voltage = 12.5F;
   bool voltageKnown = true;
-  std::uint32_t duration = 0;  // milliseconds of an exchange
-  int throwAt = 0;
-  int disableAt = 0;
   unsigned int lastTimeout = 0;
   int exchanges = 0;  // plain, so that ThreadSanitizer sees a lock that does not hold
   std::atomic<bool> overlapped{false};
 
  private:
-  class Exchange {
-   public:
-    explicit Exchange(Device& device) : m_device(device) {
-      m_device.overlapped = m_device.overlapped || m_device.m_inside.exchange(true);
-      ++m_device.exchanges;
-      if (m_device.duration != 0) {
-        CTime::msleep(m_device.duration);
-      }
+  void exchange() {
+    overlapped = overlapped || m_inside.exchange(true);
+    ++exchanges;
+    std::this_thread::yield();
+    m_inside = false;
+    if (onExchange) {
+      onExchange();
     }
-    Exchange(const Exchange&) = delete;
-    Exchange& operator=(const Exchange&) = delete;
-    ~Exchange() { m_device.m_inside = false; }
-
-   private:
-    Device& m_device;
-  };
+  }
 
   std::atomic<bool> m_inside{false};
-};
-
-/// A thread that the clock knows, joined at its end.
-class Thread {
- public:
-  explicit Thread(std::function<void()> body) : m_body(std::move(body)), m_thread("test") {
-    m_thread.run(
-        [](void* self) -> void* {
-          static_cast<Thread*>(self)->m_body();
-          return nullptr;
-        },
-        this);
-  }
-  Thread(const Thread&) = delete;
-  Thread& operator=(const Thread&) = delete;
-  ~Thread() { join(); }
-  void join() { m_thread.join(); }
-
- private:
-  std::function<void()> m_body;
-  hostos::CThread m_thread;
 };
 
 class ObdProxy : public testing::Test {
@@ -137,8 +94,7 @@ class ObdProxy : public testing::Test {
 
 TEST_F(ObdProxy, WithoutAnEnabledDeviceNothingIsTouched) {
   device.enabled = false;
-  for (obd::IDevice* const behind :
-       {static_cast<obd::IDevice*>(nullptr), static_cast<obd::IDevice*>(&device)}) {
+  for (obd::IDevice* const behind : std::initializer_list<obd::IDevice*>{nullptr, &device}) {
     proxy->setDevice(behind);
     obd::ResponseMap responses;
     std::string reply;
@@ -177,27 +133,23 @@ TEST_F(ObdProxy, HandsExchangesToTheDevice) {
 
 TEST_F(ObdProxy, WhoAnswersIsAControlUnit) {
   proxy->setDevice(&device);
-  device.replies[bytes("0100")] = {{0x18DAF11D, bytes("4100 00000000")},
-                                   {0x18DAF110, bytes("4100 00000000")}};
+  device.replies[bytes("0100")] = {{0x18DAF11D, bytes("410000000000")}, {0x18DAF110, bytes("410000000000")}};
   EXPECT_TRUE(proxy->initialize());
   const auto ecus = proxy->ecus();
   ASSERT_EQ(ecus.size(), 2U);
-  EXPECT_EQ(ecus[0]->id(), 0x18DAF110U);
-  EXPECT_EQ(ecus[1]->id(), 0x18DAF11DU);
-  EXPECT_EQ(ecus[0]->protocol(), ObdProtocol::Iso15765Can29Bit);
-  EXPECT_EQ(ecus[0]->protocolDescription(), "ISO 15765-4");
-  EXPECT_EQ(ecus[0]->name(), "ECU#1");
-  EXPECT_EQ(ecus[1]->name(), "ECU#2");
+  for (std::size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(ecus[i]->id(), i == 0 ? 0x18DAF110U : 0x18DAF11DU);
+    EXPECT_EQ(proxy->ecu(ecus[i]->id()), ecus[i]);
+    EXPECT_EQ(ecus[i]->name(), i == 0 ? "ECU#1" : "ECU#2");
+  }
   EXPECT_EQ(ecus[1]->description(), "Control Module 0x18DAF11D");
+  EXPECT_EQ(ecus[1]->protocol(), ObdProtocol::Iso15765Can29Bit);
+  EXPECT_EQ(ecus[1]->protocolDescription(), "ISO 15765-4");
   EXPECT_EQ(proxy->currentEcu(), ecus[0]);
-  EXPECT_EQ(proxy->ecu(0x18DAF11D), ecus[1]);
-  EXPECT_EQ(proxy->ecu(0x18DAF110), ecus[0]);
   for (const unsigned int unknown : {0U, 0x18DAF111U, 0x18DAF11EU, 0xFFFFFFFFU}) {
     EXPECT_EQ(proxy->ecu(unknown), nullptr);
   }
-
   proxy->setDevice(nullptr);
-  EXPECT_FALSE(proxy->isConnected());
   EXPECT_EQ(proxy->ecus(), ecus) << "kept until the next initialization";
   EXPECT_FALSE(proxy->initialize());
   EXPECT_THAT(proxy->ecus(), IsEmpty());
@@ -218,7 +170,7 @@ TEST_F(ObdProxy, OnlyTheFirstUnitMustPass) {
   // The first unit is asked before the second: detection, first block of each, 06, 08, 09 of each.
   device.replies[bytes("0100")] = {{0x10, good}, {0x11, good}};
   device.exchanges = 0;
-  device.disableAt = 6;
+  device.onExchange = [this] { device.enabled = device.exchanges != 6; };
   EXPECT_FALSE(proxy->initialize()) << "the link was lost on the way";
   EXPECT_EQ(proxy->ecu(0x10)->name(), "ECU#1");
   EXPECT_EQ(proxy->ecu(0x11)->name(), "");
@@ -233,23 +185,19 @@ TEST_F(ObdProxy, FailedDetectionIsLogged) {
   device.replies[bytes("0100")] = {};
   EXPECT_FALSE(proxy->initialize());
   device.replies[bytes("0100")] = {{0x10, bytes("410000000000")}};
-  device.disableAt = device.exchanges + 1;
+  device.onExchange = [this] { device.enabled = false; };
   EXPECT_FALSE(proxy->initialize());
-  EXPECT_THAT(log.take(), ElementsAre("3 Failed to detect ECUs, invalid status 3",
-                                      "3 Failed to detect ECUs, empty response",
-                                      "3 Failed to detect ECUs, device not enabled"));
+  EXPECT_EQ(joined(log.take(), "; "),
+            "; 3 Failed to detect ECUs, invalid status 3; 3 Failed to detect ECUs, empty response; "
+            "3 Failed to detect ECUs, device not enabled");
   EXPECT_THAT(proxy->ecus(), IsEmpty());
 }
 
-TEST_F(ObdProxy, AnExceptionLetsGoOfTheLock) {
+TEST_F(ObdProxy, IsFreedWithItsControlUnitsAndLetsGoOfTheLock) {
   proxy->setDevice(&device);
-  device.throwAt = 1;
+  device.onExchange = [] { throw std::runtime_error("parser"); };
   EXPECT_THROW(proxy->initialize(), std::runtime_error);
-  EXPECT_TRUE(proxy->isConnected());
-}
-
-TEST_F(ObdProxy, IsFreedWithItsControlUnits) {
-  proxy->setDevice(&device);
+  device.onExchange = nullptr;
   device.replies[bytes("0100")] = {{0x10, bytes("410000000000")}};
   ASSERT_TRUE(proxy->initialize());
   const std::weak_ptr<obd::IObdProxy> watch = proxy;
@@ -262,25 +210,25 @@ TEST_F(ObdProxy, IsFreedWithItsControlUnits) {
 TEST_F(ObdProxy, CallersWaitForTheExchangeInProgressOnly) {
   VirtualClock clock;
   proxy->setDevice(&device);
-  device.duration = 1000;
+  device.onExchange = [] { CTime::msleep(1000); };
   const std::uint32_t start = CTime::milliseconds();
   std::vector<int> results;
   std::uint32_t seenAt = 0;
   std::uint32_t removedAt = 0;
   {
-    Thread worker([&] {
-      // The lock is taken again the moment it is free, as polling does.
+    // The lock is taken again the moment it is free, as polling does.
+    Runner worker([&] {
       for (int i = 0; i < 5; ++i) {
         obd::ResponseMap responses;
         results.push_back(proxy->sendRequest(bytes("0100"), responses, 1500));
       }
     });
-    Thread reader([&] {
+    Runner reader([&] {
       CTime::msleep(500);
       EXPECT_TRUE(proxy->isConnected());
       seenAt = CTime::milliseconds() - start;
     });
-    Thread closer([&] {
+    Runner closer([&] {
       CTime::msleep(1500);
       proxy->setDevice(nullptr);
       removedAt = CTime::milliseconds() - start;
@@ -295,38 +243,26 @@ TEST_F(ObdProxy, CallersWaitForTheExchangeInProgressOnly) {
 TEST(FairSharedMutex, ServesInOrderOfArrivalAndReadersTogether) {
   VirtualClock clock;
   obd::FairSharedMutex mutex;
-  std::vector<std::string> order;
+  std::uint32_t servedAt[6] = {};
   const std::uint32_t start = CTime::milliseconds();
-  const auto note = [&](const char* who) {
-    static std::mutex guard;
-    const std::lock_guard lock(guard);
-    order.push_back(std::to_string(CTime::milliseconds() - start) + who);
-  };
-  const auto write = [&](std::uint32_t at, const char* who) {
-    CTime::msleep(at);
-    const std::unique_lock lock(mutex);
-    note(who);
+  const auto use = [&](std::size_t who, std::uint32_t delay, bool writes) {
+    CTime::msleep(delay);
+    writes ? mutex.lock() : mutex.lock_shared();
+    servedAt[who] = CTime::milliseconds() - start;
     CTime::msleep(100);
-  };
-  const auto read = [&](std::uint32_t at, const char* who) {
-    CTime::msleep(at);
-    const std::shared_lock lock(mutex);
-    CTime::msleep(100);
-    note(who);
+    writes ? mutex.unlock() : mutex.unlock_shared();
   };
   {
-    Thread a([&] {
-      write(10, "a");
-      write(0, "A");  // queues behind everybody
+    Runner first([&] {
+      use(0, 10, true);
+      use(5, 0, true);  // queues behind everybody
     });
-    Thread b([&] { read(20, "b"); });
-    Thread c([&] { read(30, "c"); });
-    Thread d([&] { write(40, "d"); });
-    Thread e([&] { read(50, "e"); });
+    Runner second([&] { use(1, 20, false); });
+    Runner third([&] { use(2, 30, false); });
+    Runner fourth([&] { use(3, 40, true); });
+    Runner fifth([&] { use(4, 50, false); });
   }
-  ASSERT_EQ(order.size(), 6U);
-  std::sort(order.begin() + 1, order.begin() + 3);  // the two readers end together
-  EXPECT_THAT(order, ElementsAre("10a", "210b", "210c", "210d", "410e", "410A"));
+  EXPECT_THAT(servedAt, ElementsAre(10, 110, 110, 210, 310, 410));
 }
 
 TEST_F(ObdProxy, AnyThreadMayCallAtAnyTime) {
@@ -336,33 +272,27 @@ TEST_F(ObdProxy, AnyThreadMayCallAtAnyTime) {
   }
   proxy->setDevice(&device);
   ASSERT_TRUE(proxy->initialize());
-  {
-    Thread worker([&] {
-      for (int i = 0; i < 300; ++i) {
-        obd::ResponseMap responses;
-        proxy->sendRequest(bytes("0100"), responses, 1500);
-        const auto ecu = proxy->currentEcu();
-        if (ecu) {
-          ecu->detectFreezeFrameConfiguration(0);
-          ecu->resetFreezeFrameConfiguration();
-        }
+  const auto poll = [&] {
+    for (int i = 0; i < 300; ++i) {
+      obd::ResponseMap responses;
+      std::string reply;
+      proxy->sendRequest(bytes("0100"), responses, 1500);
+      proxy->sendCommand("ATI", reply, 100);
+      proxy->batteryVoltage();
+      if (const auto ecu = proxy->currentEcu()) {
+        ecu->detectFreezeFrameConfiguration(0);
+        ecu->resetFreezeFrameConfiguration();
       }
-    });
-    Thread opener([&] {
+    }
+  };
+  {
+    Runner worker(poll);
+    Runner caller(poll);
+    Runner opener([&] {
       for (int i = 0; i < 20; ++i) {
         proxy->initialize();
         proxy->setDevice(nullptr);
         proxy->setDevice(&device);
-      }
-    });
-    Thread caller([&] {
-      for (int i = 0; i < 300; ++i) {
-        if (const auto ecu = proxy->currentEcu()) {
-          ecu->detectFreezeFrameConfiguration(0);
-        }
-        std::string reply;
-        proxy->sendCommand("ATI", reply, 100);
-        proxy->batteryVoltage();
       }
     });
     for (int i = 0; i < 300; ++i) {
