@@ -8,11 +8,11 @@
 #include <thread>
 #include <vector>
 
-#include <hostos/thread.h>
 #include <hostos/time.h>
 
 #include "dispatch/callback.h"
 #include "dispatch/fakes.h"
+#include "link/fakes.h"
 #include "support/virtualclock.h"
 
 namespace {
@@ -21,30 +21,32 @@ using hostos::CTime;
 using obd::Dispatcher;
 
 struct Task : obd::IDispatchable {
+  explicit Task(std::function<void()> work) : onUpdate(std::move(work)) {}
   void update(const std::shared_ptr<obd::IObdProxy>& given) override {
     proxy = given;
     worker = std::this_thread::get_id();
     started = true;
-    if (onUpdate) {
-      onUpdate();
-    }
+    onUpdate();
     updated = true;
   }
   void notify() override {
     ++notified;
-    if (onNotify) {
-      onNotify();
-    }
+    onNotify();
   }
 
   std::function<void()> onUpdate;
-  std::function<void()> onNotify;
+  std::function<void()> onNotify = [] {};
   std::shared_ptr<obd::IObdProxy> proxy;
   std::thread::id worker;
   std::atomic<bool> started{false};
   std::atomic<bool> updated{false};
   int notified = 0;
 };
+
+// A task that takes so many milliseconds.
+std::shared_ptr<Task> task(std::uint32_t takes = 0) {
+  return std::make_shared<Task>([takes] { CTime::msleep(takes); });
+}
 
 class DispatcherTest : public testing::Test {
  protected:
@@ -62,11 +64,16 @@ class DispatcherTest : public testing::Test {
     }
     ASSERT_TRUE(condition());
   }
+  // Waits until the runner was called so often, and lets the front end act on it.
+  void dispatchAfter(int calls) {
+    waitFor([&] { return runner.calls == calls; });
+    dispatcher.dispatch();
+  }
 
   VirtualClock clock;
   Dispatcher& dispatcher = Dispatcher::getInstance();
   CountingRunner runner;
-  CapturedLog log;
+  fake::Log log;
 };
 
 TEST_F(DispatcherTest, RunsInOrderOnOneWorkerAndNotifiesOnTheCallersThread) {
@@ -75,40 +82,40 @@ TEST_F(DispatcherTest, RunsInOrderOnOneWorkerAndNotifiesOnTheCallersThread) {
   const auto proxy = std::make_shared<FakeProxy>();
   dispatcher.setProxy(proxy);
   for (int i = 0; i < 5; ++i) {
-    tasks.push_back(std::make_shared<Task>());
-    tasks.back()->onUpdate = [&order, i] { order.push_back(i); };
-    tasks.back()->onNotify = [this] { EXPECT_EQ(runner.calls, 5); };
+    tasks.push_back(std::make_shared<Task>([&order, i] {
+      order.push_back(i);
+      if (i == 1) {
+        throw std::runtime_error("task");  // done like any other
+      }
+    }));
     ASSERT_TRUE(dispatcher.update(tasks.back()));
   }
   waitFor([this] { return runner.calls == 5; });
   EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
   EXPECT_EQ(tasks[0]->notified, 0);
   dispatcher.dispatch();
-  for (const auto& task : tasks) {
-    EXPECT_EQ(task->notified, 1);
-    EXPECT_EQ(task->worker, tasks[0]->worker);
-    EXPECT_NE(task->worker, std::this_thread::get_id());
-    EXPECT_EQ(task->proxy, proxy);
+  for (const auto& done : tasks) {
+    EXPECT_EQ(done->notified, 1);
+    EXPECT_EQ(done->worker, tasks[0]->worker);
+    EXPECT_NE(done->worker, std::this_thread::get_id());
+    EXPECT_EQ(done->proxy, proxy);
   }
-}
+  EXPECT_EQ(log.count("src\\dispatcher 3 Task threw an exception"), 1);
 
-TEST_F(DispatcherTest, WithoutAProxyTasksFlowThrough) {
-  const auto task = std::make_shared<Task>();
-  dispatcher.update(task);
-  waitFor([&] { return runner.calls == 1; });
-  dispatcher.dispatch();
-  EXPECT_EQ(task->proxy, nullptr);
-  EXPECT_EQ(task->notified, 1);
+  dispatcher.setProxy(nullptr);
+  dispatcher.update(tasks[0]);
+  dispatchAfter(6);
+  EXPECT_EQ(tasks[0]->proxy, nullptr);
+  EXPECT_EQ(tasks[0]->notified, 2);
 }
 
 TEST_F(DispatcherTest, SkipsDeadTasksOnTheWorkerAndEndsAPassAtThemAfterwards) {
-  auto slow = std::make_shared<Task>();
-  slow->onUpdate = [] { CTime::msleep(100); };
-  auto dead = std::make_shared<Task>();
-  auto behind = std::make_shared<Task>();
-  dispatcher.update(slow);
-  dispatcher.update(dead);
-  dispatcher.update(behind);
+  auto slow = task(100);
+  auto dead = task();
+  const auto behind = task();
+  for (const auto& each : {slow, dead, behind}) {
+    dispatcher.update(each);
+  }
   dead.reset();
   waitFor([&] { return behind->updated.load(); });
   CTime::msleep(1);
@@ -121,48 +128,41 @@ TEST_F(DispatcherTest, SkipsDeadTasksOnTheWorkerAndEndsAPassAtThemAfterwards) {
   EXPECT_EQ(behind->notified, 1);
 }
 
-TEST_F(DispatcherTest, ATaskThatThrowsIsDoneLikeAnyOther) {
-  const auto task = std::make_shared<Task>();
-  const auto behind = std::make_shared<Task>();
-  task->onUpdate = [] { throw std::runtime_error("task"); };
-  dispatcher.update(task);
-  dispatcher.update(behind);
-  waitFor([this] { return runner.calls == 2; });
-  dispatcher.dispatch();
-  EXPECT_EQ(task->notified, 1);
-  EXPECT_EQ(behind->notified, 1);
-  EXPECT_EQ(behind->worker, task->worker);
-  EXPECT_EQ(log.count("src\\dispatcher 3 Task threw an exception"), 1);
-}
-
-TEST_F(DispatcherTest, RefusesWhatTheInputQueueCanNotHold) {
-  const auto slow = std::make_shared<Task>();
-  slow->onUpdate = [] { CTime::msleep(1000); };
+TEST_F(DispatcherTest, RefusesWhatTheQueuesCanNotHold) {
+  const std::string full = "src\\updatequeue 3 Update queue full";
+  const auto slow = task(1000);
+  const auto other = task();
   dispatcher.update(slow);
   waitFor([&] { return slow->started.load(); });
-  const auto task = std::make_shared<Task>();
   for (int i = 0; i < 63; ++i) {
-    ASSERT_TRUE(dispatcher.update(task));
+    ASSERT_TRUE(dispatcher.update(other));
   }
-  EXPECT_FALSE(dispatcher.update(task));
-  EXPECT_EQ(log.count("src\\updatequeue 3 Update queue full"), 1);
-
+  EXPECT_FALSE(dispatcher.update(other));
+  EXPECT_EQ(log.count(full), 1);
   // The output queue has room for one less than will be done; that notification is lost.
-  waitFor([this] { return runner.calls == 64; });
-  EXPECT_EQ(log.count("src\\updatequeue 3 Update queue full"), 2);
+  dispatchAfter(64);
+  EXPECT_EQ(log.count(full), 2);
+  EXPECT_EQ(slow->notified + other->notified, 63);
+
+  const auto callback = task();
+  for (int i = 1; i <= 63; ++i) {
+    ASSERT_TRUE(dispatcher.scheduleUiTask(callback));
+  }
+  EXPECT_FALSE(dispatcher.scheduleUiTask(callback));
+  EXPECT_EQ(runner.calls, 64 + 63);
   dispatcher.dispatch();
-  EXPECT_EQ(slow->notified + task->notified, 63);
+  EXPECT_EQ(callback->notified, 63);
+  EXPECT_FALSE(callback->started);
 }
 
 TEST_F(DispatcherTest, CancelWaitsForTheRunningTaskAndDropsTheRest) {
-  const auto done = std::make_shared<Task>();
-  const auto running = std::make_shared<Task>();
-  running->onUpdate = [] { CTime::msleep(500); };
-  const auto waiting = std::make_shared<Task>();
-  const auto uiTask = std::make_shared<Task>();
-  dispatcher.update(done);
-  dispatcher.update(running);
-  dispatcher.update(waiting);
+  const auto done = task();
+  const auto running = task(500);
+  const auto waiting = task();
+  const auto uiTask = task();
+  for (const auto& each : {done, running, waiting}) {
+    dispatcher.update(each);
+  }
   dispatcher.scheduleUiTask(uiTask);
   waitFor([&] { return running->started.load(); });
   const std::uint32_t start = CTime::milliseconds();
@@ -170,49 +170,39 @@ TEST_F(DispatcherTest, CancelWaitsForTheRunningTaskAndDropsTheRest) {
   EXPECT_TRUE(running->updated);
   EXPECT_GE(CTime::milliseconds() - start, 490U);
   dispatcher.cancel();  // never started, so nothing to wait for
-
   dispatcher.dispatch();
   EXPECT_EQ(uiTask->notified, 1);
   CTime::msleep(100);
   dispatcher.dispatch();
-  EXPECT_EQ(done->notified, 0);
-  EXPECT_EQ(running->notified, 0);
+  EXPECT_EQ(done->notified + running->notified, 0);
   EXPECT_FALSE(waiting->updated);
 
   // And then it works as before.
-  const int calls = runner.calls;
   dispatcher.update(waiting);
-  waitFor([&] { return runner.calls > calls; });
-  dispatcher.dispatch();
+  dispatchAfter(runner.calls + 1);
   EXPECT_EQ(waiting->notified, 1);
 }
 
 TEST_F(DispatcherTest, WhatIsQueuedDuringACancelRunsAfterIt) {
   dispatcher.setProxy(std::make_shared<FakeProxy>());
-  const auto running = std::make_shared<Task>();
-  const auto waiting = std::make_shared<Task>();
-  const auto fresh = std::make_shared<Task>();
+  const auto running = task(500);
+  const auto waiting = task();
   bool overlapped = false;
-  running->onUpdate = [] { CTime::msleep(500); };
-  fresh->onUpdate = [&] { overlapped = !running->updated; };
+  const auto fresh = std::make_shared<Task>([&] { overlapped = !running->updated; });
   dispatcher.update(running);
   waitFor([&] { return running->started.load(); });
   dispatcher.update(waiting);
-  std::vector<std::unique_ptr<hostos::CThread>> cancels;
-  for (int i = 0; i < 2; ++i) {
-    cancels.push_back(std::make_unique<hostos::CThread>("cancel"));
-    const auto cancel = [](void* argument) -> void* {
-      static_cast<Dispatcher*>(argument)->cancel();
-      return nullptr;
-    };
-    ASSERT_TRUE(cancels.back()->run(cancel, &dispatcher));
-    CTime::msleep(50);
-  }
-  ASSERT_FALSE(running->updated);
-  EXPECT_TRUE(dispatcher.update(fresh));
-  for (const auto& cancel : cancels) {
-    cancel->join();
+  const auto cancel = [&] {
+    dispatcher.cancel();
     EXPECT_TRUE(running->updated);
+  };
+  {
+    Runner first(cancel);
+    CTime::msleep(50);
+    Runner second(cancel);
+    CTime::msleep(50);
+    ASSERT_FALSE(running->updated);
+    EXPECT_TRUE(dispatcher.update(fresh));
   }
   waitFor([&] {
     dispatcher.dispatch();
@@ -225,41 +215,26 @@ TEST_F(DispatcherTest, WhatIsQueuedDuringACancelRunsAfterIt) {
 }
 
 TEST_F(DispatcherTest, CancelFromWithinANotificationEndsThePass) {
-  const auto first = std::make_shared<Task>();
-  const auto second = std::make_shared<Task>();
+  const auto first = task();
+  const auto second = task();
   first->onNotify = [this] { dispatcher.cancel(); };
   dispatcher.update(first);
   dispatcher.update(second);
-  waitFor([this] { return runner.calls == 2; });
-  dispatcher.dispatch();
+  dispatchAfter(2);
   dispatcher.dispatch();
   EXPECT_EQ(first->notified, 1);
   EXPECT_EQ(second->notified, 0);
 }
 
-TEST_F(DispatcherTest, TellsTheRunnerOfCallbacksAndRefusesTheOnesBeyondTheQueue) {
-  const auto task = std::make_shared<Task>();
-  for (int i = 1; i <= 63; ++i) {
-    ASSERT_TRUE(dispatcher.scheduleUiTask(task));
-    ASSERT_EQ(runner.calls, i);
-  }
-  EXPECT_FALSE(dispatcher.scheduleUiTask(task));
-  EXPECT_EQ(runner.calls, 63);
-  dispatcher.dispatch();
-  EXPECT_EQ(task->notified, 63);
-  EXPECT_FALSE(task->started);
-}
-
 TEST_F(DispatcherTest, KeepsTheLinkAwakeAfterFiveSecondsOfSilence) {
+  const std::string failure = "src\\dispatcher 2 Keep alive dispatch failed";
   const auto proxy = std::make_shared<FakeProxy>();
   dispatcher.setProxy(proxy);
-  const auto task = std::make_shared<Task>();
-  dispatcher.update(task);
-  waitFor([this] { return runner.calls == 1; });
-  dispatcher.dispatch();
-  // A finished task starts the period anew.
+  const auto quick = task();
+  dispatcher.update(quick);
+  dispatchAfter(1);
   CTime::msleep(4000);
-  dispatcher.update(task);
+  dispatcher.update(quick);  // a finished task starts the period anew
   waitFor([this] { return runner.calls == 2; });
   const std::uint32_t last = CTime::milliseconds();
   while (CTime::milliseconds() - last < 4990) {
@@ -269,19 +244,18 @@ TEST_F(DispatcherTest, KeepsTheLinkAwakeAfterFiveSecondsOfSilence) {
   EXPECT_EQ(runner.calls, 2);
   waitFor([this] { return runner.calls == 3; });
   EXPECT_LE(CTime::milliseconds() - last, 5025U);
-  EXPECT_EQ(proxy->requests, 0);  // due, but only `dispatch` issues it
+  EXPECT_EQ(proxy->asked, 0);  // due, but only `dispatch` issues it
 
   // Due a second time before anybody cared: still one request.
   CTime::msleep(5100);
   EXPECT_EQ(runner.calls, 4);
   dispatcher.dispatch();
   dispatcher.dispatch();
-  waitFor([&] { return proxy->requests == 1; });
   waitFor([this] { return runner.calls == 5; });
-  EXPECT_EQ(log.count("src\\dispatcher 2 Keep alive dispatch failed"), 0);
+  EXPECT_EQ(log.count(failure), 0);
   dispatcher.dispatch();
-  EXPECT_EQ(log.count("src\\dispatcher 2 Keep alive dispatch failed"), 1);
-  EXPECT_EQ(proxy->requests, 1);
+  EXPECT_EQ(log.count(failure), 1);
+  EXPECT_EQ(proxy->asked, 1);
 
   dispatcher.cancel();  // and a fresh dispatcher counts no idle time
   CTime::msleep(20000);
@@ -311,37 +285,31 @@ TEST_F(DispatcherTest, CallbackRunsItsNewestFunctionOncePerEntry) {
 TEST_F(DispatcherTest, SurvivesCancelAndQueueingFromManyThreads) {
   dispatcher.setProxy(std::make_shared<FakeProxy>());
   std::atomic<int> callbacks{0};
-  std::atomic<bool> over{false};
+  std::atomic<int> over{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&, i] {
       const auto callback = std::make_shared<obd::Callback>();
-      std::vector<std::shared_ptr<Task>> tasks;
-      for (int turn = 0; turn < 200; ++turn) {
-        tasks.push_back(std::make_shared<Task>());
-        dispatcher.update(tasks.back());
+      std::shared_ptr<Task> tasks[5];
+      for (std::size_t turn = 0; turn < 200; ++turn) {
+        tasks[turn % 5] = task();
+        dispatcher.update(tasks[turn % 5]);
         callback->schedule([&callbacks] { ++callbacks; });
         if (turn % 50 == 49) {
           i == 0 ? dispatcher.cancel() : dispatcher.setProxy(std::make_shared<FakeProxy>());
         }
-        if (tasks.size() > 5) {
-          tasks.erase(tasks.begin());
-        }
         std::this_thread::yield();
       }
+      ++over;
     });
   }
-  std::thread joiner([&] {
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
-    over = true;
-  });
-  while (!over) {
+  while (over < 3) {
     dispatcher.dispatch();
     CTime::msleep(1);
   }
-  joiner.join();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
   EXPECT_GT(callbacks, 0);
 }
 
