@@ -15,33 +15,33 @@ namespace {
 
 using testing::ElementsAre;
 
-struct IReader {
-  virtual ~IReader() = default;
+struct IBegin {
+  virtual ~IBegin() = default;
   virtual void onBegin() = 0;
+};
+// Observer interfaces may inherit a part of their operations.
+struct IReader : IBegin {
   virtual void onText(bool success, const std::string& text) = 0;
 };
 
-class Reader : public IReader {
- public:
-  Reader(std::string name, std::vector<std::string>& calls) : m_name(std::move(name)), m_calls(calls) {}
+struct Reader : IReader {
+  Reader(std::string itsName, std::vector<std::string>& itsCalls)
+      : name(std::move(itsName)), calls(itsCalls) {}
   void onBegin() override {
-    m_calls.push_back(m_name);
+    calls.push_back(name);
     if (action) {
       action();
     }
   }
   void onText(bool success, const std::string& text) override {
-    m_calls.push_back(m_name + (success ? "+" : "-") + text);
+    calls.push_back(name + (success ? "+" : "-") + text);
   }
   std::function<void()> action;
-
- private:
-  std::string m_name;
-  std::vector<std::string>& m_calls;
+  std::string name;
+  std::vector<std::string>& calls;
 };
 
-class Service : public tavrix::Notifier<IReader> {
- public:
+struct Service : tavrix::Notifier<IReader> {
   using Notifier::dispatchEvent;
   using Notifier::fireEvent;
 };
@@ -58,10 +58,9 @@ class NotifierTest : public testing::Test {
 TEST_F(NotifierTest, CallsInOrderOnceForEachAttachment) {
   service.fireEvent(&IReader::onBegin);
   EXPECT_TRUE(calls.empty());
-  service.attach(&b);
-  service.attach(nullptr);
-  service.attach(&a);
-  service.attach(&b);
+  for (Reader* reader : {&b, static_cast<Reader*>(nullptr), &a, &b}) {
+    service.attach(reader);
+  }
   service.fireEvent(&IReader::onText, true, "x");
   EXPECT_THAT(calls, ElementsAre("b+x", "a+x", "b+x"));
   service.detach(&b);
@@ -69,12 +68,25 @@ TEST_F(NotifierTest, CallsInOrderOnceForEachAttachment) {
   calls.clear();
   service.fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("a"));
+
+  // An event keeps copies of its own.
+  std::string text = "first";
+  const auto copied = tavrix::makeEvent(&IReader::onText, false, text);
+  text = "other";
+  const auto fromPointer = tavrix::makeEvent(&IReader::onText, true, text.c_str());
+  text = "third";
+  calls.clear();
+  service.dispatchEvent(copied);
+  service.dispatchEvent(fromPointer);
+  EXPECT_THAT(calls, ElementsAre("a-first", "a+other"));
 }
 
-TEST_F(NotifierTest, ListMayChangeDuringTheWalk) {
-  service.attach(&a);
-  service.attach(&b);
-  service.attach(&c);
+TEST_F(NotifierTest, ListMayChangeAndEndDuringTheWalk) {
+  auto gone = std::make_unique<Service>();
+  for (Reader* reader : {&a, &b, &c}) {
+    service.attach(reader);
+    gone->attach(reader);
+  }
   a.action = [this] { service.detach(&a); };
   service.fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("a", "c")) << "b moved up into the place of a and is passed over once";
@@ -86,69 +98,37 @@ TEST_F(NotifierTest, ListMayChangeDuringTheWalk) {
   a.action = nullptr;
   service.fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("b", "c", "a"));
-}
-
-TEST_F(NotifierTest, AnObserverMayDestroyTheNotifier) {
-  auto gone = std::make_unique<Service>();
+  calls.clear();
   a.action = [&] { gone.reset(); };
-  gone->attach(&a);
-  gone->attach(&b);
   gone->fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("a"));
 }
 
-TEST_F(NotifierTest, EventKeepsItsOwnCopies) {
-  service.attach(&a);
-  std::string text = "first";
-  const auto copied = tavrix::makeEvent(&IReader::onText, false, text);
-  text = "other";
-  const auto fromPointer = tavrix::makeEvent(&IReader::onText, true, text.c_str());
-  text = "third";
-  service.dispatchEvent(copied);
-  service.dispatchEvent(fromPointer);
-  EXPECT_THAT(calls, ElementsAre("a-first", "a+other"));
-}
-
-// Observer interfaces may inherit a part of their operations.
-struct IBookReader : IReader {};
-struct BookReader : IBookReader {
-  void onBegin() override { ++begun; }
-  void onText(bool, const std::string&) override {}
-  int begun = 0;
-};
-struct Library : tavrix::Notifier<IBookReader> {
-  using Notifier::fireEvent;
-};
-
-TEST(Notifier, InheritedOperation) {
-  BookReader reader;
-  Library library;
-  library.attach(&reader);
-  library.fireEvent(&IBookReader::onBegin);
-  EXPECT_EQ(reader.begun, 1);
-}
-
 enum class Change { Names, Values };
 
-class Listener : public tavrix::IEventListener<Change> {
- public:
+struct Listener : tavrix::IEventListener<Change> {
+  explicit Listener(std::function<void(Change)> itsAction = {}) : action(std::move(itsAction)) {}
   void onEvent(const Change& change) override {
-    events.push_back(change);
-    if (failing) {
-      throw std::runtime_error("listener");
+    ++events;
+    if (action) {
+      action(change);
     }
   }
-  std::vector<Change> events;
-  bool failing = false;
+  std::atomic<int> events{0};
+  std::function<void(Change)> action;
 };
 
-class Producer : public tavrix::EventProducer<Change, tavrix::IEventListener<Change>> {
- public:
+struct Producer : tavrix::EventProducer<Change, tavrix::IEventListener<Change>> {
   using EventProducer::fire;
 };
 
-class Log : public tavrix::ITraceLogger {
- public:
+void repeat(int times, const std::function<void()>& work) {
+  for (int i = 0; i < times; ++i) {
+    work();
+  }
+}
+
+struct Log : tavrix::ITraceLogger {
   Log() { tavrix::traceLogger() = this; }
   ~Log() override { tavrix::traceLogger() = nullptr; }
   void log(const char* file, int /*line*/, int level, const std::string& message) override {
@@ -160,158 +140,124 @@ class Log : public tavrix::ITraceLogger {
 TEST(EventProducer, ThrowingListenerEndsTheWalkAndIsLogged) {
   Log log;
   Producer producer;
-  Listener listeners[3];
-  for (Listener& listener : listeners) {
-    producer.attach(&listener);
+  Listener first;
+  Listener throwing([](Change change) {
+    if (change == Change::Values) {
+      throw std::runtime_error("listener");
+    }
+  });
+  Listener last;
+  for (Listener* listener : {&first, &throwing, &last}) {
+    producer.attach(listener);
   }
   producer.fire(Change::Names);
-  listeners[1].failing = true;
   producer.fire(Change::Values);
-  EXPECT_THAT(listeners[0].events, ElementsAre(Change::Names, Change::Values));
-  EXPECT_THAT(listeners[1].events, ElementsAre(Change::Names, Change::Values));
-  EXPECT_THAT(listeners[2].events, ElementsAre(Change::Names));
+  EXPECT_EQ(first.events, 2);
+  EXPECT_EQ(throwing.events, 2);
+  EXPECT_EQ(last.events, 1);
   EXPECT_THAT(log.lines, ElementsAre("common\\eventproducer|3|Listener threw an exception"));
 
   // The lock is free again, and a double entry goes out whole.
-  producer.detach(&listeners[1]);
-  producer.attach(&listeners[2]);
-  producer.detach(&listeners[2]);
+  producer.detach(&throwing);
+  producer.attach(&last);
+  producer.detach(&last);
   producer.fire(Change::Names);
-  EXPECT_EQ(listeners[0].events.size(), 3U);
-  EXPECT_EQ(listeners[2].events.size(), 1U);
-}
-
-TEST(EventProducer, ListMayChangeWhileOthersFire) {
-  struct Counter : tavrix::IEventListener<Change> {
-    void onEvent(const Change&) override { ++events; }
-    std::atomic<int> events{0};
-  };
-  Producer producer;
-  Counter steady;
-  Counter passing;
-  producer.attach(&steady);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 2; ++i) {
-    threads.emplace_back([&] {
-      for (int n = 0; n < 500; ++n) {
-        producer.fire(Change::Values);
-      }
-    });
-  }
-  for (int n = 0; n < 500; ++n) {
-    producer.attach(&passing);
-    producer.detach(&passing);
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(steady.events, 1000);
+  EXPECT_EQ(first.events, 3);
+  EXPECT_EQ(last.events, 1);
 }
 
 TEST(EventProducer, AListenerMayAttachDetachAndFireFromWithin) {
-  struct Acting : tavrix::IEventListener<Change> {
-    void onEvent(const Change& change) override {
-      ++events;
-      if (action && change == Change::Names) {
-        action();
-      }
-    }
-    std::function<void()> action;
-    int events = 0;
-  };
   Producer producer;
-  Acting acting;
-  Acting added;
-  Acting dropped;
-  acting.action = [&] {
-    producer.attach(&added);
-    producer.detach(&dropped);
-    producer.fire(Change::Values);
-    producer.detach(&acting);
+  Listener added;
+  Listener dropped;
+  Listener acting;
+  acting.action = [&](Change change) {
+    if (change == Change::Names) {
+      producer.attach(&added);
+      producer.detach(&dropped);
+      producer.fire(Change::Values);
+      producer.detach(&acting);
+    }
   };
   producer.attach(&acting);
   producer.attach(&dropped);
   producer.fire(Change::Names);
-  EXPECT_EQ(acting.events, 2);
-  EXPECT_EQ(dropped.events, 0);
-  EXPECT_EQ(added.events, 1);  // of the inner event
+  EXPECT_EQ(added.events, 1) << "of the inner event";
   producer.fire(Change::Names);
   EXPECT_EQ(acting.events, 2);
+  EXPECT_EQ(dropped.events, 0);
   EXPECT_EQ(added.events, 2);
 }
 
 // Taken out by a listener while another thread is just telling it.
 TEST(EventProducer, DetachWaitsForTheCallOfAnotherThread) {
-  struct Slow : tavrix::IEventListener<Change> {
-    void onEvent(const Change&) override {
-      if (!entered.exchange(true)) {
-        while (!leave) {
-          std::this_thread::yield();
-        }
-        left = true;
-      }
-    }
-    std::atomic<bool> entered{false};
-    std::atomic<bool> leave{false};
-    std::atomic<bool> left{false};
-  };
-  struct Detaching : tavrix::IEventListener<Change> {
-    void onEvent(const Change& change) override {
-      if (change == Change::Names) {
-        producer.detach(&slow);
-        waited = slow.left;
-      }
-    }
-    Detaching(Producer& itsProducer, Slow& itsSlow) : producer(itsProducer), slow(itsSlow) {}
-    Producer& producer;
-    Slow& slow;
-    bool waited = false;
-  };
+  std::atomic<bool> entered{false};
+  std::atomic<bool> leave{false};
+  std::atomic<bool> left{false};
+  bool waited = false;
   Producer producer;
-  Slow slow;
-  Detaching detaching(producer, slow);
+  Listener slow([&](Change) {
+    if (!entered.exchange(true)) {
+      while (!leave) {
+        std::this_thread::yield();
+      }
+      left = true;
+    }
+  });
+  Listener detaching([&](Change change) {
+    if (change == Change::Names) {
+      producer.detach(&slow);
+      waited = left;
+    }
+  });
   producer.attach(&detaching);
   producer.attach(&slow);
   std::thread teller([&] { producer.fire(Change::Values); });
-  while (!slow.entered) {
+  while (!entered) {
     std::this_thread::yield();
   }
   std::thread taker([&] { producer.fire(Change::Names); });
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  slow.leave = true;
+  leave = true;
   teller.join();
   taker.join();
-  EXPECT_TRUE(detaching.waited);
+  EXPECT_TRUE(waited);
+}
+
+TEST(EventProducer, ListMayChangeWhileOthersFire) {
+  Producer producer;
+  Listener steady;
+  Listener passing;
+  producer.attach(&steady);
+  const auto fire = [&] { repeat(500, [&] { producer.fire(Change::Values); }); };
+  std::thread one(fire);
+  std::thread two(fire);
+  repeat(500, [&] {
+    producer.attach(&passing);
+    producer.detach(&passing);
+  });
+  one.join();
+  two.join();
+  EXPECT_EQ(steady.events, 1000);
 }
 
 // Each of two producers tells a listener that changes the list of the other, on two threads at once.
 TEST(EventProducer, ListenersMayChangeEachOthersProducers) {
-  struct Crossing : tavrix::IEventListener<Change> {
-    explicit Crossing(Producer& itsOther) : other(itsOther) {}
-    void onEvent(const Change&) override {
-      other.attach(&passing);
-      other.detach(&passing);
-    }
-    struct Nobody : tavrix::IEventListener<Change> {
-      void onEvent(const Change&) override {}
-    };
-    Producer& other;
-    Nobody passing;
-  };
   Producer left;
   Producer right;
-  Crossing fromLeft(right);
-  Crossing fromRight(left);
+  Listener passing;
+  const auto changing = [&passing](Producer& other) {
+    return [&passing, &other](Change) {
+      other.attach(&passing);
+      other.detach(&passing);
+    };
+  };
+  Listener fromLeft(changing(right));
+  Listener fromRight(changing(left));
   left.attach(&fromLeft);
   right.attach(&fromRight);
-  std::thread another([&] {
-    for (int n = 0; n < 2000; ++n) {
-      right.fire(Change::Values);
-    }
-  });
-  for (int n = 0; n < 2000; ++n) {
-    left.fire(Change::Values);
-  }
+  std::thread another([&] { repeat(2000, [&] { right.fire(Change::Values); }); });
+  repeat(2000, [&] { left.fire(Change::Values); });
   another.join();
 }
 
