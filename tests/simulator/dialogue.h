@@ -1,9 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <hostos/imessagebus.h>
 #include <hostos/time.h>
 
@@ -41,12 +44,23 @@ class Dialogue {
     return listen();
   }
 
-  /// Echo off, headers on, blanks off.
-  void prepare() {
-    for (const char* command : {"ATZ", "ATE0", "ATL0", "ATH1", "ATS0"}) {
-      ask(command);
+  /// Exchanges with semicolons between: a command, and with ">" in front its reply, if that matters; "|" is
+  /// the end of a line, and the end of the reply goes without saying.
+  void converse(const std::string& script) {
+    std::istringstream stream(script);
+    for (std::string exchange; std::getline(stream >> std::ws, exchange, ';');) {
+      const std::size_t end = exchange.find('>');
+      const std::string heard = ask(exchange.substr(0, end));
+      if (end != std::string::npos) {
+        std::string reply = exchange.substr(end + 1) + "||>";
+        std::replace(reply.begin(), reply.end(), '|', '\r');
+        EXPECT_EQ(heard, reply) << exchange;
+      }
     }
   }
+
+  /// Echo off, headers on, blanks off.
+  void prepare() { converse("ATZ;ATE0;ATL0;ATH1;ATS0"); }
 
   int result = hostos::BusRead;  // of the last read
   int reads = 0;                 // reads that gave bytes, in the last exchange

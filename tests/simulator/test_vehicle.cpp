@@ -30,12 +30,12 @@ Dialogue connect(const std::shared_ptr<Vehicle>& car) {
 
 // The payloads of a reply with headers and without blanks, by unit; check bytes are cut off.
 std::map<std::string, Bytes> payloads(const std::string& reply, int protocol) {
+  const bool can = protocol >= 6;
+  const std::size_t header = !can ? 6 : protocol % 2 == 0 ? 3 : 8;
   std::map<std::string, Bytes> units;
   std::map<std::string, std::size_t> lengths;
   std::istringstream lines(reply);
-  std::string line;
-  const std::size_t header = protocol < 6 ? 6 : protocol % 2 == 0 ? 3 : 8;
-  while (std::getline(lines, line, '\r')) {
+  for (std::string line; std::getline(lines, line, '\r');) {
     if (line.size() <= header || line.find_first_not_of("0123456789ABCDEF") != std::string::npos) {
       continue;
     }
@@ -43,23 +43,17 @@ std::map<std::string, Bytes> payloads(const std::string& reply, int protocol) {
     for (std::size_t i = header; i + 1 < line.size(); i += 2) {
       bytes.push_back(static_cast<unsigned>(std::stoul(line.substr(i, 2), nullptr, 16)));
     }
-    const std::string unit = protocol < 6 ? line.substr(4, 2) : line.substr(0, header);
-    std::size_t from = 0;
-    std::size_t to = bytes.size();
-    if (protocol < 6) {
-      to -= 1;
-    } else if (bytes[0] >> 4 == 0) {
-      from = 1;
-      to = 1 + bytes[0];
-    } else if (bytes[0] >> 4 == 1) {
-      from = 2;
+    const std::string unit = can ? line.substr(0, header) : line.substr(4, 2);
+    const unsigned kind = bytes[0] >> 4;  // of frame, on CAN
+    if (!can) {
+      bytes.pop_back();
+    } else if (kind == 0) {
+      bytes.resize(1 + bytes[0]);
+    } else if (kind == 1) {
       lengths[unit] = (bytes[0] & 0x0F) << 8 | bytes[1];
-    } else {
-      from = 1;
     }
     Bytes& all = units[unit];
-    all.insert(all.end(), bytes.begin() + static_cast<std::ptrdiff_t>(from),
-               bytes.begin() + static_cast<std::ptrdiff_t>(to));
+    all.insert(all.end(), bytes.begin() + (can ? kind == 1 ? 2 : 1 : 0), bytes.end());
     if (lengths.contains(unit)) {
       all.resize(std::min(all.size(), lengths[unit]));
     }
@@ -78,23 +72,16 @@ class EveryVehicle : public testing::TestWithParam<std::string> {
   VirtualClock m_clock;
 };
 
-struct Service {
-  std::string request;  // of service 05: without the sensor
-  std::string rest;     // behind the identifier
-};
-
 // A unit announces exactly what it answers, in all blocks of all services that have such lists.
 TEST_P(EveryVehicle, AnnouncesWhatItAnswers) {
   const auto car = Vehicle::load(GetParam());
   const bool old = car->protocol() < 6;
   Dialogue elm = connect(car);
   EXPECT_EQ(payloads(elm.ask("0100"), car->protocol()).size(), car->unitCount());
-  for (const auto& [service, rest] : {Service{"01", ""},
-                                      {"05", "01"},
-                                      {"05", "02"},
-                                      {"06", ""},
-                                      {"08", old ? "0000000000" : ""},
-                                      {"09", ""}}) {
+  // Services, with what stands behind the identifier: a sensor, or bytes that fill the message.
+  const std::pair<std::string, const char*> services[] = {
+      {"01", ""}, {"05", "01"}, {"05", "02"}, {"06", ""}, {"08", old ? "0000000000" : ""}, {"09", ""}};
+  for (const auto& [service, rest] : services) {
     std::map<std::string, std::set<unsigned>> announced;
     std::map<std::string, std::set<unsigned>> answered;
     for (unsigned id = 0; id < 256; ++id) {
@@ -216,135 +203,81 @@ TEST(Services, TakeSeveralIdentifiersOnCan) {
   EXPECT_EQ(connect(Vehicle::load("j1850-vpw")).ask("010C0D"), "NO DATA\r\r>");
 }
 
-struct WireCase {
+// ---------------------------------------------------------------------------------------------------------
+
+// What a unit answers: requests and payloads, blanks left out, messages behind each other.
+struct Wire {
   int protocol;
   const char* rows;
-  std::vector<std::pair<const char*, const char*>>
-      dialogue;  // request and payload; messages behind each other
+  const char* dialogue;
 };
 
-class Wire : public testing::TestWithParam<WireCase> {};
+constexpr Wire Wires[] = {
+    // Scalings with a sign and with an offset, bits as they are, constants that clearing keeps.
+    {6,
+     "codes = P0171\n06 01 01 = 0A 0.45 0.45 0.45\n06 01 87 = 96 -12.5 -40 $FFFE\n06 21 80 = 2F not run\n"
+     "06 22 81 = 16 20 -40 6513.5\n06 22 82 = 39 0 -327.68 327.67\nanswer 06 A1 = 46 A1 0B\n",
+     R"(0600 > 46 00 80 00 00 01; 0620 > 46 20 C0 00 00 01; 0640 > 46 40 00 00 00 01; 06A0 > 46 A0 80 00 00 00;
+        0601 > 46 01 01 0A 0E69 0E69 0E69 01 87 96 FF83 FE70 FFFE; 0621 > 46 21 80 2F 0000 0000 0000;
+        0622 > 46 22 81 16 0258 0000 FFFF 22 82 39 8000 0000 FFFF; 06A1 > 46 A1 0B; 06C0 >; 0602 >; 060101 >;
+        04 > 44; 0601 > 46 01 01 0A 0E69 0E69 0E69 01 87 96 0000 0000 0000)"},
+    {6, "08 01 = accept\n08 02 = refuse 31\n08 03 = silence\nanswer 08 01 05 = 48 01 05\n",
+     R"(0800 > 48 00 E0 00 00 00; 0801 > 48 01; 080105 > 48 01 05; 0802 > 7F 08 31; 0803 >; 0804 >)"},
+    // One message a component and limit; one sensor at a time.
+    {3,
+     "codes = P0133\n06 06 03 = 90 min 10 max 40000\n06 06 05 = $1234 max 3\n06 22 00 = 1 max 2\n"
+     "05 01 01 = 0.45\n05 04 01 = 0.6\n05 05 01 = 0.072 0 0.1\n05 0A 02 = 1.2 $01 $FF\n05 21 80 = 7 0 255\n",
+     R"(0600 > 46 00 FF 04 00 00 01; 0620 > 46 20 FF 40 00 00 00; 0500 >; 050001 > 45 00 01 98 00 00 00;
+        0606 > 46 06 83 005A 000A 46 06 03 005A 9C40 46 06 05 1234 0003; 050002 > 45 00 02 00 40 00 00;
+        050080 > 45 00 80 00 00 00 01; 052080 > 45 20 80 80 00 00 00; 050101 > 45 01 01 5A; 050401 > 45 04 01 78;
+        050501 > 45 05 01 12 00 19; 050502 >; 050A02 > 45 0A 02 1E 01 FF; 052180 > 45 21 80 07 00 FF;
+        04 > 44; 050101 > 45 01 01 5A; 050501 > 45 05 01 00 00 00)"},
+    {5, "08 01 = accept\n08 02 = status 05\n08 03 = refuse 31\n",
+     R"(0800 >; 0801 >; 08000000000000 > 48 00 00 E0 00 00 00; 08010000000000 > 48 01 00 00 00 00 00;
+        08020000000000 > 48 02 05 00 00 00 00; 08030000000000 > 7F 08 31)"},
+    // Vehicle information: one message on CAN, numbered ones with a count in front before it.
+    {6,
+     "09 04 = \"AB\" \"0123456789ABCDEF\"\n09 06 = 00B31288 12345678\n09 0F = \"VSIMTYPE000020417\"\n"
+     "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20\n09 0B = 612 940\n",
+     R"(0900 > 49 00 15 22 00 00; 0903 >; 0906 > 49 06 02 00B31288 12345678; 090B > 49 0B 02 0264 03AC;
+        0904 > 49 04 02 4142 0000000000000000000000000000 30313233343536373839414243444546;
+        0908 > 49 08 14 0001 0002 0003 0004 0005 0006 0007 0008 0009 000A 000B 000C 000D 000E 000F
+               0010 0011 0012 0013 0014; 090F > 49 0F 01 5653494D5459504530303030323034 3137)"},
+    {4, "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 65535\n",
+     R"(0900 > 49 00 01 03 00 00 00; 0907 > 49 07 08; 0908 > 49 08 01 0001 0002 49 08 02 0003 0004
+        49 08 03 0005 0006 49 08 04 0007 0008 49 08 05 0009 000A 49 08 06 000B 000C
+        49 08 07 000D 000E 49 08 08 000F FFFF)"},
+    {1,
+     "09 02 = \"1VM14HATX41002005\"\n09 04 = \"AB\" \"CD\"\n09 06 = 0000FA22 35CFCA01\n"
+     "09 0A = \"ECM\" \"Engine\"\n09 0D = \"VSE14A02005K00441\"\n",
+     R"(0900 > 49 00 01 FC 48 00 00; 0901 > 49 01 05; 0903 > 49 03 08; 0905 > 49 05 02;
+        0902 > 49 02 01 00000031 49 02 02 564D3134 49 02 03 48415458 49 02 04 34313030 49 02 05 32303035;
+        0904 > 49 04 01 41420000 49 04 02 00000000 49 04 03 00000000 49 04 04 00000000
+               49 04 05 43440000 49 04 06 00000000 49 04 07 00000000 49 04 08 00000000;
+        0906 > 49 06 01 0000FA22 49 06 02 35CFCA01;
+        090A > 49 0A 01 45434D00 49 0A 02 2D456E67 49 0A 03 696E6500 49 0A 04 00000000 49 0A 05 00000000;
+        090D > 49 0D 01 00000056 49 0D 02 53453134 49 0D 03 41303230 49 0D 04 30354B30 49 0D 05 30343431)"}};
 
-TEST_P(Wire, HasTheFormOfItsProtocol) {
-  const VirtualClock clock;
-  const int protocol = GetParam().protocol;
-  const auto car = Vehicle::parse("name = x\nprotocol = " + std::to_string(protocol) + "\n[unit ECM " +
-                                      (protocol < 6 ? "10" : "7E8") + "]\n" + GetParam().rows,
-                                  "wire");
-  car->holdDrive(0);
-  Dialogue elm = connect(car);
-  for (const auto& [request, expected] : GetParam().dialogue) {
-    std::string packed(expected);
-    std::erase(packed, ' ');
-    const std::string heard = told(elm, request, protocol);
-    EXPECT_EQ(heard.substr(heard.find(':') + 1), packed) << request;
+TEST(Services, HaveTheFormOfTheProtocol) {
+  for (const Wire& wire : Wires) {
+    const VirtualClock clock;
+    const std::string unit = wire.protocol < 6 ? "10" : "7E8";
+    const auto car = Vehicle::parse(
+        "name = x\nprotocol = " + std::to_string(wire.protocol) + "\n[unit ECM " + unit + "]\n" + wire.rows,
+        "wire");
+    car->holdDrive(0);
+    Dialogue elm = connect(car);
+    std::string text = wire.dialogue;
+    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
+    std::istringstream dialogue(text);
+    for (std::string line; std::getline(dialogue, line, ';');) {
+      const std::size_t end = line.find('>');
+      const std::string reply = line.substr(end + 1);
+      EXPECT_EQ(told(elm, line.substr(0, end), wire.protocol), reply.empty() ? "" : unit + ":" + reply)
+          << line;
+    }
   }
 }
-
-constexpr const char* Counters = "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 65535\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Services, Wire,
-    testing::Values(
-        // Scalings with a sign and with an offset, bits as they are, constants that clearing keeps.
-        WireCase{6,
-                 "codes = P0171\n06 01 01 = 0A 0.45 0.45 0.45\n06 01 87 = 96 -12.5 -40 $FFFE\n"
-                 "06 21 80 = 2F not run\n06 22 81 = 16 20 -40 6513.5\n06 22 82 = 39 0 -327.68 327.67\n"
-                 "answer 06 A1 = 46 A1 0B\n",
-                 {{"0600", "46 00 80 00 00 01"},
-                  {"0620", "46 20 C0 00 00 01"},
-                  {"0640", "46 40 00 00 00 01"},
-                  {"06A0", "46 A0 80 00 00 00"},
-                  {"06C0", ""},
-                  {"0601", "46 01 01 0A 0E69 0E69 0E69 01 87 96 FF83 FE70 FFFE"},
-                  {"0621", "46 21 80 2F 0000 0000 0000"},
-                  {"0622", "46 22 81 16 0258 0000 FFFF 22 82 39 8000 0000 FFFF"},
-                  {"06A1", "46 A1 0B"},
-                  {"0602", ""},
-                  {"060101", ""},
-                  {"04", "44"},
-                  {"0601", "46 01 01 0A 0E69 0E69 0E69 01 87 96 0000 0000 0000"}}},
-        WireCase{6,
-                 "08 01 = accept\n08 02 = refuse 31\n08 03 = silence\nanswer 08 01 05 = 48 01 05\n",
-                 {{"0800", "48 00 E0 00 00 00"},
-                  {"0801", "48 01"},
-                  {"080105", "48 01 05"},
-                  {"0802", "7F 08 31"},
-                  {"0803", ""},
-                  {"0804", ""}}},
-        // One message a component and limit; one sensor at a time.
-        WireCase{3,
-                 "codes = P0133\n06 06 03 = 90 min 10 max 40000\n06 06 05 = $1234 max 3\n06 22 00 = 1 max 2\n"
-                 "05 01 01 = 0.45\n05 04 01 = 0.6\n05 05 01 = 0.072 0 0.1\n05 0A 02 = 1.2 $01 $FF\n05 21 80 "
-                 "= 7 0 255\n",
-                 {{"0600", "46 00 FF 04 00 00 01"},
-                  {"0620", "46 20 FF 40 00 00 00"},
-                  {"0606", "46 06 83 005A 000A 46 06 03 005A 9C40 46 06 05 1234 0003"},
-                  {"0500", ""},
-                  {"050001", "45 00 01 98 00 00 00"},
-                  {"050002", "45 00 02 00 40 00 00"},
-                  {"050080", "45 00 80 00 00 00 01"},
-                  {"052080", "45 20 80 80 00 00 00"},
-                  {"050101", "45 01 01 5A"},
-                  {"050401", "45 04 01 78"},
-                  {"050501", "45 05 01 12 00 19"},
-                  {"050502", ""},
-                  {"050A02", "45 0A 02 1E 01 FF"},
-                  {"052180", "45 21 80 07 00 FF"},
-                  {"04", "44"},
-                  {"050101", "45 01 01 5A"},
-                  {"050501", "45 05 01 00 00 00"}}},
-        WireCase{5,
-                 "08 01 = accept\n08 02 = status 05\n08 03 = refuse 31\n",
-                 {{"0800", ""},
-                  {"0801", ""},
-                  {"08000000000000", "48 00 00 E0 00 00 00"},
-                  {"08010000000000", "48 01 00 00 00 00 00"},
-                  {"08020000000000", "48 02 05 00 00 00 00"},
-                  {"08030000000000", "7F 08 31"}}},
-        // Vehicle information: one message on CAN, numbered ones with a count in front before it.
-        WireCase{
-            6,
-            "09 04 = \"AB\" \"0123456789ABCDEF\"\n09 06 = 00B31288 12345678\n09 0F = \"VSIMTYPE000020417\"\n"
-            "09 08 = 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20\n09 0B = 612 940\n",
-            {{"0900", "49 00 15 22 00 00"},
-             {"0903", ""},
-             {"0904", "49 04 02 4142 0000000000000000000000000000 30313233343536373839414243444546"},
-             {"0906", "49 06 02 00B31288 12345678"},
-             {"0908",
-              "49 08 14 0001 0002 0003 0004 0005 0006 0007 0008 0009 000A 000B 000C 000D 000E 000F "
-              "0010 0011 0012 0013 0014"},
-             {"090B", "49 0B 02 0264 03AC"},
-             {"090F", "49 0F 01 5653494D5459504530303030323034 3137"}}},
-        WireCase{4,
-                 Counters,
-                 {{"0900", "49 00 01 03 00 00 00"},
-                  {"0907", "49 07 08"},
-                  {"0908",
-                   "49 08 01 0001 0002 49 08 02 0003 0004 49 08 03 0005 0006 49 08 04 0007 0008 "
-                   "49 08 05 0009 000A 49 08 06 000B 000C 49 08 07 000D 000E 49 08 08 000F FFFF"}}},
-        WireCase{1,
-                 "09 02 = \"1VM14HATX41002005\"\n09 04 = \"AB\" \"CD\"\n09 06 = 0000FA22 35CFCA01\n"
-                 "09 0A = \"ECM\" \"Engine\"\n09 0D = \"VSE14A02005K00441\"\n",
-                 {{"0900", "49 00 01 FC 48 00 00"},
-                  {"0901", "49 01 05"},
-                  {"0902",
-                   "49 02 01 00000031 49 02 02 564D3134 49 02 03 48415458 49 02 04 34313030 "
-                   "49 02 05 32303035"},
-                  {"0903", "49 03 08"},
-                  {"0904",
-                   "49 04 01 41420000 49 04 02 00000000 49 04 03 00000000 49 04 04 00000000 "
-                   "49 04 05 43440000 49 04 06 00000000 49 04 07 00000000 49 04 08 00000000"},
-                  {"0905", "49 05 02"},
-                  {"0906", "49 06 01 0000FA22 49 06 02 35CFCA01"},
-                  {"090A",
-                   "49 0A 01 45434D00 49 0A 02 2D456E67 49 0A 03 696E6500 49 0A 04 00000000 "
-                   "49 0A 05 00000000"},
-                  {"090D",
-                   "49 0D 01 00000056 49 0D 02 53453134 49 0D 03 41303230 49 0D 04 30354B30 "
-                   "49 0D 05 30343431"}}}));
-
-// ---------------------------------------------------------------------------------------------------------
 
 class Drives : public testing::TestWithParam<std::string> {};
 
@@ -374,9 +307,7 @@ TEST_P(Drives, AreConsistent) {
     before = speed;
     EXPECT_LT(rpm, 4500U) << t;
     EXPECT_EQ(rpm == 0, air == 0) << t;
-    if (!hybrid) {
-      EXPECT_GT(rpm, 550U) << t;
-    }
+    EXPECT_TRUE(hybrid || rpm > 550) << t;
     if (t % 60 < 8 || t % 60 > 52) {
       EXPECT_EQ(speed, 0U) << t;
       EXPECT_LT(rpm, 850U) << t;
@@ -387,8 +318,7 @@ TEST_P(Drives, AreConsistent) {
       EXPECT_GT(value("0104"), 20U) << t;
     }
   }
-  EXPECT_GT(fastest, 75U);
-  EXPECT_LT(fastest, 105U);
+  EXPECT_NEAR(fastest, 90, 14);
   // The engine warms up to its working temperature and stays there.
   car->holdDrive(0);
   const unsigned cold = value("0105");
@@ -443,15 +373,13 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
   const std::string head = "name = x\nprotocol = 6\n";
   const std::string unit = head + "[unit ECM 7E8]\n";
   const std::string old = "name = x\nprotocol = 3\n[unit ECM 10]\n";
-  const std::vector<std::pair<std::string, std::string>> cases = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", "bad:0: A vehicle needs a name, a protocol and at least one unit"},
-      {head, "bad:2: A vehicle needs a name"},
       {"name\n", "bad:1: Expected \"key = value\""},
       {"\n# c\nname =  # nothing\n", "bad:3: There is nothing behind the equals sign"},
       {"name = x\nname = y\n", "bad:2: \"name\" is told twice"},
       {"colour = red\n", "bad:1: \"colour\" is nothing that a vehicle has"},
       {"protocol = 10\n", "bad:1: \"10\" is out of range"},
-      {"protocol = x\n", "bad:1: \"x\" is no number"},
       {"mass = nan\n", "bad:1: \"nan\" is no number"},
       {"filler = 5\n", "bad:1: \"5\" is no byte"},
       {"engine = steam\n", "bad:1: \"steam\" is no engine"},
@@ -468,7 +396,6 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
       {unit + "01 0C = {rpm * x}\n", "bad:4: \"x\" is no number"},
       {unit + "01 0C = {rpm\n", "bad:4: The signal has no closing brace"},
       {unit + "01 20 = 00\n", "bad:4: Identifier 20 is a list"},
-      {unit + "codes = P01711\n", "bad:4: \"P01711\" is no trouble code"},
       {unit + "codes = P4171\n", "bad:4: \"P4171\" is no trouble code"},
       {unit + "freeze 0 0C = 00\n", "bad:4: The trouble code of the freeze frame must be told first"},
       {unit + "09 02 = \"ABC\n", "bad:4: The text has no closing quotation mark"},
@@ -503,7 +430,6 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
       {old + "06 01 01 = 1\n", "bad:4: The test has no limit"},
       {unit + "wheels = 4\n", "bad:4: \"wheels\" is nothing that a unit has"},
       {old + "01 7F = 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
-      {old + "answer 22 = 62 00 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
   };
   for (const auto& [text, message] : cases) {
     try {
