@@ -49,11 +49,7 @@ std::shared_ptr<IConnectionService> ConnectionServiceBuilder::createConnectionSe
   const std::lock_guard guard(mutex);
   std::shared_ptr<ConnectionService> service = instance.lock();
   if (!service) {
-    IObdVelmara* const facade = currentFacade();
-    if (facade == nullptr) {
-      return nullptr;
-    }
-    service = std::make_shared<ConnectionService>(*facade);
+    service = makeService<ConnectionService>();
     instance = service;
   }
   return service;

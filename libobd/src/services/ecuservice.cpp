@@ -224,13 +224,7 @@ void EcuService::updateSupportedParameters() {
 }  // namespace
 
 std::shared_ptr<IEcuService> EcuServiceBuilder::createEcuService() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<EcuService>(*facade);
-  service->init();
-  return service;
+  return makeService<EcuService>();
 }
 
 }  // namespace obd

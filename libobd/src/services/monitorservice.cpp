@@ -198,13 +198,7 @@ void MonitorService::buildTestRefreshers() {
 }  // namespace
 
 std::shared_ptr<IMonitorService> MonitorServiceBuilder::createMonitorService() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<MonitorService>(*facade);
-  service->init();
-  return service;
+  return makeService<MonitorService>();
 }
 
 }  // namespace obd

@@ -103,13 +103,7 @@ void OxygenSensorMonitorService::buildTestRefreshers() {
 }  // namespace
 
 std::shared_ptr<IOxygenSensorMonitorService> OxygenSensorMonitorBuilder::createOxygenSensorMonitor() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<OxygenSensorMonitorService>(*facade);
-  service->init();
-  return service;
+  return makeService<OxygenSensorMonitorService>();
 }
 
 }  // namespace obd

@@ -258,8 +258,7 @@ std::vector<std::shared_ptr<SensorDataModel>> SensorService::readSensors(int ide
 }  // namespace
 
 std::shared_ptr<ISensorService> SensorServiceBuilder::createSensorService() {
-  IObdVelmara* const facade = currentFacade();
-  return facade != nullptr ? std::make_shared<SensorService>(*facade) : nullptr;
+  return makeService<SensorService>();
 }
 
 }  // namespace obd

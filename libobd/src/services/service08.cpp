@@ -134,13 +134,7 @@ std::shared_ptr<TestRoutineDataModel> Service08::runTest(int tid) {
 }  // namespace
 
 std::shared_ptr<IService08> Service08Builder::createService08() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<Service08>(*facade);
-  service->init();
-  return service;
+  return makeService<Service08>();
 }
 
 }  // namespace obd

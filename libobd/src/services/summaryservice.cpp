@@ -109,13 +109,7 @@ void SummaryService::onUpdateDone(unsigned int /*id*/, bool success,
 }  // namespace
 
 std::shared_ptr<ISummaryService> SummaryServiceBuilder::createSummaryService() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<SummaryService>(*facade);
-  service->init();
-  return service;
+  return makeService<SummaryService>();
 }
 
 }  // namespace obd

@@ -426,13 +426,7 @@ void TroubleCodeService::onUnitSystemChanged() {
 }
 
 std::shared_ptr<ITroubleCodeService> TroubleCodeServiceBuilder::createTroubleCodeService() {
-  IObdVelmara* const facade = currentFacade();
-  if (facade == nullptr) {
-    return nullptr;
-  }
-  const auto service = std::make_shared<TroubleCodeService>(*facade);
-  service->init();
-  return service;
+  return makeService<TroubleCodeService>();
 }
 
 }  // namespace obd

@@ -112,8 +112,7 @@ void TroubleshootingService::onResponse(bool success, const std::string& request
 }  // namespace
 
 std::shared_ptr<ITroubleshootingService> TroubleshootingServiceBuilder::createTroubleshootingService() {
-  IObdVelmara* const facade = currentFacade();
-  return facade != nullptr ? std::make_shared<TroubleshootingService>(*facade) : nullptr;
+  return makeService<TroubleshootingService>();
 }
 
 }  // namespace obd
