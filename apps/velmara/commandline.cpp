@@ -87,10 +87,17 @@ void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
       ->group(Group);
 }
 
-// Help without the parser's own remarks on each option.
+// Help without the parser's own remarks on each option, and with one blank line between groups.
 class HelpFormatter : public CLI::Formatter {
  public:
   HelpFormatter() { column_width(26); }
+  std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
+    std::string text = CLI::Formatter::make_help(app, std::move(name), mode);
+    for (std::size_t gap = text.find("\n\n\n"); gap != std::string::npos; gap = text.find("\n\n\n", gap)) {
+      text.erase(gap, 1);
+    }
+    return text;
+  }
   std::string make_option_opts(const CLI::Option* option) const override {
     return option->get_type_size() == 0 || option->get_type_name().empty() ? std::string()
                                                                            : " " + option->get_type_name();

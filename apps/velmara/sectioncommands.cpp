@@ -67,7 +67,7 @@ constexpr CommandRow Rows[] = {
      "  velmara monitors                   since codes were cleared, and in this driving cycle\n"
      "  velmara monitors --json            for programs\n",
      false, false, "The vehicle does not tell its readiness monitors.", Monitors, nullptr},
-    {"summary", "Show counts: trouble codes, readiness monitors, freeze frame",
+    {"summary", "Show counts of trouble codes and readiness monitors",
      "  velmara summary                    of all control units\n"
      "  velmara summary --json             for programs\n",
      false, false, "The vehicle does not tell its state.", Summary, nullptr},

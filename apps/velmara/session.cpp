@@ -206,7 +206,7 @@ void Session::selectEcu(const std::string& text) {
     }
     known.push_back(fmt::format("{} ({})", ecuLabel(ecu->id()), printable(ecu->name())));
   }
-  throw Failure(ExitCode::Usage, fmt::format("The vehicle has no control unit \"{}\".", text),
+  throw Failure(ExitCode::NoData, fmt::format("The vehicle has no control unit \"{}\".", text),
                 fmt::format("It has {}.", fmt::join(known, ", ")));
 }
 

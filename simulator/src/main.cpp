@@ -33,6 +33,15 @@ void announce(const std::string& link) {
   std::fflush(stdout);
 }
 
+// Help without the parser's own remarks on each option.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  HelpFormatter() { column_width(22); }
+  std::string make_option_opts(const CLI::Option* option) const override {
+    return option->get_type_size() == 0 ? std::string() : " " + option->get_type_name();
+  }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,20 +56,28 @@ int main(int argc, char** argv) {
   unsigned silence = 0;
   bool pty = false;
   bool listing = false;
-  app.add_option("--vehicle", vehicleName, "Built-in vehicle or vehicle file")->capture_default_str();
-  app.add_option("--adapter", adapterName, "Kind of adapter")->capture_default_str();
-  app.add_option("--baud", options.baudrate, "Rate at which the adapter starts")
-      ->check(CLI::IsMember({9600, 19200, 38400, 57600, 115200}))
-      ->capture_default_str();
+  app.formatter(std::make_shared<HelpFormatter>());
+  app.add_option("--vehicle", vehicleName, "Built-in vehicle or vehicle file; petrol-can11 if not given")
+      ->type_name("VEHICLE");
+  app.add_option("--adapter", adapterName, "Kind of adapter; elm15 if not given")->type_name("NAME");
+  app.add_option("--baud", options.baudrate,
+                 "Rate at which the adapter starts: 9600, 19200, 38400, 57600\nor 115200; 38400 if not given")
+      ->check(CLI::IsMember({9600, 19200, 38400, 57600, 115200}).description(""))
+      ->type_name("RATE");
+  const auto time = CLI::Range(0U, 600000U).description("");
   app.add_option("--latency", options.latency, "Milliseconds that the vehicle takes to answer")
-      ->check(CLI::Range(0U, 600000U));
+      ->check(time)
+      ->type_name("MS");
   CLI::Option* silenceOption =
       app.add_option("--silence", silence, "Milliseconds before NO DATA, instead of what ATST says")
-          ->check(CLI::Range(0U, 600000U));
+          ->check(time)
+          ->type_name("MS");
   app.add_option("--fault", faults,
-                 "Faults by script: kind[:amount or text][@first[-[last]]], such as "
-                 "latency:20, split:3@4-, error:BUS ERROR@12 or close@30");
-  CLI::Option* tcpOption = app.add_option("--tcp", port, "Serve on this TCP port of 127.0.0.1; 0 picks one");
+                 "Faults by script: kind[:amount or text][@first[-[last]]],\n"
+                 "such as latency:20, split:3@4-, error:BUS ERROR@12 or close@30")
+      ->type_name("FAULT");
+  CLI::Option* tcpOption =
+      app.add_option("--tcp", port, "Serve on this TCP port of 127.0.0.1; 0 picks one")->type_name("PORT");
   CLI::Option* ptyOption = app.add_flag("--pty", pty, "Serve on a pseudo-terminal");
   app.add_flag("--list", listing, "List vehicles and adapters");
   tcpOption->excludes(ptyOption);

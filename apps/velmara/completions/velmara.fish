@@ -63,7 +63,7 @@ complete -c velmara -n '__fish_seen_subcommand_from plot' -l log -r -F -d 'Write
 complete -c velmara -n '__fish_seen_subcommand_from plot' -l quiet -d 'No progress on standard error'
 complete -c velmara -n '__fish_seen_subcommand_from plot' -l no-color -d 'No colors'
 complete -c velmara -n '__fish_seen_subcommand_from plot' -F
-complete -c velmara -n __fish_use_subcommand -a summary -d 'Show counts'
+complete -c velmara -n __fish_use_subcommand -a summary -d 'Show counts of trouble codes and readiness monitors'
 complete -c velmara -n '__fish_seen_subcommand_from summary' -s h -l help -d 'Print this help message and exit'
 complete -c velmara -n '__fish_seen_subcommand_from summary' -l ecu -x -d 'Only this control unit, by identifier or name'
 complete -c velmara -n '__fish_seen_subcommand_from summary' -l json -d 'Print one JSON document'
