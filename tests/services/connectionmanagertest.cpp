@@ -35,34 +35,27 @@ class Listener : public IConnectionListener {
     const std::lock_guard guard(m_mutex);
     return m_heard;
   }
-  std::vector<std::uint32_t> times() const {
-    const std::lock_guard guard(m_mutex);
-    return m_times;
-  }
-  std::string text() const {
-    const std::lock_guard guard(m_mutex);
-    return m_text;
-  }
 
-  std::function<void(char)> onEvent;
+  // To be read when nothing is under way.
+  std::string reason;
+  std::vector<std::uint32_t> times;
+  std::function<void()> onEvent;
 
  private:
   void add(char event, const std::string& text) {
     {
       const std::lock_guard guard(m_mutex);
       m_heard += event;
-      m_times.push_back(CTime::milliseconds());
-      m_text += text;
+      times.push_back(CTime::milliseconds());
+      reason += text;
     }
     if (onEvent) {
-      onEvent(event);
+      onEvent();
     }
   }
 
   mutable std::mutex m_mutex;
   std::string m_heard;
-  std::string m_text;
-  std::vector<std::uint32_t> m_times;
 };
 
 // A bus that takes its time to open, until it is closed, and then fails.
@@ -114,7 +107,9 @@ class ConnectionManagerTest : public testing::Test {
  protected:
   ConnectionManagerTest() { manager.attachListener(&listener); }
 
-  std::shared_ptr<hostos::IMessageBus> makeBus(simulator::AdapterOptions options = {}) {
+  std::shared_ptr<hostos::IMessageBus> makeBus(
+      simulator::AdapterOptions options = {},
+      const std::shared_ptr<simulator::Vehicle>& vehicle = simulator::Vehicle::load("petrol-can11")) {
     options.latency = std::max(options.latency, 4U);
     commands = std::make_shared<CommandLog>();
     options.faults.onExchange = [sent = commands, own = options.faults.onExchange](
@@ -124,9 +119,16 @@ class ConnectionManagerTest : public testing::Test {
         own(exchange, command);
       }
     };
-    return simulator::makeBus(simulator::Vehicle::load("petrol-can11"), options);
+    return simulator::makeBus(vehicle, options);
   }
 
+  bool open(const std::shared_ptr<hostos::IMessageBus>& bus) {
+    return manager.openBus(bus, VehicleProtocol::Automatic);
+  }
+  void openAndWait(const std::shared_ptr<hostos::IMessageBus>& bus, const std::string& heard) {
+    ASSERT_TRUE(open(bus));
+    waitFor(heard);
+  }
   void waitFor(const std::string& heard) {
     EXPECT_TRUE(pumpUntil([&] { return listener.heard() == heard; }, 600000)) << listener.heard();
   }
@@ -146,9 +148,8 @@ class ConnectionManagerTest : public testing::Test {
 };
 
 TEST_F(ConnectionManagerTest, AGoodOpeningTellsEachPhaseForATenthOfASecond) {
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1234C");
-  const std::vector<std::uint32_t> times = listener.times();
+  openAndWait(makeBus(), "1234C");
+  const std::vector<std::uint32_t>& times = listener.times;
   for (std::size_t i = 1; i < times.size(); ++i) {
     EXPECT_GE(times[i] - times[i - 1], 100U) << i;
   }
@@ -167,47 +168,36 @@ TEST_F(ConnectionManagerTest, AGoodOpeningTellsEachPhaseForATenthOfASecond) {
   EXPECT_EQ(listener.heard(), "1234CDD");
 }
 
-struct Failure {
-  const char* message;
-  const char* heard;
-  std::function<void(simulator::AdapterOptions&)> spoil;
-};
-
 TEST_F(ConnectionManagerTest, EachFailedStepIsLoggedAndTold) {
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1234C");
+  openAndWait(makeBus(), "1234C");
   manager.close();
   // The second request for supported identifiers is the one that looks for control units.
   const std::vector<std::string> all = commands->all();
-  const auto first = std::find(all.begin(), all.end(), "0100");
-  const auto second = std::find(first + 1, all.end(), "0100");
+  const auto second = std::find(std::find(all.begin(), all.end(), "0100") + 1, all.end(), "0100");
   ASSERT_NE(second, all.end());
   const auto search = static_cast<unsigned>(second - all.begin());
 
+  using Kind = simulator::Fault::Kind;
+  simulator::AdapterOptions mute;
+  mute.faults.addAlways(Kind::Silence);
+  simulator::AdapterOptions noProtocol;
+  for (unsigned exchange = 8; exchange < 200; ++exchange) {
+    noProtocol.faults.add(Kind::ErrorWord, exchange, 0, "UNABLE TO CONNECT");
+  }
+  simulator::AdapterOptions noUnits;
+  noUnits.faults.add(Kind::ErrorWord, search, 0, "BUS ERROR");
   std::string heard = listener.heard();
-  for (const Failure& failure :
-       {Failure{"Failed to init device", "120D",
-                [](auto& options) { options.faults.addAlways(simulator::Fault::Kind::Silence); }},
-        Failure{"Failed to detect vehicle/working protocol", "1230D",
-                [](auto& options) {
-                  for (unsigned exchange = 8; exchange < 200; ++exchange) {
-                    options.faults.add(simulator::Fault::Kind::ErrorWord, exchange, 0, "UNABLE TO CONNECT");
-                  }
-                }},
-        Failure{"Failed to initialize proxy", "1230D", [search](auto& options) {
-                  options.faults.add(simulator::Fault::Kind::ErrorWord, search, 0, "BUS ERROR");
-                }}}) {
-    simulator::AdapterOptions options;
-    failure.spoil(options);
-    ASSERT_TRUE(manager.openBus(makeBus(options), VehicleProtocol::Automatic));
-    heard += failure.heard;
-    waitFor(heard);
-    EXPECT_EQ(log.count(std::string("src\\connectionmanager 3 ") + failure.message), 1) << failure.message;
+  for (const auto& [options, phases, message] :
+       {std::tuple(mute, "120D", "Failed to init device"),
+        {noProtocol, "1230D", "Failed to detect vehicle/working protocol"},
+        {noUnits, "1230D", "Failed to initialize proxy"}}) {
+    openAndWait(makeBus(options), heard += phases);
+    EXPECT_EQ(log.count(std::string("src\\connectionmanager 3 ") + message), 1) << message;
     manager.close();
     heard += 'D';
     expectClosed();
   }
-  EXPECT_EQ(listener.text(), "");
+  EXPECT_EQ(listener.reason, "");
 }
 
 TEST_F(ConnectionManagerTest, AnExceptionIsAFailedOpening) {
@@ -218,31 +208,26 @@ TEST_F(ConnectionManagerTest, AnExceptionIsAFailedOpening) {
       "answer 09 0A = 49 0A 00 41 42 43 44 | 49 0A 01 45 46 47 48 | 49 0A 02 49 4A 4B 4C"
       " | 49 0A 03 4D 4E 4F 50 | 49 0A 04 51 52 53 54\n",
       "test");
-  simulator::AdapterOptions options;
-  options.latency = 4;
-  ASSERT_TRUE(manager.openBus(simulator::makeBus(vehicle, options), VehicleProtocol::Automatic));
-  waitFor("1230D");
+  openAndWait(makeBus({}, vehicle), "1230D");
   EXPECT_EQ(log.count("src\\connectionmanager 3 Opening the connection threw an exception"), 1);
-  EXPECT_EQ(listener.text(), "");
+  EXPECT_EQ(listener.reason, "");
   manager.close();
   expectClosed();
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1230DD1234C");
+  openAndWait(makeBus(), "1230DD1234C");
 }
 
 TEST_F(ConnectionManagerTest, ABusThatDoesNotOpenGivesItsReason) {
-  ASSERT_TRUE(manager.openBus(std::make_shared<StuckBus>(50), VehicleProtocol::Automatic));
-  waitFor("10D");
-  EXPECT_EQ(listener.text(), "no adapter there");
+  openAndWait(std::make_shared<StuckBus>(50), "10D");
+  EXPECT_EQ(listener.reason, "no adapter there");
   EXPECT_EQ(log.count("src\\connectionmanager 3 Failed to open connection"), 1);
-  EXPECT_FALSE(manager.openBus(nullptr, VehicleProtocol::Automatic));
+  EXPECT_FALSE(open(nullptr));
   EXPECT_FALSE(manager.openBluetooth({"x", "not an address", 1}, VehicleProtocol::Automatic));
   EXPECT_EQ(listener.heard(), "10D");
 }
 
 TEST_F(ConnectionManagerTest, CloseBreaksOffABusThatIsBeingOpened) {
   for (const std::uint32_t wait : {0U, 50U, 100U, 101U, 500U}) {
-    ASSERT_TRUE(manager.openBus(std::make_shared<StuckBus>(60000), VehicleProtocol::Automatic));
+    ASSERT_TRUE(open(std::make_shared<StuckBus>(60000)));
     CTime::msleep(wait);
     const std::uint32_t start = CTime::milliseconds();
     manager.close();
@@ -252,8 +237,7 @@ TEST_F(ConnectionManagerTest, CloseBreaksOffABusThatIsBeingOpened) {
 }
 
 TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryExchangeOfAnOpening) {
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1234C");
+  openAndWait(makeBus(), "1234C");
   const std::size_t exchanges = commands->size();
   manager.close();
 
@@ -276,7 +260,7 @@ TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryExchangeOfAnOpening) {
     const std::size_t heardBefore = listener.heard().size();
     Logger logger;
     manager.addLogger(&logger);
-    ASSERT_TRUE(manager.openBus(makeBus(options), VehicleProtocol::Automatic));
+    ASSERT_TRUE(open(makeBus(options)));
     hostos::CThread other("close");
     if (k % 3 == 0) {  // twice at once
       const auto entry = [](void* close) -> void* {
@@ -304,25 +288,24 @@ TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryExchangeOfAnOpening) {
 
 TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryMomentOfAnOpening) {
   for (std::uint32_t moment = 0; moment < 900; moment += 23) {
-    ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
+    ASSERT_TRUE(open(makeBus()));
     CTime::msleep(moment);
     manager.close();
     expectClosed();
   }
   // And it still works.
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
+  ASSERT_TRUE(open(makeBus()));
   EXPECT_TRUE(pumpUntil([&] { return listener.heard().back() == 'C'; }));
   manager.close();
 }
 
 TEST_F(ConnectionManagerTest, AnOpeningClosesWhatIsStillOpen) {
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1234C");
+  openAndWait(makeBus(), "1234C");
   const std::shared_ptr<CommandLog> before = commands;
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
+  ASSERT_TRUE(open(makeBus()));
   EXPECT_EQ(before->all().back(), "ATLP");
   waitFor("1234CD1234C");
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));  // the destructor's now
+  ASSERT_TRUE(open(makeBus()));  // the destructor's now
 }
 
 TEST_F(ConnectionManagerTest, ALostLinkIsToldOnceAndTheRestIsLeftToClose) {
@@ -335,8 +318,7 @@ TEST_F(ConnectionManagerTest, ALostLinkIsToldOnceAndTheRestIsLeftToClose) {
     }
   };
   bus = makeBus(options);
-  ASSERT_TRUE(manager.openBus(bus, VehicleProtocol::Automatic));
-  waitFor("1234C");
+  openAndWait(bus, "1234C");
   lose = true;
   obd::ResponseMap responses;
   EXPECT_NE(manager.proxy()->sendRequest({0x01, 0x0C}, responses, 200), 0);
@@ -352,7 +334,7 @@ TEST_F(ConnectionManagerTest, LoggersSeeTheTrafficOnceFromThePhaseOfTheAdapterOn
   Logger inPhase1;
   Logger late;
   manager.addLogger(&early);
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
+  ASSERT_TRUE(open(makeBus()));
   manager.addLogger(&inPhase1);
   waitFor("1234C");
   EXPECT_EQ(early.writes, static_cast<int>(commands->size()));
@@ -370,9 +352,8 @@ TEST_F(ConnectionManagerTest, LoggersSeeTheTrafficOnceFromThePhaseOfTheAdapterOn
 }
 
 TEST_F(ConnectionManagerTest, AListenerThatClosesIsRefusedAndDoesNotHang) {
-  listener.onEvent = [this](char) { manager.close(); };
-  ASSERT_TRUE(manager.openBus(makeBus(), VehicleProtocol::Automatic));
-  waitFor("1234C");
+  listener.onEvent = [this] { manager.close(); };
+  openAndWait(makeBus(), "1234C");
   listener.onEvent = nullptr;
   manager.close();
   manager.detachListener(&listener);
@@ -380,35 +361,24 @@ TEST_F(ConnectionManagerTest, AListenerThatClosesIsRefusedAndDoesNotHang) {
   EXPECT_EQ(listener.heard(), "1234CD");
 }
 
-class NotifierListener : public obd::IConnectionNotifierListener {
- public:
-  NotifierListener(std::string& order, char name) : m_order(order), m_name(name) {}
-  void onConnected() override { m_order += m_name; }
-  void onDisconnected() override { m_order += m_name; }
-  void onConnectionPhase(IConnectionListener::OpenConnectionPhase phase, const std::string&) override {
-    m_order += m_name;
-    m_order += static_cast<char>('0' + phase);
-  }
-
- private:
-  std::string& m_order;
-  const char m_name;
-};
-
 TEST(ConnectionNotifier, TellsPriorityByPriority) {
+  struct Named : obd::IConnectionNotifierListener {
+    Named(std::string& allHeard, char itsName) : order(allHeard), name(itsName) {}
+    void onConnected() override { order += name; }
+    void onDisconnected() override { order += name; }
+    void onConnectionPhase(IConnectionListener::OpenConnectionPhase phase, const std::string&) override {
+      order += {name, static_cast<char>('0' + phase)};
+    }
+    std::string& order;
+    const char name;
+  };
   obd::ConnectionNotifier notifier;
   std::string order;
-  NotifierListener a(order, 'a');
-  NotifierListener b(order, 'b');
-  NotifierListener c(order, 'c');
-  NotifierListener d(order, 'd');
-  notifier.attach(2, &a);
-  notifier.attach(1, &b);
-  notifier.attach(1, &c);
-  notifier.attach(0, &d);
-  notifier.attach(0, &d);
-  notifier.attach(3, &a);
-  notifier.attach(-1, &a);
+  Named a(order, 'a'), b(order, 'b'), c(order, 'c'), d(order, 'd');
+  for (const auto& [priority, listener] :
+       {std::pair(2, &a), {1, &b}, {1, &c}, {0, &d}, {0, &d}, {3, &a}, {-1, &a}}) {
+    notifier.attach(priority, listener);
+  }
   EXPECT_FALSE(notifier.isConnected());
   notifier.onConnected();
   EXPECT_TRUE(notifier.isConnected());

@@ -1,15 +1,10 @@
 #include "services/fixture.h"
-#include "services/imonitorservice.h"
-#include "services/ioxygensensormonitorservice.h"
-#include "services/iservice08.h"
 
 namespace {
 
 using Location = obd::OxygenSensorLocation;
 using obd::IMonitorService;
 using obd::UnitSystem;
-using std::to_string;
-using Routine = std::shared_ptr<obd::TestRoutineDataModel>;
 
 // A spark and a compression engine in one car. The second unit takes the routine that the first one refuses.
 constexpr const char* CanCar = R"(name = Test car
@@ -51,120 +46,14 @@ monitors = 07 20 00
 answer 05 02 02 = 45 02 02 28
 )";
 
-std::string text(const IMonitorService::ReadinessMonitors& monitors) {
-  std::string text;
-  for (const auto& monitor : monitors) {
-    text += " " + to_string(static_cast<int>(monitor->test)) + "+-ox"[monitor->status];
-  }
-  return text;
-}
-
-std::string text(const IMonitorService::DiagnosticMonitors& monitors) {
-  std::string text;
-  for (const auto& monitor : monitors) {
-    text += " " + to_string(monitor->id);
-    for (const auto& test : monitor->tests) {
-      text += " " + to_string(test->tid) + "?FP"[test->status] + test->value + "[" + test->minimum + ".." +
-              test->maximum + "]";
-    }
-  }
-  return text;
-}
-
-std::string text(const std::shared_ptr<obd::OxygenSensorTestItem>& item) {
-  return item ? " " + to_string(static_cast<int>(item->location())) + "/" + to_string(item->tid()) +
-                    "PF?"[item->result()] + item->value() + "[" + item->minLimit() + ".." + item->maxLimit() +
-                    "]"
-              : " null";
-}
-
-std::string text(const std::vector<Routine>& routines) {
-  std::string text;
-  for (const Routine& test : routines) {
-    text += " " + to_string(test->tid()) + ":" + to_string(test->result()) + " " + test->nackReason();
-  }
-  return text;
-}
-
-class Recorder : public obd::IMonitorServiceObserver,
-                 public obd::IOxygenSensorMonitorServiceObserver,
-                 public obd::IService08Observer,
-                 public EventLines {
-  using Ready = ReadinessMonitors;
-  using Item = std::shared_ptr<obd::OxygenSensorTestItem>;
-  void readinessMonitorsSinceResetUpdated(bool ok, const Ready& all) override { add("since", ok, text(all)); }
-  void readinessMonitorsThisCycleUpdated(bool ok, const Ready& all) override { add("cycle", ok, text(all)); }
-  void onboardMonitorUpdated(bool ok, const DiagnosticMonitors& all) override {
-    add("monitor", ok, text(all));
-  }
-  void onMonitorStatusUpdated(bool ok, bool done) override { add("status", ok, done ? " complete" : ""); }
-  void onTestResultUpdated(bool ok, const Item& item) override { add("sensor", ok, text(item)); }
-  void onTestUpdated(bool ok, const Routine& test) override { add("test", ok, text({test})); }
-  void invalidated() override { add("void"); }
-  void onInvalidated() override { add("void"); }
-  void refreshDone() override { add("done"); }
-  void onRefreshDone() override { add("done"); }
-};
-
-class MonitorServicesTest : public ServiceTest {
+class MonitorServicesTest : public AllServicesTest {
  protected:
-  MonitorServicesTest() { makeServices(); }
-  ~MonitorServicesTest() override { dropServices(); }
-
-  void makeServices() {
-    (monitors = obd::MonitorServiceBuilder::createMonitorService())->attach(&ofMonitors);
-    (sensors = obd::OxygenSensorMonitorBuilder::createOxygenSensorMonitor())->attach(&ofSensors);
-    (routines = obd::Service08Builder::createService08())->attach(&ofRoutines);
-  }
-  void dropServices() {
-    monitors.reset();
-    sensors.reset();
-    routines.reset();
-  }
-
-  bool open(const char* car) {
-    const bool opened = ServiceTest::open(car);
-    hear();
-    return opened;
-  }
-  // What the services have told until there is no more to come, in the order of their members.
-  std::vector<Texts> hear() {
-    pumpFor(6000);
-    return {ofMonitors.take(), ofSensors.take(), ofRoutines.take()};
-  }
-  void refreshAll() {
+  void refreshMonitors() {
     EXPECT_TRUE(monitors->refresh(0) && monitors->refresh(1) && monitors->refresh(2));
-    sensors->refresh();
+    oxygen->refresh();
     EXPECT_TRUE(routines->startTest(1));
   }
-
-  std::shared_ptr<IMonitorService> monitors;
-  std::shared_ptr<obd::IOxygenSensorMonitorService> sensors;
-  std::shared_ptr<obd::IService08> routines;
-  Recorder ofMonitors, ofSensors, ofRoutines;
-  const std::vector<Texts> nothing = std::vector<Texts>(3);
 };
-
-TEST_F(MonitorServicesTest, GiveNothingWithoutAConnection) {
-  for (const auto system : {UnitSystem::Imperial, UnitSystem::Metric}) {
-    for (const int kind : {-1, 0, 1, 2, 3}) {
-      EXPECT_FALSE(monitors->isSupported(kind) || monitors->refresh(kind)) << kind;
-    }
-    EXPECT_EQ(text(monitors->readMonitorsSinceReset()) + text(monitors->readMonitorsThisCycle()) +
-                  text(monitors->readOnboardMonitors()) + text(routines->tests()) +
-                  text(routines->availableTests()),
-              "");
-    EXPECT_FALSE(sensors->isSupported() || routines->isSupported() || routines->startTest(1));
-    EXPECT_TRUE(sensors->sensorLocations().empty());
-    EXPECT_EQ(routines->runTest(1), nullptr);
-    sensors->refresh();
-    facade->settings()->setUnitSystem(system);
-    EXPECT_EQ(hear(), nothing);
-    ASSERT_TRUE(open(CanCar));
-    EXPECT_TRUE(routines->isSupported());
-    close();
-  }
-}
 
 TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   ASSERT_TRUE(open(CanCar));
@@ -175,18 +64,19 @@ TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
 
   // Which monitors there are is not known yet.
   monitors->refresh(IMonitorService::ThisCycle);
-  EXPECT_EQ(hear()[0], (Texts{"cycle 0x 1x 2x 3x 4x 5x 6x 7x 8x 9x", "done"}));
-  refreshAll();
-  EXPECT_EQ(hear()[0], (Texts{"since 0+ 1- 2+ 3+ 4x 5- 6x 7+ 8+ 9x", "cycle 0+ 1o 2+ 3o 4x 5+ 6x 7- 8o 9x",
-                              "monitor 1 1P0.100[0.000..0.256] 129F20.0[-40.0..10.0]",
-                              "monitor 33 128?0[0..0]", "monitor failed", "done"}));
+  EXPECT_EQ(hear(ofMonitors), (Texts{"cycle 0x 1x 2x 3x 4x 5x 6x 7x 8x 9x", "done"}));
+  refreshMonitors();
+  EXPECT_EQ(hear(ofMonitors),
+            (Texts{"since 0+ 1- 2+ 3+ 4x 5- 6x 7+ 8+ 9x", "cycle 0+ 1o 2+ 3o 4x 5+ 6x 7- 8o 9x",
+                   "monitor 1 1P0.100[0.000..0.256] 129F20.0[-40.0..10.0]", "monitor 33 128?0[0..0]",
+                   "monitor failed", "done"}));
   EXPECT_EQ(text(monitors->readMonitorsSinceReset()), " 0+ 1- 2+ 3+ 4x 5- 6x 7+ 8+ 9x");
   EXPECT_EQ(text(monitors->readMonitorsThisCycle()), " 0+ 1o 2+ 3o 4x 5+ 6x 7- 8o 9x");
   EXPECT_EQ(monitors->readMonitorsThisCycle()[5]->description, "Evaporative System");
 
   // The new units come with the next reading.
   facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  EXPECT_EQ(hear()[0], Texts());
+  EXPECT_EQ(hear(ofMonitors), Texts());
   const auto read = monitors->readOnboardMonitors();
   ASSERT_EQ(text(read), " 1 1P0.100[0.000..0.256] 129F68.0[-40.0..50.0] 33 128?0[0..0]");
   EXPECT_EQ(read[0]->description, "Exhaust Gas Sensor Monitor Bank 1 - Sensor 1");
@@ -194,56 +84,57 @@ TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   EXPECT_EQ(read[0]->tests[1]->unit, MeasurementUnit::DegreeFahrenheit);
 
   // The other unit has a diesel engine's monitors. Runs that were called off are never done.
-  refreshAll();
+  forget();
+  refreshMonitors();
   select(0x7E9);
-  EXPECT_EQ(hear(), std::vector<Texts>(3, {"void"}));
+  EXPECT_EQ(text(hear(ofMonitors)) + text(hear(ofOxygen)) + text(hear(ofRoutines)), " void void void");
   EXPECT_FALSE(monitors->isSupported(IMonitorService::ThisCycle));
   monitors->refresh(IMonitorService::OnBoardMonitors);
   monitors->refresh(IMonitorService::SinceReset);
-  EXPECT_EQ(hear()[0], (Texts{"monitor 33 128F5[0..4]", "since 0+ 1+ 2+ 10- 11+ 12x 13x 14- 15+"}));
+  EXPECT_EQ(hear(ofMonitors), (Texts{"monitor 33 128F5[0..4]", "since 0+ 1+ 2+ 10- 11+ 12x 13x 14- 15+"}));
   EXPECT_EQ(text(monitors->readOnboardMonitors()), " 33 128F5[0..4]");
   EXPECT_EQ(text(monitors->readMonitorsThisCycle()), " 0o 1o 2o 10o 11o 12x 13x 14o 15o");
 }
 
 TEST_F(MonitorServicesTest, TellTestsOfOxygenSensors) {
   ASSERT_TRUE(open(CanCar));  // has no such tests, but the monitor
-  EXPECT_FALSE(sensors->isSupported());
-  sensors->refresh();
-  EXPECT_EQ(hear()[1], (Texts{"status complete", "done"}));
+  EXPECT_FALSE(oxygen->isSupported());
+  oxygen->refresh();
+  EXPECT_EQ(hear(ofOxygen), (Texts{"status complete", "done"}));
   close();
 
   ASSERT_TRUE(open(OldCar));
-  EXPECT_TRUE(sensors->isSupported());
-  EXPECT_EQ(sensors->sensorLocations(), (std::vector{Location::Bank1Sensor1, Location::Bank1Sensor2}));
-  sensors->refresh();
-  sensors->refresh();  // joins the first
+  EXPECT_TRUE(oxygen->isSupported());
+  EXPECT_EQ(oxygen->sensorLocations(), (std::vector{Location::Bank1Sensor1, Location::Bank1Sensor2}));
+  oxygen->refresh();
+  oxygen->refresh();  // joins the first
   Texts all = {"status",
                "sensor 0/1P0.500[0.000..1.275]",
                "sensor 0/5F0.104[0.000..0.100]",
                "sensor 0/33P0.040[0.000..1.020]",
                "sensor failed null",
                "done"};
-  EXPECT_EQ(hear()[1], all);
+  EXPECT_EQ(hear(ofOxygen), all);
   EXPECT_EQ(timesAsked("052101"), 1U);
-  EXPECT_EQ(timesAsked("052001"), 1U);  // while the connection opened
+  EXPECT_EQ(timesAsked("052001"), 0U);  // while the connection opened
   // A component's tests come one by one.
   EXPECT_EQ(text(monitors->readOnboardMonitors()), " 3 6P0.360[..160.000] 5 6F0.040[0.080..]");
 
   // New units drop what is on its way, and with it the end. The same ones do nothing.
-  sensors->refresh();
+  oxygen->refresh();
   facade->settings()->setUnitSystem(UnitSystem::Metric);
-  EXPECT_EQ(ofSensors.events, Texts());
+  EXPECT_EQ(ofOxygen.events, Texts());
   facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  EXPECT_EQ(hear(), (std::vector<Texts>{{}, {"void", "status"}, {}}));
-  sensors->refresh();
+  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status"}));
+  oxygen->refresh();
   all.pop_back();
-  EXPECT_EQ(hear()[1], all);
+  EXPECT_EQ(hear(ofOxygen), all);
 
-  sensors->refresh();
+  oxygen->refresh();
   select(0x18);
-  EXPECT_EQ(sensors->sensorLocations(), (std::vector{Location::Bank1Sensor2}));
-  sensors->refresh();
-  EXPECT_EQ(hear()[1], (Texts{"void", "status complete", "sensor 1/2P0.200[0.000..1.275]"}));
+  EXPECT_EQ(oxygen->sensorLocations(), (std::vector{Location::Bank1Sensor2}));
+  oxygen->refresh();
+  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status complete", "sensor 1/2P0.200[0.000..1.275]"}));
 }
 
 TEST_F(MonitorServicesTest, RunRoutines) {
@@ -254,10 +145,9 @@ TEST_F(MonitorServicesTest, RunRoutines) {
                                  "test 2:1 Conditions not correct",  // with the other unit's success
                                  "test failed 3:3 Acknowledged"};
   for (const int tid : {1, 2, 3}) {
-    EXPECT_TRUE(routines->startTest(tid));
-    EXPECT_TRUE(routines->startTest(tid));  // joins the first
-    EXPECT_EQ(hear()[2], (Texts{results[tid - 1], "done"}));
-    EXPECT_EQ(timesAsked("080" + to_string(tid)), 1U);
+    EXPECT_TRUE(routines->startTest(tid) && routines->startTest(tid));  // the second joins the first
+    EXPECT_EQ(hear(ofRoutines), (Texts{results[tid - 1], "done"}));
+    EXPECT_EQ(timesAsked("080" + std::to_string(tid)), 1U);
   }
   EXPECT_EQ(text(routines->tests()), " 1:0 Acknowledged 2:1 Conditions not correct 3:3 Acknowledged");
   EXPECT_EQ(text(routines->availableTests()), fresh);
@@ -266,7 +156,7 @@ TEST_F(MonitorServicesTest, RunRoutines) {
   EXPECT_EQ(timesAsked("0804"), 0U);
 
   // Any test can be run while one waits, but no number is cut down to a test.
-  EXPECT_EQ(text({routines->runTest(4), routines->runTest(5), routines->runTest(3)}),
+  EXPECT_EQ(text(std::vector{routines->runTest(4), routines->runTest(5), routines->runTest(3)}),
             " 4:0 Acknowledged 5:1 Busy 3:3 Acknowledged");
   EXPECT_FALSE(routines->runTest(-1) || routines->runTest(0x101));
   EXPECT_EQ(timesAsked("0801"), 1U);
@@ -276,12 +166,13 @@ TEST_F(MonitorServicesTest, RunRoutines) {
   EXPECT_EQ(text(routines->tests()), " 2:3 Acknowledged");
   EXPECT_FALSE(routines->startTest(1));
   routines->startTest(2);
-  EXPECT_EQ(hear()[2], (Texts{"void", "test 2:0 Acknowledged"}));
+  EXPECT_EQ(hear(ofRoutines), (Texts{"void", "test 2:0 Acknowledged"}));
 
   // Before CAN a request has seven bytes, and a status byte refuses.
   close();
   ASSERT_TRUE(open(OldCar));
-  EXPECT_EQ(text({routines->runTest(1), routines->runTest(2)}), " 1:0 Acknowledged 2:1 Acknowledged");
+  EXPECT_EQ(text(std::vector{routines->runTest(1), routines->runTest(2)}),
+            " 1:0 Acknowledged 2:1 Acknowledged");
   EXPECT_EQ(timesAsked("08020000000000"), 1U);
 }
 
@@ -290,11 +181,10 @@ TEST_F(MonitorServicesTest, TellOfASilentVehicleAndOfNoUnit) {
   dropServices();
   makeServices();  // with the connection up
   vehicle->setIgnition(false);
-  refreshAll();
-  EXPECT_EQ(hear(), (std::vector<Texts>{{"since failed", "cycle failed", "monitor failed", "monitor failed",
-                                         "monitor failed", "done"},
-                                        {"status failed", "done"},
-                                        {"test failed 1:3 Acknowledged", "done"}}));
+  refreshMonitors();
+  EXPECT_EQ(hearAll(),
+            " since failed cycle failed monitor failed monitor failed monitor failed done"
+            " status failed done test failed 1:3 Acknowledged done");
   EXPECT_EQ(text(monitors->readMonitorsSinceReset()) + text(monitors->readMonitorsThisCycle()) +
                 text(monitors->readOnboardMonitors()),
             "");
@@ -305,53 +195,30 @@ TEST_F(MonitorServicesTest, TellOfASilentVehicleAndOfNoUnit) {
   EXPECT_FALSE(monitors->isSupported(IMonitorService::ThisCycle));
   EXPECT_FALSE(monitors->refresh(IMonitorService::OnBoardMonitors));
   monitors->refresh(IMonitorService::SinceReset);
-  sensors->refresh();
+  oxygen->refresh();
   EXPECT_FALSE(routines->isSupported() || routines->runTest(1));
-  EXPECT_EQ(hear(), (std::vector<Texts>{{"void", "since", "done"}, {"void", "status", "done"}, {"void"}}));
+  EXPECT_EQ(hear(ofMonitors), (Texts{"void", "since", "done"}));
+  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status", "done"}));
+  EXPECT_EQ(hear(ofRoutines), (Texts{"void"}));
 }
 
 TEST_F(MonitorServicesTest, ALostLinkEndsRefreshesInSilence) {
   for (const std::uint32_t moment : {0U, 20U, 90U}) {
     SCOPED_TRACE(moment);
     ASSERT_TRUE(open(CanCar));
-    refreshAll();
+    refreshMonitors();
     pumpFor(moment);
-    for (Recorder* recorder : {&ofMonitors, &ofSensors, &ofRoutines}) {
-      recorder->take();
-    }
+    forget();
     lose();
-    EXPECT_EQ(hear(), nothing);
+    EXPECT_EQ(hearAll(), "");
     // The next connection reads everything again. What was dropped stays counted, so nothing is ever done.
     ASSERT_TRUE(open(CanCar));
-    refreshAll();
-    const auto heard = hear();
-    EXPECT_EQ(heard[0].size(), 5U);
-    EXPECT_EQ(heard[1], (Texts{"status complete"}));
-    EXPECT_EQ(heard[2], (Texts{"test 1:0 Acknowledged"}));
+    refreshMonitors();
+    EXPECT_EQ(hear(ofMonitors).size(), 5U);
+    EXPECT_EQ(hear(ofOxygen), (Texts{"status complete"}));
+    EXPECT_EQ(hear(ofRoutines), (Texts{"test 1:0 Acknowledged"}));
     close();
   }
-}
-
-TEST_F(MonitorServicesTest, AnObserverMayDropItsServiceFromWithin) {
-  ASSERT_TRUE(open(CanCar));
-  for (const std::size_t last : {1U, 6U}) {  // with the first result, and with the end
-    SCOPED_TRACE(last);
-    makeServices();
-    ofMonitors.onEvent = [&] { ofMonitors.events.size() == last ? monitors.reset() : void(); };
-    ofSensors.onEvent = [&] { sensors.reset(); };
-    ofRoutines.onEvent = [&] { routines.reset(); };
-    refreshAll();
-    const auto heard = hear();
-    EXPECT_EQ(heard[0].size(), last);
-    EXPECT_EQ(heard[1], (Texts{"status complete", "done"}));  // the end belongs to the one run
-    EXPECT_EQ(heard[2].size(), 2U);
-    EXPECT_FALSE(monitors || sensors || routines);
-  }
-  // And when another unit is selected.
-  ofMonitors.onEvent = [&] { dropServices(); };
-  makeServices();
-  select(0x7E9);
-  EXPECT_EQ(monitors, nullptr);
 }
 
 }  // namespace

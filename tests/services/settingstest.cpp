@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "services/support.h"
@@ -10,8 +13,6 @@
 
 namespace {
 
-using obd::IgnitionType;
-using obd::UnitSystem;
 using obd::VelmaraSettings;
 using obd::VelmaraSettingsEvent;
 
@@ -21,58 +22,36 @@ class Listener : public tavrix::IEventListener<VelmaraSettingsEvent> {
   std::vector<int> events;
 };
 
-struct Stored {
-  const char* key;
-  int stored;
-  float expected;
-  std::function<float(VelmaraSettings&)> get;
-};
-
+using Getter = std::function<float(VelmaraSettings&)>;
 template <typename T>
-std::function<float(VelmaraSettings&)> getter(T (VelmaraSettings::*get)()) {
+Getter getter(T (VelmaraSettings::*get)()) {
   return [get](VelmaraSettings& settings) { return static_cast<float>((settings.*get)()); };
 }
 
 TEST(Settings, GettersGiveTheDefaultForWhatIsAbsentOrOutOfRange) {
-  const auto unitSystem = getter(&VelmaraSettings::unitSystem);
-  const auto language = getter(&VelmaraSettings::language);
-  const auto factor = getter(&VelmaraSettings::fuelCorrectionFactor);
-  const auto efficiency = getter(&VelmaraSettings::volumetricEfficiency);
-  const auto displacement = getter(&VelmaraSettings::engineDisplacement);
-  const auto overriden = getter(&VelmaraSettings::fuelTypeOverride);
-  const auto ignition = getter(&VelmaraSettings::ignitionType);
-  const auto weight = getter(&VelmaraSettings::vehicleWeight);
-
-  VelmaraSettings empty(std::make_shared<MemorySettings>());
-  const float defaults[] = {unitSystem(empty),   language(empty),  factor(empty),   efficiency(empty),
-                            displacement(empty), overriden(empty), ignition(empty), weight(empty)};
-  const float expected[] = {0, 0, 1.0F, 85, 2.0F, 0, 0, 1500};
-  for (std::size_t i = 0; i < 8; ++i) {
-    EXPECT_EQ(defaults[i], expected[i]) << i;
-  }
-
-  for (const Stored& row : {
-           Stored{"common/unitsystem", 1, 1, unitSystem},
-           Stored{"common/unitsystem", 2, 0, unitSystem},
-           Stored{"common/unitsystem", -1, 0, unitSystem},
-           Stored{"common/language", 19, 19, language},
-           Stored{"common/language", 20, 0, language},
-           Stored{"common/language", -3, 0, language},
-           Stored{"common/fuelcorrectionfactor", 95, 0.95F, factor},
-           Stored{"common/volumetricefficiency", 100, 100, efficiency},
-           Stored{"common/volumetricefficiency", 101, 85, efficiency},
-           Stored{"common/volumetricefficiency", -1, 85, efficiency},
-           Stored{"common/enginedisplacement", 199, 1.99F, displacement},
-           Stored{"common/fueltypeoverride", -7, 1, overriden},
-           Stored{"common/ignitiontype", 1, 1, ignition},
-           Stored{"common/ignitiontype", 2, 0, ignition},
-           Stored{"common/vehicleweight", -1, 1500, weight},
-           Stored{"common/vehicleweight", 0, 0, weight},
-       }) {
+  // The default, and what is read where a number is stored.
+  const std::tuple<const char*, Getter, float, std::vector<std::pair<int, float>>> cases[] = {
+      {"unitsystem", getter(&VelmaraSettings::unitSystem), 0, {{1, 1}, {2, 0}, {-1, 0}}},
+      {"language", getter(&VelmaraSettings::language), 0, {{19, 19}, {20, 0}, {-3, 0}}},
+      {"fuelcorrectionfactor", getter(&VelmaraSettings::fuelCorrectionFactor), 1, {{95, 0.95F}}},
+      {"volumetricefficiency",
+       getter(&VelmaraSettings::volumetricEfficiency),
+       85,
+       {{100, 100}, {101, 85}, {-1, 85}}},
+      {"enginedisplacement", getter(&VelmaraSettings::engineDisplacement), 2, {{199, 1.99F}}},
+      {"fueltypeoverride", getter(&VelmaraSettings::fuelTypeOverride), 0, {{-7, 1}}},
+      {"ignitiontype", getter(&VelmaraSettings::ignitionType), 0, {{1, 1}, {2, 0}}},
+      {"vehicleweight", getter(&VelmaraSettings::vehicleWeight), 1500, {{-1, 1500}, {0, 0}}},
+  };
+  for (const auto& [key, get, standard, numbers] : cases) {
+    SCOPED_TRACE(key);
     const auto store = std::make_shared<MemorySettings>();
-    store->setValue(row.key, row.stored);
     VelmaraSettings settings(store);
-    EXPECT_EQ(row.get(settings), row.expected) << row.key << " " << row.stored;
+    EXPECT_EQ(get(settings), standard);
+    for (const auto& [stored, expected] : numbers) {
+      store->setValue(std::string("common/") + key, stored);
+      EXPECT_EQ(get(settings), expected) << stored;
+    }
   }
 }
 
@@ -81,38 +60,39 @@ TEST(Settings, SettersStoreAndTellEvenWithoutAChange) {
   VelmaraSettings settings(store);
   Listener listener;
   settings.attach(&listener);
-  const auto stored = [&](const char* key) {
-    int value = -999;
-    store->value(key, value);
-    return value;
-  };
-  settings.setUnitSystem(UnitSystem::Imperial);
-  settings.setLanguage(33);
+  settings.setUnitSystem(obd::UnitSystem::Imperial);
+  settings.setLanguage(33);  // judged when it is read
   settings.setFuelCorrectionFactor(0.29F);
   settings.setVolumetricEfficiency(150);
   settings.setEngineDisplacement(1.999F);
   settings.setFuelTypeOverride(true);
-  settings.setIgnitionType(IgnitionType::CompressionIgnition);
+  settings.setIgnitionType(obd::IgnitionType::CompressionIgnition);
   settings.setVehicleWeight(-5);
   settings.setVehicleWeight(-5);
   EXPECT_EQ(listener.events, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 7}));
-  EXPECT_EQ(stored("common/unitsystem"), 1);
-  EXPECT_EQ(stored("common/language"), 33);  // judged when it is read
-  EXPECT_EQ(stored("common/fuelcorrectionfactor"), 29);
-  EXPECT_EQ(stored("common/volumetricefficiency"), 100);
-  EXPECT_EQ(stored("common/enginedisplacement"), 199);
-  EXPECT_EQ(stored("common/fueltypeoverride"), 1);
-  EXPECT_EQ(stored("common/ignitiontype"), 1);
-  EXPECT_EQ(stored("common/vehicleweight"), -5);
-
+  const auto stored = [&](const std::string& key) {
+    int value = -999;
+    store->value("common/" + key, value);
+    return value;
+  };
+  for (const auto& [key, expected] : {std::pair("unitsystem", 1),
+                                      {"language", 33},
+                                      {"fuelcorrectionfactor", 29},
+                                      {"volumetricefficiency", 100},
+                                      {"enginedisplacement", 199},
+                                      {"fueltypeoverride", 1},
+                                      {"ignitiontype", 1},
+                                      {"vehicleweight", -5}}) {
+    EXPECT_EQ(stored(key), expected) << key;
+  }
   settings.setVolumetricEfficiency(-5);
-  EXPECT_EQ(stored("common/volumetricefficiency"), 0);
-  settings.setEngineDisplacement(1e30F);
-  EXPECT_EQ(stored("common/enginedisplacement"), std::numeric_limits<int>::max());
-  settings.setEngineDisplacement(-1e30F);
-  EXPECT_EQ(stored("common/enginedisplacement"), std::numeric_limits<int>::min());
-  settings.setEngineDisplacement(std::nanf(""));
-  EXPECT_EQ(stored("common/enginedisplacement"), 0);
+  EXPECT_EQ(stored("volumetricefficiency"), 0);
+  for (const auto& [liters, expected] : {std::pair(1e30F, std::numeric_limits<int>::max()),
+                                         {-1e30F, std::numeric_limits<int>::min()},
+                                         {std::nanf(""), 0}}) {
+    settings.setEngineDisplacement(liters);
+    EXPECT_EQ(stored("enginedisplacement"), expected);
+  }
 }
 
 TEST(Settings, ConfigurationReplacesRatesAndAppendsTheRest) {
