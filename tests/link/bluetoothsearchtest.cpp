@@ -38,7 +38,7 @@ struct FakeStack : hostos::IBluetoothStack {
 };
 
 struct Observer : obd::IBluetoothObserver {
-  Observer(std::string mark, Calls& target) : name(std::move(mark)), calls(target) {}
+  Observer(const char* mark, Calls& target) : name(mark), calls(target) {}
   void onSearchStarted() override { calls.push_back(name + " started"); }
   void onDeviceFound(const std::string& device, const std::string& address, int port) override {
     calls.push_back(name + " found " + device + " " + address + " " + std::to_string(port));
@@ -82,12 +82,11 @@ TEST_F(BluetoothSearch, staysSilentIfTheInquiryDoesNotStart) {
   stack.starts = false;
   EXPECT_FALSE(search->startScan());
   EXPECT_FALSE(search->startScan());  // tried again, as none is under way
-  EXPECT_EQ(stack.taken(), (Calls{"start", "start"}));
   search.reset();
-  EXPECT_EQ(stack.taken(), (Calls{"detach", "delete"}));
+  EXPECT_EQ(stack.taken(), (Calls{"start", "start", "detach", "delete"}));
 }
 
-TEST_F(BluetoothSearch, dropsResultsAfterStopAndEndsTwice) {
+TEST_F(BluetoothSearch, dropsResultsAfterStop) {
   search->detachObserver(&b);
   search->startScan();
   EXPECT_TRUE(search->startScan());
@@ -96,16 +95,7 @@ TEST_F(BluetoothSearch, dropsResultsAfterStopAndEndsTwice) {
   EXPECT_EQ(stack.taken(), (Calls{"start", "a started", "a started", "stop", "a done"}));
   EXPECT_TRUE(search->startScan());  // still the same inquiry, and wanted again
   stack.find("V-LINK");
-  stack.listener->onSearchDone();
-  EXPECT_EQ(stack.taken(), (Calls{"a started", "a found V-LINK 00:1D:A5:68:98:8B 1", "a done"}));
-  search.reset();  // nothing is left to cancel
-  EXPECT_EQ(stack.taken(), (Calls{"detach", "delete"}));
-}
-
-TEST_F(BluetoothSearch, cancelsAnInquiryUnderWay) {
-  search->startScan();
-  search->stopScan();
-  stack.taken();
+  EXPECT_EQ(stack.taken(), (Calls{"a started", "a found V-LINK 00:1D:A5:68:98:8B 1"}));
   search.reset();
   EXPECT_EQ(stack.taken(), (Calls{"detach", "cancel", "delete"}));
 }
