@@ -8,6 +8,7 @@
 
 #include <hostos/time.h>
 
+#include "dispatch/callback.h"
 #include "dispatch/fakes.h"
 #include "dispatch/fetcher.h"
 #include "dispatch/refresher.h"
@@ -160,11 +161,8 @@ TEST_F(QueryTest, RefusedByAFullQueueItIsFreeAgain) {
     CTime::msleep(1);
   }
   observer->take();
-  std::vector<std::unique_ptr<FakeRefresher>> others;
-  for (int i = 0; i < 63; ++i) {
-    others.push_back(
-        std::make_unique<FakeRefresher>(std::make_shared<FakeQuery>(), std::weak_ptr<Observer>()));
-    others.back()->refresh(Automatic);
+  const auto filler = std::make_shared<obd::Callback>();
+  while (dispatcher.update(filler)) {
   }
   FakeRefresher refused(std::make_shared<FakeQuery>(), observer);
   EXPECT_EQ(refused.refresh(5), 5U);
@@ -192,16 +190,34 @@ TEST_F(QueryTest, ASuccessHoldsTheWorkerForThirtyMilliseconds) {
   }
 }
 
-// A second worker, or one that comes back to it, leaves a query alone that is running.
+// Whatever comes while a query runs, or while its outcome is read, lets it be.
 TEST_F(QueryTest, RunsOnceAtATime) {
-  obd::DispatchableQuery query(subject);
   const auto proxy = std::make_shared<FakeProxy>();
+  obd::DispatchableQuery query(subject);
+  int told = 0;
+  const auto begin = [&] {
+    EXPECT_TRUE(query.begin([&](bool) {
+      ++told;
+      query.update(proxy);
+    }));
+  };
+  begin();
   subject->onUpdate = [&] {
     query.update(proxy);
+    query.cancel();
+    begin();
+    query.notify();
     return IQuery::Updated;
   };
   query.update(proxy);
-  EXPECT_EQ(subject->updates, 1);
+  query.notify();  // there is a fresh run to come
+  EXPECT_EQ(told, 0);
+  subject->onUpdate = nullptr;
+  query.update(proxy);
+  EXPECT_EQ(subject->values.size(), 1U);
+  query.notify();
+  EXPECT_EQ(told, 1);
+  EXPECT_EQ(subject->updates, 2);
 }
 
 TEST_F(QueryTest, FetchGivesTheOutcomeOrGivesUpInTime) {
@@ -210,6 +226,7 @@ TEST_F(QueryTest, FetchGivesTheOutcomeOrGivesUpInTime) {
   } runner;  // on the worker, where it meets the fetch before that is over
   dispatcher.attach(&runner);
   EXPECT_TRUE(obd::fetch(subject));
+  CTime::msleep(1);
   dispatcher.cancel();
   dispatcher.detach(&runner);
   EXPECT_EQ(subject->values.size(), 1U);

@@ -19,13 +19,19 @@ struct Entry : obd::IDispatchable {
   std::size_t number = 0;
 };
 
+std::vector<std::shared_ptr<Entry>> makeEntries(std::size_t count) {
+  std::vector<std::shared_ptr<Entry>> entries(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    entries[i] = std::make_shared<Entry>();
+    entries[i]->number = i;
+  }
+  return entries;
+}
+
 TEST(UpdateQueue, RefusesThe64thEntryAndKeepsTheOthersInOrder) {
   fake::Log log;
   UpdateQueue queue;
-  std::vector<std::shared_ptr<Entry>> entries(63);
-  for (auto& entry : entries) {
-    entry = std::make_shared<Entry>();
-  }
+  const auto entries = makeEntries(63);
   // Several rounds from different places of the ring.
   for (const int first : {0, 5, 62}) {
     for (int i = 0; i < first; ++i) {
@@ -57,11 +63,7 @@ TEST(UpdateQueue, LosesAndDoublesNothingWithSeveralWriters) {
   constexpr std::size_t Writers = 4;
   constexpr std::size_t PerWriter = 3000;
   UpdateQueue queue;
-  std::vector<std::shared_ptr<Entry>> entries(Writers * PerWriter);
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    entries[i] = std::make_shared<Entry>();
-    entries[i]->number = i;
-  }
+  const auto entries = makeEntries(Writers * PerWriter);
   std::vector<std::thread> threads;
   for (std::size_t writer = 0; writer < Writers; ++writer) {
     threads.emplace_back([&, writer] {
