@@ -13,7 +13,7 @@ using Calls = std::vector<std::string>;
 // A stack whose inquiry does only what the test says; `calls` collects what it is asked for.
 struct FakeStack : hostos::IBluetoothStack {
   struct Search : hostos::IDeviceSearch {
-    explicit Search(FakeStack& owner) : stack(owner) {}
+    explicit Search(FakeStack& its) : stack(its) {}
     ~Search() override { stack.calls.emplace_back("delete"); }
     void setListener(hostos::IBluetoothListener* listener) override {
       stack.listener = listener;
