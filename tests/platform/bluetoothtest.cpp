@@ -3,6 +3,7 @@
 #include <hostos/bluetooth.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,40 +37,48 @@ constexpr const char* FirstPath = "/org/bluez/hci0/dev_00_1D_A5_68_98_8B";
 constexpr const char* Second = "AA:BB:CC:11:22:33";
 constexpr const char* SecondPath = "/org/bluez/hci0/dev_AA_BB_CC_11_22_33";
 
+bool comes(const std::function<bool()>& condition) {
+  for (const auto limit = std::chrono::steady_clock::now() + Patience; !condition();) {
+    if (std::chrono::steady_clock::now() > limit) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
 // A bus of its own, in place of the system's while it lives.
 class Bus {
  public:
   Bus() {
-    std::array<int, 2> input{};
-    std::array<int, 2> output{};
-    EXPECT_EQ(::pipe2(input.data(), O_CLOEXEC), 0);
-    EXPECT_EQ(::pipe2(output.data(), O_CLOEXEC), 0);
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, ends[0], STDOUT_FILENO);
     std::string script = BLUETOOTH_BUS;
     std::array<char*, 2> arguments{script.data(), nullptr};
     EXPECT_EQ(::posix_spawn(&m_process, script.c_str(), &actions, nullptr, arguments.data(), environ), 0);
     ::posix_spawn_file_actions_destroy(&actions);
-    ::close(input[0]);
-    ::close(output[1]);
-    m_input = input[1];
-    for (char letter = 0; ::read(output[0], &letter, 1) == 1 && letter != '\n';) {
+    ::close(ends[0]);
+    m_socket = ends[1];
+    for (char letter = 0; ::read(m_socket, &letter, 1) == 1 && letter != '\n';) {
       m_address += letter;
     }
-    ::close(output[0]);
-    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
+    use(m_address);
   }
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
   ~Bus() { end(); }
 
+  static void use(const std::string& address) { ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1); }
+  void use() const { use(m_address); }
   bool missing() const { return m_address == "missing"; }
 
   void end() {
-    if (m_input >= 0) {
-      ::close(std::exchange(m_input, -1));
+    if (m_socket >= 0) {
+      ::close(std::exchange(m_socket, -1));
       ::waitpid(m_process, nullptr, 0);
     }
   }
@@ -77,18 +86,17 @@ class Bus {
   // Lets the stand-in for BlueZ join.
   void startBluez() {
     const std::string line = m_address + "\n";
-    ASSERT_EQ(::write(m_input, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    ASSERT_EQ(::write(m_socket, line.data(), line.size()), static_cast<ssize_t>(line.size()));
     m_connection = sdbus::createSessionBusConnectionWithAddress(m_address);
-    const auto limit = std::chrono::steady_clock::now() + Patience;
-    for (bool there = false; !there;) {
-      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "no BlueZ on the bus";
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      sdbus::createProxy(*m_connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
-          ->callMethod("NameHasOwner")
+    const auto daemon = sdbus::createProxy(*m_connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
+    ASSERT_TRUE(comes([&] {
+      bool there = false;
+      daemon->callMethod("NameHasOwner")
           .onInterface("org.freedesktop.DBus")
           .withArguments("org.bluez")
           .storeResultsTo(there);
-    }
+      return there;
+    })) << "no BlueZ on the bus";
   }
 
   template <typename... Arguments>
@@ -112,11 +120,7 @@ class Bus {
 
   // Whether the adapter's discovery ends; the order to end it may still be on its way.
   bool discoveryEnds() {
-    const auto limit = std::chrono::steady_clock::now() + Patience;
-    while (discovering() && std::chrono::steady_clock::now() < limit) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return !discovering();
+    return comes([this] { return !discovering(); });
   }
 
  private:
@@ -125,7 +129,7 @@ class Bus {
   }
 
   pid_t m_process = -1;
-  int m_input = -1;
+  int m_socket = -1;
   std::string m_address;
   std::unique_ptr<sdbus::IConnection> m_connection;
 };
@@ -148,15 +152,10 @@ class Listener : public hostos::IBluetoothListener {
     m_news.notify_all();
   }
 
-  // Fails if a call comes later.
-  void close() {
+  // Closed: fails if a call comes later. Open: for the next search.
+  void setClosed(bool closed) {
     const std::lock_guard guard(m_mutex);
-    m_closed = true;
-  }
-  // For the next search.
-  void open() {
-    const std::lock_guard guard(m_mutex);
-    m_closed = false;
+    m_closed = closed;
     m_found.clear();
   }
   std::vector<std::string> found(std::size_t count) {
@@ -192,11 +191,12 @@ class Bluetooth : public testing::Test {
     if (bus->missing()) {
       GTEST_SKIP() << "python3-dbusmock is not installed";
     }
+    bus->use();
     search->setListener(&listener);
   }
   void TearDown() override {
     search.reset();
-    listener.close();
+    listener.setClosed(true);
     if (m_adapter) {
       bus->mock("RemoveAdapterWithDevices", "hci0");
     }
@@ -236,14 +236,12 @@ TEST_F(Bluetooth, saysWhatIsMissing) {
   EXPECT_THAT(refusal(), HasSubstr("under way already"));
   search->cancel();
 
-  const std::string address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
   {
     const Bus empty;
     EXPECT_THAT(refusal(), HasSubstr("BlueZ"));
   }
-  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  bus->use("unix:path=/nonexistent/bus");
   EXPECT_THAT(refusal(), HasSubstr("cannot be reached"));
-  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
 }
 
 TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
@@ -271,7 +269,7 @@ TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
   EXPECT_TRUE(bus->discoveryEnds());
   bus->mock("AddDevice", "hci0", "AA:00:00:00:00:04", "late");
 
-  listener.open();
+  listener.setClosed(false);
   ASSERT_TRUE(search->start());
   EXPECT_THAT(listener.found(3),
               testing::UnorderedElementsAre(obdii, "V-LINK|" + second, "late|AA:00:00:00:00:04|1"));
@@ -294,12 +292,12 @@ TEST_F(Bluetooth, endsByItself) {
 TEST_F(Bluetooth, callsNobodyAfterCancel) {
   addAdapter();
   for (int i = 10; i < 25; ++i) {
-    listener.open();
+    listener.setClosed(false);
     ASSERT_TRUE(search->start());
     bus->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i),
               "adapter");  // its signal is on its way
     search->cancel();
-    listener.close();
+    listener.setClosed(true);
   }
   EXPECT_TRUE(bus->discoveryEnds());
 }
@@ -333,14 +331,14 @@ TEST_F(Bluetooth, servesTheLibrary) {
   for (int i = 10; i < 16; ++i) {
     obd::BluetoothSearch scan(stack.get());
     scan.attachObserver(&observer);
-    observer.listener.open();
+    observer.listener.setClosed(false);
     ASSERT_TRUE(scan.startScan());
     bus->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i), "adapter");
     EXPECT_FALSE(observer.listener.found(1).empty());
     if (i % 2 == 0) {
       bus->mock("AddDevice", "hci0", "BB:00:00:00:00:" + std::to_string(i), "another");
       scan.stopScan();
-      observer.listener.close();
+      observer.listener.setClosed(true);
     }
   }
   EXPECT_EQ(observer.started, 6);
@@ -348,7 +346,6 @@ TEST_F(Bluetooth, servesTheLibrary) {
 }
 
 TEST_F(Bluetooth, endsWithTheBus) {
-  const std::string address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
   Bus other;
   other.startBluez();
   other.mock("AddAdapter", "hci0", "laptop");
@@ -356,7 +353,6 @@ TEST_F(Bluetooth, endsWithTheBus) {
   other.end();
   EXPECT_TRUE(listener.done());
   EXPECT_THAT(stack->lastError(), HasSubstr("broke off"));
-  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
 }
 
 }  // namespace
