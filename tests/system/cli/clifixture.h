@@ -2,82 +2,158 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
+#include <csignal>
 #include <filesystem>
-#include <map>
+#include <fstream>
+#include <iomanip>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "commandline.h"
 #include "process.h"
 
 namespace clitest {
 
-using Arguments = std::vector<std::string>;
-using Seconds = Process::Seconds;
+using Texts = std::vector<std::string>;
+using Result = Process::Result;
+using Terminal = Process::Terminal;
+using nlohmann::json;
 
-inline constexpr Seconds Limit{40};  // for a whole run, also on a slow machine
-inline constexpr Seconds Prompt{5};  // for an end after a signal
-
-/// Every complaint names the program and ends as a sentence.
-inline void expectComplaint(const Process::Result& result, int code, const std::string& words) {
-  EXPECT_TRUE(result.inTime);
-  EXPECT_EQ(result.code, code) << result.err;
-  EXPECT_NE(result.err.find("velmara: "), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find(words), std::string::npos) << result.err;
-}
+inline constexpr const char* ClosedLink = "tcp:127.0.0.1:1";  // nobody listens there
 
 inline bool has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-inline nlohmann::json parsed(const Process::Result& result) {
+inline void expectAll(const std::string& text, std::initializer_list<const char*> parts) {
+  for (const char* part : parts) {
+    EXPECT_TRUE(has(text, part)) << part << "\n" << text;
+  }
+}
+
+/// A run that went well, and what it printed holds all these.
+inline void expectShown(const Result& result, std::initializer_list<const char*> parts) {
   EXPECT_EQ(result.code, 0) << result.err;
-  const nlohmann::json document = nlohmann::json::parse(result.out, nullptr, false);
+  expectAll(result.out, parts);
+}
+
+/// Every complaint names the program.
+inline void expectComplaint(const Result& result, int code, const std::string& words) {
+  EXPECT_EQ(result.code, code) << result.err;
+  EXPECT_TRUE(has(result.err, "velmara: ") && has(result.err, words)) << words << "\n" << result.err;
+}
+
+inline json parsed(const Result& result, int code = 0) {
+  EXPECT_EQ(result.code, code) << result.err;
+  const json document = json::parse(result.out, nullptr, false);
   EXPECT_FALSE(document.is_discarded()) << result.out;
   return document;
 }
 
-// What one control unit of a report says.
-inline nlohmann::json unitOf(const nlohmann::json& report, const std::string& id) {
-  for (const nlohmann::json& unit : report.at("units")) {
-    if (unit.at("id") == id) {
-      return unit;
+/// The element of a list that has this value at this key.
+inline json pick(const json& list, const char* key, const json& value) {
+  for (const json& entry : list) {
+    if (entry.at(key) == value) {
+      return entry;
     }
   }
-  ADD_FAILURE() << "no unit " << id;
+  ADD_FAILURE() << "no " << value << " in " << list;
   return {};
 }
 
-/// Runs of the program, each with the same folder of settings of its own.
+/// What one control unit of a report says.
+inline json unitOf(const json& report, const char* id) {
+  return pick(report.at("units"), "id", id);
+}
+
+inline Texts linesOf(const std::string& text) {
+  Texts lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// Runs of the program, each with the same folder of settings of its own. A command's words stand between
+/// blanks, or in 'quotes'.
 class Cli : public testing::Test {
  protected:
-  void SetUp() override {
+  Cli() {
     std::string pattern = testing::TempDir() + "velmara-cli-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
     m_folder = pattern;
+    ::setenv("XDG_CONFIG_HOME", pattern.c_str(), 1);
   }
-  void TearDown() override { std::filesystem::remove_all(m_folder); }
+  ~Cli() override { std::filesystem::remove_all(m_folder); }
 
-  std::unique_ptr<Process> start(const Arguments& arguments, bool terminal = false,
-                                 std::map<std::string, std::string> environment = {}) const {
-    environment.insert({{"XDG_CONFIG_HOME", m_folder.string()}, {"NO_COLOR", ""}, {"TERM", "xterm"}});
-    return std::make_unique<Process>(VELMARA_PROGRAM, arguments, Process::Options{environment, terminal});
+  static Texts wordsOf(const std::string& command) {
+    Texts words;
+    std::istringstream stream(command);
+    for (std::string word; stream >> std::quoted(word, '\'');) {
+      words.push_back(word);
+    }
+    return words;
   }
-  Process::Result run(const Arguments& arguments) const { return start(arguments)->finish(Limit); }
+  static std::unique_ptr<Process> launch(const std::string& command, Terminal terminal = Terminal::None) {
+    return std::make_unique<Process>(wordsOf(command), terminal);
+  }
+  /// The program, with what else shall stand in its environment.
+  static std::string program(const std::string& more = {}) {
+    return "/usr/bin/env NO_COLOR= TERM=xterm " + more + " " VELMARA_PROGRAM " ";
+  }
+  static std::unique_ptr<Process> start(const std::string& command, Terminal terminal = Terminal::None,
+                                        const std::string& more = {}) {
+    return launch(program(more) + command, terminal);
+  }
+  static Result run(const std::string& command) { return start(command)->finish(); }
+
+  /// A run within this process, which spares the start of one; for commands that end without a vehicle.
+  static Result runHere(const std::string& command) {
+    Texts words = wordsOf("velmara " + command);
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+      arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    sigset_t mask;  // which the program changes for good
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Result result;
+    const auto begin = std::chrono::steady_clock::now();
+    result.code = velmara::runProgram(static_cast<int>(words.size()), arguments.data());
+    result.seconds = Seconds(std::chrono::steady_clock::now() - begin).count();
+    result.out = testing::internal::GetCapturedStdout();
+    result.err = testing::internal::GetCapturedStderr();
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    return result;
+  }
 
   /// A simulated adapter, and the link to it.
   struct Simulator {
+    explicit Simulator(const std::string& options) : process(launch(VELMARA_SIM_PROGRAM " " + options)) {
+      process->await("\n");
+      link = linesOf(process->out()).at(0);
+    }
     std::unique_ptr<Process> process;
     std::string link;
   };
-  static Simulator simulate(const Arguments& arguments) {
-    Simulator simulator;
-    simulator.process = std::make_unique<Process>(VELMARA_SIM_PROGRAM, arguments);
-    simulator.link = simulator.process->firstLine(Seconds(10));
-    return simulator;
+
+  std::string write(const std::string& name, const std::string& content) const {
+    const std::filesystem::path file = m_folder / name;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+    return file.string();
+  }
+  static std::string read(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
   }
 
   std::filesystem::path m_folder;

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,49 +10,39 @@
 
 namespace clitest {
 
+using Seconds = std::chrono::duration<double>;
+
+inline constexpr Seconds Limit{40};  // for a whole run, also on a slow machine
+inline constexpr Seconds Prompt{5};  // for an end after a signal
+
 /// A child process whose output is collected. It does not outlive this object.
 class Process {
  public:
-  using Seconds = std::chrono::duration<double>;
-
-  struct Options {
-    std::map<std::string, std::string> environment = {};
-    bool terminal = false;  ///< its standard output is a terminal
-    bool typing = false;    ///< and its standard input is the same one
-  };
+  enum class Terminal { None, Output, Both };  ///< what of its standard input and output is one
 
   struct Result {
-    int code = -1;   ///< exit code; -1 if a signal ended it or it did not end in time
-    int signal = 0;  ///< what ended it
-    bool inTime = false;
+    int code = -1;  ///< exit code; -1 if a signal ended it or it did not end in time
     double seconds = 0;
     std::string out;
     std::string err;
   };
 
-  Process(const std::string& program, const std::vector<std::string>& arguments, const Options& options);
-  Process(const std::string& program, const std::vector<std::string>& arguments)
-      : Process(program, arguments, Options()) {}
+  explicit Process(std::vector<std::string> words, Terminal terminal = Terminal::None);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   ~Process();
 
-  /// Waits until standard output, or standard error, holds a text; false if that does not come in time.
-  bool waitForOut(std::string_view text, Seconds limit);
-  bool waitForErr(std::string_view text, Seconds limit);
-  /// Waits for a whole line on standard output and gives the first one.
-  std::string firstLine(Seconds limit);
-
+  /// Waits until it has written a text, on standard output or standard error. Throws if that does not come.
+  void await(std::string_view text);
   void sendSignal(int number) const;
   /// Types on its terminal.
   void type(std::string_view text) const;
-  /// Leaves standard output alone for a time: what the child writes fills the pipe.
-  void leaveUnread(Seconds time) const;
   /// Closes the reading end of standard output.
   void closeOut();
-
   /// Waits for the end.
-  Result finish(Seconds limit);
+  Result finish(Seconds limit = Limit);
+  /// The same, of one that gets a signal when it has written a text.
+  Result stop(std::string_view text, int signal);
 
   const std::string& out() const { return m_out; }
 
@@ -62,33 +51,12 @@ class Process {
 
   bool collect(const std::function<bool()>& done, Seconds limit);
 
+  const Clock::time_point m_start = Clock::now();
   pid_t m_pid = -1;
   int m_outFile = -1;
   int m_errFile = -1;
   std::string m_out;
   std::string m_err;
-  Clock::time_point m_start;
 };
-
-/// A listening socket that is no adapter. `port` answers at once; behind it somebody says nothing, or noise,
-/// or hangs up.
-class FakePeer {
- public:
-  enum class Manner { Silent, Noise, HangUp };
-
-  explicit FakePeer(Manner manner);
-  FakePeer(const FakePeer&) = delete;
-  FakePeer& operator=(const FakePeer&) = delete;
-  ~FakePeer();
-
-  std::string link() const;
-
- private:
-  struct Impl;
-  Impl* m_impl;
-};
-
-/// A port of this computer on which nobody listens.
-int closedPort();
 
 }  // namespace clitest

@@ -3,26 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <set>
-#include <sstream>
 
 #include "clifixture.h"
 #include "htmlreport.h"
 #include "verdict.h"
 
+namespace clitest {
 namespace {
 
-using clitest::Cli;
-using clitest::expectComplaint;
-using clitest::has;
-using clitest::Limit;
-using clitest::parsed;
-using clitest::Process;
-using clitest::Prompt;
-using nlohmann::json;
 using velmara::CodeEntry;
 using velmara::MonitorsSection;
 using velmara::Section;
@@ -30,11 +20,10 @@ using velmara::TestsSection;
 using velmara::Tone;
 using velmara::UnitReport;
 using velmara::VehicleReport;
-using velmara::Verdict;
 
 // What is wrong with a page's structure; empty if nothing is. Strict: every element is closed.
 std::string structureFault(const std::string& html) {
-  std::vector<std::string> open;
+  Texts open;
   std::set<std::string> anchors;
   char level = '0';
   for (std::size_t at = html.find('<'); at != std::string::npos; at = html.find('<', at + 1)) {
@@ -74,25 +63,22 @@ std::string structureFault(const std::string& html) {
 }
 
 TEST(HtmlText, MakesForeignTextHarmlessAndVisible) {
-  struct Case {
-    std::string text;
-    const char* html;
-  };
-  const Case cases[] = {{"", ""},
-                        {"EVAP (0.040”) 5 °C", "EVAP (0.040”) 5 °C"},
-                        {"<b a=\"x\" c='y'>&amp;", "&lt;b a=&quot;x&quot; c=&#39;y&#39;&gt;&amp;amp;"},
-                        {std::string("a\0b", 3), "a\\x00b"},
-                        {"\x1b[31m\r\n\x7f", "\\x1B[31m\\x0D\\x0A\\x7F"},
-                        {"\xC2\x85|\xE2\x80\xAE|\xEF\xBB\xBF", "\\u0085|\\u202E|\\uFEFF"},
-                        {"\xEF\xBF\xBF|\xF0\x9F\x98\x80", "\\uFFFF|\xF0\x9F\x98\x80"},
-                        {"\xFF<", "\\xFF&lt;"},                         // no UTF-8
-                        {"\xC3", "\\xC3"},                              // cut off
-                        {"\xE2\x82<", "\\xE2\\x82&lt;"},                // cut off within
-                        {"\xC0\xBC", "\\xC0\\xBC"},                     // '<', longer than needed
-                        {"\xED\xA0\x80", "\\xED\\xA0\\x80"},            // a surrogate
-                        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"}};  // beyond the last
-  for (const Case& row : cases) {
-    EXPECT_EQ(velmara::htmlText(row.text), row.html);
+  const std::pair<std::string, const char*> cases[] = {
+      {"", ""},
+      {"EVAP (0.040”) 5 °C", "EVAP (0.040”) 5 °C"},
+      {"<b a=\"x\" c='y'>&amp;", "&lt;b a=&quot;x&quot; c=&#39;y&#39;&gt;&amp;amp;"},
+      {std::string("a\0b", 3), "a\\x00b"},
+      {"\x1b[31m\r\n\x7f", "\\x1B[31m\\x0D\\x0A\\x7F"},
+      {"\xC2\x85|\xE2\x80\xAE|\xEF\xBB\xBF", "\\u0085|\\u202E|\\uFEFF"},
+      {"\xEF\xBF\xBF|\xF0\x9F\x98\x80", "\\uFFFF|\xF0\x9F\x98\x80"},
+      {"\xFF<", "\\xFF&lt;"},                         // no UTF-8
+      {"\xC3", "\\xC3"},                              // cut off
+      {"\xE2\x82<", "\\xE2\\x82&lt;"},                // cut off within
+      {"\xC0\xBC", "\\xC0\\xBC"},                     // '<', longer than needed
+      {"\xED\xA0\x80", "\\xED\\xA0\\x80"},            // a surrogate
+      {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"}};  // beyond the last
+  for (const auto& [text, html] : cases) {
+    EXPECT_EQ(velmara::htmlText(text), html);
   }
 }
 
@@ -113,7 +99,7 @@ UnitReport soundUnit() {
   return unit;
 }
 
-std::vector<CodeEntry> codes(const std::vector<std::string>& names) {
+std::vector<CodeEntry> codes(const Texts& names) {
   std::vector<CodeEntry> entries;
   for (const std::string& name : names) {
     entries.push_back({name, "Powertrain", {{{"Generic"}, "Text"}}});
@@ -123,95 +109,76 @@ std::vector<CodeEntry> codes(const std::vector<std::string>& names) {
 
 TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   struct Case {
-    std::function<void(UnitReport&)> change;
-    const char* brokenOff;
+    std::function<void(UnitReport&)> change;  // in one of two sound units
     Tone tone;
-    const char* headline;
-    std::vector<const char*> findings;  // the beginning of each
+    Texts texts;  // the headline, and the beginning of each finding
   };
   constexpr const char* Ready = "Ready for inspection: 4 monitors complete";
-  constexpr const char* AllComplete = "4 readiness monitors complete";
+  constexpr const char* Complete = "4 readiness monitors complete";
   constexpr const char* Passed = "2 on-board tests passed";
+  constexpr const char* NotAll = "No fault found, but not all was told";
+  const auto nothing = [](UnitReport&) {};
+  const auto all = [](UnitReport& unit) {
+    unit.faults.lamp = true;
+    unit.faults.confirmed = codes({"P0171", "P0420"});
+    unit.faults.pending = codes({"P0420", "P0442"});
+    unit.faults.permanent = codes({"P0171"});
+  };
+  const auto confirmed = [](UnitReport& unit) { unit.faults.confirmed = codes({"P0171"}); };
+  const auto lamp = [](UnitReport& unit) { unit.faults.lamp = true; };
+  const auto pending = [](UnitReport& unit) { unit.faults.pending = codes({"P0171"}); };
+  const auto permanent = [](UnitReport& unit) { unit.faults.permanent = codes({"P0171", "P0172"}); };
+  const auto incomplete = [](UnitReport& unit) {
+    unit.monitors.sinceReset->at(0).status = MonitorsSection::Status::Incomplete;
+  };
+  const auto failed = [](UnitReport& unit) {
+    unit.tests.groups[0].tests[0].verdict = TestsSection::Verdict::Failed;
+    unit.oxygen.groups = {{0, "Sensor", {{1, "T", "", "", "", "", TestsSection::Verdict::NoResult}}}};
+  };
+  const auto noFaults = [](UnitReport& unit) { unit.faults = {}; };
+  const auto noPending = [](UnitReport& unit) { unit.faults.pending.reset(); };
+  const auto noMonitors = [](UnitReport& unit) { unit.monitors = {}; };
   const Case cases[] = {
-      {[](UnitReport&) {}, "", Tone::Good, "No fault found", {Ready, Passed}},
-      {[](UnitReport& unit) {
-         unit.faults.lamp = true;
-         unit.faults.confirmed = codes({"P0171", "P0420"});
-         unit.faults.pending = codes({"P0420", "P0442"});
-         unit.faults.permanent = codes({"P0171"});
-       },
-       "",
+      {nothing, Tone::Good, {"No fault found", Ready, Passed}},
+      {all,
        Tone::Bad,
-       "2 faults stored, lamp on",
-       {"1 more fault suspected", "1 permanent code:", AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.faults.confirmed = codes({"P0171"}); },
-       "",
+       {"2 faults stored, lamp on", "1 more fault suspected", "1 permanent code:", Complete, Passed}},
+      {confirmed, Tone::Bad, {"1 fault stored, lamp off", Complete, Passed}},
+      {lamp, Tone::Bad, {"Lamp on, but no fault stored", Complete, Passed}},
+      {pending, Tone::Caution, {"No confirmed fault, 1 suspected", Complete, Passed}},
+      {permanent,
+       Tone::Caution,
+       {"No current fault, but 2 permanent codes", "2 permanent codes:", Complete, Passed}},
+      {incomplete,
+       Tone::Caution,
+       {"No fault found", "Not ready for inspection: 1 monitor incomplete (Misfire)", Passed}},
+      {failed,
        Tone::Bad,
-       "1 fault stored, lamp off",
-       {AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.faults.lamp = true; },
-       "",
-       Tone::Bad,
-       "Lamp on, but no fault stored",
-       {AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.faults.pending = codes({"P0171"}); },
-       "",
+       {"No fault stored, but 1 on-board test failed", Complete,
+        "1 of 3 on-board tests failed, 1 without result"}},
+      {noFaults, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
+      {noPending, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
+      {noMonitors,
        Tone::Caution,
-       "No confirmed fault, 1 suspected",
-       {AllComplete, Passed}},
-      {[](UnitReport& unit) {
-         unit.faults.permanent = codes({"P0171", "P0172"});
-       },
-       "",
-       Tone::Caution,
-       "No current fault, but 2 permanent codes",
-       {"2 permanent codes:", AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.monitors.sinceReset->at(0).status = MonitorsSection::Status::Incomplete; },
-       "",
-       Tone::Caution,
-       "No fault found",
-       {"Not ready for inspection: 1 monitor incomplete (Misfire)", Passed}},
-      {[](UnitReport& unit) {
-         unit.tests.groups[0].tests[0].verdict = TestsSection::Verdict::Failed;
-         unit.oxygen.groups = {{0, "Sensor", {{1, "T", "", "", "", "", TestsSection::Verdict::NoResult}}}};
-       },
-       "",
-       Tone::Bad,
-       "No fault stored, but 1 on-board test failed",
-       {AllComplete, "1 of 3 on-board tests failed, 1 without result"}},
-      {[](UnitReport& unit) { unit.faults = {}; },
-       "",
-       Tone::Caution,
-       "No fault found, but not all was told",
-       {"1 of 2 control units did not tell", AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.faults.pending.reset(); },
-       "",
-       Tone::Caution,
-       "No fault found, but not all was told",
-       {"1 of 2 control units did not tell", AllComplete, Passed}},
-      {[](UnitReport& unit) { unit.monitors = {}; },
-       "",
-       Tone::Caution,
-       "No fault found",
-       {"Readiness for inspection unknown: 1 control unit", Passed}},
-      {[](UnitReport&) {},
-       "The link broke.",
-       Tone::Bad,
-       "No fault found",
-       {"This report is incomplete: The link broke.", Ready, Passed}}};
-  for (const Case& row : cases) {
+       {"No fault found", "Readiness for inspection unknown: 1 control unit", Passed}}};
+  for (const auto& [change, tone, texts] : cases) {
     VehicleReport report;
     report.units = {soundUnit(), soundUnit()};
-    row.change(report.units[1]);
-    const Verdict verdict = velmara::judge(report, row.brokenOff);
-    SCOPED_TRACE(row.headline);
-    EXPECT_EQ(verdict.headline, row.headline);
-    EXPECT_EQ(verdict.tone, row.tone);
-    ASSERT_EQ(verdict.findings.size(), row.findings.size());
-    for (std::size_t i = 0; i < row.findings.size(); ++i) {
-      EXPECT_TRUE(verdict.findings[i].text.starts_with(row.findings[i])) << verdict.findings[i].text;
+    change(report.units[1]);
+    const velmara::Verdict verdict = velmara::judge(report, "");
+    SCOPED_TRACE(texts[0]);
+    EXPECT_EQ(verdict.headline, texts[0]);
+    EXPECT_EQ(verdict.tone, tone);
+    ASSERT_EQ(verdict.findings.size() + 1, texts.size());
+    for (std::size_t i = 1; i < texts.size(); ++i) {
+      EXPECT_TRUE(verdict.findings[i - 1].text.starts_with(texts[i])) << verdict.findings[i - 1].text;
     }
   }
+  VehicleReport sound;
+  sound.units = {soundUnit()};
+  const velmara::Verdict broken = velmara::judge(sound, "It broke.");
+  EXPECT_EQ(broken.tone, Tone::Bad);
+  EXPECT_EQ(broken.findings.at(0).text, "This report is incomplete: It broke.");
   EXPECT_EQ(velmara::judge(VehicleReport(), "").headline, "Fault codes unknown");
 }
 
@@ -228,7 +195,7 @@ TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {
     UnitReport unit = soundUnit();
     unit.identity = {evil, evil, evil, evil, evil, {}};
     unit.info.vin = unit.info.serialNumber = unit.info.approvalNumber = evil;
-    unit.info.calibrations = unit.info.verificationNumbers = std::vector<std::string>{evil, evil};
+    unit.info.calibrations = unit.info.verificationNumbers = Texts{evil, evil};
     unit.faults.distance = unit.faults.runTime = velmara::FaultsSection::Amount{evil, evil};
     unit.faults.confirmed = std::vector{code};
     unit.faults.permanent.reset();
@@ -263,75 +230,56 @@ TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {
 
 class CliReport : public Cli {};
 
-TEST_F(CliReport, IsOneDocumentOrOnePage) {
-  const std::filesystem::path file = m_folder / "report.html";
-  std::ofstream(file) << "old";
-  const auto document = start({"report", "--json", "--quiet"});
-  const auto page = start({"report", "--html", file.string(), "--ecu", "ECM", "--no-live"});
-  const auto stopped = start({"report", "--html", (m_folder / "none.html").string()});
-  const auto text = start({"report", "--no-live", "--link", "demo:kwp-slow"});
-  ASSERT_TRUE(stopped->waitForErr("Reading 7E8", Limit));
-  stopped->sendSignal(SIGINT);
-  expectComplaint(stopped->finish(Prompt), 130, "interrupted");
+TEST_F(CliReport, IsOneDocumentOrOnePageAndKeepsWhatWasRead) {
+  const std::string file = write("report.html", "old");
+  const Simulator car("--tcp 0 --vehicle iso9141");
+  const auto lost = start("report --json --link " + car.link);
+  const auto document = start("report --json --quiet");
+  const auto page = start("report --ecu ECM --no-live --html " + file);
+  const auto stopped = start("report --html " + m_folder.string() + "/none.html");
+  const auto text = start("report --no-live --link demo:kwp-slow");
+  expectComplaint(stopped->stop("Reading 7E8", SIGINT), 130, "interrupted");
+  lost->await("Reading ");
+  car.process->sendSignal(SIGKILL);
 
-  const Process::Result written = page->finish(Limit);
+  const Result part = lost->finish();
+  expectComplaint(part, 5, "was lost");
+  expectComplaint(part, 5, "incomplete");
+  const json kept = parsed(part, 5);
+  EXPECT_EQ(kept.at("complete"), false);
+  EXPECT_TRUE(has(kept.at("verdict").dump(), "incomplete")) << kept.at("verdict");
+  EXPECT_EQ(kept.at("units").at(0).at("id"), "10");
+
+  const Result written = page->finish();
   EXPECT_EQ(written.code, 0) << written.err;
   EXPECT_EQ(written.out, "");
-  EXPECT_TRUE(has(written.err, file.string()));
-  std::ostringstream html;
-  html << std::ifstream(file).rdbuf();
-  EXPECT_EQ(structureFault(html.str()), "");
-  for (const char* words :
-       {"faults stored, lamp on", "Simulated vehicle", "1VM20SAL6R1000417", "P0171", "Freeze frames",
-        "Oxygen Sensor Heater", "FAIL", "Ignition Cycle Counter", "Not read: live values."}) {
-    EXPECT_TRUE(has(html.str(), words)) << words;
-  }
-  EXPECT_FALSE(has(html.str(), "7E9"));
+  expectAll(written.err, {file.c_str()});
+  const std::string html = read(file);
+  EXPECT_EQ(structureFault(html), "");
+  expectAll(html,
+            {"faults stored, lamp on", "Simulated vehicle", "1VM20SAL6R1000417", "P0171", "Freeze frames",
+             "Oxygen Sensor Heater", "FAIL", "Ignition Cycle Counter", "Not read: live values."});
+  EXPECT_FALSE(has(html, "7E9"));
 
-  const json report = parsed(document->finish(Limit));
+  const json report = parsed(document->finish());
   EXPECT_EQ(report.at("complete"), true);
   EXPECT_EQ(report.at("verdict").at("tone"), "bad");
-  const json engine = clitest::unitOf(report, "7E8");
+  const json engine = unitOf(report, "7E8");
   for (const char* key : {"vin", "confirmed", "frames", "sinceReset", "onBoardTests", "counters", "values"}) {
     EXPECT_FALSE(engine.at(key).empty()) << key;
   }
   EXPECT_EQ(report.at("units").size(), 3U);
-
-  const Process::Result shown = text->finish(Limit);
+  const Result shown = text->finish();
   EXPECT_EQ(shown.code, 0) << shown.err;
   EXPECT_LT(shown.out.find("Verdict: "), shown.out.find("Control unit "));
 
-  // Nothing but the one file is left behind.
+  // Nothing but the one file, and the link of last time, is left behind.
   std::set<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(m_folder)) {
     names.insert(entry.path().filename().string());
   }
-  EXPECT_EQ(names, (std::set<std::string>{"report.html"}));
-  expectComplaint(run({"report", "--html", "/dev/null"}), 1, "no file");
-  expectComplaint(run({"report", "--html", (m_folder / "no" / "report.html").string()}), 1, "no folder");
-}
-
-TEST_F(CliReport, KeepsWhatWasReadBeforeTheLinkWasLost) {
-  Simulator car = simulate({"--tcp", "0", "--vehicle", "iso9141"});
-  const auto lost = start({"report", "--json", "--link", car.link});
-  ASSERT_TRUE(lost->waitForErr("Reading ", Limit));
-  car.process->sendSignal(SIGKILL);
-  const Process::Result result = lost->finish(Limit);
-  expectComplaint(result, 5, "was lost");
-  expectComplaint(result, 5, "incomplete");
-  const json report = json::parse(result.out, nullptr, false);
-  ASSERT_TRUE(report.is_object()) << result.out;
-  EXPECT_EQ(report.at("complete"), false);
-  EXPECT_TRUE(has(report.at("verdict").dump(), "incomplete")) << report.at("verdict");
-  EXPECT_EQ(report.at("units").at(0).at("id"), "10");
-}
-
-TEST_F(Cli, ListsWhereAnAdapterMayBe) {
-  ASSERT_EQ(run({"settings", "link", "serial:/dev/ttyUSB7"}).code, 0);
-  const json devices = parsed(run({"devices", "--json", "--no-bluetooth"}));
-  EXPECT_EQ(devices.at("remembered"), "serial:/dev/ttyUSB7");
-  EXPECT_TRUE(devices.at("serial").is_array());
-  EXPECT_FALSE(devices.contains("bluetooth"));
+  EXPECT_EQ(names, (std::set<std::string>{"report.html", "velmara"}));
 }
 
 }  // namespace
+}  // namespace clitest
