@@ -13,11 +13,11 @@ using Calls = std::vector<std::string>;
 // A stack whose inquiry does only what the test says; `calls` collects what it is asked for.
 struct FakeStack : hostos::IBluetoothStack {
   struct Search : hostos::IDeviceSearch {
-    explicit Search(FakeStack& its) : stack(its) {}
+    explicit Search(FakeStack& owner) : stack(owner) {}
     ~Search() override { stack.calls.emplace_back("delete"); }
-    void setListener(hostos::IBluetoothListener* listener) override {
-      stack.listener = listener;
-      stack.calls.emplace_back(listener != nullptr ? "listen" : "detach");
+    void setListener(hostos::IBluetoothListener* its) override {
+      stack.listener = its;
+      stack.calls.emplace_back(its != nullptr ? "listen" : "detach");
     }
     bool start() override {
       stack.calls.emplace_back("start");

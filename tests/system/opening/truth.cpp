@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::uint8_t Positive = 0x40;
 constexpr unsigned FirstCalculated = 0xF0;  // identifiers that stand for values no unit reports
-constexpr unsigned BlockSize = 0x20;
 
 std::string textOf(const Bytes& bytes) {
   std::string text;
