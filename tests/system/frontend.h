@@ -12,6 +12,7 @@
 #include <hostos/time.h>
 
 #include "dispatch/dispatcher.h"
+#include "dispatch/updatequeue.h"
 #include "services/iconnectionservice.h"
 #include "services/iecuservice.h"
 #include "services/imonitorservice.h"
@@ -82,7 +83,10 @@ class FrontEnd : public obd::IDispatchRunner,
     drop(connection);
     m_facade.reset();
     obd::Dispatcher::getInstance().detach(this);
-    obd::Dispatcher::getInstance().dispatch();
+    // What is still queued would hold up the next front end: an entry whose object has gone ends a pass.
+    for (std::size_t i = 0; i < obd::UpdateQueue::Capacity; ++i) {
+      obd::Dispatcher::getInstance().dispatch();
+    }
   }
 
   void renewServices() {
