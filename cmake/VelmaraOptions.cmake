@@ -30,6 +30,7 @@ if(VELMARA_WERROR)
   target_compile_options(velmara_options INTERFACE -Werror)
 endif()
 if(VELMARA_SANITIZE)
+  target_compile_definitions(velmara_options INTERFACE VELMARA_SANITIZED)
   target_compile_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
   target_link_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE})

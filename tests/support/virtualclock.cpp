@@ -19,14 +19,7 @@ using RealClock = std::chrono::steady_clock;
 constexpr std::uint64_t Never = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint32_t Forever = 0xFFFFFFFF;
 
-#if defined(__has_feature)
-#define VELMARA_SANITIZED (__has_feature(thread_sanitizer) || __has_feature(address_sanitizer))
-#elif defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define VELMARA_SANITIZED 1
-#else
-#define VELMARA_SANITIZED 0
-#endif
-#if VELMARA_SANITIZED
+#ifdef VELMARA_SANITIZED
 constexpr milliseconds QuietTime{60};
 #else
 constexpr milliseconds QuietTime{30};

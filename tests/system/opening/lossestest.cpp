@@ -119,9 +119,14 @@ class EveryExchange : public testing::TestWithParam<const Car*> {
       return ended && !house.has('D');
     };
     house.heard.clear();
-    // A failed reading is repeated and not told, so that the values come in any case.
     house.sensors->refresh({0x0C, 0x0D});
-    if (!wait('s', 4)) {
+    // A failed reading is repeated and not told, so the values come, unless noise has hidden them from the
+    // opening.
+    const auto parameters = house.sensors->parameters();
+    const bool offered = std::any_of(parameters.begin(), parameters.end(), [](const auto& parameter) {
+      return parameter->pid() == 0x0C || parameter->pid() == 0x0D;
+    });
+    if (offered && !wait('s', 4)) {
       return false;
     }
     house.sensors->refreshOnce({});
@@ -241,7 +246,9 @@ TEST_P(EveryExchange, StandsASpoiledReply) {
       if (!course.opened) {
         expectFresh(house);
       }
-      expectNothingWrong(house.texts);
+      if (row.kind != Fault::Kind::Noise) {  // which can turn one digit into another
+        expectNothingWrong(house.texts);
+      }
     }
   }
   RecordProperty("lives", static_cast<int>(lives));
