@@ -28,7 +28,7 @@ class EcusCommand : public Command {
     for (const EcuPtr& ecu : chosenUnits(session, {})) {
       report.units.emplace_back().identity = readIdentity(session, ecu);
     }
-    session.pumpUntil([] { return true; });
+    session.expectNoLoss();
     if (m_json) {
       Json document = toJson(report.link);
       document["units"] = Json::array();

@@ -34,6 +34,7 @@ void Answers::wait(const std::function<bool()>& done) {
   m_start = m_latest = Clock::now();
   tellProgress();
   m_session.pumpUntil([&] { return m_finished || (done && done()) || tooLong(); });
+  m_session.expectNoLoss();
 }
 
 bool Answers::tooLong() {

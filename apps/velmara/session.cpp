@@ -159,10 +159,7 @@ void Session::fail() {
 bool Session::pumpUntil(const std::function<bool()>& done, std::optional<milliseconds> limit) {
   const Clock::time_point start = Clock::now();
   while (!done()) {
-    if (m_lost) {
-      throw Failure(ExitCode::LinkLost, fmt::format("The link {} to the adapter was lost.", m_link.text()),
-                    adviceForAdapter(m_link));
-    }
+    expectNoLoss();
     milliseconds wait = TurnTime;
     if (limit) {
       const auto left = std::chrono::ceil<milliseconds>(start + *limit - Clock::now());
@@ -174,6 +171,13 @@ bool Session::pumpUntil(const std::function<bool()>& done, std::optional<millise
     m_program.loop.turn(wait);
   }
   return true;
+}
+
+void Session::expectNoLoss() const {
+  if (m_lost || (m_connected && !m_facade->connectionManager()->isConnected())) {
+    throw Failure(ExitCode::LinkLost, fmt::format("The link {} to the adapter was lost.", m_link.text()),
+                  adviceForAdapter(m_link));
+  }
 }
 
 bool Session::confirm(const std::string& question) {

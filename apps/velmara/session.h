@@ -37,6 +37,10 @@ class Session : private obd::IConnectionServiceObserver {
   bool pumpUntil(const std::function<bool()>& done,
                  std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
+  /// Throws `Failure` if the link has been lost, be it that the word of it is still on its way behind that of
+  /// questions which failed with it.
+  void expectNoLoss() const;
+
   /// Asks on the terminal, on standard error since standard output is for results, and watches the link
   /// meanwhile. True for a yes.
   bool confirm(const std::string& question);

@@ -135,10 +135,12 @@ TEST_F(Cli, EndsWithTheAdapterOrByASignal) {
   const Simulator tcp("--tcp 0");
   const Simulator pty("--pty");
   const Simulator early("--tcp 0 --fault close@6");
+  const Simulator late("--tcp 0 --fault close@54");  // with the first questions of a command
   const Simulator silent("--tcp 0 --fault silence");
   const auto overTcp = start("sensors --json 0C 0D --link " + tcp.link);
   const auto overPty = start("sensors --json 0C --link " + pty.link);
   const auto duringOpening = start("sensors --link " + early.link);
+  const auto whileReading = start("tests --link " + late.link);
   const auto opening = start("ecus --link " + silent.link);
   const auto searching = start("ecus");
   const auto watching = start("sensors --json 0C");
@@ -169,6 +171,8 @@ TEST_F(Cli, EndsWithTheAdapterOrByASignal) {
   expectComplaint(overTcp->finish(), 5, "was lost");
   expectComplaint(overPty->finish(), 5, "was lost");
   expectComplaint(duringOpening->finish(), 5, "was lost while looking for the");
+  // Not that the vehicle has nothing to tell.
+  expectComplaint(whileReading->finish(), 5, "to the adapter was lost");
 
   // On a terminal the second picture goes over the first, which has two heading lines and one value.
   const Result drawn = colored->stop("\x1b[3A", SIGINT);
