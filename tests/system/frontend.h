@@ -27,8 +27,7 @@
 
 /// The whole library as a front end holds it: every service, an observer of everything, one thread that
 /// pumps.
-class FrontEnd : public obd::IDispatchRunner,
-                 public obd::IConnectionServiceObserver,
+class FrontEnd : public obd::IConnectionServiceObserver,
                  public obd::ISensorServiceObserver,
                  public obd::ITroubleCodeServiceObserver,
                  public obd::IMonitorServiceObserver,
@@ -72,7 +71,7 @@ class FrontEnd : public obd::IDispatchRunner,
 
   FrontEnd()
       : m_facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>())) {
-    obd::Dispatcher::getInstance().attach(this);
+    obd::Dispatcher::getInstance().attach(&m_bell);
     start(connection, obd::ConnectionServiceBuilder::createConnectionService());
     makeServices();
   }
@@ -82,7 +81,7 @@ class FrontEnd : public obd::IDispatchRunner,
     dropServices();
     drop(connection);
     m_facade.reset();
-    obd::Dispatcher::getInstance().detach(this);
+    obd::Dispatcher::getInstance().detach(&m_bell);
     // What is still queued would hold up the next front end: an entry whose object has gone ends a pass.
     for (std::size_t i = 0; i < obd::UpdateQueue::Capacity; ++i) {
       obd::Dispatcher::getInstance().dispatch();
@@ -111,11 +110,7 @@ class FrontEnd : public obd::IDispatchRunner,
       if (elapsed >= limit) {
         return false;
       }
-      std::unique_lock lock(m_mutex);
-      if (!m_posted) {
-        m_condition.wait(lock, std::min<std::uint32_t>(limit - elapsed, 1000));
-      }
-      m_posted = false;
+      m_bell.wait(std::min<std::uint32_t>(limit - elapsed, 1000));
     }
   }
   void run(std::uint32_t time) {
@@ -168,12 +163,6 @@ class FrontEnd : public obd::IDispatchRunner,
   void hearReadiness(Event event, bool success, const Monitors& list) {
     hearAll(event, success, list,
             [](const auto& monitor) { return monitor->description + "=" + std::to_string(monitor->status); });
-  }
-
-  void runDispatch() override {
-    const std::lock_guard guard(m_mutex);
-    m_posted = true;
-    m_condition.notifyAll();
   }
 
   void onConnected() override { hear(Connected); }
@@ -291,8 +280,28 @@ class FrontEnd : public obd::IDispatchRunner,
     drop(console);
   }
 
+  // Rung from any thread, so it is whole before anybody knows it and until nobody does.
+  class Bell final : public obd::IDispatchRunner {
+   public:
+    void runDispatch() override {
+      const std::lock_guard guard(m_mutex);
+      m_rung = true;
+      m_condition.notifyAll();
+    }
+    void wait(std::uint32_t time) {
+      std::unique_lock lock(m_mutex);
+      if (!m_rung) {
+        m_condition.wait(lock, time);
+      }
+      m_rung = false;
+    }
+
+   private:
+    std::mutex m_mutex;
+    hostos::WaitCondition m_condition;
+    bool m_rung = false;
+  };
+
+  Bell m_bell;
   std::shared_ptr<obd::IObdVelmara> m_facade;
-  std::mutex m_mutex;
-  hostos::WaitCondition m_condition;
-  bool m_posted = false;
 };
