@@ -254,6 +254,34 @@ TEST(VirtualClockTest, BusyThreadHoldsTimeUp) {
   EXPECT_TRUE(woken);
 }
 
+// As on a machine that is too busy to let a new thread run.
+class SlowStarts : public VirtualClock {
+ public:
+  void threadBegins() override {
+    std::this_thread::sleep_for(std::chrono::milliseconds(slow ? 200 : 0));
+    VirtualClock::threadBegins();
+  }
+  std::atomic<bool> slow{false};
+};
+
+TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
+  SlowStarts clock;
+  std::atomic<bool> end{false};
+  const Worker ticking([&end] {
+    while (!end) {
+      CTime::msleep(20);
+    }
+  });
+  const std::uint32_t before = CTime::milliseconds();
+  clock.slow = true;
+  {
+    const Worker late([] {});
+  }
+  clock.slow = false;
+  EXPECT_LT(CTime::milliseconds() - before, 1000U);
+  end = true;
+}
+
 TEST(VirtualClockTest, ManualModeMovesOnlyOnDemand) {
   hostos::IClock* const outer = &CTime::clock();
   {
