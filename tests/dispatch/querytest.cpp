@@ -8,6 +8,7 @@
 
 #include <hostos/time.h>
 
+#include "dispatch/allocations.h"
 #include "dispatch/callback.h"
 #include "dispatch/fakes.h"
 #include "dispatch/fetcher.h"
@@ -33,6 +34,7 @@ class Observer : public obd::IRefreshObserver<FakeQuery> {
   }
   void onUpdateStarted() override { events += "started "; }
   void onUpdateFinished() override { events += "finished "; }
+  void onUpdateDropped() override { events += "dropped "; }
 
   std::string take() { return std::exchange(events, std::string()); }
 
@@ -122,7 +124,7 @@ TEST_F(QueryTest, NothingIsToldAfterCancelOrToADeadObserver) {
   refresher->refresh(Automatic);
   refresher->cancel();
   pump();
-  EXPECT_EQ(observer->take(), "started ");
+  EXPECT_EQ(observer->take(), "started dropped ");
   EXPECT_EQ(subject->updates, 0);
 
   refresher->refresh(Automatic);
@@ -131,13 +133,16 @@ TEST_F(QueryTest, NothingIsToldAfterCancelOrToADeadObserver) {
   EXPECT_EQ(refresher->refresh(Automatic), 0U);  // a run that nobody heard of does not count
 }
 
-TEST_F(QueryTest, CancelledAndBegunAnewBothEntriesRun) {
+TEST_F(QueryTest, CancelledAndBegunAnewItIsToldOnceAndEndsTwice) {
   refresher->refresh(1);
   refresher->cancel();
   refresher->refresh(2);
+  EXPECT_TRUE(refresher->underWay());
   CTime::msleep(200);
   pump();
-  EXPECT_EQ(observer->take(), "started started done2+2 finished done2+2 finished ");
+  EXPECT_EQ(observer->take(), "started started finished done2+1 finished ");
+  EXPECT_EQ(subject->updates, 1) << "the vehicle was asked for what nobody wants";
+  EXPECT_FALSE(refresher->underWay());
 }
 
 TEST_F(QueryTest, BegunAnewWhileRunningDeliversTheFreshRunOnly) {
@@ -145,13 +150,48 @@ TEST_F(QueryTest, BegunAnewWhileRunningDeliversTheFreshRunOnly) {
   refresher->refresh(1);
   pump(50);
   ASSERT_EQ(subject->updates, 1);
-  refresher->cancel();
-  refresher->refresh(2);
+  for (unsigned int id = 2; id <= 4; ++id) {
+    refresher->cancel();
+    refresher->refresh(id);
+  }
   EXPECT_EQ(subject->clears, 1);  // the worker has it, so it clears it
   pump(2000);
-  EXPECT_EQ(observer->take(), "started started done2+1 finished ");
+  EXPECT_EQ(observer->take(), "started started started started finished finished finished done4+1 finished ");
   EXPECT_EQ(subject->updates, 2);
   EXPECT_EQ(subject->clears, 2);
+}
+
+TEST_F(QueryTest, ForgottenItEndsForNobodyEvenWhileItIsBeingTold) {
+  refresher->refresh(1);
+  refresher->cancel();
+  refresher->refresh(2);
+  refresher->forget();
+  refresher->refresh(3);
+  pump();
+  EXPECT_EQ(observer->take(), "started started started done3+1 finished ");
+  observer->onDone = [&] {
+    observer->onDone = nullptr;
+    refresher->forget();
+    refresher->refresh(5);
+  };
+  EXPECT_EQ(heard(4, 200), "started done4+1 started done5+1 finished ");
+}
+
+TEST_F(QueryTest, PollingAllocatesNothing) {
+  obd::Query<FakeQuery> query(subject);
+  subject->values.reserve(1);
+  int told = 0;
+  for (int i = 0; i < 10; ++i) {
+    allocations = 0;
+    query.dispatch([&told](bool, const std::shared_ptr<FakeQuery>&) { ++told; });
+    int used = allocations;
+    CTime::msleep(100);
+    allocations = 0;
+    dispatcher.dispatch();
+    used += allocations;
+    EXPECT_TRUE(used == 0 || i == 0) << used;
+  }
+  EXPECT_EQ(told, 10);
 }
 
 TEST_F(QueryTest, RefusedByAFullQueueItIsFreeAgain) {
@@ -188,36 +228,6 @@ TEST_F(QueryTest, ASuccessHoldsTheWorkerForThirtyMilliseconds) {
     EXPECT_EQ(obd::updateAtPace(*subject, std::make_shared<FakeProxy>()), status == IQuery::Updated);
     EXPECT_EQ(CTime::milliseconds() - start, holds);
   }
-}
-
-// Whatever comes while a query runs, or while its outcome is read, lets it be.
-TEST_F(QueryTest, RunsOnceAtATime) {
-  const auto proxy = std::make_shared<FakeProxy>();
-  obd::DispatchableQuery query(subject);
-  int told = 0;
-  const auto begin = [&] {
-    EXPECT_TRUE(query.begin([&](bool) {
-      ++told;
-      query.update(proxy);
-    }));
-  };
-  begin();
-  subject->onUpdate = [&] {
-    query.update(proxy);
-    query.cancel();
-    begin();
-    query.notify();
-    return IQuery::Updated;
-  };
-  query.update(proxy);
-  query.notify();  // there is a fresh run to come
-  EXPECT_EQ(told, 0);
-  subject->onUpdate = nullptr;
-  query.update(proxy);
-  EXPECT_EQ(subject->values.size(), 1U);
-  query.notify();
-  EXPECT_EQ(told, 1);
-  EXPECT_EQ(subject->updates, 2);
 }
 
 TEST_F(QueryTest, FetchGivesTheOutcomeOrGivesUpInTime) {

@@ -90,12 +90,12 @@ TEST_F(InformationServicesTest, TellVehicleInformationOfTheSelectedUnit) {
   EXPECT_EQ(ecus->readVin(), "");
   vehicle->setIgnition(true);
 
-  // What another unit calls off is never told, nor is its end.
+  // What another unit calls off is never told, nor is its end. It does not spoil the next batch.
   ecus->refresh(1);
   select(Gearbox);
   EXPECT_EQ(hear(ofEcus), Texts{"void"});
   ecus->refresh(1);
-  EXPECT_EQ(hear(ofEcus), Texts{"vin 1VM20SAL6U1000417 0"});
+  EXPECT_EQ(hear(ofEcus), (Texts{"vin 1VM20SAL6U1000417 0", "done"}));
   select(Nobody);
   EXPECT_FALSE(ecus->refresh(0) || ecus->refresh(1) || ecus->isVinSupported());
   EXPECT_EQ(ecus->ecuName() + ecus->readVin(), "");
@@ -200,15 +200,23 @@ TEST_F(InformationServicesTest, TalkToTheAdapterAndShowTheTraffic) {
     EXPECT_EQ(std::count(ofConsole.traffic.begin(), ofConsole.traffic.end(), shown), 1);
   }
 
-  // Nobody pumps meanwhile: of each direction the newest line stays, and comes for each that was there.
+  // Nobody pumps meanwhile: every line arrives, in order, and crowds nobody out.
   close();
   ASSERT_TRUE(open(Car));
-  ecus->readVin();
-  ecus->readEngineSerialNumber();
+  Texts expected;
+  for (int i = 0; i < 20; ++i) {
+    ecus->readVin();
+    ecus->readEngineSerialNumber();
+    expected.insert(expected.end(), {">>0902", "<<", ">>090D", "<<"});
+  }
+  manager().close();
   pumpFor(20);
-  ASSERT_EQ(ofConsole.traffic.size(), 4U);
-  EXPECT_EQ(std::count(ofConsole.traffic.begin(), ofConsole.traffic.end(), ">>090D"), 2);
-  EXPECT_EQ(ofConsole.traffic[1], ofConsole.traffic[3]);
+  ASSERT_GE(ofConsole.traffic.size(), 80U);
+  for (std::size_t i = 0; i < 80; ++i) {
+    EXPECT_TRUE(ofConsole.traffic[i].starts_with(expected[i])) << i << ": " << ofConsole.traffic[i];
+  }
+  EXPECT_FALSE(console->isConnected());
+  ASSERT_TRUE(open(Car));
 
   // Answers are not filtered here, whatever the dialogue leaves in them.
   struct Adapter : FakeProxy {

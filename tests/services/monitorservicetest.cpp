@@ -83,7 +83,7 @@ TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   EXPECT_EQ(read[0]->tests[0]->description, "Rich to lean sensor threshold voltage (constant)");
   EXPECT_EQ(read[0]->tests[1]->unit, MeasurementUnit::DegreeFahrenheit);
 
-  // The other unit has a diesel engine's monitors. Runs that were called off are never done.
+  // The other unit has a diesel engine's monitors. Runs that were called off are not told, nor is their end.
   forget();
   refreshMonitors();
   select(0x7E9);
@@ -91,7 +91,8 @@ TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   EXPECT_FALSE(monitors->isSupported(IMonitorService::ThisCycle));
   monitors->refresh(IMonitorService::OnBoardMonitors);
   monitors->refresh(IMonitorService::SinceReset);
-  EXPECT_EQ(hear(ofMonitors), (Texts{"monitor 33 128F5[0..4]", "since 0+ 1+ 2+ 10- 11+ 12x 13x 14- 15+"}));
+  EXPECT_EQ(hear(ofMonitors),
+            (Texts{"monitor 33 128F5[0..4]", "since 0+ 1+ 2+ 10- 11+ 12x 13x 14- 15+", "done"}));
   EXPECT_EQ(text(monitors->readOnboardMonitors()), " 33 128F5[0..4]");
   EXPECT_EQ(text(monitors->readMonitorsThisCycle()), " 0o 1o 2o 10o 11o 12x 13x 14o 15o");
 }
@@ -120,21 +121,20 @@ TEST_F(MonitorServicesTest, TellTestsOfOxygenSensors) {
   // A component's tests come one by one.
   EXPECT_EQ(text(monitors->readOnboardMonitors()), " 3 6P0.360[..160.000] 5 6F0.040[0.080..]");
 
-  // New units drop what is on its way, and with it the end. The same ones do nothing.
+  // New units drop what depends on them. The same ones do nothing.
   oxygen->refresh();
   facade->settings()->setUnitSystem(UnitSystem::Metric);
   EXPECT_EQ(ofOxygen.events, Texts());
   facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status"}));
+  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status", "done"}));
   oxygen->refresh();
-  all.pop_back();
   EXPECT_EQ(hear(ofOxygen), all);
 
   oxygen->refresh();
   select(0x18);
   EXPECT_EQ(oxygen->sensorLocations(), (std::vector{Location::Bank1Sensor2}));
   oxygen->refresh();
-  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status complete", "sensor 1/2P0.200[0.000..1.275]"}));
+  EXPECT_EQ(hear(ofOxygen), (Texts{"void", "status complete", "sensor 1/2P0.200[0.000..1.275]", "done"}));
 }
 
 TEST_F(MonitorServicesTest, RunRoutines) {
@@ -166,7 +166,7 @@ TEST_F(MonitorServicesTest, RunRoutines) {
   EXPECT_EQ(text(routines->tests()), " 2:3 Acknowledged");
   EXPECT_FALSE(routines->startTest(1));
   routines->startTest(2);
-  EXPECT_EQ(hear(ofRoutines), (Texts{"void", "test 2:0 Acknowledged"}));
+  EXPECT_EQ(hear(ofRoutines), (Texts{"void", "test 2:0 Acknowledged", "done"}));
 
   // Before CAN a request has seven bytes, and a status byte refuses.
   close();

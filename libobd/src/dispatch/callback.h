@@ -13,8 +13,8 @@ namespace obd {
 class Callback : public IDispatchable, public std::enable_shared_from_this<Callback> {
  public:
   /// Queues the function, from any thread. It takes the place of one that still waits, which means that the
-  /// new one runs twice. With the queue full it is not called.
-  void schedule(std::function<void()> function);
+  /// new one runs twice. With the queue full it is not called, unless an older entry calls it; false then.
+  bool schedule(std::function<void()> function);
 
   void update(const std::shared_ptr<IObdProxy>& /*proxy*/) override {}
   void notify() override;

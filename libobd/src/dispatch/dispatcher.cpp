@@ -9,7 +9,7 @@
 #include <hostos/time.h>
 #include <tavrix/tracelog.h>
 
-#include "dispatch/query.h"
+#include "dispatch/queryruns.h"
 #include "dispatch/updatequeue.h"
 #include "powertrain/monitorstatus.h"
 
@@ -141,6 +141,39 @@ class DispatcherTask {
   hostos::CThread m_thread{"DispatcherTask"};
 };
 
+// Asks for the monitor status. Its answer does not matter; asking keeps the adapter and the vehicle from
+// going to sleep.
+class KeepAlive final : public IDispatchable {
+ public:
+  // False while the last one is on its way.
+  bool begin() {
+    if (m_pending.exchange(true)) {
+      return false;
+    }
+    m_subject.clear();
+    return true;
+  }
+  void abandon() { m_pending = false; }
+
+  void update(const std::shared_ptr<IObdProxy>& proxy) override {
+    if (proxy) {
+      m_success = updateAtPace(m_subject, proxy);
+    }
+  }
+  void notify() override {
+    const bool success = m_success;
+    m_pending = false;
+    if (!success) {
+      LogStream(Source, __LINE__, 2) << "Keep alive dispatch failed";
+    }
+  }
+
+ private:
+  MonitorStatus m_subject;  // the worker's while pending
+  std::atomic<bool> m_pending{false};
+  std::atomic<bool> m_success{false};
+};
+
 }  // namespace
 
 // What `cancel` throws away as a whole. Whoever uses it holds it, so that it goes when nobody does any more.
@@ -161,22 +194,11 @@ struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_f
   // The one that may still be at work; null as soon as it has ended.
   std::shared_ptr<DispatcherImpl> previous() const { return m_previous; }
 
-  void shutDown() {
-    m_keepAlive->cancel();
-    m_keepAlive->release();
-    m_task.end();
-  }
+  void shutDown() { m_task.end(); }
 
   void issueKeepAlive() {
-    if (!m_keepAliveDue.exchange(false)) {
-      return;
-    }
-    const bool begun = m_keepAlive->begin([](bool success) {
-      if (!success) {
-        LogStream(Source, __LINE__, 2) << "Keep alive dispatch failed";
-      }
-    });
-    if (begun && !m_task.push(m_keepAlive)) {  // due only because the worker runs
+    // Due only because the worker runs.
+    if (m_keepAliveDue.exchange(false) && m_keepAlive->begin() && !m_task.push(m_keepAlive)) {
       m_keepAlive->abandon();
     }
   }
@@ -214,9 +236,7 @@ struct Dispatcher::DispatcherImpl : DispatcherTaskObserver, std::enable_shared_f
   std::shared_ptr<DispatcherImpl> m_previous;
   std::uint32_t m_lastActivity = 0;  // the worker's
   std::atomic<bool> m_keepAliveDue{false};
-  // Its answer does not matter; asking keeps the adapter and the vehicle from going to sleep.
-  const std::shared_ptr<DispatchableQuery> m_keepAlive =
-      std::make_shared<DispatchableQuery>(std::make_shared<MonitorStatus>());
+  const std::shared_ptr<KeepAlive> m_keepAlive = std::make_shared<KeepAlive>();
   DispatcherTask m_task;
 };
 

@@ -1,100 +1,95 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <utility>
 
-#include "core/iquery.h"
-#include "dispatch/dispatcher.h"
-#include "dispatch/idispatchable.h"
+#include "dispatch/queryruns.h"
 
 namespace obd {
 
-/// Runs a query. One that succeeds takes at least 30 ms, which limits the rate of requests to the vehicle;
-/// `onReturn` is told of the outcome before that time is waited for. True if the query delivered data; one
-/// that throws has failed.
-bool updateAtPace(IQuery& subject, const std::shared_ptr<IObdProxy>& proxy,
-                  const std::function<void(bool success)>& onReturn = {});
-
-/// What travels through the queues for a `Query`, with all the state that its threads share.
-///
-/// The subject belongs to one side at a time: to the worker while it runs, to the callback while that is
-/// called. Two entries of one query can be on their way at once, after a `cancel` and a new start. Then the
-/// newer start leaves the clearing to the worker if that is busy with the older entry, and an entry that
-/// would disturb the other side passes by.
-class DispatchableQuery : public IDispatchable {
- public:
-  using Done = std::function<void(bool success)>;
-
-  explicit DispatchableQuery(std::shared_ptr<IQuery> subject) : m_subject(std::move(subject)) {}
-
-  /// Makes ready for one run: clears the subject. False, and nothing done, while an earlier run is on its
-  /// way.
-  bool begin(Done done);
-  /// The run could not be queued.
-  void abandon();
-  /// Calls the run off: its entries pass without effect, and a new one may begin at once.
-  void cancel();
-  /// The owner goes: nothing happens any more.
-  void release();
-
-  void update(const std::shared_ptr<IObdProxy>& proxy) override;
-  void notify() override;
-
- private:
-  const std::shared_ptr<IQuery> m_subject;
-  std::mutex m_mutex;
-  Done m_done;
-  bool m_pending = false;
-  bool m_cancelled = false;
-  bool m_released = false;
-  bool m_success = false;
-  bool m_running = false;      // the worker has the subject
-  bool m_reading = false;      // the callback has the subject
-  bool m_clearWanted = false;  // begun anew while running
-};
-
-/// A query object that can be run again and again, one run at a time. The subject stays the same.
+/// A query object that can be run again and again; of several runs on their way one is told. The subject
+/// stays the same.
 template <typename T>
 class Query {
  public:
   /// Called on the thread that calls `Dispatcher::dispatch`. Copy from the subject what is to be kept: the
   /// next run clears it.
   using Done = std::function<void(bool success, const std::shared_ptr<T>& subject)>;
+  /// Called there, too, when a run that was called off has left the queues. `begunAnew`: another one is on
+  /// its way by then.
+  using CalledOff = std::function<void(bool begunAnew)>;
 
-  explicit Query(std::shared_ptr<T> subject)
-      : m_subject(std::move(subject)), m_dispatchable(std::make_shared<DispatchableQuery>(m_subject)) {}
+  explicit Query(std::shared_ptr<T> subject, CalledOff calledOff = {})
+      : m_runs(std::make_shared<Runs>(std::move(subject), std::move(calledOff))) {}
   Query(const Query&) = delete;
   Query& operator=(const Query&) = delete;
-  ~Query() { m_dispatchable->release(); }
+  ~Query() { forget(); }
 
   /// Queues one run. False if one is on its way already, which then stands for both, or if the queue is full.
   bool dispatch(Done done) {
-    const bool begun = m_dispatchable->begin([done = std::move(done), subject = m_subject](bool success) {
-      if (done) {
-        done(success, subject);
+    std::shared_ptr<QueryRun> run;
+    {
+      const std::lock_guard guard(m_runs->mutex());
+      run = m_runs->begin();
+      if (!run) {
+        return false;
       }
-    });
-    if (!begun) {
-      return false;
+      m_runs->m_done.swap(done);  // the old one goes after the lock
     }
-    if (!Dispatcher::getInstance().update(m_dispatchable)) {
-      m_dispatchable->abandon();
-      return false;
-    }
-    return true;
+    return m_runs->queue(run);
   }
 
-  /// Calls off the run that is on its way; its callback is not called.
-  void cancel() { m_dispatchable->cancel(); }
+  /// Calls off the run that is on its way: it is not told. Its entry still passes the queues.
+  void cancel() {
+    Done done;
+    const std::lock_guard guard(m_runs->mutex());
+    m_runs->callOff();
+    m_runs->m_done.swap(done);
+  }
 
-  const std::shared_ptr<T>& subject() const { return m_subject; }
+  /// The same, and the end of runs that were called off is not told either.
+  void forget() {
+    Done done;
+    const std::lock_guard guard(m_runs->mutex());
+    m_runs->forget();
+    m_runs->m_done.swap(done);
+  }
+
+  /// Whether a run, called off or not, may still be in the queues.
+  bool underWay() const {
+    const std::lock_guard guard(m_runs->mutex());
+    return m_runs->underWay();
+  }
+
+  const std::shared_ptr<T>& subject() const { return m_runs->m_subject; }
 
  private:
-  std::shared_ptr<T> m_subject;
-  std::shared_ptr<DispatchableQuery> m_dispatchable;  // the one strong reference
+  struct Runs final : QueryRuns {
+    Runs(std::shared_ptr<T> subject, CalledOff calledOff)
+        : m_subject(std::move(subject)), m_calledOff(std::move(calledOff)) {}
+
+    IQuery& subject() override { return *m_subject; }
+    void tell(std::unique_lock<std::mutex> lock, bool success) override {
+      const Done done = std::exchange(m_done, nullptr);
+      lock.unlock();
+      if (done) {
+        done(success, m_subject);
+      }
+    }
+    void tellCalledOff(bool begunAnew) override {
+      if (m_calledOff) {
+        m_calledOff(begunAnew);
+      }
+    }
+
+    const std::shared_ptr<T> m_subject;
+    const CalledOff m_calledOff;
+    Done m_done;
+  };
+
+  const std::shared_ptr<Runs> m_runs;
 };
 
 }  // namespace obd

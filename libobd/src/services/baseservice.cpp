@@ -1,14 +1,8 @@
 #include "services/baseservice.h"
 
-#include <tavrix/tracelog.h>
+#include <utility>
 
 namespace obd {
-
-using tavrix::LogStream;
-
-namespace {
-constexpr const char* Source = "src\\baseservice";
-}
 
 class BaseService::Listener final : public tavrix::IEventListener<EcuManagerEvent>,
                                     public IConnectionNotifierListener,
@@ -63,31 +57,30 @@ class BaseService::Listener final : public tavrix::IEventListener<EcuManagerEven
   const std::shared_ptr<Callback> m_phase = std::make_shared<Callback>();
 };
 
-BaseService::BaseService(IObdVelmara& facade, int priority)
-    : m_facade(facade), m_priority(priority), m_listener(std::make_unique<Listener>(*this)) {
-  m_facade.connectionNotifier()->attach(m_priority, m_listener.get());
-  m_facade.ecuManager()->attach(m_listener.get());
-  m_facade.settings()->attach(m_listener.get());
-  m_unitSystem = m_facade.settings()->unitSystem();
+BaseService::BaseService(std::shared_ptr<FacadeParts> facade, int priority)
+    : m_facade(std::move(facade)), m_priority(priority), m_listener(std::make_unique<Listener>(*this)) {
+  m_facade->connectionNotifier->attach(m_priority, m_listener.get());
+  m_facade->ecuManager->attach(m_listener.get());
+  m_facade->settings->attach(m_listener.get());
+  m_unitSystem = m_facade->settings->unitSystem();
   m_listener->setFirstState(BaseService::isConnected());
   if (m_connected) {
-    m_ecu = m_facade.ecuManager()->currentEcu();
+    m_ecu = m_facade->ecuManager->currentEcu();
   }
 }
 
 BaseService::~BaseService() {
-  m_facade.settings()->detach(m_listener.get());
-  m_facade.ecuManager()->detach(m_listener.get());
-  m_facade.connectionNotifier()->detach(m_priority, m_listener.get());
+  m_facade->settings->detach(m_listener.get());
+  m_facade->ecuManager->detach(m_listener.get());
+  m_facade->connectionNotifier->detach(m_priority, m_listener.get());
 }
 
 bool BaseService::isConnected() {
-  IConnectionManager* const manager = m_facade.connectionManager();
-  return manager != nullptr && manager->proxy()->isConnected();
+  return m_facade->connectionManager->proxy()->isConnected();
 }
 
 void BaseService::selectEcu() {
-  m_ecu = m_facade.ecuManager()->currentEcu();
+  m_ecu = m_facade->ecuManager->currentEcu();
   if (m_connected && isConnected()) {
     onEcuChanged();
   }
@@ -97,7 +90,7 @@ void BaseService::onSettingChanged(VelmaraSettingsEvent event) {
   if (event != VelmaraSettingsEvent::UnitSystemChanged) {
     return;
   }
-  const UnitSystem system = m_facade.settings()->unitSystem();
+  const UnitSystem system = m_facade->settings->unitSystem();
   if (system != m_unitSystem) {
     m_unitSystem = system;
     onUnitSystemChanged();
@@ -105,19 +98,11 @@ void BaseService::onSettingChanged(VelmaraSettingsEvent event) {
 }
 
 void BaseService::attachConnectionLogger(IConnectionLogger* logger) {
-  if (IConnectionManager* const manager = m_facade.connectionManager()) {
-    manager->addLogger(logger);
-  } else {
-    LogStream(Source, __LINE__, 3) << "No IConnectionManager";
-  }
+  m_facade->connectionManager->addLogger(logger);
 }
 
 void BaseService::detachConnectionLogger(IConnectionLogger* logger) {
-  if (IConnectionManager* const manager = m_facade.connectionManager()) {
-    manager->removeLogger(logger);
-  } else {
-    LogStream(Source, __LINE__, 3) << "No IConnectionManager";
-  }
+  m_facade->connectionManager->removeLogger(logger);
 }
 
 }  // namespace obd

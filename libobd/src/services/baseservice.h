@@ -6,7 +6,7 @@
 #include <string>
 
 #include "dispatch/callback.h"
-#include "services/iobdvelmara.h"
+#include "services/facade.h"
 
 namespace obd {
 
@@ -30,9 +30,9 @@ class BaseService {
   static constexpr int ServicePriority = 1;
   static constexpr int ConnectionServicePriority = 2;
 
-  /// The facade must outlive the service. If a connection is open, the service starts with its control unit;
-  /// no hook is called for that.
-  explicit BaseService(IObdVelmara& facade, int priority = ServicePriority);
+  /// The service shares the parts of the facade; with that gone it is not connected. If a connection is open,
+  /// the service starts with its control unit; no hook is called for that.
+  BaseService(std::shared_ptr<FacadeParts> facade, int priority);
 
   /// The connection is up: build what belongs to one connection.
   virtual void onConnected() = 0;
@@ -50,7 +50,7 @@ class BaseService {
   void attachConnectionLogger(IConnectionLogger* logger);
   void detachConnectionLogger(IConnectionLogger* logger);
 
-  IObdVelmara& facade() const { return m_facade; }
+  const FacadeParts& facade() const { return *m_facade; }
   /// The selected control unit; null if there is none.
   const std::shared_ptr<IEcu>& ecu() const { return m_ecu; }
   UnitSystem unitSystem() const { return m_unitSystem; }
@@ -64,7 +64,7 @@ class BaseService {
 
   void selectEcu();
 
-  IObdVelmara& m_facade;
+  const std::shared_ptr<FacadeParts> m_facade;
   const int m_priority;
   std::shared_ptr<IEcu> m_ecu;
   std::atomic<bool> m_connected{false};

@@ -2,25 +2,25 @@
 #include <mutex>
 #include <string>
 
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/iconnectionservice.h"
+#include "services/service.h"
 
 namespace obd {
 
 namespace {
 
-class ConnectionService final : public IConnectionService,
-                                public BaseService,
-                                public tavrix::Notifier<IConnectionServiceObserver> {
+class ConnectionService final : public Service<IConnectionService, IConnectionServiceObserver> {
  public:
-  explicit ConnectionService(IObdVelmara& facade) : BaseService(facade, ConnectionServicePriority) {}
+  explicit ConnectionService(const std::shared_ptr<FacadeParts>& facade)
+      : Service(facade, ConnectionServicePriority) {}
 
-  bool isConnected() override { return BaseService::isConnected(); }
+  bool isOf(const std::shared_ptr<FacadeParts>& parts) const { return &facade() == parts.get(); }
+
   std::string obdStandard() override { return ecu() ? ecu()->standardDescription() : std::string(); }
   std::string connectionMessage() override { return m_connectionMessage; }
-  IConnectionOptions* connectionOptions() override { return facade().settings()->connectionOptions(); }
-  IAdapter* adapter() override { return facade().connectionManager()->device(); }
+  IConnectionOptions* connectionOptions() override { return facade().settings->connectionOptions(); }
+  IAdapter* adapter() override { return facade().connectionManager->device(); }
 
  protected:
   void onConnected() override { fireEvent(&IConnectionServiceObserver::onConnected); }
@@ -48,7 +48,7 @@ std::shared_ptr<IConnectionService> ConnectionServiceBuilder::createConnectionSe
   static std::weak_ptr<ConnectionService> instance;
   const std::lock_guard guard(mutex);
   std::shared_ptr<ConnectionService> service = instance.lock();
-  if (!service) {
+  if (!service || !service->isOf(currentFacade())) {
     service = makeService<ConnectionService>();
     instance = service;
   }

@@ -6,6 +6,7 @@
 
 #include <tavrix/tracelog.h>
 
+#include "core/identifiers.h"
 #include "powertrain/parameterfactory.h"
 #include "services/sensormodels.h"
 
@@ -17,25 +18,6 @@ namespace {
 
 constexpr const char* Source = "src\\ecumanager";
 constexpr int Priority = 0;
-constexpr unsigned char FreezeFrameCode = 0x02;
-constexpr unsigned char BlockMask = 0x1F;  // 0x00, 0x20, ...: the lists of supported identifiers themselves
-
-bool contains(const std::vector<unsigned char>& ids, unsigned char id) {
-  return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
-// The identifiers of service 01, with the freeze frame's code in its place if only service 02 offers it.
-std::vector<unsigned char> sensorIds(const IEcu& ecu) {
-  std::vector<unsigned char> ids = ecu.supportedIds(ObdMode::Mode01, 0);
-  if (!contains(ids, FreezeFrameCode) && contains(ecu.supportedIds(ObdMode::Mode02, 0), FreezeFrameCode)) {
-    const auto next =
-        std::find_if(ids.begin(), ids.end(), [](unsigned char id) { return id > FreezeFrameCode; });
-    if (next != ids.end()) {
-      ids.insert(next, FreezeFrameCode);
-    }
-  }
-  return ids;
-}
 
 }  // namespace
 
@@ -48,8 +30,14 @@ EcuManager::EcuManager(IConnectionNotifier& notifier, const std::shared_ptr<IObd
 }
 
 EcuManager::~EcuManager() {
+  leave();
+}
+
+void EcuManager::leave() {
   m_settings.detach(this);
   m_notifier.detach(Priority, this);
+  m_connectedTask.reset();
+  m_disconnectedTask.reset();
 }
 
 void EcuManager::selectEcu(unsigned int id) {
@@ -104,13 +92,10 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuManager::sensors(unsigned i
   };
 
   ParameterFactory factory;
-  for (const unsigned char oid : sensorIds(*ecu)) {
-    if ((oid & BlockMask) == 0) {
-      continue;
-    }
+  for (const unsigned char oid : sensorIdentifiers(*ecu, SensorPurpose::Overview)) {
     const auto pid = static_cast<ParameterIdentifier::Id>(oid);
     const std::shared_ptr<PowertrainParameter> parameter =
-        oid == FreezeFrameCode ? factory.createFreezeFrameParameter(pid, 0) : factory.createParameter(pid);
+        oid == FreezeFrameCodePid ? factory.createFreezeFrameParameter(pid, 0) : factory.createParameter(pid);
     if (parameter) {
       add(parameter);
     } else {

@@ -28,6 +28,9 @@ class EcuManager final
   EcuManager& operator=(const EcuManager&) = delete;
   ~EcuManager() override;
 
+  /// Hears and tells no more: the facade ends. Thread of the front end.
+  void leave();
+
   void selectEcu(unsigned int id) override;
   void ecuIds(std::vector<unsigned int>& ids) override;
   std::vector<std::shared_ptr<IEcu>> ecus() override;
@@ -54,8 +57,8 @@ class EcuManager final
   std::shared_ptr<IEcu> m_current;
 
   std::atomic<UnitSystem> m_unitSystem;
-  const std::shared_ptr<Callback> m_connectedTask = std::make_shared<Callback>();
-  const std::shared_ptr<Callback> m_disconnectedTask = std::make_shared<Callback>();
+  std::shared_ptr<Callback> m_connectedTask = std::make_shared<Callback>();
+  std::shared_ptr<Callback> m_disconnectedTask = std::make_shared<Callback>();
 };
 
 }  // namespace obd

@@ -4,15 +4,15 @@
 #include <string>
 #include <vector>
 
+#include "core/identifiers.h"
 #include "dispatch/fetcher.h"
 #include "parameters/performancetracking.h"
 #include "parameters/vehicleinformation.h"
 #include "powertrain/parameterfactory.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/iecuservice.h"
-#include "services/refreshcounter.h"
 #include "services/sensormodels.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -31,14 +31,12 @@ enum InformationType : unsigned char {
   TypeApproval = 0x0F
 };
 
-class EcuService final : public IEcuService,
-                         public BaseService,
-                         public tavrix::Notifier<IEcuServiceObserver>,
-                         public RefreshCounter<VehicleIdentificationNumber, CalibrationIds,
-                                               CalibrationVerificationNumbers, PerformanceTrackingSpark,
-                                               PerformanceTrackingCompression, EngineSerialNumber, Erotan> {
+class EcuService final
+    : public RefreshingService<IEcuService, IEcuServiceObserver, VehicleIdentificationNumber, CalibrationIds,
+                               CalibrationVerificationNumbers, PerformanceTrackingSpark,
+                               PerformanceTrackingCompression, EngineSerialNumber, Erotan> {
  public:
-  explicit EcuService(IObdVelmara& facade) : BaseService(facade) {}
+  using RefreshingService::RefreshingService;
 
   void init() {
     m_refreshers = {{Vin, makeRefresher<VehicleIdentificationNumber>()},
@@ -50,7 +48,6 @@ class EcuService final : public IEcuService,
                     {TypeApproval, makeRefresher<Erotan>()}};
   }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool refresh(int kind) override;
   std::vector<std::shared_ptr<ParameterDescriptor>> allParameters() override;
   bool isParameterSupported(const std::shared_ptr<ParameterDescriptor>& parameter) override {
@@ -119,9 +116,9 @@ class EcuService final : public IEcuService,
 
  protected:
   void onConnected() override { updateSupportedParameters(); }
-  void onDisconnected() override { cancel(m_refreshers); }
+  void onDisconnected() override { cancelAll(); }
   void onEcuChanged() override {
-    cancel(m_refreshers);
+    cancelAll();
     updateSupportedParameters();
     fireEvent(&IEcuServiceObserver::onInvalidated);
   }
@@ -144,10 +141,12 @@ class EcuService final : public IEcuService,
     return success && ecu() ? (subject.*value)(ecu()) : Value();
   }
 
-  // Nothing that the unit does not report is asked for: the time-out would be the front end's.
+  // What is missing from the list of the unit is not asked for: the time-out would be the front end's. A unit
+  // without a list may have it all the same.
   template <typename T, typename Value>
   Value read(InformationType type, Value (T::*value)(const std::shared_ptr<IEcu>&) const) {
-    if (!isSupported(type)) {
+    if (!isConnected() || !ecu() ||
+        (hasList(*ecu(), ObdMode::Mode09) && !ecu()->isSupported(ObdMode::Mode09, type, 0))) {
       return {};
     }
     const auto subject = std::make_shared<T>();
@@ -167,6 +166,12 @@ class EcuService final : public IEcuService,
   }
 
   void updateSupportedParameters();
+  void cancelAll() {
+    for (const auto& [type, refresher] : m_refreshers) {
+      refresher->cancel();
+    }
+    silenceBatch();
+  }
 
   std::map<InformationType, RefresherPtr> m_refreshers;
   std::set<ParameterIdentifier::Id> m_supportedParameters;
@@ -205,7 +210,7 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuService::allParameters() {
                                                            : factory.createParameter(pid));
   }
   for (const std::shared_ptr<PowertrainParameter>& parameter :
-       makeCalculatedParameters(ecu(), *facade().settings())) {
+       makeCalculatedParameters(ecu(), *facade().settings)) {
     add(parameter);
   }
   return result;
@@ -214,8 +219,7 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuService::allParameters() {
 void EcuService::updateSupportedParameters() {
   m_supportedParameters.clear();
   if (ecu()) {
-    for (const std::shared_ptr<ParameterDescriptor>& parameter :
-         facade().ecuManager()->sensors(ecu()->id())) {
+    for (const std::shared_ptr<ParameterDescriptor>& parameter : facade().ecuManager->sensors(ecu()->id())) {
       m_supportedParameters.insert(parameter->pid());
     }
   }

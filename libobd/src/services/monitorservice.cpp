@@ -2,25 +2,19 @@
 #include <string>
 #include <vector>
 
+#include "core/identifiers.h"
 #include "dispatch/fetcher.h"
 #include "parameters/monitortestresult.h"
 #include "powertrain/monitorstatus.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/imonitorservice.h"
-#include "services/refreshcounter.h"
+#include "services/service.h"
 
 namespace obd {
 
 namespace {
 
 constexpr unsigned char ThisCyclePid = 0x41;
-
-std::vector<unsigned char> monitorIds(const IEcu& ecu) {
-  std::vector<unsigned char> ids = ecu.supportedIds(ObdMode::Mode06, 0);
-  std::erase_if(ids, isBlockNumber);
-  return ids;
-}
 
 DiagnosticTestDataModel::Status statusOf(int result) {
   switch (result) {
@@ -44,12 +38,10 @@ std::shared_ptr<DiagnosticMonitorDataModel> makeModel(const ObdMonitorTestItem& 
                                                       tests);
 }
 
-class MonitorService final : public IMonitorService,
-                             public BaseService,
-                             public tavrix::Notifier<IMonitorServiceObserver>,
-                             public RefreshCounter<MonitorStatus, MonitorStatusThisCycle, MonitorTestResult> {
+class MonitorService final : public RefreshingService<IMonitorService, IMonitorServiceObserver, MonitorStatus,
+                                                      MonitorStatusThisCycle, MonitorTestResult> {
  public:
-  explicit MonitorService(IObdVelmara& facade) : BaseService(facade) {}
+  using RefreshingService::RefreshingService;
 
   void init() {
     m_sinceResetRefresher = makeRefresherOn(m_status);
@@ -59,7 +51,6 @@ class MonitorService final : public IMonitorService,
     }
   }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool isSupported(int kind) override;
   bool refresh(int kind) override;
   ReadinessMonitors readMonitorsSinceReset() override { return readReadinessMonitors(m_status); }
@@ -92,9 +83,11 @@ class MonitorService final : public IMonitorService,
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
+    dropRetired();
   }
   void onEcuChanged() override {
     cancelAll();
+    retire(m_testRefreshers);
     buildTestRefreshers();
     fireEvent(&IMonitorServiceObserver::invalidated);
   }
@@ -114,12 +107,13 @@ class MonitorService final : public IMonitorService,
   void cancelAll() {
     cancel({m_sinceResetRefresher, m_thisCycleRefresher});
     cancel(m_testRefreshers);
+    silenceBatch();
   }
 
   const std::shared_ptr<MonitorStatus> m_status = std::make_shared<MonitorStatus>();
   RefresherPtr m_sinceResetRefresher;
   RefresherPtr m_thisCycleRefresher;
-  std::vector<RefresherPtr> m_testRefreshers;  // one for each on-board monitor
+  Refreshers m_testRefreshers;  // one for each on-board monitor
 };
 
 bool MonitorService::isSupported(int kind) {
@@ -173,7 +167,7 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
   if (!isConnected() || !ecu()) {
     return monitors;
   }
-  for (const unsigned char id : monitorIds(*ecu())) {
+  for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
     // A lost link would cost each of the others its whole time-out.
     if (!isConnected()) {
       break;
@@ -189,7 +183,7 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
 void MonitorService::buildTestRefreshers() {
   m_testRefreshers.clear();
   if (ecu()) {
-    for (const unsigned char id : monitorIds(*ecu())) {
+    for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
       m_testRefreshers.push_back(makeRefresher<MonitorTestResult>(id));
     }
   }

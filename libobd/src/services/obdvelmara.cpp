@@ -1,4 +1,4 @@
-#include <atomic>
+#include <mutex>
 
 #include "services/connectionmanager.h"
 #include "services/connectionnotifier.h"
@@ -10,7 +10,16 @@ namespace obd {
 
 namespace {
 
-std::atomic<IObdVelmara*> facade{nullptr};
+// Never destroyed, since a front end may let go of its facade later than that.
+struct Current {
+  std::mutex mutex;
+  std::weak_ptr<FacadeParts> parts;
+};
+
+Current& current() {
+  static Current* const current = new Current;
+  return *current;
+}
 
 class ObdVelmara final : public IObdVelmara {
  public:
@@ -19,53 +28,58 @@ class ObdVelmara final : public IObdVelmara {
       : m_firstNumber(first),
         m_secondNumber(second),
         m_thirdNumber(third),
-        m_settings(std::make_unique<VelmaraSettings>(settings)),
-        m_configuration(std::make_unique<Configuration>()),
-        m_connectionNotifier(std::make_unique<ConnectionNotifier>()),
-        m_connectionManager(std::make_unique<ConnectionManager>()) {
-    m_connectionManager->attachListener(m_connectionNotifier.get());
+        m_notifier(std::make_shared<ConnectionNotifier>()),
+        m_parts(std::make_shared<FacadeParts>()) {
+    m_parts->settings = std::make_shared<VelmaraSettings>(settings);
+    m_parts->configuration = std::make_shared<Configuration>();
+    m_parts->connectionNotifier = m_notifier;
+    m_parts->connectionManager = std::make_shared<ConnectionManager>();
+    m_parts->connectionManager->attachListener(m_notifier.get());
     m_ecuManager =
-        std::make_unique<EcuManager>(*m_connectionNotifier, m_connectionManager->proxy(), *m_settings);
-    facade = this;
+        std::make_shared<EcuManager>(*m_notifier, m_parts->connectionManager->proxy(), *m_parts->settings);
+    m_parts->ecuManager = m_ecuManager;
+    const std::lock_guard guard(current().mutex);
+    current().parts = m_parts;
   }
   ObdVelmara(const ObdVelmara&) = delete;
   ObdVelmara& operator=(const ObdVelmara&) = delete;
 
+  // Services may hold the parts for longer. They hear no more, and find that they are not connected.
   ~ObdVelmara() override {
-    IObdVelmara* self = this;
-    facade.compare_exchange_strong(self, nullptr);
-    m_ecuManager.reset();
-    m_connectionManager->detachListener(m_connectionNotifier.get());
-    m_connectionManager->close();
-    m_connectionManager.reset();
-    m_connectionNotifier.reset();
-    m_settings.reset();
+    {
+      const std::lock_guard guard(current().mutex);
+      if (current().parts.lock() == m_parts) {
+        current().parts.reset();
+      }
+    }
+    m_ecuManager->leave();
+    m_parts->connectionManager->detachListener(m_notifier.get());
+    m_parts->connectionManager->close();
   }
 
   unsigned int firstNumber() override { return m_firstNumber; }
   unsigned int secondNumber() override { return m_secondNumber; }
   unsigned int thirdNumber() override { return m_thirdNumber; }
-  IConnectionManager* connectionManager() override { return m_connectionManager.get(); }
-  IEcuManager* ecuManager() override { return m_ecuManager.get(); }
-  IVelmaraSettings* settings() override { return m_settings.get(); }
-  IConfiguration* configuration() override { return m_configuration.get(); }
-  IConnectionNotifier* connectionNotifier() override { return m_connectionNotifier.get(); }
+  IConnectionManager* connectionManager() override { return m_parts->connectionManager.get(); }
+  IEcuManager* ecuManager() override { return m_parts->ecuManager.get(); }
+  IVelmaraSettings* settings() override { return m_parts->settings.get(); }
+  IConfiguration* configuration() override { return m_parts->configuration.get(); }
+  IConnectionNotifier* connectionNotifier() override { return m_parts->connectionNotifier.get(); }
 
  private:
   const unsigned int m_firstNumber;
   const unsigned int m_secondNumber;
   const unsigned int m_thirdNumber;
-  std::unique_ptr<VelmaraSettings> m_settings;
-  std::unique_ptr<Configuration> m_configuration;
-  std::unique_ptr<ConnectionNotifier> m_connectionNotifier;
-  std::unique_ptr<ConnectionManager> m_connectionManager;
-  std::unique_ptr<EcuManager> m_ecuManager;
+  const std::shared_ptr<ConnectionNotifier> m_notifier;
+  const std::shared_ptr<FacadeParts> m_parts;
+  std::shared_ptr<EcuManager> m_ecuManager;
 };
 
 }  // namespace
 
-IObdVelmara* currentFacade() {
-  return facade;
+std::shared_ptr<FacadeParts> currentFacade() {
+  const std::lock_guard guard(current().mutex);
+  return current().parts.lock();
 }
 
 std::shared_ptr<IObdVelmara> ObdVelmaraBuilder::createObdVelmara(unsigned int first, unsigned int second,

@@ -3,12 +3,12 @@
 
 #include <tavrix/tracelog.h>
 
+#include "core/identifiers.h"
 #include "parameters/oxygensensortest.h"
 #include "powertrain/monitorstatus.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/ioxygensensormonitorservice.h"
-#include "services/refreshcounter.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -16,12 +16,11 @@ using tavrix::debugStream;
 
 namespace {
 
-class OxygenSensorMonitorService final : public IOxygenSensorMonitorService,
-                                         public BaseService,
-                                         public tavrix::Notifier<IOxygenSensorMonitorServiceObserver>,
-                                         public RefreshCounter<MonitorStatus, OxygenSensorTestResult> {
+class OxygenSensorMonitorService final
+    : public RefreshingService<IOxygenSensorMonitorService, IOxygenSensorMonitorServiceObserver,
+                               MonitorStatus, OxygenSensorTestResult> {
  public:
-  explicit OxygenSensorMonitorService(IObdVelmara& facade) : BaseService(facade) {}
+  using RefreshingService::RefreshingService;
 
   void init() {
     m_monitorRefresher = makeRefresher<MonitorStatus>();
@@ -30,7 +29,6 @@ class OxygenSensorMonitorService final : public IOxygenSensorMonitorService,
     }
   }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool isSupported() override { return isConnected() && !m_testRefreshers.empty(); }
   void refresh() override {
     refreshIfConnected(m_monitorRefresher);
@@ -56,12 +54,12 @@ class OxygenSensorMonitorService final : public IOxygenSensorMonitorService,
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
+    dropRetired();
   }
   void onEcuChanged() override {
     cancelAll();
     invalidate();
   }
-  // Runs in flight end with their refreshers.
   void onUnitSystemChanged() override {
     if (isConnected()) {
       invalidate();
@@ -72,16 +70,18 @@ class OxygenSensorMonitorService final : public IOxygenSensorMonitorService,
  private:
   void buildTestRefreshers();
   void invalidate() {
+    retire(m_testRefreshers);
     buildTestRefreshers();
     fireEvent(&IOxygenSensorMonitorServiceObserver::onInvalidated);
   }
   void cancelAll() {
-    cancel(m_monitorRefresher);
+    m_monitorRefresher->cancel();
     cancel(m_testRefreshers);
+    silenceBatch();
   }
 
   RefresherPtr m_monitorRefresher;
-  std::vector<RefresherPtr> m_testRefreshers;  // one for each test of each sensor
+  Refreshers m_testRefreshers;  // one for each test of each sensor
 };
 
 void OxygenSensorMonitorService::buildTestRefreshers() {
@@ -91,7 +91,7 @@ void OxygenSensorMonitorService::buildTestRefreshers() {
   }
   for (const OxygenSensorLocation location : ecu()->oxygenSensorLocations()) {
     for (const unsigned char tid : ecu()->supportedTids(location)) {
-      if (!isBlockNumber(tid)) {
+      if (!isIdentifierList(tid)) {
         debugStream << "Supported test for location " << static_cast<int>(location) << ": "
                     << static_cast<int>(tid);
         m_testRefreshers.push_back(makeRefresher<OxygenSensorTestResult>(tid, location));

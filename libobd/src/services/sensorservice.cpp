@@ -6,14 +6,15 @@
 #include <utility>
 #include <vector>
 
+#include "core/identifiers.h"
 #include "dispatch/fetcher.h"
 #include "dispatch/query.h"
 #include "powertrain/parameterfactory.h"
 #include "powertrain/sensorvalue.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/isensorservice.h"
 #include "services/sensormodels.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -54,23 +55,14 @@ class SensorData {
   std::shared_ptr<NumericSensorValue> m_numeric;  // the last value, which knows the format; null for text
 };
 
-// The lists of supported identifiers, and those that are records rather than sensors.
-bool isSensor(unsigned char id) {
-  return (id & 0x1F) != 0 && id != 0x01 && id != 0x02;
-}
-
-class SensorService final : public ISensorService,
-                            public BaseService,
-                            public tavrix::Notifier<ISensorServiceObserver>,
+class SensorService final : public Service<ISensorService, ISensorServiceObserver>,
                             public std::enable_shared_from_this<SensorService> {
  public:
-  explicit SensorService(IObdVelmara& facade) : BaseService(facade), m_settings(*facade.settings()) {
+  explicit SensorService(const std::shared_ptr<FacadeParts>& parts) : Service(parts) {
     if (BaseService::isConnected()) {
       buildAll();
     }
   }
-
-  bool isConnected() override { return BaseService::isConnected(); }
 
   std::vector<std::shared_ptr<ParameterDescriptor>> parameters() override {
     std::vector<std::shared_ptr<ParameterDescriptor>> result;
@@ -96,7 +88,7 @@ class SensorService final : public ISensorService,
     for (const int identifier : identifiers) {
       const auto found = m_queries.find(static_cast<ParameterIdentifier::Id>(identifier));
       if (found != m_queries.end()) {
-        dispatchQuery(found->second);
+        dispatchQuery(found->first, *found->second);
       }
     }
   }
@@ -171,22 +163,16 @@ class SensorService final : public ISensorService,
     m_parameters.clear();
   }
 
-  // The callback holds neither the service nor the query, which would otherwise hold itself.
-  void dispatchQuery(const std::shared_ptr<SensorQuery>& query) {
-    query->dispatch([weakService = weak_from_this(), weakQuery = std::weak_ptr(query)](
-                        bool success, const std::shared_ptr<PowertrainParameter>& subject) {
-      const std::shared_ptr<SensorService> service = weakService.lock();
-      const std::shared_ptr<SensorQuery> own = weakQuery.lock();
-      if (service && own) {
-        service->onQueryDone(success, own, subject);
-      }
+  // The query goes with this object, and the callback with the query. Small enough to be kept in place.
+  void dispatchQuery(ParameterIdentifier::Id id, SensorQuery& query) {
+    query.dispatch([this, id](bool success, const std::shared_ptr<PowertrainParameter>& subject) {
+      onQueryDone(id, success, subject);
     });
   }
 
-  void onQueryDone(bool success, const std::shared_ptr<SensorQuery>& query,
+  void onQueryDone(ParameterIdentifier::Id id, bool success,
                    const std::shared_ptr<PowertrainParameter>& subject);
 
-  IVelmaraSettings& m_settings;
   std::map<ParameterIdentifier::Id, std::shared_ptr<PowertrainParameter>> m_parameters;
   std::map<ParameterIdentifier::Id, std::shared_ptr<SensorQuery>> m_queries;
   std::map<int, std::shared_ptr<SensorData>> m_sensorData;  // by uid
@@ -198,17 +184,15 @@ void SensorService::build() {
     return;
   }
   ParameterFactory factory;
-  for (const unsigned char id : ecu()->supportedIds(ObdMode::Mode01, 0)) {
-    if (!isSensor(id)) {
-      continue;
-    }
+  for (const unsigned char id : sensorIdentifiers(*ecu(), SensorPurpose::LiveValues)) {
     const auto pid = static_cast<ParameterIdentifier::Id>(id);
     if (const std::shared_ptr<PowertrainParameter> parameter = factory.createParameter(pid)) {
       m_parameters.emplace(pid, parameter);
     }
   }
 
-  for (const std::shared_ptr<PowertrainParameter>& parameter : makeCalculatedParameters(ecu(), m_settings)) {
+  for (const std::shared_ptr<PowertrainParameter>& parameter :
+       makeCalculatedParameters(ecu(), *facade().settings)) {
     m_parameters.emplace(parameter->pid(), parameter);
   }
 }
@@ -224,8 +208,13 @@ void SensorService::buildSensorData() {
   }
 }
 
-void SensorService::onQueryDone(bool success, const std::shared_ptr<SensorQuery>& query,
+void SensorService::onQueryDone(ParameterIdentifier::Id id, bool success,
                                 const std::shared_ptr<PowertrainParameter>& subject) {
+  // An observer may drop this service, or change what voids the query.
+  const std::shared_ptr<SensorService> self = weak_from_this().lock();
+  if (!self) {
+    return;
+  }
   if (success && ecu()) {
     std::vector<std::shared_ptr<SensorValueDataModel>> models;
     for (const std::shared_ptr<SensorValue>& value : subject->values(*ecu(), unitSystem())) {
@@ -238,8 +227,9 @@ void SensorService::onQueryDone(bool success, const std::shared_ptr<SensorQuery>
     const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
     fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
   }
-  if (!m_stopped) {
-    dispatchQuery(query);
+  const auto found = m_queries.find(id);
+  if (!m_stopped && found != m_queries.end() && found->second->subject() == subject) {
+    dispatchQuery(id, *found->second);
   }
 }
 

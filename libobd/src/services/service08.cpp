@@ -3,12 +3,12 @@
 
 #include <tavrix/tracelog.h>
 
+#include "core/identifiers.h"
 #include "dispatch/fetcher.h"
 #include "parameters/onboardtest.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/iservice08.h"
-#include "services/refreshcounter.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -30,12 +30,9 @@ std::shared_ptr<TestRoutineDataModel> makeModel(const IEcu& ecu, const OnBoardTe
   return model;
 }
 
-class Service08 final : public IService08,
-                        public BaseService,
-                        public tavrix::Notifier<IService08Observer>,
-                        public RefreshCounter<OnBoardTest> {
+class Service08 final : public RefreshingService<IService08, IService08Observer, OnBoardTest> {
  public:
-  explicit Service08(IObdVelmara& facade) : BaseService(facade) {}
+  using RefreshingService::RefreshingService;
 
   void init() {
     if (isConnected()) {
@@ -43,7 +40,6 @@ class Service08 final : public IService08,
     }
   }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool isSupported() override { return isConnected() && !m_tests.empty(); }
   Tests tests() override;
   bool startTest(int tid) override;
@@ -56,7 +52,10 @@ class Service08 final : public IService08,
 
  protected:
   void onConnected() override { buildTests(); }
-  void onDisconnected() override { forgetTests(); }
+  void onDisconnected() override {
+    forgetTests();
+    dropRetired();
+  }
   void onEcuChanged() override {
     forgetTests();
     buildTests();
@@ -67,9 +66,14 @@ class Service08 final : public IService08,
  private:
   void buildTests();
   void forgetTests() {
-    cancel(m_refreshers);
-    m_tests.clear();
+    Refreshers refreshers;
+    for (auto& [tid, refresher] : m_refreshers) {
+      refreshers.push_back(std::move(refresher));
+    }
+    retire(refreshers);
     m_refreshers.clear();
+    m_tests.clear();
+    silenceBatch();
   }
 
   std::map<int, std::shared_ptr<OnBoardTest>> m_tests;  // by test id
@@ -80,8 +84,8 @@ void Service08::buildTests() {
   if (!ecu()) {
     return;
   }
-  for (const unsigned char tid : ecu()->supportedIds(ObdMode::Mode08, 0)) {
-    if (!isBlockNumber(tid) && tid <= LastKnownTid) {
+  for (const unsigned char tid : supportedIdentifiers(*ecu(), ObdMode::Mode08)) {
+    if (tid <= LastKnownTid) {
       const auto test = std::make_shared<OnBoardTest>(tid, ecu()->protocol());
       m_tests.insert_or_assign(tid, test);
       m_refreshers.insert_or_assign(tid, makeRefresherOn(test));

@@ -4,10 +4,9 @@
 
 #include "parameters/troublecodes.h"
 #include "powertrain/monitorstatus.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/isummaryservice.h"
-#include "services/refreshcounter.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -24,13 +23,11 @@ unsigned int countDistinct(const std::vector<std::shared_ptr<DtcDataModel>>& cod
   return static_cast<unsigned int>(distinct.size());
 }
 
-class SummaryService final : public ISummaryService,
-                             public BaseService,
-                             public tavrix::Notifier<ISummaryServiceObserver>,
-                             public RefreshCounter<ConfirmedTroubleCodes, PendingTroubleCodes, MonitorStatus,
-                                                   FreezeFrameTroubleCode> {
+class SummaryService final
+    : public RefreshingService<ISummaryService, ISummaryServiceObserver, ConfirmedTroubleCodes,
+                               PendingTroubleCodes, MonitorStatus, FreezeFrameTroubleCode> {
  public:
-  explicit SummaryService(IObdVelmara& facade) : BaseService(facade) {}
+  using RefreshingService::RefreshingService;
 
   void init() {
     constexpr unsigned char FirstFrame = 0;
@@ -38,7 +35,6 @@ class SummaryService final : public ISummaryService,
                     makeRefresher<MonitorStatus>(), makeRefresher<FreezeFrameTroubleCode>(FirstFrame)};
   }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool refresh() override { return refreshIfConnected(m_refreshers); }
 
   void onUpdateDone(unsigned int /*id*/, bool success,
@@ -53,7 +49,7 @@ class SummaryService final : public ISummaryService,
   void onUpdateDone(unsigned int /*id*/, bool success,
                     const std::shared_ptr<FreezeFrameTroubleCode>& subject) override {
     const std::shared_ptr<DtcDataModel> code = success && ecu() ? subject->getTroubleCode(*ecu()) : nullptr;
-    tell(&ISummaryServiceObserver::onFreezeFrameUpdated, success, code && !code->code().empty());
+    fireEvent(&ISummaryServiceObserver::onFreezeFrameUpdated, success, code && !code->code().empty());
   }
 
  protected:
@@ -63,33 +59,24 @@ class SummaryService final : public ISummaryService,
   void onAllFinished() override { fireEvent(&ISummaryServiceObserver::refreshDone); }
 
  private:
-  // The run that is being told ends after this, also if an observer has everything cleared.
-  template <typename Method, typename... Values>
-  void tell(Method method, Values... values) {
-    ++m_telling;
-    fireEvent(method, values...);
-    --m_telling;
-  }
-
   void tellCodes(bool success, const DtcParameter& subject, unsigned int& count) {
     count = success && ecu() ? countDistinct(subject.getTroubleCodes(*ecu())) : 0;
-    tell(&ISummaryServiceObserver::onCodeCountsUpdated, success, m_confirmedCount, m_pendingCount);
+    fireEvent(&ISummaryServiceObserver::onCodeCountsUpdated, success, m_confirmedCount, m_pendingCount);
   }
 
-  // Another connection or unit starts from the beginning. New refreshers, since those of before may still
-  // have entries in the queue, which would run again with the next refresh.
+  // Another connection or unit starts from the beginning: no run of before counts any more.
   void clearAll() {
-    cancel(m_refreshers);
-    init();
+    for (const RefresherPtr& refresher : m_refreshers) {
+      refresher->forget();
+    }
     m_confirmedCount = 0;
     m_pendingCount = 0;
-    forgetRuns(m_telling);
+    resetCount();
   }
 
-  std::vector<RefresherPtr> m_refreshers;
+  Refreshers m_refreshers;
   unsigned int m_confirmedCount = 0;
   unsigned int m_pendingCount = 0;
-  int m_telling = 0;  // calls of observers from `onUpdateDone` in progress
 };
 
 void SummaryService::onUpdateDone(unsigned int /*id*/, bool success,
@@ -103,7 +90,7 @@ void SummaryService::onUpdateDone(unsigned int /*id*/, bool success,
       }
     }
   }
-  tell(&ISummaryServiceObserver::onMonitorCountsUpdated, success, complete, incomplete);
+  fireEvent(&ISummaryServiceObserver::onMonitorCountsUpdated, success, complete, incomplete);
 }
 
 }  // namespace

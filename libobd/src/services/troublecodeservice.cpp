@@ -4,6 +4,7 @@
 
 #include <tavrix/tracelog.h>
 
+#include "core/identifiers.h"
 #include "dispatch/fetcher.h"
 #include "powertrain/parameterfactory.h"
 #include "services/facade.h"
@@ -17,9 +18,6 @@ using tavrix::LogStream;
 namespace {
 
 constexpr const char* Source = "src\\troublecodeservice";
-constexpr unsigned int NoRequest = 0xFFFFFFFF;
-constexpr unsigned char MonitorStatusPid = 0x01;
-constexpr unsigned char FreezeFramePid = 0x02;
 
 // The one sensor of a distance or run time, with its value.
 struct FirstSensor {
@@ -43,8 +41,6 @@ FirstSensor firstSensor(const std::shared_ptr<PowertrainParameter>& parameter,
 
 }  // namespace
 
-TroubleCodeService::TroubleCodeService(IObdVelmara& facade) : BaseService(facade) {}
-
 TroubleCodeService::~TroubleCodeService() {
   cancelAll();
 }
@@ -61,6 +57,14 @@ void TroubleCodeService::init() {
   m_runtimeSinceResetRefresher = makeRefresher<EngineRuntimeDtc>(Live, NoFrame);
   m_distanceSinceFaultRefresher = makeRefresher<MilDistance>(Live, NoFrame);
   m_runtimeSinceFaultRefresher = makeRefresher<EngineRuntimeMil>(Live, NoFrame);
+  m_walk.setHost({.isConnected = [this] { return isConnected(); },
+                  .makeCode = [this](auto frame) { return makeRefresher<FreezeFrameTroubleCode>(frame); },
+                  .makeConfiguration =
+                      [this](auto ecuId, auto frame) {
+                        return makeRefresher<FreezeFrameConfigurationQuery>(ecuId, frame);
+                      },
+                  .makeSensor = [this](const auto& sensor) { return makeRefresherOn(sensor); },
+                  .retire = [this](Refreshers& refreshers) { retire(refreshers); }});
 }
 
 // --- Refreshing ---
@@ -132,9 +136,7 @@ void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
                                       const std::shared_ptr<ClearTroubleCodes>& subject) {
   bool cleared = false;
   if (success && ecu()) {
-    // A new fault will bring new frames.
-    ecu()->resetFreezeFrameConfiguration();
-    m_frameConfigRefreshers.clear();
+    codesCleared();
     cleared = subject->isCleared(*ecu());
   }
   fireEvent(&ITroubleCodeServiceObserver::onMilResetUpdated, success, cleared);
@@ -169,18 +171,10 @@ void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
   fireSensor(&ITroubleCodeServiceObserver::onRuntimeSinceFaultUpdated, success, subject);
 }
 
-// --- Freeze frames: code of frame n, then its list of sensors, then these and the code of frame n + 1 ---
+// --- Freeze frames ---
 
 unsigned int TroubleCodeService::refreshFreezeFrames() {
-  return refreshFrame(0, IRefresher::AutomaticId);
-}
-
-unsigned int TroubleCodeService::refreshFrame(unsigned char frame, unsigned int id) {
-  RefresherPtr& refresher = m_frameCodeRefreshers[frame];
-  if (!refresher) {
-    refresher = makeRefresher<FreezeFrameTroubleCode>(frame);
-  }
-  return isConnected() ? refresher->refresh(id) : NoRequest;
+  return m_walk.start();
 }
 
 void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
@@ -191,15 +185,7 @@ void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
   std::shared_ptr<DtcDataModel> code;
   if (success && ecu()) {
     code = subject->getTroubleCode(*ecu());
-  }
-  if (code && !code->code().empty()) {
-    RefresherPtr& refresher = m_frameConfigRefreshers[frame];
-    if (!refresher) {
-      refresher = makeRefresher<FreezeFrameConfigurationQuery>(ecu()->id(), frame);
-    }
-    if (isConnected()) {
-      refresher->refresh(id);
-    }
+    m_walk.onCode(id, frame, code ? code->code() : std::string(), ecu());
   }
   fireEvent(&ITroubleCodeServiceObserver::onFreezeFrameCodeUpdated, static_cast<int>(id), success, code,
             static_cast<int>(frame));
@@ -207,53 +193,15 @@ void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
 
 void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
                                       const std::shared_ptr<FreezeFrameConfigurationQuery>& subject) {
-  const unsigned char frame = subject->frame();
-  debugStream << "FreezeFrameConfigurationQuery::onUpdateDone " << (success ? "success" : "failure") << frame;
-  if (!success) {
-    LogStream(Source, __LINE__, 2) << "Configuration query failed -> stop.";
-    return;
-  }
-  if (m_frameSensorRefreshers.count(frame) == 0) {
-    buildFrameSensors(frame);
-  }
-  if (const auto found = m_frameSensorRefreshers.find(frame); found != m_frameSensorRefreshers.end()) {
-    const std::vector<RefresherPtr> sensors = found->second;
-    for (const RefresherPtr& sensor : sensors) {
-      if (isConnected()) {
-        sensor->refresh(id);
-      }
-    }
-  } else {
-    LogStream(Source, __LINE__, 2) << "NO sensors for the frame found";
-  }
-  refreshFrame(static_cast<unsigned char>(frame + 1), id);
+  debugStream << "FreezeFrameConfigurationQuery::onUpdateDone " << (success ? "success" : "failure")
+              << subject->frame();
+  m_walk.onConfiguration(id, subject->frame(), success, ecu());
 }
 
-void TroubleCodeService::buildFrameSensors(unsigned char frame) {
-  debugStream << "Build sensors for frame #" << frame;
-  if (!ecu()) {
-    return;
-  }
-  std::vector<RefresherPtr> sensors;
-  if (!ecu()->isSupported(ObdMode::Mode02, FreezeFramePid, 0)) {
-    debugStream << "No freeze frame available for frame #" << frame;
-    m_frameSensorRefreshers.insert_or_assign(frame, std::move(sensors));
-    return;
-  }
-  ParameterFactory factory;
-  for (const unsigned char identifier : ecu()->supportedIds(ObdMode::Mode02, frame)) {
-    if (identifier == FreezeFramePid || isBlockNumber(identifier)) {
-      continue;
-    }
-    if (const auto parameter =
-            factory.createFreezeFrameParameter(ParameterIdentifier(identifier).id(), frame)) {
-      sensors.push_back(makeRefresherOn(parameter));
-    } else {
-      LogStream(Source, __LINE__, 3) << "Failed to create mode 0x02 sensor "
-                                     << static_cast<unsigned int>(identifier);
-    }
-  }
-  m_frameSensorRefreshers.insert_or_assign(frame, std::move(sensors));
+// A new fault will bring new frames.
+void TroubleCodeService::codesCleared() {
+  ecu()->resetFreezeFrameConfiguration();
+  m_walk.forgetFrames();
 }
 
 void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
@@ -356,17 +304,13 @@ std::vector<int> TroubleCodeService::readFreezeFrameIdentifiers() {
   if (ecu()->detectFreezeFrameConfiguration(0)) {
     debugStream << "FF configuration updated";
   }
-  if (!ecu()->isSupported(ObdMode::Mode02, FreezeFramePid, 0)) {
+  if (!ecu()->isSupported(ObdMode::Mode02, FreezeFrameCodePid, 0)) {
     debugStream << "No freeze frame available for frame #" << 0;
     return {};
   }
-  std::vector<int> identifiers;
-  for (const unsigned char identifier : ecu()->supportedIds(ObdMode::Mode02, 0)) {
-    if (identifier != MonitorStatusPid && identifier != FreezeFramePid && !isBlockNumber(identifier)) {
-      identifiers.push_back(identifier);
-    }
-  }
-  return identifiers;
+  const std::vector<unsigned char> identifiers =
+      sensorIdentifiers(*ecu(), SensorPurpose::FreezeFrameChoice, 0);
+  return {identifiers.begin(), identifiers.end()};
 }
 
 std::vector<std::shared_ptr<SensorDataModel>> TroubleCodeService::readFreezeFrameSensors(int identifier) {
@@ -385,7 +329,7 @@ bool TroubleCodeService::clearCodesNow() {
   if (isConnected() && ecu()) {
     const auto subject = std::make_shared<ClearTroubleCodes>();
     if (fetch(subject)) {
-      ecu()->resetFreezeFrameConfiguration();
+      codesCleared();
       return subject->isCleared(*ecu());
     }
   }
@@ -396,31 +340,27 @@ bool TroubleCodeService::clearCodesNow() {
 
 void TroubleCodeService::cancelAll() {
   cancel({m_confirmedRefresher, m_pendingRefresher, m_permanentRefresher, m_clearRefresher, m_milRefresher});
-  cancel(m_frameCodeRefreshers);
-  cancel(m_frameConfigRefreshers);
-  cancel(m_frameSensorRefreshers);
+  m_walk.cancel();
   cancel({m_distanceSinceResetRefresher, m_runtimeSinceResetRefresher, m_distanceSinceFaultRefresher,
           m_runtimeSinceFaultRefresher});
-}
-
-void TroubleCodeService::forgetFrames() {
-  cancelAll();
-  m_frameSensorRefreshers.clear();
-  m_frameConfigRefreshers.clear();
+  silenceBatch();
 }
 
 void TroubleCodeService::onDisconnected() {
-  forgetFrames();
+  cancelAll();
+  m_walk.forgetFrames();
+  dropRetired();
 }
 
 void TroubleCodeService::onEcuChanged() {
-  forgetFrames();
+  cancelAll();
+  m_walk.forgetFrames();
   fireEvent(&ITroubleCodeServiceObserver::onInvalidated);
 }
 
 void TroubleCodeService::onUnitSystemChanged() {
   if (isConnected()) {
-    m_frameSensorRefreshers.clear();
+    m_walk.forgetSensors();
     fireEvent(&ITroubleCodeServiceObserver::onInvalidated);
   }
 }

@@ -1,35 +1,31 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <vector>
 
 #include "parameters/troublecodes.h"
 #include "powertrain/monitorstatus.h"
 #include "powertrain/standardparameters.h"
-#include "services/baseservice.h"
 #include "services/freezeframeconfigurationquery.h"
+#include "services/freezeframewalk.h"
 #include "services/itroublecodeservice.h"
-#include "services/refreshcounter.h"
+#include "services/service.h"
 
 namespace obd {
 
 class TroubleCodeService final
-    : public ITroubleCodeService,
-      public BaseService,
-      public tavrix::Notifier<ITroubleCodeServiceObserver>,
-      public RefreshCounter<ConfirmedTroubleCodes, PendingTroubleCodes, PermanentTroubleCodes,
-                            ClearTroubleCodes, FreezeFrameTroubleCode, PowertrainParameter, MonitorStatus,
-                            DistanceTraveled, EngineRuntimeDtc, MilDistance, EngineRuntimeMil,
-                            FreezeFrameConfigurationQuery> {
+    : public RefreshingService<ITroubleCodeService, ITroubleCodeServiceObserver, ConfirmedTroubleCodes,
+                               PendingTroubleCodes, PermanentTroubleCodes, ClearTroubleCodes,
+                               FreezeFrameTroubleCode, PowertrainParameter, MonitorStatus, DistanceTraveled,
+                               EngineRuntimeDtc, MilDistance, EngineRuntimeMil,
+                               FreezeFrameConfigurationQuery> {
  public:
-  explicit TroubleCodeService(IObdVelmara& facade);
+  using RefreshingService::RefreshingService;
   ~TroubleCodeService() override;
 
   /// Makes the refreshers, which need a shared owner of this object.
   void init();
 
-  bool isConnected() override { return BaseService::isConnected(); }
   bool refreshMilStatus() override;
   bool refreshConfirmedCodes() override;
   bool refreshPendingCodes() override;
@@ -81,24 +77,20 @@ class TroubleCodeService final
   using CodesEvent = void (ITroubleCodeServiceObserver::*)(bool, const Codes&);
 
   void refreshIfSupported(unsigned char pid, const RefresherPtr& refresher);
-  unsigned int refreshFrame(unsigned char frame, unsigned int id);
-  void buildFrameSensors(unsigned char frame);
   void fireCodes(CodesEvent event, bool success, const DtcParameter& subject);
   void fireSensor(SensorEvent event, bool success, const std::shared_ptr<PowertrainParameter>& subject);
   template <typename T>
   Codes readCodes();
   std::shared_ptr<SensorDataModel> readSensor(const std::shared_ptr<PowertrainParameter>& parameter);
+  void codesCleared();
   void cancelAll();
-  void forgetFrames();
 
   RefresherPtr m_confirmedRefresher;
   RefresherPtr m_pendingRefresher;
   RefresherPtr m_permanentRefresher;
   RefresherPtr m_clearRefresher;
   RefresherPtr m_milRefresher;
-  std::map<unsigned char, RefresherPtr> m_frameCodeRefreshers;
-  std::map<unsigned char, RefresherPtr> m_frameConfigRefreshers;
-  std::map<unsigned char, std::vector<RefresherPtr>> m_frameSensorRefreshers;
+  FreezeFrameWalk m_walk;
   RefresherPtr m_distanceSinceResetRefresher;
   RefresherPtr m_runtimeSinceResetRefresher;
   RefresherPtr m_distanceSinceFaultRefresher;

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <hostos/time.h>
@@ -10,9 +12,9 @@
 #include "dispatch/callback.h"
 #include "dispatch/query.h"
 #include "link/iconnection.h"
-#include "services/baseservice.h"
 #include "services/facade.h"
 #include "services/itroubleshootingservice.h"
+#include "services/service.h"
 
 namespace obd {
 
@@ -50,41 +52,74 @@ std::shared_ptr<DataEntryDescriptor> makeEntry(const char* direction,
                                                text);
 }
 
-class TroubleshootingService final : public ITroubleshootingService,
+class TroubleshootingService final : public Service<ITroubleshootingService, ITroubleshootingServiceObserver>,
                                      public IConnectionLogger,
-                                     public BaseService,
-                                     public tavrix::Notifier<ITroubleshootingServiceObserver> {
+                                     public std::enable_shared_from_this<TroubleshootingService> {
  public:
-  explicit TroubleshootingService(IObdVelmara& facade) : BaseService(facade) { attachConnectionLogger(this); }
+  explicit TroubleshootingService(const std::shared_ptr<FacadeParts>& parts) : Service(parts) {
+    attachConnectionLogger(this);
+  }
   // First of all: afterwards no connection's thread is in here, and none comes any more.
   ~TroubleshootingService() override { detachConnectionLogger(this); }
 
-  bool isConnected() override { return BaseService::isConnected(); }
   void sendRequest(const std::string& request, int timeout) override;
 
   // On the connection's threads.
-  void onWrite(const std::vector<unsigned char>& bytes) override { log(*m_writeCallback, ">>", bytes); }
-  void onRead(const std::vector<unsigned char>& bytes) override { log(*m_readCallback, "<<", bytes); }
+  void onWrite(const std::vector<unsigned char>& bytes) override { log(">>", bytes); }
+  void onRead(const std::vector<unsigned char>& bytes) override { log("<<", bytes); }
 
  protected:
   void onConnected() override {}
-  void onDisconnected() override { m_queries.clear(); }
+  void onDisconnected() override {
+    m_queries.clear();
+    showLines();  // what a full queue has kept back
+  }
   void onEcuChanged() override {}
 
  private:
-  // The function dies with its callback, which this object owns.
-  void log(Callback& callback, const char* direction, const std::vector<unsigned char>& bytes) {
-    callback.schedule([this, entry = makeEntry(direction, bytes)] {
-      fireEvent(&ITroubleshootingServiceObserver::onLogEntryAdded, entry);
-    });
-  }
+  using Entry = std::shared_ptr<DataEntryDescriptor>;
 
+  void log(const char* direction, const std::vector<unsigned char>& bytes);
+  void showLines();
   void onResponse(bool success, const std::string& request, const std::shared_ptr<ConsoleQuery>& subject);
 
   std::vector<std::unique_ptr<Query<ConsoleQuery>>> m_queries;  // on their way
-  const std::shared_ptr<Callback> m_writeCallback = std::make_shared<Callback>();
-  const std::shared_ptr<Callback> m_readCallback = std::make_shared<Callback>();
+
+  // Lines travel together, so that traffic takes no more than one entry of the queue to the front end.
+  std::mutex m_linesMutex;
+  std::vector<Entry> m_lines;
+  bool m_linesScheduled = false;
+  const std::shared_ptr<Callback> m_linesCallback = std::make_shared<Callback>();
 };
+
+void TroubleshootingService::log(const char* direction, const std::vector<unsigned char>& bytes) {
+  {
+    const std::lock_guard guard(m_linesMutex);
+    m_lines.push_back(makeEntry(direction, bytes));
+    if (std::exchange(m_linesScheduled, true)) {
+      return;
+    }
+  }
+  // The function dies with its callback, which this object owns. With the queue full the next line tries
+  // again.
+  if (!m_linesCallback->schedule([this] { showLines(); })) {
+    const std::lock_guard guard(m_linesMutex);
+    m_linesScheduled = false;
+  }
+}
+
+void TroubleshootingService::showLines() {
+  const std::shared_ptr<TroubleshootingService> self = weak_from_this().lock();  // an observer may drop it
+  std::vector<Entry> lines;
+  {
+    const std::lock_guard guard(m_linesMutex);
+    m_linesScheduled = false;
+    lines.swap(m_lines);
+  }
+  for (const Entry& entry : lines) {
+    fireEvent(&ITroubleshootingServiceObserver::onLogEntryAdded, entry);
+  }
+}
 
 void TroubleshootingService::sendRequest(const std::string& request, int timeout) {
   if (!isConnected()) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <mutex>
-#include <shared_mutex>
 #include <utility>
 
 #include <tavrix/tracelog.h>
@@ -29,7 +28,8 @@ std::shared_ptr<IObdProxy> ObdProxyBuilder::createObdProxy() {
 }
 
 void ObdProxy::setDevice(IDevice* device) {
-  const std::unique_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceLock);
+  const std::lock_guard pointerGuard(m_deviceMutex);
   m_device = device;
 }
 
@@ -47,12 +47,12 @@ bool ObdProxy::initialize() {
 }
 
 bool ObdProxy::isConnected() {
-  const std::shared_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceMutex);
   return hasDevice();
 }
 
 ObdProtocol ObdProxy::obdProtocol() {
-  const std::shared_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceMutex);
   return hasDevice() ? m_device->obdProtocol() : ObdProtocol::Unknown;
 }
 
@@ -77,18 +77,18 @@ std::shared_ptr<IEcu> ObdProxy::ecu(unsigned int id) {
 }
 
 int ObdProxy::sendCommand(const std::string& command, std::string& reply, unsigned int timeout) {
-  const std::unique_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceLock);
   return hasDevice() ? m_device->sendCommand(command, reply, timeout) : RequestUnusable;
 }
 
 int ObdProxy::sendRequest(const std::vector<unsigned char>& request, ResponseMap& responses,
                           unsigned int timeout) {
-  const std::unique_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceLock);
   return hasDevice() ? m_device->sendRequest(request, responses, timeout) : RequestUnusable;
 }
 
 float ObdProxy::batteryVoltage() {
-  const std::unique_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceLock);
   float volts = 0.0F;
   if (hasDevice() && (!m_device->batteryVoltage(volts) || !(volts > 0.0F))) {
     LogStream(Source, __LINE__, 2) << "Failed to get battery voltage";
@@ -111,7 +111,7 @@ bool ObdProxy::detectEcus(std::vector<std::shared_ptr<Ecu>>& found) {
     LogStream(Source, __LINE__, 3) << "Failed to detect ECUs, empty response";
     return false;
   }
-  const std::shared_lock guard(m_deviceLock);
+  const std::lock_guard guard(m_deviceMutex);
   if (!hasDevice()) {
     LogStream(Source, __LINE__, 3) << "Failed to detect ECUs, device not enabled";
     return false;
@@ -128,7 +128,7 @@ bool ObdProxy::detectEcus(std::vector<std::shared_ptr<Ecu>>& found) {
   return true;
 }
 
-/// The caller holds the device lock.
+/// The caller holds the lock of the device or the mutex of its pointer.
 bool ObdProxy::hasDevice() const {
   return m_device != nullptr && m_device->isEnabled();
 }

@@ -6,14 +6,15 @@
 #include <vector>
 
 #include "core/iobdproxy.h"
-#include "vehicle/fairsharedmutex.h"
+#include "vehicle/fairmutex.h"
 
 namespace obd {
 
 class Ecu;
 
-/// Serializes all access to the adapter and holds the control units. A call waits for the exchange in
-/// progress, `isConnected` and `setDevice` too. Always made by `ObdProxyBuilder`, in a shared handle.
+/// Serializes all access to the adapter and holds the control units. What talks to the adapter waits for the
+/// exchange in progress, and so does `setDevice`; all else is answered at once. Always made by
+/// `ObdProxyBuilder`, in a shared handle.
 class ObdProxy : public IObdProxy, public std::enable_shared_from_this<ObdProxy> {
  public:
   void setDevice(IDevice* device) override;
@@ -33,10 +34,11 @@ class ObdProxy : public IObdProxy, public std::enable_shared_from_this<ObdProxy>
   bool hasDevice() const;
   void setEcus(std::vector<std::shared_ptr<IEcu>> ecus);
 
-  IDevice* m_device = nullptr;                // not owned; null between connections
-  std::mutex m_ecuMutex;                      // guards `m_ecus`; nothing is called while it is held
+  FairMutex m_deviceLock;       // held for a whole exchange; the only guard on the adapter's dialogue
+  std::mutex m_deviceMutex;     // guards the pointer, for moments; taken after the lock where both are
+  IDevice* m_device = nullptr;  // not owned; null between connections
+  std::mutex m_ecuMutex;        // guards `m_ecus`; nothing is called while it is held
   std::vector<std::shared_ptr<IEcu>> m_ecus;  // in ascending order of identifier
-  FairSharedMutex m_deviceLock;  // exclusive for a whole exchange; the only guard on the adapter's dialogue
 };
 
 }  // namespace obd

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <tavrix/notifier.h>
+
+#include "dispatch/refresher.h"
+#include "services/baseservice.h"
+#include "services/refreshcounter.h"
+
+namespace obd {
+
+/// A service of a front end: its interface, its observers, and what all services have in common.
+template <typename Interface, typename Observer>
+class Service : public Interface, public BaseService, public tavrix::Notifier<Observer> {
+ public:
+  explicit Service(const std::shared_ptr<FacadeParts>& facade, int priority = BaseService::ServicePriority)
+      : BaseService(facade, priority) {}
+  bool isConnected() final { return BaseService::isConnected(); }
+};
+
+using RefresherPtr = std::shared_ptr<IRefresher>;
+using Refreshers = std::vector<RefresherPtr>;
+
+/// A service that refreshes: makes, starts and cancels refreshers for any number of query types.
+///
+/// The refreshers know their service weakly. So make them when a shared pointer owns it: in `init`, not in
+/// the constructor.
+template <typename Interface, typename Observer, typename... Subjects>
+class RefreshingService
+    : public Service<Interface, Observer>,
+      public RefreshCounter<Subjects...>,
+      public std::enable_shared_from_this<RefreshingService<Interface, Observer, Subjects...>> {
+ public:
+  using Service<Interface, Observer>::Service;
+
+ protected:
+  /// A refresher on a query that others share.
+  template <typename T>
+  RefresherPtr makeRefresherOn(const std::shared_ptr<T>& subject) {
+    return std::make_shared<Refresher<T>>(subject, this->weak_from_this());
+  }
+
+  /// A refresher on a query of its own, made from `arguments`.
+  template <typename T, typename... Arguments>
+  RefresherPtr makeRefresher(Arguments&&... arguments) {
+    return makeRefresherOn(std::make_shared<T>(std::forward<Arguments>(arguments)...));
+  }
+
+  /// Starts a run with the next automatic id, or joins the one on its way. False without a connection.
+  bool refreshIfConnected(const RefresherPtr& refresher) {
+    return this->isConnected() && refresher->refresh(IRefresher::AutomaticId) != IRefresher::AutomaticId;
+  }
+
+  /// The same for each of a list, in its order. True if at least one was started or joined.
+  bool refreshIfConnected(const Refreshers& refreshers) {
+    bool any = false;
+    if (this->isConnected()) {
+      for (const RefresherPtr& refresher : refreshers) {
+        any = refresher->refresh(IRefresher::AutomaticId) != IRefresher::AutomaticId || any;
+      }
+    }
+    return any;
+  }
+
+  /// Calls off what is on its way.
+  static void cancel(const Refreshers& refreshers) {
+    for (const RefresherPtr& refresher : refreshers) {
+      if (refresher) {
+        refresher->cancel();
+      }
+    }
+  }
+
+  /// Calls off and empties a list that is about to be made anew. What still travels is kept until it has
+  /// passed, so that its end is counted.
+  void retire(Refreshers& refreshers) {
+    cancel(refreshers);
+    std::erase_if(m_retired, [](const RefresherPtr& refresher) { return !refresher->underWay(); });
+    for (RefresherPtr& refresher : std::exchange(refreshers, {})) {
+      if (refresher->underWay()) {
+        m_retired.push_back(std::move(refresher));
+      }
+    }
+  }
+
+  /// The connection is gone, and with it everything that travelled.
+  void dropRetired() { m_retired.clear(); }
+
+ private:
+  // What a disconnect drops stays counted, whether its entry still comes back or not.
+  void onUpdateDropped() final {
+    if (this->connected()) {
+      RefreshCounter<Subjects...>::onUpdateDropped();
+    }
+  }
+
+  Refreshers m_retired;
+};
+
+}  // namespace obd
