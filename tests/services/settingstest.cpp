@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "services/support.h"
+#include "services/configuration.h"
 #include "services/velmarasettings.h"
 
 namespace {

@@ -1,5 +1,6 @@
 #include <mutex>
 
+#include "services/configuration.h"
 #include "services/connectionmanager.h"
 #include "services/connectionnotifier.h"
 #include "services/ecumanager.h"

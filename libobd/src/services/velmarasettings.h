@@ -1,11 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "link/connectionoptions.h"
 #include "link/isettings.h"
-#include "services/iconfiguration.h"
 #include "services/ivelmarasettings.h"
 
 namespace obd {
@@ -42,14 +40,6 @@ class VelmaraSettings final
 
   const std::shared_ptr<ISettings> m_store;
   ConnectionOptions m_connectionOptions;
-};
-
-class Configuration final : public IConfiguration {
- public:
-  void baudrates(std::vector<int>& out) override;
-  void lowBaudrates(std::vector<int>& out) override;
-  void protocols(std::vector<ConnectionProtocol>& out) override;
-  void buses(std::vector<int>& out) override;
 };
 
 }  // namespace obd
