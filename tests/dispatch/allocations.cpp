@@ -6,6 +6,7 @@
 
 thread_local int allocations = 0;
 
+#ifndef VELMARA_SANITIZED  // the sanitizers bring their own
 void* operator new(std::size_t size) {
   ++allocations;
   if (void* const memory = std::malloc(size)) {
@@ -19,3 +20,4 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
   std::free(memory);
 }
+#endif

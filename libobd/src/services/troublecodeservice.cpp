@@ -13,11 +13,8 @@
 namespace obd {
 
 using tavrix::debugStream;
-using tavrix::LogStream;
 
 namespace {
-
-constexpr const char* Source = "src\\troublecodeservice";
 
 // The one sensor of a distance or run time, with its value.
 struct FirstSensor {
