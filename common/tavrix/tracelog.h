@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <ctime>
 #include <iomanip>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include <tavrix/classicstream.h>
 #include <tavrix/export.h>
 
 namespace tavrix {
@@ -65,7 +65,7 @@ VELMARA_EXPORT inline std::atomic<ITraceLogger*>& traceLogger() {
 /// One message: stream text and numbers in, and the end of the statement delivers it.
 ///
 ///     LogStream(Source, __LINE__, 2) << "No such ECU: " << id;
-class LogStream : public std::ostringstream {
+class LogStream : public ClassicStream {
  public:
   LogStream(const char* file, int line, int level) : m_file(file), m_line(line), m_level(level) {}
   LogStream(const LogStream&) = delete;
@@ -104,7 +104,7 @@ inline void TraceLogger::log(const char* /*file*/, int /*line*/, int level, cons
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);
-  std::ostringstream line;
+  ClassicStream line;
   line << std::setfill('0') << local.tm_year + 1900 << '-' << std::setw(2) << local.tm_mon + 1 << '-'
        << std::setw(2) << local.tm_mday << ' ' << std::setw(2) << local.tm_hour << ':' << std::setw(2)
        << local.tm_min << ':' << std::setw(2) << local.tm_sec << ' ' << static_cast<unsigned int>(gettid())
