@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "dtc/dtcreader.h"
@@ -177,6 +178,27 @@ TEST_F(DtcReaderTest, KeepsRecordsAliveAfterClean) {
   EXPECT_EQ(m_reader.getGenericCode("P0300")->description(), "ISO/SAE Reserved");
   ASSERT_TRUE(DtcReader::init());
   EXPECT_NE(m_reader.getTroubleCodes("P0300")[0], record);
+}
+
+// What was moved from holds some text of its own, not that of a record that has gone.
+TEST(DtcDataModelTest, CanBeReadAfterAMove) {
+  const std::string text(100, 'x');
+  for (int way = 0; way < 2; ++way) {
+    DtcDataModel record(text, text, text, text);
+    if (way == 0) {
+      const DtcDataModel taker(std::move(record));
+      EXPECT_EQ(taker.description(), text);
+    } else {
+      DtcDataModel taker("P0300", "Text", "Powertrain");
+      taker = std::move(record);
+      EXPECT_EQ(taker.description(), text);
+    }
+    const std::vector<std::string> reuse(8, std::string(400, 'y'));  // memory that the taker gave back
+    for (const std::string& field :
+         {record.code(), record.description(), record.system(), record.manufacturer()}) {
+      EXPECT_TRUE(field.empty() || field == text) << field;
+    }
+  }
 }
 
 TEST(DtcReaderEmptyTableTest, LoadsNothing) {

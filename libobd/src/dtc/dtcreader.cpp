@@ -55,9 +55,9 @@ struct DtcReader::Database {
    private:
     static Record make(const DtcTable& source, const DtcTableRow& row) {
       const std::string_view code = source.codeOf(row);
-      return std::make_shared<DtcDataModel>(DtcDataModel(DtcDataModel::Constant(), code, source.textOf(row),
-                                                         DtcReader::system(code),
-                                                         ManufacturerTexts[row.manufacturer]));
+      return std::make_shared<DtcDataModel>(std::string(code), std::string(source.textOf(row)),
+                                            std::string(DtcReader::system(code)),
+                                            std::string(ManufacturerTexts[row.manufacturer]));
     }
 
     std::unique_ptr<std::atomic<Record*>[]> m_places;
