@@ -202,8 +202,7 @@ TEST(DtcDataModelTest, CanBeReadAfterAMove) {
 }
 
 TEST(DtcReaderEmptyTableTest, LoadsNothing) {
-  for (const obd::DtcTable& table :
-       {obd::DtcTable{}, obd::DtcTable{nullptr, 5, nullptr, 0, nullptr, nullptr}}) {
+  for (const obd::DtcTable& table : {obd::DtcTable{}, obd::DtcTable{nullptr, 5, nullptr, nullptr}}) {
     obd::setDtcTable(table);
     EXPECT_FALSE(DtcReader::init());
     EXPECT_TRUE(DtcReader().getTroubleCodes().empty());

@@ -1,14 +1,20 @@
 #include "dtc/dtcdatamodel.h"
 
+#include <utility>
+
 #include "dtc/dtctable.h"
 
 namespace obd {
 
-DtcDataModel::DtcDataModel(const std::string& code, const std::string& description, const std::string& system,
-                           const std::string& manufacturer)
-    : m_code(code), m_description(description), m_system(system), m_manufacturer(manufacturer) {}
+DtcDataModel::DtcDataModel(std::string code, std::string description, std::string system,
+                           std::string manufacturer)
+    : m_code(std::move(code)),
+      m_description(std::move(description)),
+      m_system(std::move(system)),
+      m_manufacturer(std::move(manufacturer)) {}
 
-DtcDataModel::DtcDataModel(const std::string& code, const std::string& description, const std::string& system)
-    : DtcDataModel(code, description, system, std::string(ManufacturerTexts[0])) {}
+DtcDataModel::DtcDataModel(std::string code, std::string description, std::string system)
+    : DtcDataModel(std::move(code), std::move(description), std::move(system),
+                   std::string(ManufacturerTexts[0])) {}
 
 }  // namespace obd

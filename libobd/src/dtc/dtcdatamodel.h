@@ -10,11 +10,10 @@ namespace obd {
 class VELMARA_EXPORT DtcDataModel {
  public:
   /// The record of a code as `manufacturer` defines it.
-  DtcDataModel(const std::string& code, const std::string& description, const std::string& system,
-               const std::string& manufacturer);
+  DtcDataModel(std::string code, std::string description, std::string system, std::string manufacturer);
 
   /// The record of a generic code: the manufacturer is "Generic".
-  DtcDataModel(const std::string& code, const std::string& description, const std::string& system);
+  DtcDataModel(std::string code, std::string description, std::string system);
 
   /// The code, for example "P0300".
   std::string code() const { return m_code; }

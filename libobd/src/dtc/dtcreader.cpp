@@ -1,14 +1,15 @@
 #include "dtc/dtcreader.h"
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
-#include <shared_mutex>
+#include <span>
 #include <stdexcept>
+#include <utility>
 
 #include <tavrix/tracelog.h>
 
 #include "dtc/dtctable.h"
+#include "dtc/manufacturer.h"
 
 namespace obd {
 
@@ -21,83 +22,43 @@ constexpr std::string_view GenericMake = ManufacturerTexts[0];
 
 }  // namespace
 
-// The table is constant data with an index. A record comes into being when it is first asked for and stays
-// until `clean`, so that loading costs one array of empty places and memory grows only with what is used.
+// Every loaded row in the order of the whole list: by code, then by make; within a make the last load first,
+// and of each load the last row first. A record is made when it is first asked for and stays until `clean`,
+// so that opening the library costs next to nothing.
 struct DtcReader::Database {
-  using Record = std::shared_ptr<DtcDataModel>;
-
-  // One load of the table: a place per row, filled by whoever needs the record first.
-  class Load {
-   public:
-    explicit Load(std::size_t rows)
-        : m_places(std::make_unique<std::atomic<Record*>[]>(rows)), m_rows(rows) {}
-    Load(const Load&) = delete;
-    Load& operator=(const Load&) = delete;
-    ~Load() {
-      for (std::size_t i = 0; i < m_rows; ++i) {
-        delete m_places[i].load(std::memory_order_relaxed);
-      }
-    }
-
-    const Record& record(const DtcTable& source, std::size_t row) const {
-      std::atomic<Record*>& place = m_places[row];
-      Record* there = place.load(std::memory_order_acquire);
-      if (there == nullptr) {
-        auto made = std::make_unique<Record>(make(source, source.rows[row]));
-        if (place.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel,
-                                          std::memory_order_acquire)) {
-          there = made.release();
-        }
-      }
-      return *there;
-    }
-
-   private:
-    static Record make(const DtcTable& source, const DtcTableRow& row) {
-      const std::string_view code = source.codeOf(row);
-      return std::make_shared<DtcDataModel>(std::string(code), std::string(source.textOf(row)),
-                                            std::string(DtcReader::system(code)),
-                                            std::string(ManufacturerTexts[row.manufacturer]));
-    }
-
-    std::unique_ptr<std::atomic<Record*>[]> m_places;
-    std::size_t m_rows;
+  struct Entry {
+    const DtcTableRow* row;
+    std::shared_ptr<DtcDataModel> record;
   };
 
-  // Calls `take` with each record of one code, in the order of a lookup: by make; within a make the last load
-  // first.
-  template <typename Take>
-  void forRecords(const DtcTableCode& code, Take take) const {
-    const std::uint32_t* row = table->order + code.first;
-    const std::uint32_t* const end = table->order + (&code)[1].first;
-    while (row != end) {
-      const std::uint32_t make = table->rows[*row].manufacturer;
-      const std::uint32_t* const next =
-          std::find_if(row, end, [&](std::uint32_t i) { return table->rows[i].manufacturer != make; });
-      for (auto load = loads.rbegin(); load != loads.rend(); ++load) {
-        for (const std::uint32_t* i = row; i != next; ++i) {
-          take((*load)->record(*table, *i));
-        }
+  // The rows of one code.
+  std::span<Entry> find(std::string_view code) {
+    const auto first = std::lower_bound(
+        entries.begin(), entries.end(), code,
+        [this](const Entry& entry, std::string_view wanted) { return table->codeOf(*entry.row) < wanted; });
+    const auto last = std::find_if(first, entries.end(),
+                                   [&](const Entry& entry) { return table->codeOf(*entry.row) != code; });
+    return {first, last};
+  }
+
+  std::vector<std::shared_ptr<DtcDataModel>> recordsOf(std::span<Entry> wanted) const {
+    std::vector<std::shared_ptr<DtcDataModel>> records;
+    records.reserve(wanted.size());
+    for (Entry& entry : wanted) {
+      if (entry.record == nullptr) {
+        const std::string code(table->codeOf(*entry.row));
+        entry.record = std::make_shared<DtcDataModel>(
+            code, std::string(table->textOf(*entry.row)), std::string(system(code)),
+            std::string(ManufacturerTexts[entry.row->manufacturer]));
       }
-      row = next;
+      records.push_back(entry.record);
     }
+    return records;
   }
 
-  // The entry of a code; null if nothing is loaded or no row has it.
-  const DtcTableCode* find(std::string_view code) const {
-    if (loads.empty()) {
-      return nullptr;
-    }
-    const DtcTableCode* const end = table->codes + table->codeCount;
-    const DtcTableCode* const found = std::lower_bound(
-        table->codes, end, code,
-        [this](const DtcTableCode& entry, std::string_view wanted) { return table->codeOf(entry) < wanted; });
-    return found != end && table->codeOf(*found) == code ? found : nullptr;
-  }
-
-  std::shared_mutex mutex;
+  std::mutex mutex;
   const DtcTable* table = &builtInDtcTable();
-  std::vector<std::unique_ptr<Load>> loads;
+  std::vector<Entry> entries;
 };
 
 DtcReader::Database& DtcReader::database() {
@@ -108,68 +69,66 @@ DtcReader::Database& DtcReader::database() {
 
 void setDtcTable(const DtcTable& table) {
   DtcReader::Database& database = DtcReader::database();
-  const std::unique_lock lock(database.mutex);
-  database.loads.clear();
+  const std::lock_guard lock(database.mutex);
+  database.entries.clear();
   database.table = &table;
 }
 
 bool DtcReader::init() {
   Database& data = database();
-  const std::unique_lock lock(data.mutex);
-  if (data.table->rows == nullptr || data.table->rowCount == 0) {
+  const std::lock_guard lock(data.mutex);
+  const DtcTable& table = *data.table;
+  if (table.rows == nullptr || table.rowCount == 0) {
     return false;
   }
-  data.loads.push_back(std::make_unique<Database::Load>(data.table->rowCount));
+  std::vector<Database::Entry> entries;
+  entries.reserve(table.rowCount + data.entries.size());
+  for (std::size_t i = 0; i < table.rowCount; ++i) {
+    entries.push_back({table.rows + table.order[i], nullptr});
+  }
+  entries.insert(entries.end(), data.entries.begin(), data.entries.end());
+  std::inplace_merge(entries.begin(), entries.begin() + static_cast<std::ptrdiff_t>(table.rowCount),
+                     entries.end(), [](const Database::Entry& a, const Database::Entry& b) {
+                       return std::pair(a.row->code, a.row->manufacturer) <
+                              std::pair(b.row->code, b.row->manufacturer);
+                     });
+  data.entries = std::move(entries);
   return true;
 }
 
 void DtcReader::clean() {
   Database& data = database();
-  const std::unique_lock lock(data.mutex);
-  data.loads.clear();
+  const std::lock_guard lock(data.mutex);
+  data.entries = {};
 }
 
 std::vector<std::shared_ptr<DtcDataModel>> DtcReader::getTroubleCodes(const std::string& code) const {
   Database& data = database();
-  const std::shared_lock lock(data.mutex);
-  std::vector<std::shared_ptr<DtcDataModel>> result;
-  if (const DtcTableCode* entry = data.find(code)) {
-    result.reserve(data.loads.size() * (entry[1].first - entry->first));
-    data.forRecords(*entry, [&](const Database::Record& record) { result.push_back(record); });
-    return result;
+  const std::lock_guard lock(data.mutex);
+  if (const std::span<Database::Entry> found = data.find(code); !found.empty()) {
+    return data.recordsOf(found);
   }
   debugStream << "Failed to find DTC -> build default";
   const std::string_view manufacturer = getDefaultManufacturer(code);
-  result.push_back(std::make_shared<DtcDataModel>(
+  return {std::make_shared<DtcDataModel>(
       code, std::string(manufacturer == GenericMake ? Reserved : std::string_view("Unknown Trouble Code")),
-      std::string(system(code)), std::string(manufacturer)));
-  return result;
+      std::string(system(code)), std::string(manufacturer))};
 }
 
 std::vector<std::shared_ptr<DtcDataModel>> DtcReader::getTroubleCodes() const {
   Database& data = database();
-  const std::shared_lock lock(data.mutex);
-  std::vector<std::shared_ptr<DtcDataModel>> result;
-  result.reserve(data.loads.size() * data.table->rowCount);
-  if (!data.loads.empty()) {
-    for (std::size_t i = 0; i < data.table->codeCount; ++i) {
-      data.forRecords(data.table->codes[i],
-                      [&](const Database::Record& record) { result.push_back(record); });
-    }
-  }
-  return result;
+  const std::lock_guard lock(data.mutex);
+  return data.recordsOf(data.entries);
 }
 
 std::shared_ptr<DtcDataModel> DtcReader::getGenericCode(const std::string& code) const {
   Database& data = database();
-  const std::shared_lock lock(data.mutex);
+  const std::lock_guard lock(data.mutex);
   std::string_view description = Reserved;
-  if (const DtcTableCode* entry = data.find(code)) {
-    // Generic rows come first among those of a code.
-    const DtcTableRow& row = data.table->rows[data.table->order[entry->first]];
-    if (row.manufacturer == 0) {
-      description = data.table->textOf(row);
-    }
+  const std::span<Database::Entry> found = data.find(code);
+  if (!found.empty() &&
+      found[0].row->manufacturer == Manufacturer::Generic) {  // the first make, if it has the code
+    description = data.table->textOf(*found[0].row);
   }
   return std::make_shared<DtcDataModel>(code, std::string(description), std::string(system(code)));
 }

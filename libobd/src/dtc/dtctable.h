@@ -24,26 +24,15 @@ struct DtcTableRow {
   std::uint32_t text;
 };
 
-/// One code and the rows that have it: `order[first]` up to where the next code begins.
-struct DtcTableCode {
-  std::uint32_t code;
-  std::uint32_t first;
-};
-
-/// The trouble-code table with its index.
-///
-/// `rows` stand by ascending make, as written within a make. `codes` are sorted as byte strings and end with
-/// a sentinel whose `first` is `rowCount`. `order` holds row numbers by code, then by make, then from the
-/// last row of a make to its first: the order of every lookup.
+/// The trouble-code table: rows by ascending make, as written within a make. `order` holds their numbers by
+/// code, then by make, then from the last row of a make to its first, which is the order of every lookup. The
+/// pool begins with the codes in ascending order, so that their positions compare as they do.
 struct DtcTable {
   const DtcTableRow* rows;
   std::size_t rowCount;
-  const DtcTableCode* codes;
-  std::size_t codeCount;
   const std::uint32_t* order;
   const char* pool;  // zero-terminated texts
 
-  std::string_view codeOf(const DtcTableCode& code) const { return pool + code.code; }
   std::string_view codeOf(const DtcTableRow& row) const { return pool + row.code; }
   std::string_view textOf(const DtcTableRow& row) const { return pool + row.text; }
 };

@@ -227,7 +227,7 @@ std::vector<Row> readRows(const fs::path& folder) {
 }
 
 obd::DtcTable TableData::view() const {
-  return {rows.data(), rows.size(), codes.data(), codes.size() - 1, order.data(), pool.data()};
+  return {rows.data(), rows.size(), order.data(), pool.data()};
 }
 
 TableData dataOf(const std::vector<Row>& rows) {
@@ -241,7 +241,7 @@ TableData dataOf(const std::vector<Row>& rows) {
     data.pool.append(text).push_back('\0');
     return position;
   };
-  // All codes first and in order, so that a search by code stays within a few pages.
+  // All codes first and in order, as the table promises.
   for (auto& [code, position] : codes) {
     position = intern(code);
   }
@@ -261,13 +261,6 @@ TableData dataOf(const std::vector<Row>& rows) {
     const obd::DtcTableRow& y = data.rows[b];
     return std::tuple(x.code, x.manufacturer, b) < std::tuple(y.code, y.manufacturer, a);
   });
-  for (std::uint32_t i = 0; i < data.order.size(); ++i) {
-    const std::uint32_t code = data.rows[data.order[i]].code;
-    if (data.codes.empty() || data.codes.back().code != code) {
-      data.codes.push_back({code, i});
-    }
-  }
-  data.codes.push_back({0, static_cast<std::uint32_t>(data.order.size())});
   return data;
 }
 
@@ -282,16 +275,11 @@ void writeTable(const TableData& data, std::ostream& out) {
     out << (i % 8 == 0 ? "\n    {" : " {") << row.manufacturer << ", " << row.code << ", " << row.text
         << "},";
   }
-  out << "\n    {0, 0, 0}};\n\nconstexpr DtcTableCode Codes[] = {";
-  for (std::size_t i = 0; i < data.codes.size(); ++i) {
-    out << (i % 8 == 0 ? "\n    {" : " {") << data.codes[i].code << ", " << data.codes[i].first << "},";
-  }
   out << "};\n\nconstexpr std::uint32_t Order[] = {";
   for (std::size_t i = 0; i < data.order.size(); ++i) {
     out << (i % 16 == 0 ? "\n    " : " ") << data.order[i] << ',';
   }
-  out << "\n    0};\n\nconstexpr DtcTable Table = {Rows, " << data.rows.size() << ", Codes, "
-      << data.codes.size() - 1
+  out << "};\n\nconstexpr DtcTable Table = {Rows, " << data.rows.size()
       << ", Order, Pool};\n\n}  // namespace\n\nconst DtcTable& builtInDtcTable() { return Table; }\n\n}  // "
          "namespace obd\n";
 }

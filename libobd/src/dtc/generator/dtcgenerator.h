@@ -22,10 +22,9 @@ struct Row {
 /// at the first row that is malformed, repeated or misplaced, and at the first count that does not hold.
 std::vector<Row> readRows(const std::filesystem::path& folder);
 
-/// The table as plain data, with its index.
+/// The table as plain data.
 struct TableData {
   std::vector<obd::DtcTableRow> rows;
-  std::vector<obd::DtcTableCode> codes;
   std::vector<std::uint32_t> order;
   std::string pool;
 
