@@ -1,5 +1,6 @@
 // AT commands, after the public ELM327 data sheet.
 
+#include <charconv>
 #include <cmath>
 
 #include "elmcore.h"
@@ -372,9 +373,11 @@ void ElmAdapter::Core::command(std::string_view text, Reply& reply) {
       break;
     case Command::Voltage: {
       std::array<char, 16> buffer{};
-      std::snprintf(buffer.data(), buffer.size(), "%.1fV", m_vehicle->batteryVoltage());
+      char* const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(),
+                                      m_vehicle->batteryVoltage(), std::chars_format::fixed, 1)
+                            .ptr;
       words = nullptr;
-      answer(buffer.data());
+      answer(std::string(buffer.data(), end) + "V");
       break;
     }
   }

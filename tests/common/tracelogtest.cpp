@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/foreignlocale.h"
+
 namespace {
 
 using tavrix::LogStream;
@@ -56,6 +58,16 @@ TEST_F(TraceLogTest, LineHasDateTimeThreadWordAndMessage) {
   EXPECT_THAT(lines(path("log")),
               ElementsAre(line(" DEBUG - id 0"), line(" INFO - id 1"), line(" ERROR - id 2"),
                           line(" FATAL - id 3"), line(" FATAL - id 4")));
+}
+
+// The thread of a line has several digits.
+TEST_F(TraceLogTest, NumbersDoNotFollowTheGlobalLocale) {
+  const ForeignLocale foreign;
+  logger.open(path("log"));
+  LogStream("src\\nowhere", __LINE__, 1) << 12345 << ' ' << std::hex << 0xABCDE << ' ' << 1.5;
+  EXPECT_THAT(lines(path("log")),
+              ElementsAre(testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} " +
+                                                std::to_string(gettid()) + " INFO - 12345 abcde 1\\.5")));
 }
 
 TEST_F(TraceLogTest, ALoggerThatThrowsLosesOnlyTheMessage) {

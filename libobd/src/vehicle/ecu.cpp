@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <iomanip>
 #include <optional>
-#include <sstream>
 #include <utility>
 
+#include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
 
 #include "parameters/supportedoids.h"
@@ -437,7 +437,7 @@ void Ecu::detectEcuName(unsigned int index) {
     }
   }
   if (!answered) {
-    std::ostringstream text;
+    tavrix::ClassicStream text;
     text << "Control Module 0x" << std::hex << std::uppercase << m_id;
     name = "ECU#" + std::to_string(static_cast<unsigned long long>(index) + 1);
     description = text.str();

@@ -1,17 +1,21 @@
 // Every adapter on every vehicle, every serial rate, and vehicles of many units, by a clock of their own.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <tuple>
 
 #include <simulator/bus.h>
 
+#include "core/fakevehicle.h"
 #include "house.h"
 #include "link/connection.h"
 #include "link/devicedetector.h"
 #include "parameters/vehicleinformation.h"
+#include "support/foreignlocale.h"
 #include "support/virtualclock.h"
 #include "truth.h"
 #include "vehicle/obdproxybuilder.h"
@@ -84,6 +88,47 @@ TEST(ChosenProtocol, IsTheOnlyOneTried) {
       house.manager().close();
       house.run(50);
     }
+  }
+}
+
+// --- The application's locale ---
+
+// The dialogue, the units as they are described, and the lines of the log, of an opening that a fault
+// strikes.
+std::string opening(const std::string& name, unsigned fault) {
+  fake::Log log;
+  const auto commands = std::make_shared<CommandLog>();
+  AdapterOptions options;
+  options.faults.add(simulator::Fault::Kind::ErrorWord, fault, 0, "7E8 10 FF 7F 00\r7E9 03 7F");
+  options.faults.onExchange = [commands](unsigned, const std::string& command) { commands->add(command); };
+  House house;
+  EXPECT_TRUE(house.open(simulator::makeBus(loadAt(name, Cruise), options)));
+  house.run(500);
+  std::vector<std::string> lines = commands->all();
+  for (const auto& unit : house.ecus().ecus()) {
+    lines.push_back(unit->name() + " " + unit->description());
+  }
+  // Services that hear of the unit and of the connection at different times log some lines twice.
+  const std::vector<std::string> logged = log.take();
+  const std::set<std::string> different(logged.begin(), logged.end());
+  lines.insert(lines.end(), different.begin(), different.end());
+  std::string text;
+  for (const std::string& line : lines) {
+    text += line + "\n";
+  }
+  return text;
+}
+
+TEST(GlobalLocale, ChangesNeitherDialogueNorTexts) {
+  const VirtualClock clock;
+  const std::tuple<const char*, unsigned, const char*> cases[] = {
+      {"eight-units", 18, "Failed to get supported 01 IDs 0x41 - 0x60 for ECU 0x7e8 frame 0x0"},
+      {"iso9141", 21, "Control Module 0x10"}};
+  for (const auto& [name, fault, telling] : cases) {
+    const std::string classic = opening(name, fault);
+    EXPECT_THAT(classic, testing::HasSubstr(telling));
+    const ForeignLocale foreign;
+    EXPECT_EQ(opening(name, fault), classic);
   }
 }
 
