@@ -456,7 +456,7 @@ TEST_F(DetectorTest, TriesAgainAfterNoiseAndAFailedReset) {
   sitAt(9600, elm327());
   int asked = 0;
   connection.script["ATBRT28"] = {"OK"};
-  connection.script["ATI"] = {"#327"};  // five characters would pass
+  connection.script["ATI"] = {"#327"};
   connection.answers = [&](const std::string& line) {
     if (line == "ATI" && ++asked == 2) {
       connection.script["ATI"] = {"ELM327 v1.5"};  // the second question at the same rate is understood
@@ -465,6 +465,19 @@ TEST_F(DetectorTest, TriesAgainAfterNoiseAndAFailedReset) {
   };
   EXPECT_THAT(detect(automatic),
               StartsWith("ATI ATI ATZ ATI ATI AT@1 ATBRT28 ATBRD23 ATBRD45 ATBRD68 ATBRDD0" + noReset));
+}
+
+// What is no marker of an adapter must be long enough to be a name: five characters.
+TEST_F(DetectorTest, TakesShortNamesForNoise) {
+  const std::pair<const char*, const char*> cases[] = {{"Scan5", "ATI ATZ ATI AT@1 ATBRT28"},
+                                                       {"elm", "ATI ATZ ATI AT@1 ATBRT28"},
+                                                       {"Scan", "ATI ATI ATI ATI ATI ATI"}};
+  for (const auto& [name, dialogue] : cases) {
+    SCOPED_TRACE(name);
+    sitAt(9600, elm327(name));
+    connection.script["ATBRT28"] = {"OK"};
+    EXPECT_THAT(detect(automatic), StartsWith(dialogue));
+  }
 }
 
 TEST_F(DetectorTest, GivesADeviceWhenNothingAnswers) {
