@@ -22,8 +22,8 @@ FUZZ_TARGET(vehiclefile) {
   simulator::ElmAdapter adapter(vehicle, {});
   adapter.linkUp();
   for (const std::string request :
-       {"ATZ",  "ATE0", "ATSP0", "ATH1", "0100", "0101", "010C", "0167", "020200", "03", "050101",
-        "0600", "0601", "0621",  "07",   "0801", "0902", "0904", "090A", "0A",     "04"}) {
+       {"ATZ",    "ATE0", "ATSP0", "ATH1", "0100", "0101", "010C", "010C0D05", "0167", "020200", "03",
+        "050101", "0600", "0601",  "0621", "07",   "0801", "0902", "0904",     "090A", "0A",     "04"}) {
     const std::string line = request + "\r";
     if (adapter.receive(reinterpret_cast<const unsigned char*>(line.data()), line.size()) != 0) {
       return;

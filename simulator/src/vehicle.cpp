@@ -123,6 +123,9 @@ bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals
   bool known = false;
   switch (request.front()) {
     case 0x01:
+      if (request.size() > 2 && isCan()) {
+        return groupedData(unit, request, signals, out);
+      }
       known = currentData(unit, request, signals, message);
       break;
     case 0x02:
@@ -183,8 +186,44 @@ bool VehicleData::currentData(const Unit& unit, const Bytes& request, const Sign
     }
     message.push_back(pid);
     append(message, data);
+    if (unit.groups.way == Groups::Way::Long && unit.groups.byte == pid && request.size() > 2) {
+      message.push_back(0);
+    }
   }
   return message.size() > 1;
+}
+
+// Several PIDs, in the unit's own way.
+bool VehicleData::groupedData(const Unit& unit, const Bytes& request, const Signals& signals,
+                              std::vector<Bytes>& out) const {
+  using Way = Groups::Way;
+  const Groups& groups = unit.groups;
+  if (groups.way == Way::Silence) {
+    return true;
+  }
+  if (groups.way == Way::Refuse) {
+    out.push_back({Negative, request.front(), groups.byte});
+    return true;
+  }
+  Bytes asked = request;
+  if (groups.way == Way::First) {
+    asked.resize(2);
+  } else if (groups.way == Way::Reverse) {
+    std::reverse(asked.begin() + 1, asked.end());
+  } else if (groups.way == Way::Omit) {
+    asked.erase(std::remove(asked.begin() + 1, asked.end(), groups.byte), asked.end());
+  }
+  Bytes message;
+  if (!currentData(unit, asked, signals, message)) {
+    return false;
+  }
+  if (groups.way == Way::Pad) {
+    append(message, groups.padding);
+  } else if (groups.way == Way::Cut) {
+    message.pop_back();
+  }
+  out.push_back(std::move(message));
+  return true;
 }
 
 bool VehicleData::freezeData(const Unit& unit, const Bytes& request, const Signals& signals,

@@ -61,6 +61,14 @@ struct Answer {
   std::vector<Template> messages;  // none: silence
 };
 
+/// How a unit answers a request of service 01 for several PIDs at once, which there is on CAN.
+struct Groups {
+  enum class Way { All, First, Refuse, Silence, Reverse, Omit, Pad, Cut, Long };
+  Way way = Way::All;
+  std::uint8_t byte = 0;  // PID that Omit and Long are about; code of the refusal
+  Bytes padding;
+};
+
 struct Unit {
   std::string name;
   std::uint32_t id = 0;  // CAN identifier of the replies, or the source address
@@ -80,6 +88,7 @@ struct Unit {
   std::map<std::uint8_t, std::vector<TestItem>> monitorTests;  // service 06
   std::map<std::uint8_t, Routine> routines;                    // service 08
   std::vector<Answer> answers;
+  Groups groups;
 };
 
 /// What one unit sends back: whole messages, one after the other.
@@ -113,6 +122,8 @@ class VehicleData {
   bool reply(Unit& unit, const Bytes& request, const Signals& signals, std::uint32_t now,
              std::vector<Bytes>& out);
   bool currentData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
+  bool groupedData(const Unit& unit, const Bytes& request, const Signals& signals,
+                   std::vector<Bytes>& out) const;
   bool freezeData(const Unit& unit, const Bytes& request, const Signals& signals, Bytes& message) const;
   bool codes(Unit& unit, const Bytes& request, std::vector<Bytes>& out);
   bool information(const Unit& unit, const Bytes& request, std::vector<Bytes>& out) const;

@@ -337,11 +337,50 @@ class Parser : private RowReader {
     } else if (key == "clear") {
       m_unit->hasCodes = true;
       m_unit->clears = yes(value);
+    } else if (key == "groups") {
+      m_unit->groups = groups(value);
     } else if (key == "refuse") {
       m_unit->refusal = hexByte(value);
     } else {
       fail(quoted(key) + " is nothing that a unit has");
     }
+  }
+
+  Groups groups(std::string_view value) const {
+    enum class Rest { Nothing, Byte, Bytes };
+    struct Word {
+      std::string_view word;
+      Groups::Way way;
+      Rest rest;
+    };
+    using Way = Groups::Way;
+    static constexpr Word Words[] = {
+        {"all", Way::All, Rest::Nothing},         {"first", Way::First, Rest::Nothing},
+        {"refuse", Way::Refuse, Rest::Byte},      {"silence", Way::Silence, Rest::Nothing},
+        {"reverse", Way::Reverse, Rest::Nothing}, {"omit", Way::Omit, Rest::Byte},
+        {"pad", Way::Pad, Rest::Bytes},           {"cut", Way::Cut, Rest::Nothing},
+        {"long", Way::Long, Rest::Byte}};
+    if (!m_vehicle->isCan()) {
+      fail("Before CAN a request has one PID");
+    }
+    const std::string_view first = word(value);
+    const auto* found = std::find_if(std::begin(Words), std::end(Words),
+                                     [first](const Word& entry) { return entry.word == first; });
+    if (found == std::end(Words)) {
+      fail(quoted(first) + " is no way to answer several PIDs");
+    }
+    Groups result{found->way, 0, {}};
+    if (found->rest == Rest::Byte) {
+      result.byte = hexByte(word(value));
+    } else if (found->rest == Rest::Bytes) {
+      do {
+        result.padding.push_back(hexByte(word(value)));
+      } while (!value.empty());
+    }
+    if (!value.empty()) {
+      fail(quoted(value) + " is too much here");
+    }
+    return result;
   }
 
   void freeze(std::string_view rest, std::string_view value) {

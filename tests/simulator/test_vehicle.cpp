@@ -203,6 +203,39 @@ TEST(Services, TakeSeveralIdentifiersOnCan) {
   EXPECT_EQ(connect(Vehicle::load("j1850-vpw")).ask("010C0D"), "NO DATA\r\r>");
 }
 
+TEST(Services, AnswerSeveralIdentifiersInTheWayOfTheUnit) {
+  const VirtualClock clock;
+  struct Case {
+    const char* way;
+    std::string three;    // 0C, 0D and 05
+    std::string lacking;  // 0D, 99, which the unit does not have, and 0C
+  };
+  for (const Case& row : {Case{"all", "410C1AF80D32057B", "410D320C1AF8"},
+                          {"first", "410C1AF8", "410D32"},
+                          {"refuse 12", "7F0112", "7F0112"},
+                          {"silence", "", ""},
+                          {"reverse", "41057B0D320C1AF8", "410C1AF80D32"},
+                          {"omit 0D", "410C1AF8057B", "410C1AF8"},
+                          {"pad 00", "410C1AF80D32057B00", "410D320C1AF800"},
+                          {"pad 55 AA", "410C1AF80D32057B55AA", "410D320C1AF855AA"},
+                          {"cut", "410C1AF80D3205", "410D320C1A"},
+                          {"long 0D", "410C1AF80D3200057B", "410D32000C1AF8"}}) {
+    const auto car = Vehicle::parse(
+        "name = x\nprotocol = 6\n[unit ECM 7E8]\n01 05 = 7B\n01 0C = 1A F8\n"
+        "01 0D = 32\nrefuse = 11\ngroups = " +
+            std::string(row.way),
+        "groups");
+    Dialogue elm = connect(car);
+    const auto asked = [&elm](const char* request) { return told(elm, request, 6); };
+    const auto unit = [](const std::string& reply) { return reply.empty() ? "" : "7E8:" + reply; };
+    EXPECT_EQ(asked("010C0D05"), unit(row.three)) << row.way;
+    EXPECT_EQ(asked("010D990C"), unit(row.lacking)) << row.way;
+    EXPECT_EQ(asked("010D"), "7E8:410D32") << row.way;
+    EXPECT_EQ(asked("0100"), "7E8:410008180000") << row.way;
+    EXPECT_EQ(asked("0199"), "7E8:7F0111") << row.way;
+  }
+}
+
 // ---------------------------------------------------------------------------------------------------------
 
 // What a unit answers: requests and payloads, blanks left out, messages behind each other.
@@ -428,6 +461,11 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
       {old + "06 01 81 = 1 max 2\n", "bad:4: A component is 00 to 7F"},
       {old + "06 01 01 = 1 most 2\n", "bad:4: \"most\" is neither min nor max"},
       {old + "06 01 01 = 1\n", "bad:4: The test has no limit"},
+      {unit + "groups = two\n", "bad:4: \"two\" is no way to answer several PIDs"},
+      {unit + "groups = omit\n", "bad:4: \"\" is no byte"},
+      {unit + "groups = pad\n", "bad:4: \"\" is no byte"},
+      {unit + "groups = cut 0D\n", "bad:4: \"0D\" is too much here"},
+      {old + "groups = first\n", "bad:4: Before CAN a request has one PID"},
       {unit + "wheels = 4\n", "bad:4: \"wheels\" is nothing that a unit has"},
       {old + "01 7F = 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
   };
