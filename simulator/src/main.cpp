@@ -10,16 +10,21 @@
 
 namespace {
 
-void list() {
-  std::printf("Vehicles:\n");
-  for (const std::string& name : simulator::vehicleNames()) {
+void listVehicles(const char* title, const std::vector<std::string>& names) {
+  std::printf("%s:\n", title);
+  for (const std::string& name : names) {
     const std::shared_ptr<simulator::Vehicle> vehicle = simulator::Vehicle::load(name);
     std::printf("  %-14s %s\n", name.c_str(), vehicle->name().c_str());
   }
+}
+
+void list() {
+  listVehicles("Vehicles", simulator::vehicleNames());
   std::printf("Adapters:\n");
   for (const simulator::PersonalityName& row : simulator::personalities()) {
     std::printf("  %-14s %s\n", row.name, row.description);
   }
+  listVehicles("Odd vehicles", simulator::oddVehicleNames());
 }
 
 // Waits for Ctrl-C or SIGTERM, which are blocked in every thread.

@@ -47,6 +47,17 @@ Support supportOf(const Map& map) {
   return support;
 }
 
+// Odd vehicles have a folder of their own.
+std::vector<std::string> namesOf(bool odd) {
+  std::vector<std::string> names;
+  for (const BuiltinVehicle& vehicle : builtinVehicles()) {
+    if (vehicle.name.starts_with("odd/") == odd) {
+      names.emplace_back(vehicle.name);
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
 std::uint32_t VehicleData::driveTime() const {
@@ -89,7 +100,7 @@ std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<
     return replies;
   }
   for (Unit& unit : units) {
-    if (target && *target != unit.id) {
+    if ((target && *target != unit.id) || unit.replies == 0U) {
       continue;
     }
     UnitReply one{unit.id, unit.latency, {}};
@@ -100,6 +111,9 @@ std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<
       }
     }
     if (!one.messages.empty()) {
+      if (unit.replies) {
+        --*unit.replies;
+      }
       replies.push_back(std::move(one));
     }
   }
@@ -109,7 +123,11 @@ std::vector<UnitReply> VehicleData::request(const Bytes& request, std::optional<
 // True if the unit knows the request, even if it says nothing to it.
 bool VehicleData::reply(Unit& unit, const Bytes& request, const Signals& signals, std::uint32_t now,
                         std::vector<Bytes>& out) {
+  const bool stopped = signals[static_cast<std::size_t>(Signal::Rpm)] == 0;
   for (const Answer& answer : unit.answers) {
+    if (answer.onlyStopped && !stopped) {
+      continue;
+    }
     const bool fits =
         answer.anyRest ? request.size() >= answer.request.size() : request.size() == answer.request.size();
     if (fits && std::equal(answer.request.begin(), answer.request.end(), request.begin())) {
@@ -392,8 +410,8 @@ std::shared_ptr<Vehicle> Vehicle::load(const std::string& nameOrPath) {
   }
   if (!file || file.bad()) {
     std::string names;
-    for (const BuiltinVehicle& vehicle : builtinVehicles()) {
-      names.append(names.empty() ? "" : ", ").append(vehicle.name);
+    for (const std::string& name : vehicleNames()) {
+      names.append(names.empty() ? "" : ", ").append(name);
     }
     throw std::runtime_error("There is no vehicle and no readable file \"" + nameOrPath +
                              "\"; built-in vehicles are " + names + ".");
@@ -421,11 +439,11 @@ void Vehicle::setIgnition(bool on) {
 }
 
 std::vector<std::string> vehicleNames() {
-  std::vector<std::string> names;
-  for (const BuiltinVehicle& vehicle : builtinVehicles()) {
-    names.emplace_back(vehicle.name);
-  }
-  return names;
+  return namesOf(false);
+}
+
+std::vector<std::string> oddVehicleNames() {
+  return namesOf(true);
 }
 
 }  // namespace simulator

@@ -58,6 +58,7 @@ struct Routine {
 struct Answer {
   Bytes request;
   bool anyRest = false;            // the request may go on
+  bool onlyStopped = false;        // while the engine is not turning
   std::vector<Template> messages;  // none: silence
 };
 
@@ -89,6 +90,7 @@ struct Unit {
   std::map<std::uint8_t, Routine> routines;                    // service 08
   std::vector<Answer> answers;
   Groups groups;
+  std::optional<unsigned> replies;  // how many are left before it falls silent
 };
 
 /// What one unit sends back: whole messages, one after the other.

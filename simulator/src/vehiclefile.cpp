@@ -313,10 +313,12 @@ class Parser : private RowReader {
       readTestRow(*this, m_vehicle->isCan(), hexByte(first), rest, value, *m_unit);
     } else if (first == "freeze") {
       freeze(rest, value);
-    } else if (first == "answer") {
-      answer(rest, value);
+    } else if (first == "answer" || first == "stopped") {
+      answer(rest, value, first == "stopped");
     } else if (key == "latency") {
       m_unit->latency = static_cast<unsigned>(number(value, 0, 60000));
+    } else if (key == "replies") {
+      m_unit->replies = static_cast<unsigned>(number(value, 1, 1000));
     } else if (key == "monitors") {
       Bytes bytes;
       while (!value.empty()) {
@@ -400,8 +402,9 @@ class Parser : private RowReader {
     found->second.pids[pid] = reply(value);
   }
 
-  void answer(std::string_view rest, std::string_view value) {
+  void answer(std::string_view rest, std::string_view value, bool onlyStopped) {
     Answer result;
+    result.onlyStopped = onlyStopped;
     while (!rest.empty()) {
       const std::string_view next = word(rest);
       if (next == "*" && rest.empty()) {
@@ -411,7 +414,7 @@ class Parser : private RowReader {
       }
     }
     if (result.request.empty() || result.request.size() > LongestReply) {
-      fail("Expected the bytes of a request behind \"answer\"");
+      fail("Expected the bytes of a request in front of the equals sign");
     }
     std::string_view words = value;
     const std::string_view first = word(words);

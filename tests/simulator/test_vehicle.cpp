@@ -312,6 +312,79 @@ TEST(Services, HaveTheFormOfTheProtocol) {
   }
 }
 
+// What the comments of their files say. A conversation begins with a vehicle that nobody has asked yet; all
+// are on 11-bit CAN.
+TEST(OddVehicles, AreOddAsTheyTell) {
+  struct Case {
+    const char* vehicle;
+    unsigned second;  // of the drive: at 0 a hybrid's engine stands, at 30 it runs
+    const char* dialogue;
+  };
+  static constexpr Case Cases[] = {
+      {"odd/asleep", 0,
+       R"(0100 > 7E8:410080180010 7EA:410080080010; 0101 > 7EA:410181040000; 010C >; 010C0D > 7EA:410D00;
+          020200 > 7EA:4202000000; 03 > 7EA:43010A80; 07 > 7EA:4700; 0900 >; 0902 >; 04 > 7EA:44)"},
+      {"odd/asleep", 30,
+       R"(0100 > 7E8:410080180010 7EA:410080080010; 0101 > 7E8:410181076500 7EA:410181040000;
+          03 > 7E8:43010171 7EA:43010A80; 07 > 7E8:47010301 7EA:4700; 0900 > 7E8:490040000000;
+          04 > 7E8:44 7EA:44)"},
+      {"odd/count", 0,
+       R"(0101 > 7E8:410185076500 7E9:410100040000 7EB:410102040000;
+          03 > 7E8:430201710301 7E9:43010700 7EB:4300)"},
+      {"odd/groups", 0,
+       R"(010C > 7E8:410C0C30 7E9:410C0C30 7EA:410C0C30 7EB:410C0C30 7EC:410C0C30 7ED:410C0C30 7EE:410C0C30
+          7EF:410C0C30; 010D0C1C > 7E8:411C070C0C300D00 7E9:410D00 7EA:7F0112 7EC:410D001C07
+          7ED:410D000C0C301C07555555 7EE:410D000C0C301C 7EF:410D000C0C30001C07)"},
+      {"odd/lists", 0,
+       R"(0100 > 7E8:410098390011 7E9:410080100010; 010B >; 0110 >; 0120 >; 010F > 7E8:410F45; 0111 > 7E8:41111C;
+          020000 > 7E8:42000040180000; 020D00 >; 020500 > 7E8:4205007B;
+          0600 > 7E8:4600C0000000; 0602 >; 0605 > 7E8:4605070A024600000CCF;
+          0900 > 7E8:490054000000; 0906 >; 090A > 7E8:490A0145434D002D456E67696E65436F6E74726F6C0000)"},
+      {"odd/one-reply", 0,
+       "0100 > 7E8:410080180010 7E9:410080080010; 0100 > 7E8:410080180010; 03 > 7E8:43010171"},
+      {"odd/refusals", 0,
+       R"(0101 > 7E8:410182076500 7E9:410182040000; 020000 > 7E8:7F0222 7E9:42000040080000;
+          020200 > 7E8:7F0222 7E9:4202000700; 03 > 7E8:7F0322 7E9:430207000730;
+          0600 > 7E8:7F0622 7E9:460000000001; 06A2 > 7E8:7F0622 7E9:46A20B24000000000014;
+          07 > 7E8:7F0722 7E9:47010741; 0900 > 7E8:7F0922 7E9:490050400000;
+          0904 > 7E8:7F0922 7E9:4904015653494D32302D54434D2D3039303100; 0A > 7E8:7F0A22 7E9:4A010700)"},
+      {"odd/silences", 0,
+       R"(0101 > 7E8:410182076500 7E9:410182040000; 020000 > 7E9:42000040080000; 020200 > 7E9:4202000700;
+          03 > 7E9:430207000730; 0600 > 7E9:460000000001; 06A2 > 7E9:46A20B24000000000014; 07 > 7E9:47010741;
+          0900 > 7E9:490050400000; 0A > 7E9:4A010700)"},
+      {"odd/standing", 0,
+       R"(0101 > 7E8:410181076500 7EA:410100040000; 03 > 7E8:7F0322 7EA:4300; 0600 > 7E8:7F0622;
+          0601 > 7E8:7F0622; 0900 > 7E8:490054000000; 0904 > 7E8:7F0922; 0906 > 7E8:7F0922)"},
+      {"odd/standing", 30,
+       R"(03 > 7E8:43010171 7EA:4300; 0600 > 7E8:460080000000; 0601 > 7E8:4601070A029800000CCF;
+          0900 > 7E8:490054000000; 0904 > 7E8:4904015653494D31382D45434D2D3039303200; 0906 > 7E8:4906016D1F0902)"}};
+  std::set<std::string> met;
+  for (const Case& row : Cases) {
+    SCOPED_TRACE(row.vehicle);
+    const VirtualClock clock;
+    const auto car = Vehicle::load(row.vehicle);
+    car->holdDrive(row.second * 1000);
+    simulator::AdapterOptions options;
+    options.silence = 0;
+    Dialogue elm(simulator::makeBus(car, options));
+    elm.prepare();
+    elm.ask("ATSP6");
+    std::istringstream dialogue(row.dialogue);
+    for (std::string exchange; std::getline(dialogue, exchange, ';');) {
+      std::istringstream words(exchange);
+      std::string request, arrow, replies;
+      words >> request >> arrow;
+      for (std::string reply; words >> reply;) {
+        replies += (replies.empty() ? "" : " ") + reply;
+      }
+      EXPECT_EQ(told(elm, request, 6), replies) << request;
+    }
+    met.insert(row.vehicle);
+  }
+  const std::vector<std::string> names = simulator::oddVehicleNames();
+  EXPECT_EQ(met, std::set<std::string>(names.begin(), names.end()));
+}
+
 class Drives : public testing::TestWithParam<std::string> {};
 
 // A drive stands, accelerates, cruises and brakes; its values belong together at every moment.
@@ -465,6 +538,8 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
       {unit + "groups = omit\n", "bad:4: \"\" is no byte"},
       {unit + "groups = pad\n", "bad:4: \"\" is no byte"},
       {unit + "groups = cut 0D\n", "bad:4: \"0D\" is too much here"},
+      {unit + "stopped = silence\n", "bad:4: Expected the bytes of a request"},
+      {unit + "replies = 0\n", "bad:4: \"0\" is out of range"},
       {old + "groups = first\n", "bad:4: Before CAN a request has one PID"},
       {unit + "wheels = 4\n", "bad:4: \"wheels\" is nothing that a unit has"},
       {old + "01 7F = 00 00 00 00 00 00\n", "bad:4: Unit ECM has a message of more than 7 bytes"},
