@@ -3,6 +3,7 @@
 #include "rowreader.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
@@ -19,6 +20,13 @@ int hexDigit(char c) {
     return c - 'A' + 10;
   }
   return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+// As short as can be, in no locale.
+template <typename Number>
+std::string digits(Number value) {
+  std::array<char, 32> buffer{};
+  return {buffer.data(), std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr};
 }
 
 }  // namespace
@@ -56,6 +64,10 @@ std::string_view RowReader::word(std::string_view& text) {
   return result;
 }
 
+void RowReader::failRange(std::string_view text, const std::string& least, const std::string& most) const {
+  fail(quoted(text) + " is out of range, which is " + least + " to " + most);
+}
+
 double RowReader::number(std::string_view text, double least, double most) const {
   double value = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -63,8 +75,19 @@ double RowReader::number(std::string_view text, double least, double most) const
     fail(quoted(text) + " is no number");
   }
   if (value < least || value > most) {
-    std::string range = std::to_string(least) + " to " + std::to_string(most);
-    fail(quoted(text) + " is out of range, which is " + range);
+    failRange(text, digits(least), digits(most));
+  }
+  return value;
+}
+
+std::uint32_t RowReader::whole(std::string_view text, std::uint32_t least, std::uint32_t most) const {
+  std::uint32_t value = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec == std::errc::invalid_argument || result.ptr != text.data() + text.size()) {
+    fail(quoted(text) + " is no whole number");
+  }
+  if (result.ec != std::errc() || value < least || value > most) {
+    failRange(text, digits(least), digits(most));
   }
   return value;
 }

@@ -27,6 +27,7 @@ class RowReader {
   std::string_view quotedText(std::string_view& text) const;
 
   double number(std::string_view text, double least, double most) const;
+  std::uint32_t whole(std::string_view text, std::uint32_t least, std::uint32_t most) const;
   std::uint32_t hexNumber(std::string_view text, std::size_t mostDigits) const;
   std::uint8_t hexByte(std::string_view text) const;
   void appendHex(std::string_view text, Bytes& out) const;
@@ -37,6 +38,8 @@ class RowReader {
   void nextLine() { ++m_line; }
 
  private:
+  [[noreturn]] void failRange(std::string_view text, const std::string& least, const std::string& most) const;
+
   const std::string& m_origin;
   std::size_t m_line = 0;
 };

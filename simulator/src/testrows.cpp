@@ -11,6 +11,7 @@ namespace simulator {
 namespace {
 
 constexpr std::uint8_t LastConstant = 0x04;  // tests 01 to 04 are thresholds (SAE J1979)
+constexpr double LongestRoutine = 3600;      // s
 
 /// How a number of a test becomes the bits on the wire: physical = bits * factor + offset.
 struct Scaling {
@@ -190,15 +191,20 @@ class TestRow {
     }
     Bytes value;
     number("value", {}, 2, value);
-    do {
+    std::string_view before;
+    for (int limits = 0; limits == 0 || (limits == 1 && !m_value.empty()); ++limits) {
       const std::string_view kind = next("limit");
       if (kind != "min" && kind != "max") {
         m_row.fail(RowReader::quoted(kind) + " is neither min nor max");
       }
+      if (kind == before) {
+        m_row.fail("The test has two limits of a kind");
+      }
+      before = kind;
       TestItem item{{static_cast<std::uint8_t>(component | (kind == "min" ? 0x80U : 0U))}, value};
       number("limit", {}, 2, item.numbers);
       items.push_back(std::move(item));
-    } while (!m_value.empty());
+    }
   }
 
   Routine routine(bool can) {
@@ -220,7 +226,7 @@ class TestRow {
       if (next("length") != "for") {
         m_row.fail("Expected \"accept\" or \"accept for SECONDS\"");
       }
-      result.length = static_cast<std::uint32_t>(m_row.number(next("length"), 1, 36000) * 1000);
+      result.length = static_cast<std::uint32_t>(m_row.number(next("length"), 1, LongestRoutine) * 1000);
     }
     return result;
   }

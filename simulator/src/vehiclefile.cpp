@@ -11,6 +11,12 @@ namespace {
 
 constexpr std::size_t MostUnits = 8;
 constexpr std::size_t LongestReply = 4095;  // what ISO 15765-2 can carry
+constexpr std::size_t MostAnswers = 256;    // of a unit
+constexpr std::size_t MostMessages = 64;    // of one answer
+constexpr std::size_t LongestPadding = 64;
+constexpr std::size_t LongestInfo = 1020;     // 255 messages of four bytes, before CAN
+constexpr std::uint32_t MostReplies = 1000;   // that a unit gives before it falls silent
+constexpr std::uint32_t LongestWait = 10000;  // ms to an answer, twice what ISO 15765-4 lets a unit ask for
 
 class Parser : private RowReader {
  public:
@@ -63,7 +69,7 @@ class Parser : private RowReader {
     Term term;
     const auto number2 = [this](std::string_view value) { return number(trim(value), -1e9, 1e9); };
     if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
-      term.width = static_cast<unsigned>(number(trim(text.substr(colon + 1)), 1, 4));
+      term.width = whole(trim(text.substr(colon + 1)), 1, 4);
       text = text.substr(0, colon);
     }
     const std::size_t sign = text.find_first_of("+-");
@@ -142,8 +148,7 @@ class Parser : private RowReader {
       }
       const bool named = type == 0x0A;
       const std::size_t width = named ? 15 : type == 0x04 ? 16 : 17;
-      if (texts.size() > 64 || (named && texts.size() != 2) ||
-          (!named && type != 0x04 && texts.size() != 1)) {
+      if ((named && texts.size() != 2) || (!named && type != 0x04 && texts.size() != 1)) {
         fail("Expected one text, any number of calibrations, or acronym and name of the unit");
       }
       for (std::size_t i = 0; i < texts.size(); ++i) {
@@ -156,6 +161,7 @@ class Parser : private RowReader {
         }
         add(texts[i], limit == 17 ? texts[i].size() : limit);
       }
+      checkInfo(result);
       result.count = static_cast<unsigned>(type == 0x04 ? texts.size() : 1);
       return result;
     }
@@ -164,7 +170,7 @@ class Parser : private RowReader {
     while (!text.empty()) {
       const std::string_view item = word(text);
       if (counters) {
-        const auto value = static_cast<unsigned>(number(item, 0, 65535));
+        const auto value = whole(item, 0, 65535);
         result.bytes.push_back(static_cast<std::uint8_t>(value >> 8));
         result.bytes.push_back(static_cast<std::uint8_t>(value));
       } else {
@@ -178,11 +184,18 @@ class Parser : private RowReader {
     if (type == 0x06 && result.bytes.size() != items * std::size_t{4}) {
       fail("A calibration verification number has eight hexadecimal digits");
     }
-    if (result.bytes.empty() || items > 255 || result.bytes.size() > 1020) {
-      fail("Expected 1 to 1020 bytes of vehicle information");
+    checkInfo(result);
+    if (counters && items > 255) {
+      fail("There are at most 255 counters");
     }
     result.count = type == 0x06 || counters ? items : 1;
     return result;
+  }
+
+  void checkInfo(const Info& info) const {
+    if (info.bytes.empty() || info.bytes.size() > LongestInfo) {
+      fail("Expected 1 to " + std::to_string(LongestInfo) + " bytes of vehicle information");
+    }
   }
 
   void line(std::string_view content) {
@@ -266,10 +279,7 @@ class Parser : private RowReader {
     if (key == "name") {
       m_vehicle->name = value;
     } else if (key == "protocol") {
-      m_vehicle->protocol = static_cast<int>(number(value, 1, 9));
-      if (value.size() != 1) {
-        fail("The protocol is one digit, 1 to 9");
-      }
+      m_vehicle->protocol = static_cast<int>(whole(value, 1, 9));
       m_protocolKnown = true;
     } else if (key == "filler") {
       if (value == "none") {
@@ -316,9 +326,9 @@ class Parser : private RowReader {
     } else if (first == "answer" || first == "stopped") {
       answer(rest, value, first == "stopped");
     } else if (key == "latency") {
-      m_unit->latency = static_cast<unsigned>(number(value, 0, 60000));
+      m_unit->latency = whole(value, 0, LongestWait);
     } else if (key == "replies") {
-      m_unit->replies = static_cast<unsigned>(number(value, 1, 1000));
+      m_unit->replies = whole(value, 1, MostReplies);
     } else if (key == "monitors") {
       Bytes bytes;
       while (!value.empty()) {
@@ -377,7 +387,7 @@ class Parser : private RowReader {
     } else if (found->rest == Rest::Bytes) {
       do {
         result.padding.push_back(hexByte(word(value)));
-      } while (!value.empty());
+      } while (!value.empty() && result.padding.size() < LongestPadding);
     }
     if (!value.empty()) {
       fail(quoted(value) + " is too much here");
@@ -386,7 +396,7 @@ class Parser : private RowReader {
   }
 
   void freeze(std::string_view rest, std::string_view value) {
-    const auto frame = static_cast<std::uint8_t>(number(word(rest), 0, 255));
+    const auto frame = static_cast<std::uint8_t>(whole(word(rest), 0, 255));
     if (rest.empty()) {
       m_unit->frames[frame].code = code(value);
       return;
@@ -431,6 +441,10 @@ class Parser : private RowReader {
         }
         value.remove_prefix(bar + 1);
       }
+    }
+    if (result.messages.size() > MostMessages || m_unit->answers.size() == MostAnswers) {
+      fail("A unit has at most " + std::to_string(MostAnswers) + " answers of up to " +
+           std::to_string(MostMessages) + " messages");
     }
     m_unit->answers.push_back(std::move(result));
   }

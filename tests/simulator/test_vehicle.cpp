@@ -555,6 +555,68 @@ TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
   EXPECT_THROW(Vehicle::load("no-such-vehicle"), std::runtime_error);
 }
 
+// Each row ends in the largest number or row of numbers that is taken, and goes too far with what follows.
+TEST(VehicleFiles, HaveLimits) {
+  const auto times = [](unsigned count, const std::string& text) {
+    std::string all;
+    for (unsigned i = 0; i < count; ++i) {
+      all += text;
+    }
+    return all;
+  };
+  const std::string can = "name = x\nprotocol = 6\n[unit ECM 7E8]\n";
+  const std::string old = "name = x\nprotocol = 3\n[unit ECM 10]\n";
+  struct Case {
+    std::string taken;
+    std::string refused;
+    std::string message;
+  };
+  const std::string most = "A unit has at most 256 answers of up to 64 messages";
+  const std::string bytes = "Expected 1 to 1020 bytes of vehicle information";
+  std::string answers;
+  for (unsigned i = 0; i < 256; ++i) {
+    answers += "answer 22 " + hex(i) + " = 62\n";
+  }
+  const Case cases[] = {
+      {can + "latency = 10000", can + "latency = 10001", "4: \"10001\" is out of range, which is 0 to 10000"},
+      {can + "latency = 0", can + "latency = 44840", "4: \"44840\" is out of range, which is 0 to 10000"},
+      {can + "latency = 1", can + "latency = 1.5", "4: \"1.5\" is no whole number"},
+      {can + "latency = 1", can + "latency = -1", "4: \"-1\" is no whole number"},
+      {can + "latency = 1", can + "latency = 99999999999", "4: \"99999999999\" is out of range"},
+      {can + "replies = 1000", can + "replies = 1001", "4: \"1001\" is out of range, which is 1 to 1000"},
+      {can + "08 02 = accept for 3600", can + "08 02 = accept for 3600.5",
+       "4: \"3600.5\" is out of range, which is 1 to 3600"},
+      {"displacement = 20\n" + can, "displacement = 0.05\n",
+       "1: \"0.05\" is out of range, which is 0.1 to 20"},
+      {can + "freeze 255 = P0171", can + "freeze 256 = P0171", "4: \"256\" is out of range"},
+      {can + "01 0C = {rpm : 4}", can + "01 0C = {rpm : 5}", "4: \"5\" is out of range"},
+      {can + "codes =" + times(255, " P0171"), can + "codes =" + times(256, " P0171"),
+       "4: Expected 1 to 255 trouble codes"},
+      {can + "01 0C = " + times(4095, "A5"), can + "01 0C = " + times(4096, "A5"),
+       "4: The reply is longer than 4095 bytes"},
+      {can + "answer 22 = 62" + times(63, " | 62"), can + "answer 22 = 62" + times(64, " | 62"),
+       "4: " + most},
+      {can + answers, can + answers + "answer 23 = 63\n", "260: " + most},
+      {can + "groups = pad" + times(64, " 00"), can + "groups = pad" + times(65, " 00"),
+       "4: \"00\" is too much here"},
+      {can + "09 04 = " + times(63, "\"A\""), can + "09 04 = " + times(64, "\"A\""), "4: " + bytes},
+      {can + "09 06 =" + times(255, " 00000000"), can + "09 06 =" + times(256, " 00000000"), "4: " + bytes},
+      {can + "09 08 =" + times(254, " 1"), can + "09 08 =" + times(256, " 1"),
+       "4: There are at most 255 counters"},
+      {old + "06 06 03 = 9 min 1 max 20", old + "06 06 03 = 9 min 1 max 20 min 1",
+       "4: \"min 1\" is too much here"},
+      {old + "06 06 03 = 9 min 1", old + "06 06 03 = 9 min 1 min 2", "4: The test has two limits of a kind"}};
+  for (const Case& row : cases) {
+    EXPECT_NO_THROW(Vehicle::parse(row.taken, "good")) << row.message;
+    try {
+      Vehicle::parse(row.refused, "far");
+      ADD_FAILURE() << row.message << " was not told";
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()).substr(4, row.message.size()), row.message);
+    }
+  }
+}
+
 TEST(VehicleFiles, ComeFromAPathAsWell) {
   const std::string path = testing::TempDir() + "simulator_test.vehicle";
   std::ofstream(path)
