@@ -12,6 +12,8 @@
 
 #include "dispatch/fakes.h"
 #include "services/connectionnotifier.h"
+#include "services/fixture.h"
+#include "services/iconnectionservice.h"
 #include "services/support.h"
 #include "support/virtualclock.h"
 
@@ -305,7 +307,49 @@ TEST_F(ConnectionManagerTest, AnOpeningClosesWhatIsStillOpen) {
   ASSERT_TRUE(open(makeBus()));
   EXPECT_EQ(before->all().back(), "ATLP");
   waitFor("1234CD1234C");
+
+  // Who opens again knows that an opening which is still under way, or has failed, is over.
+  manager.close();
+  ASSERT_TRUE(open(makeBus()));
+  waitFor("1234CD1234CD12");
+  ASSERT_TRUE(open(std::make_shared<StuckBus>(60000)));
+  waitFor("1234CD1234CD121");
+  CTime::msleep(200);
+  const std::uint32_t start = CTime::milliseconds();
+  ASSERT_TRUE(open(std::make_shared<StuckBus>(50)));
+  EXPECT_LT(CTime::milliseconds() - start, 100U);
+  waitFor("1234CD1234CD12110D");
+  ASSERT_TRUE(open(makeBus()));
+  waitFor("1234CD1234CD12110D1234C");
   ASSERT_TRUE(open(makeBus()));  // the destructor's now
+}
+
+TEST_F(ConnectionManagerTest, TellsItsStateAtOnceWhileTheAdapterIsBusy) {
+  simulator::AdapterOptions options;
+  options.latency = 250;
+  ASSERT_TRUE(open(makeBus(options)));
+  const auto expectAnswer = [this](bool ofDevice) {
+    const std::size_t sent = commands->size();
+    EXPECT_TRUE(pumpUntil([&] { return commands->size() > sent; }));  // an exchange has just begun
+    const std::uint32_t start = CTime::milliseconds();
+    EXPECT_TRUE(manager.isConnected());
+    EXPECT_EQ(manager.device() != nullptr, ofDevice);
+    EXPECT_EQ(CTime::milliseconds(), start);
+  };
+  expectAnswer(false);
+  waitFor("1234C");
+  hostos::CThread asker("asker");
+  const auto ask = [](void* proxy) -> void* {
+    obd::ResponseMap responses;
+    CTime::msleep(100);
+    EXPECT_EQ(static_cast<obd::IObdProxy*>(proxy)->sendRequest({0x01, 0x0C}, responses, 1000),
+              obd::RequestAnswered);
+    return nullptr;
+  };
+  ASSERT_TRUE(asker.run(ask, manager.proxy().get()));
+  expectAnswer(true);
+  asker.join();
+  manager.close();
 }
 
 TEST_F(ConnectionManagerTest, ALostLinkIsToldOnceAndTheRestIsLeftToClose) {
@@ -359,6 +403,111 @@ TEST_F(ConnectionManagerTest, AListenerThatClosesIsRefusedAndDoesNotHang) {
   manager.detachListener(&listener);
   manager.close();
   EXPECT_EQ(listener.heard(), "1234CD");
+}
+
+std::shared_ptr<hostos::IMessageBus> makeQuickBus(simulator::AdapterOptions options = {}) {
+  options.latency = 4;
+  return simulator::makeBus(simulator::Vehicle::load("petrol-can11"), options);
+}
+
+// A front end that connects again, without another thought, whenever it hears that the connection is gone.
+class StubbornFrontEnd : public obd::IConnectionServiceObserver {
+ public:
+  explicit StubbornFrontEnd(obd::IConnectionManager& manager) : m_manager(manager) {
+    m_service->attach(this);
+  }
+  StubbornFrontEnd(const StubbornFrontEnd&) = delete;
+  StubbornFrontEnd& operator=(const StubbornFrontEnd&) = delete;
+  ~StubbornFrontEnd() override { m_service->detach(this); }
+
+  void onConnected() override { heard += 'C'; }
+  void onDisconnected() override {
+    heard += 'D';
+    CTime::msleep(slowness);
+    if (++openings <= 20) {
+      EXPECT_TRUE(m_manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
+    }
+  }
+  void onConnectionPhaseChanged(IConnectionListener::OpenConnectionPhase phase) override {
+    heard += static_cast<char>('0' + phase);
+  }
+
+  bool connectsAgain() {
+    const bool connected = pumpUntil([this] { return openings > 0 && heard.ends_with('C'); }, 60000);
+    pumpFor(3000);  // and stays so
+    return connected && heard.ends_with('C') && m_service->isConnected();
+  }
+
+  std::uint32_t slowness = 0;  // ms for each event
+  std::string heard;
+  int openings = 0;
+
+ private:
+  obd::IConnectionManager& m_manager;
+  const std::shared_ptr<obd::IConnectionService> m_service =
+      obd::ConnectionServiceBuilder::createConnectionService();
+};
+
+using ReopeningTest = ServiceTest;
+
+TEST_F(ReopeningTest, AnObserverMayOpenTheNextConnectionWhenItHearsOfTheEnd) {
+  {
+    StubbornFrontEnd frontEnd(manager());
+    ASSERT_TRUE(open());
+    bus->close();  // nobody has called `close` yet
+    EXPECT_TRUE(frontEnd.connectsAgain()) << frontEnd.heard;
+    EXPECT_EQ(frontEnd.heard, "1234CD1234C");
+  }
+  {
+    StubbornFrontEnd frontEnd(manager());
+    manager().close();
+    EXPECT_TRUE(frontEnd.connectsAgain()) << frontEnd.heard;
+    EXPECT_EQ(frontEnd.heard, "D1234C");
+  }
+  manager().close();
+  pumpFor(10);
+  StubbornFrontEnd frontEnd(manager());
+  ASSERT_TRUE(manager().openBus(std::make_shared<StuckBus>(50), VehicleProtocol::Automatic));
+  EXPECT_TRUE(frontEnd.connectsAgain()) << frontEnd.heard;
+  EXPECT_EQ(frontEnd.heard, "10D1234C");
+}
+
+// There, the end is told twice: when the link is found broken, and when the opening has failed over it.
+TEST_F(ReopeningTest, AnObserverMayOpenTheNextConnectionWhenAnOpeningHasLostItsLink) {
+  ASSERT_TRUE(open());
+  const unsigned exchanges = static_cast<unsigned>(commands->size());
+  for (const std::uint32_t slowness : {0U, 1000U}) {
+    for (unsigned k = 0; k < exchanges; k += slowness == 0 ? 1 : 5) {
+      manager().close();
+      pumpFor(10);
+      StubbornFrontEnd frontEnd(manager());
+      frontEnd.slowness = slowness;
+      simulator::AdapterOptions options;
+      options.faults.add(simulator::Fault::Kind::PeerClose, k);
+      ASSERT_TRUE(manager().openBus(makeQuickBus(options), VehicleProtocol::Automatic));
+      EXPECT_TRUE(frontEnd.connectsAgain()) << k << ": " << frontEnd.heard;
+      EXPECT_LE(frontEnd.openings, 3) << k << ": " << frontEnd.heard;
+    }
+  }
+}
+
+TEST_F(ReopeningTest, AnObserverMayOpenTheNextConnectionWhileAnotherThreadCloses) {
+  StubbornFrontEnd frontEnd(manager());
+  for (const std::uint32_t moment : {0U, 50U, 300U, 2000U}) {
+    frontEnd.heard.clear();
+    frontEnd.openings = 0;
+    ASSERT_TRUE(manager().openBus(makeQuickBus(), VehicleProtocol::Automatic));
+    pumpFor(moment);
+    hostos::CThread other("close");
+    const auto entry = [](void* connections) -> void* {
+      static_cast<obd::IConnectionManager*>(connections)->close();
+      return nullptr;
+    };
+    ASSERT_TRUE(other.run(entry, &manager()));
+    EXPECT_TRUE(frontEnd.connectsAgain()) << moment << ": " << frontEnd.heard;
+    EXPECT_LE(frontEnd.openings, 3) << moment << ": " << frontEnd.heard;
+    other.join();
+  }
 }
 
 TEST(ConnectionNotifier, TellsPriorityByPriority) {

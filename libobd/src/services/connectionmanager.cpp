@@ -55,7 +55,7 @@ ConnectionManager::ConnectionManager()
 
 ConnectionManager::~ConnectionManager() {
   if (m_connection) {
-    closeLocked();
+    end(State::Closing);
   }
 }
 
@@ -109,7 +109,7 @@ void ConnectionManager::addLogger(IConnectionLogger* logger) {
   {
     const std::lock_guard guard(m_objectsMutex);
     m_loggers.push_back(logger);
-    connection = m_loggersGiven ? m_connection : nullptr;
+    connection = m_connection;
   }
   // Without the lock: the connection waits here for a logger that is being called.
   if (connection) {
@@ -125,7 +125,7 @@ void ConnectionManager::removeLogger(IConnectionLogger* logger) {
     if (found != m_loggers.end()) {
       m_loggers.erase(found);
     }
-    connection = m_loggersGiven ? m_connection : nullptr;
+    connection = m_connection;
   }
   if (connection) {
     connection->removeLogger(logger);
@@ -140,16 +140,18 @@ bool ConnectionManager::startOpening(const DeviceDetector& detector,
   }
   const auto operation = lockPatiently(m_operationMutex);
   if (m_connection) {
-    closeLocked();
+    end(State::Replacing);
   }
   m_detector = detector;
   m_protocol = protocol;
-  m_closing = false;
   {
     const std::lock_guard guard(m_objectsMutex);
     m_bus = bus;
     m_connection = std::make_shared<Connection>(bus);
-    m_opening = true;
+    for (IConnectionLogger* logger : m_loggers) {
+      m_connection->addLogger(logger);
+    }
+    m_state = State::Opening;
   }
   m_openThread = std::make_unique<hostos::CThread>("ConnectionManager::openConnection");
   const auto entry = [](void* manager) -> void* {
@@ -157,8 +159,7 @@ bool ConnectionManager::startOpening(const DeviceDetector& detector,
     return nullptr;
   };
   if (!m_openThread->run(entry, this)) {
-    const std::lock_guard guard(m_objectsMutex);
-    m_opening = false;
+    change(State::Opening, State::Failed);
     return false;
   }
   return true;
@@ -169,7 +170,7 @@ void ConnectionManager::close() {
     return;
   }
   const auto operation = lockPatiently(m_operationMutex);
-  closeLocked();
+  end(State::Closing);
 }
 
 bool ConnectionManager::calledFromListener() const {
@@ -180,13 +181,18 @@ bool ConnectionManager::calledFromListener() const {
   return true;
 }
 
-void ConnectionManager::closeLocked() {
-  m_closing = true;
+// Ends what there is, an opening in progress by way of the state `ending`. Operation lock held.
+void ConnectionManager::end(State ending) {
+  State before = State::Closed;
   IDevice* openDevice = nullptr;
   std::shared_ptr<IConnection> connection;
   std::shared_ptr<hostos::IMessageBus> bus;
   {
     const std::lock_guard guard(m_objectsMutex);
+    before = m_state;
+    if (before == State::Opening || before == State::Connecting) {
+      m_state = ending;
+    }
     openDevice = m_device.get();
     connection = m_connection;
     bus = m_bus;
@@ -194,12 +200,15 @@ void ConnectionManager::closeLocked() {
   if (openDevice != nullptr) {
     openDevice->close();
   }
-  if (connection && (connection->isConnected() || m_connecting)) {
+  if (connection && (connection->isConnected() || before == State::Connecting)) {
     connection->disconnect();
   }
-  notifyDisconnected();
+  // Who opens again in reply to the end of a connection must not be told of that end once more.
+  if (ending == State::Closing || state() == State::Open) {
+    notifyDisconnected();
+  }
 
-  waitForOpening(connection.get());
+  waitForOpening(ending, before == State::Connecting ? connection.get() : nullptr);
   m_proxy->setDevice(nullptr);
   m_openThread.reset();
   std::unique_ptr<IDevice> oldDevice;
@@ -208,7 +217,7 @@ void ConnectionManager::closeLocked() {
     oldDevice = std::move(m_device);
     m_connection.reset();
     m_bus.reset();
-    m_loggersGiven = false;
+    m_state = State::Closed;
   }
   oldDevice.reset();
   connection.reset();  // joins the read task
@@ -219,23 +228,47 @@ void ConnectionManager::closeLocked() {
   Dispatcher::getInstance().cancel();
 }
 
-// The link is down by now, so that whatever the opening does next fails at once. Only a bus that is about to
+// The link is down by now, so that whatever the opening does next fails at once. Only a bus that was about to
 // be opened may have missed it.
-void ConnectionManager::waitForOpening(IConnection* connection) {
-  std::unique_lock lock(m_objectsMutex);
-  while (m_opening) {
-    m_openingOver.wait(lock, RetryTime);
-    if (m_opening && m_connecting) {
-      lock.unlock();
-      connection->disconnect();
-      lock.lock();
+void ConnectionManager::waitForOpening(State ending, IConnection* beingOpened) {
+  {
+    std::unique_lock lock(m_objectsMutex);
+    while (m_state == ending) {
+      m_openingOver.wait(lock, RetryTime);
+      if (m_state == ending && beingOpened != nullptr) {
+        lock.unlock();
+        beingOpened->disconnect();
+        lock.lock();
+      }
     }
   }
-  lock.unlock();
   if (m_openThread) {
     m_openThread->join();
   }
 }
+
+ConnectionManager::State ConnectionManager::state() {
+  const std::lock_guard guard(m_objectsMutex);
+  return m_state;
+}
+
+// False, with nothing done, in any other state than `from`.
+bool ConnectionManager::change(State from, State to) {
+  const std::lock_guard guard(m_objectsMutex);
+  if (m_state != from) {
+    return false;
+  }
+  m_state = to;
+  return true;
+}
+
+// Nothing but the opening's thread and, after its end, `end` takes the objects away.
+const ConnectionManager::Step ConnectionManager::Steps[] = {
+    {IConnectionListener::PhaseOpeningConnection, &ConnectionManager::connect, "Failed to open connection"},
+    {IConnectionListener::PhaseDetectingDevice, &ConnectionManager::makeDevice, "Failed to init device"},
+    {IConnectionListener::PhaseDetectingVehicle, &ConnectionManager::detectVehicle,
+     "Failed to detect vehicle/working protocol"},
+    {std::nullopt, &ConnectionManager::initializeProxy, "Failed to initialize proxy"}};
 
 void ConnectionManager::openConnection() {
   debugStream << "OpenConnection thread started";
@@ -243,59 +276,50 @@ void ConnectionManager::openConnection() {
     runOpening();
   } catch (...) {
     // What a vehicle sends can make a query throw; the opening has failed then like any other.
-    m_connecting = false;
-    fail(__LINE__, "Opening the connection threw an exception", std::string());
+    fail("Opening the connection threw an exception");
   }
   debugStream << "OpenConnection thread finished";
   const std::lock_guard guard(m_objectsMutex);
-  m_opening = false;
+  if (m_state != State::Open) {
+    m_state = State::Failed;
+  }
   m_openingOver.notifyAll();
 }
 
 void ConnectionManager::runOpening() {
-  // Nothing but this thread and, after its end, `close` takes these objects away.
-  using Phase = IConnectionListener::OpenConnectionPhase;
-  if (m_closing) {
+  if (state() != State::Opening) {
     notifyDisconnected();
-  } else if (notifyPhase(Phase::PhaseOpeningConnection); !connect()) {
-    fail(__LINE__, "Failed to open connection", m_connection->lastError());
-  } else if (notifyPhase(Phase::PhaseDetectingDevice); !makeDevice()) {
-    fail(__LINE__, "Failed to init device", std::string());
-  } else if (notifyPhase(Phase::PhaseDetectingVehicle); !m_device->detectProtocol(m_protocol)) {
-    fail(__LINE__, "Failed to detect vehicle/working protocol", std::string());
-  } else if (m_proxy->setDevice(m_device.get());
-             !m_proxy->initialize() || m_closing || !m_connection->isConnected()) {
-    // The last question of all may have met the end of the link without the proxy's noticing.
-    fail(__LINE__, "Failed to initialize proxy", std::string());
-  } else {
-    notifyPhase(Phase::PhaseConnected);
-    notifyConnected();
+    return;
   }
+  for (const Step& step : Steps) {
+    if (step.phase) {
+      notifyPhase(*step.phase);
+    }
+    if (!(this->*step.run)()) {
+      const bool linkKnowsWhy = step.phase == IConnectionListener::PhaseOpeningConnection;
+      fail(step.failure, linkKnowsWhy ? m_connection->lastError() : std::string());
+      return;
+    }
+  }
+  notifyPhase(IConnectionListener::PhaseConnected);
+  notifyConnected();
 }
 
 bool ConnectionManager::connect() {
-  m_connecting = true;
-  // One of the two sees the other: `close` that a bus is being opened, or this that it shall not be.
-  const bool connected = !m_closing && m_connection->connect() == 0;
-  m_connecting = false;
-  if (connected && m_closing) {
-    m_connection->disconnect();
+  if (!change(State::Opening, State::Connecting)) {
     return false;
   }
-  return connected;
-}
-
-void ConnectionManager::giveLoggers() {
-  // With the lock, so that no logger is taken out in between. There is no traffic that could hold a logger.
-  const std::lock_guard guard(m_objectsMutex);
-  for (IConnectionLogger* logger : m_loggers) {
-    m_connection->addLogger(logger);
+  const bool connected = m_connection->connect() == 0;
+  if (change(State::Connecting, State::Opening)) {
+    return connected;
   }
-  m_loggersGiven = true;
+  if (connected) {
+    m_connection->disconnect();
+  }
+  return false;
 }
 
 bool ConnectionManager::makeDevice() {
-  giveLoggers();
   m_connection->setDisconnectListener(m_disconnectListener.get());
   std::unique_ptr<IDevice> detected = m_detector.detect(m_connection.get());
   {
@@ -305,8 +329,18 @@ bool ConnectionManager::makeDevice() {
   return m_device->init();
 }
 
-void ConnectionManager::fail(int line, const char* message, const std::string& text) {
-  LogStream(Source, line, 3) << message;
+bool ConnectionManager::detectVehicle() {
+  return m_device->detectProtocol(m_protocol);
+}
+
+bool ConnectionManager::initializeProxy() {
+  m_proxy->setDevice(m_device.get());
+  // The last question of all may have met the end of the link without the proxy's noticing.
+  return m_proxy->initialize() && state() == State::Opening && m_connection->isConnected();
+}
+
+void ConnectionManager::fail(const char* message, const std::string& text) {
+  LogStream(Source, __LINE__, 3) << message;
   notifyPhase(IConnectionListener::PhaseFailed, text);
   notifyDisconnected();
 }
@@ -323,23 +357,30 @@ void ConnectionManager::tell(Call call) {
 
 void ConnectionManager::notifyPhase(IConnectionListener::OpenConnectionPhase phase, const std::string& text) {
   const auto guard = lockPatiently(m_listenerMutex);
-  tell([&](IConnectionListener& listener) { listener.onConnectionPhase(phase, text); });
-  CTime::msleep(PhaseTime);
+  if (state() != State::Replacing) {
+    tell([&](IConnectionListener& listener) { listener.onConnectionPhase(phase, text); });
+    CTime::msleep(PhaseTime);
+  }
 }
 
 void ConnectionManager::notifyDisconnected() {
   const auto guard = lockPatiently(m_listenerMutex);
-  tell([](IConnectionListener& listener) { listener.onDisconnected(); });
+  change(State::Open, State::Failed);
+  if (state() != State::Replacing) {
+    tell([](IConnectionListener& listener) { listener.onDisconnected(); });
+  }
 }
 
 void ConnectionManager::notifyConnected() {
-  const auto guard = lockPatiently(m_listenerMutex);
-  // A link that is gone meanwhile must not be the last word that listeners hear.
-  if (!m_closing && m_connection->isConnected()) {
-    tell([](IConnectionListener& listener) { listener.onConnected(); });
-  } else {
-    tell([](IConnectionListener& listener) { listener.onDisconnected(); });
+  {
+    const auto guard = lockPatiently(m_listenerMutex);
+    // A link that is gone meanwhile must not be the last word that listeners hear.
+    if (m_connection->isConnected() && change(State::Opening, State::Open)) {
+      tell([](IConnectionListener& listener) { listener.onConnected(); });
+      return;
+    }
   }
+  notifyDisconnected();
 }
 
 }  // namespace obd

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,18 +44,39 @@ class ConnectionManager final : public IConnectionManager {
  private:
   class DisconnectListener;
 
+  enum class State {
+    Closed,
+    Opening,     // the opening's thread is at work
+    Connecting,  // ... and waits for the bus
+    Open,        // listeners have heard of the connection
+    Failed,      // the opening has failed, or the link was lost; what is left waits for `close`
+    Closing,     // `close` waits for the opening's thread to end
+    Replacing    // the same for another opening, which is all that listeners shall hear of
+  };
+
+  // One part of an opening.
+  struct Step {
+    std::optional<IConnectionListener::OpenConnectionPhase> phase;  // told before it
+    bool (ConnectionManager::*run)();
+    const char* failure;  // what the log says
+  };
+  static const Step Steps[];
+
   bool startOpening(const DeviceDetector& detector, const std::shared_ptr<hostos::IMessageBus>& bus,
                     VehicleProtocol protocol);
-  void closeLocked();
-  void waitForOpening(IConnection* connection);
+  void end(State ending);
+  void waitForOpening(State ending, IConnection* beingOpened);
   bool calledFromListener() const;
+  State state();
+  bool change(State from, State to);
 
   void openConnection();
   void runOpening();
   bool connect();
-  void giveLoggers();
   bool makeDevice();
-  void fail(int line, const char* message, const std::string& text);
+  bool detectVehicle();
+  bool initializeProxy();
+  void fail(const char* message, const std::string& text = std::string());
 
   template <typename Call>
   void tell(Call call);
@@ -76,16 +98,12 @@ class ConnectionManager final : public IConnectionManager {
 
   // Changed by `startOpening`, by the opening's thread and, when that is over, by `close`.
   std::mutex m_objectsMutex;
+  State m_state = State::Closed;
+  hostos::WaitCondition m_openingOver;  // `Closing` or `Replacing` has become `Failed`
   std::shared_ptr<hostos::IMessageBus> m_bus;
   std::shared_ptr<IConnection> m_connection;
   std::unique_ptr<IDevice> m_device;
-  std::vector<IConnectionLogger*> m_loggers;
-  bool m_loggersGiven = false;  // the present connection has got them
-  bool m_opening = false;       // the opening's thread is at work
-  hostos::WaitCondition m_openingOver;
-
-  std::atomic<bool> m_closing{false};     // the opening shall end
-  std::atomic<bool> m_connecting{false};  // the opening waits for the bus
+  std::vector<IConnectionLogger*> m_loggers;  // the present connection has them, too
 };
 
 }  // namespace obd

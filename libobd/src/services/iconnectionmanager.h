@@ -34,8 +34,11 @@ class VELMARA_EXPORT IConnectionListener {
 };
 
 /// Opens and closes the one connection of the process. The open operations return at once; the work runs on a
-/// thread of its own and listeners hear of each phase. Close a connection, failed ones too, before opening
-/// the next.
+/// thread of its own and listeners hear of each phase.
+///
+/// An open operation first ends what is left of the connection before, as `close` does. Listeners hear of
+/// that end only if they knew the connection as open, so a front end may open the next one from within
+/// `IConnectionServiceObserver::onDisconnected`.
 class VELMARA_EXPORT IConnectionManager {
  public:
   virtual ~IConnectionManager() = default;
@@ -51,7 +54,7 @@ class VELMARA_EXPORT IConnectionManager {
 
   virtual bool isConnected() = 0;
   /// Ends the connection or the opening in progress, and waits for its threads. Safe at every instant. Not to
-  /// be called from a listener.
+  /// be called from a listener. Every call is told with `onDisconnected`, the second in a row as well.
   virtual void close() = 0;
 
   /// The adapter; null if there is none. Valid until `close`.
