@@ -21,8 +21,8 @@ add_library(velmara_options INTERFACE)
 target_compile_options(velmara_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -ffp-contract=off)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 sees overlaps and uninitialized parts in optimized std::string code that are not there (GCC bugs
-  # 105651 and 105562).
-  target_compile_options(velmara_options INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
+  # 105651 and 105562), and reads beyond the end where vectors of bytes are compared.
+  target_compile_options(velmara_options INTERFACE -Wno-restrict -Wno-maybe-uninitialized -Wno-stringop-overread)
 endif()
 # The table of trouble codes is one long literal.
 target_compile_options(velmara_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-overlength-strings>)
@@ -35,6 +35,27 @@ if(VELMARA_SANITIZE)
                                                    -fno-sanitize-recover=all)
   target_link_options(velmara_options INTERFACE -fsanitize=${VELMARA_SANITIZE})
 endif()
+
+# velmara_find(VARIABLE WHAT NEEDED...): whether WHAT can be built, and words for people if not. Each of NEEDED is a
+# package, or a target of one before it that is packaged apart.
+function(velmara_find variable what)
+  set(missing)
+  foreach(needed IN LISTS ARGN)
+    if(NOT needed MATCHES "::")
+      find_package(${needed} QUIET)
+    endif()
+    if(NOT ${needed}_FOUND AND NOT TARGET ${needed})
+      list(APPEND missing ${needed})
+    endif()
+  endforeach()
+  if(missing)
+    list(JOIN missing ", " missing)
+    message(STATUS "Building without ${what}, for want of ${missing}")
+    set(${variable} OFF PARENT_SCOPE)
+  else()
+    set(${variable} ON PARENT_SCOPE)
+  endif()
+endfunction()
 
 # velmara_precompiled(TARGET): takes headers that nearly every file includes in one gulp. Off by default, since a
 # file that forgets an include goes unnoticed with it.

@@ -9,16 +9,6 @@ set(packaging ${CMAKE_CURRENT_LIST_DIR}/packaging)
 set(packaging_output ${PROJECT_BINARY_DIR}/packaging)
 string(COMPARE EQUAL "${CMAKE_INSTALL_PREFIX}" "/usr" VELMARA_IN_SYSTEM)
 
-# velmara_install_program(TARGET): a program that finds libobd.so beside it, wherever the tree is put. Within the
-# system's own folders the loader needs no help.
-function(velmara_install_program target)
-  if(NOT VELMARA_IN_SYSTEM)
-    file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
-  endif()
-  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-endfunction()
-
 # velmara_install_compressed(SOURCE NAME DESTINATION COMPONENT...): a file as NAME.gz.
 function(velmara_install_compressed source name destination)
   set(compressed ${packaging_output}/${name}.gz)
@@ -27,6 +17,26 @@ function(velmara_install_compressed source name destination)
   execute_process(COMMAND ${GZIP_PROGRAM} -9nc ${source} OUTPUT_FILE ${compressed} COMMAND_ERROR_IS_FATAL ANY)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
   install(FILES ${compressed} DESTINATION ${destination} ${ARGN})
+endfunction()
+
+# velmara_install_program(TARGET): a program with its manual and completions. It finds libobd.so beside it, wherever the
+# tree is put; within the system's own folders the loader needs no help.
+function(velmara_install_program target)
+  if(NOT VELMARA_IN_SYSTEM)
+    file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
+  endif()
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  set(page ${packaging_output}/${target}.1)
+  configure_file(${PROJECT_SOURCE_DIR}/docs/man/${target}.1 ${page} @ONLY)
+  velmara_install_compressed(${page} ${target}.1 ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  set(completions ${PROJECT_SOURCE_DIR}/apps/velmara/completions)
+  install(FILES ${completions}/${target} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  # Where Debian's zsh looks: below /usr for what packages bring, below /usr/local for the rest.
+  install(FILES ${completions}/_${target} COMPONENT tools
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/$<IF:${VELMARA_IN_SYSTEM},vendor-completions,site-functions>)
+  install(FILES ${completions}/${target}.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endfunction()
 
 # pkg-config. Paths are relative to the file, so that the tree may be moved. Those of the system's own folders are
@@ -38,26 +48,6 @@ if(NOT VELMARA_IN_SYSTEM)
 endif()
 configure_file(${packaging}/velmara.pc.in ${packaging_output}/velmara.pc @ONLY)
 install(FILES ${packaging_output}/velmara.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
-
-# Manuals, completions and the simulated vehicles as models for own ones.
-if(NOT VELMARA_SANITIZE)
-  foreach(page velmara velmara-sim)
-    set(file ${packaging_output}/${page}.1)
-    configure_file(${PROJECT_SOURCE_DIR}/docs/man/${page}.1 ${file} @ONLY)
-    velmara_install_compressed(${file} ${page}.1 ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-  endforeach()
-  set(completions ${PROJECT_SOURCE_DIR}/apps/velmara/completions)
-  install(FILES ${completions}/velmara ${completions}/velmara-sim
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
-  # Where Debian's zsh looks: below /usr for what packages bring, below /usr/local for the rest.
-  set(zsh_folder $<IF:${VELMARA_IN_SYSTEM},vendor-completions,site-functions>)
-  install(FILES ${completions}/_velmara ${completions}/_velmara-sim
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} COMPONENT tools)
-  install(FILES ${completions}/velmara.fish ${completions}/velmara-sim.fish
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/simulator/vehicles
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/velmara COMPONENT tools)
-endif()
 
 # Debian packages.
 set(VELMARA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
