@@ -27,20 +27,6 @@ class VELMARA_EXPORT IClock {
 
   /// Wakes the waiters of `condition`: all of them, or one.
   virtual void notify(std::condition_variable& condition, bool all) = 0;
-
-  /// A thread that uses this clock begins or ends. Called on that thread by `CThread`, `threadBegins` before
-  /// `CThread::run` returns, so that no time passes unseen by the new thread.
-  virtual void threadBegins() {}
-  virtual void threadEnds() {}
-
-  /// The calling thread makes another one and waits for its `threadBegins`, or is through with that. However
-  /// long the machine takes for it, it takes none of this clock's time.
-  virtual void startingBegins() {}
-  virtual void startingEnds() {}
-
-  /// The calling thread is about to block outside of this clock (a join, a lock held long), or is back.
-  virtual void blockingBegins() {}
-  virtual void blockingEnds() {}
 };
 
 /// Time for everybody: all waits of the library go through here.

@@ -3,8 +3,11 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <system_error>
 #include <thread>
+
+#include "threadobserver.h"
 
 namespace hostos {
 
@@ -12,22 +15,20 @@ namespace {
 constexpr std::uint32_t Forever = 0xFFFFFFFF;
 constexpr std::size_t NameLength = 15;
 
-// While a thread is being made.
-class Starting {
- public:
-  Starting() { m_clock.startingBegins(); }
-  Starting(const Starting&) = delete;
-  Starting& operator=(const Starting&) = delete;
-  ~Starting() { m_clock.startingEnds(); }
-
- private:
-  IClock& m_clock = CTime::clock();
-};
+std::atomic<ThreadObserver*> observerInUse{nullptr};
 }  // namespace
+
+ThreadObserver* threadObserver() {
+  return observerInUse.load(std::memory_order_acquire);
+}
+
+void setThreadObserver(ThreadObserver* observer) {
+  observerInUse.store(observer, std::memory_order_release);
+}
 
 struct CThread::State {
   std::mutex mutex;
-  std::condition_variable begins;  // not of the clock, which stands still meanwhile
+  std::condition_variable begins;  // not of the clock: who makes a thread is busy until it has begun
   WaitCondition ends;
   std::thread handle;
   std::thread::id id;
@@ -37,7 +38,10 @@ struct CThread::State {
 
   void work(const std::string& name, Entry entry, void* argument) {
     pthread_setname_np(pthread_self(), name.substr(0, NameLength).c_str());
-    CTime::clock().threadBegins();
+    ThreadObserver* const observer = threadObserver();
+    if (observer != nullptr) {
+      observer->threadBegins();
+    }
     {
       const std::lock_guard guard(mutex);
       id = std::this_thread::get_id();
@@ -46,13 +50,15 @@ struct CThread::State {
     }
     entry(argument);
     {
-      // Joiners are woken through the clock, so that a clock in tests counts them as busy from here on.
+      // Joiners are busy from here on for a clock that counts.
       const std::lock_guard guard(mutex);
       id = {};
       running = false;
       ends.notifyAll();
     }
-    CTime::clock().threadEnds();
+    if (observer != nullptr && observer == threadObserver()) {
+      observer->threadEnds();
+    }
   }
 };
 
@@ -80,7 +86,6 @@ bool CThread::run(Entry entry, void* argument) {
   }
   state.begun = false;
   state.running = true;
-  const Starting starting;
   try {
     state.handle = std::thread(
         [state = m_state, name = m_name, entry, argument] { state->work(name, entry, argument); });

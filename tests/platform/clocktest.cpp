@@ -208,38 +208,6 @@ TEST(VirtualClockTest, TimeoutAndNotifyOne) {
   EXPECT_FALSE(condition.wait(lock, 0));
 }
 
-TEST(VirtualClockTest, MarkedBlockingLetsTimePassAndReturnsInTime) {
-  VirtualClock clock;
-  std::mutex mutex;
-  std::unique_lock held(mutex);
-  std::uint32_t got = 0;
-  Worker blocked([&] {
-    CTime::clock().blockingBegins();
-    const std::lock_guard guard(mutex);
-    CTime::clock().blockingEnds();
-    got = CTime::milliseconds();
-  });
-  const std::uint32_t start = CTime::milliseconds();
-  CTime::msleep(1000);
-  held.unlock();
-  CTime::msleep(1000);  // the blocked thread comes first
-  EXPECT_EQ(got - start, 1000U);
-}
-
-// Stands for code under test that joins or locks without a word to the clock.
-TEST(VirtualClockTest, UnmarkedBlockingOnlyCostsRealTime) {
-  const auto before = RealClock::now();
-  VirtualClock clock;
-  std::promise<std::uint32_t> end;
-  const std::uint32_t start = CTime::milliseconds();
-  Worker worker([&] {
-    repeat(1000, [](int) { CTime::msleep(10); });
-    end.set_value(CTime::milliseconds());
-  });
-  EXPECT_EQ(end.get_future().get() - start, 10000U);
-  EXPECT_LT(realMilliseconds(before), 1500) << "must not pay the quiet time at every step";
-}
-
 TEST(VirtualClockTest, BusyThreadHoldsTimeUp) {
   VirtualClock clock;
   std::atomic<bool> woken{false};
@@ -247,8 +215,7 @@ TEST(VirtualClockTest, BusyThreadHoldsTimeUp) {
     CTime::msleep(5);
     woken = true;
   });
-  for (const auto before = RealClock::now(); realMilliseconds(before) < 100;) {
-  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // of real time, and outside of the clock
   EXPECT_FALSE(woken);
   CTime::msleep(10);
   EXPECT_TRUE(woken);

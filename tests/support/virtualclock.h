@@ -2,28 +2,25 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include <hostos/time.h>
 
+#include "threadobserver.h"
+
 /// Time that advances by itself, so that tests of long waits take no time and come out the same each run.
 ///
 /// Every thread of a `hostos::CThread` is counted, and so is the one that makes the clock. When all of them
-/// wait on the clock (or stand between `blockingBegins` and `blockingEnds`), the clock jumps to the earliest
-/// deadline and wakes that one waiter; waiters of one deadline wake one after the other, in the order in
-/// which they began to wait. A notification marks its waiters as busy before it wakes them, so no time passes
-/// in between.
-///
-/// A counted thread that blocks elsewhere (a lock, a join, a socket) holds the time up for some 30 ms of real
-/// time, until the clock takes it for blocked. A thread that is busy that long is left to finish, within
-/// reason.
+/// wait on the clock, it jumps to the earliest deadline and wakes that one waiter; waiters of one deadline
+/// wake one after the other, in the order in which they began to wait. Whoever wakes a waiter counts it as
+/// busy before it does, so no time passes in between. Nothing else moves the clock, however slow the machine:
+/// a counted thread that waits for another in any other way than by the clock (a lock that is held over a
+/// wait, a join, a future) makes time stand still, and the test hang.
 ///
 /// The clock is in use (`hostos::CTime::setClock`) from construction to destruction. Make it first and let it
 /// go last, on the same thread, while no other thread uses it.
-class VirtualClock : public hostos::IClock {
+class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
  public:
   enum class Mode {
     Automatic,  ///< jumps as soon as everybody waits
@@ -46,36 +43,26 @@ class VirtualClock : public hostos::IClock {
   void notify(std::condition_variable& condition, bool all) override;
   void threadBegins() override;
   void threadEnds() override;
-  void startingBegins() override;
-  void startingEnds() override;
-  void blockingBegins() override;
-  void blockingEnds() override;
 
  private:
-  struct Thread;
   struct Waiter;
   class Counted;
 
-  Thread* find() const;
   bool waitFor(const void* condition, std::unique_lock<std::mutex>& lock, std::uint64_t deadline, bool last);
   void wake(Waiter& waiter, bool timedOut);
-  bool jump(bool force);
-  void monitor();
+  void jump();
 
   const std::uint64_t m_id;  // tells this clock from one that lay at the same address
   hostos::IClock* const m_previous;
-  std::shared_ptr<Thread> m_outer;  // what the making thread was to the clock before
+  hostos::ThreadObserver* const m_previousObserver;
+  const std::uint64_t m_outer;  // the clock by which the making thread was counted before
 
-  std::mutex m_mutex;
-  std::condition_variable m_check;  // for the monitor
+  std::mutex m_mutex;  // guards what follows
   std::uint64_t m_now;
-  std::uint64_t m_limit;  // how far time may go by itself
-  std::uint64_t m_events = 0;
-  std::vector<std::shared_ptr<Thread>> m_threads;
+  std::uint64_t m_limit;           // how far time may go by itself
   std::vector<Waiter*> m_waiters;  // in the order in which they began
+  int m_busy = 0;                  // counted threads that do not wait
   int m_inside = 0;                // threads in a wait
-  int m_starting = 0;              // threads being made
   std::condition_variable m_left;  // for the destructor
   bool m_closing = false;
-  std::thread m_monitor;
 };

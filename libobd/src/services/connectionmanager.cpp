@@ -24,18 +24,6 @@ constexpr const char* Source = "src\\connectionmanager";
 constexpr std::uint32_t PhaseTime = 100;  // ms that each phase lasts at least, so that people can follow
 constexpr std::uint32_t RetryTime = 20;   // ms between attempts to break off a bus that is being opened
 
-// Takes a lock that may be held for long, and lets the clock know of the wait.
-std::unique_lock<std::mutex> lockPatiently(std::mutex& mutex) {
-  std::unique_lock lock(mutex, std::try_to_lock);
-  if (!lock.owns_lock()) {
-    hostos::IClock& clock = CTime::clock();
-    clock.blockingBegins();
-    lock.lock();
-    clock.blockingEnds();
-  }
-  return lock;
-}
-
 }  // namespace
 
 class ConnectionManager::DisconnectListener : public IDisconnectListener {
@@ -60,12 +48,12 @@ ConnectionManager::~ConnectionManager() {
 }
 
 void ConnectionManager::attachListener(IConnectionListener* listener) {
-  const auto guard = lockPatiently(m_listenerMutex);
+  const std::lock_guard guard(m_listenerMutex);
   m_listeners.push_back(listener);
 }
 
 void ConnectionManager::detachListener(IConnectionListener* listener) {
-  const auto guard = lockPatiently(m_listenerMutex);
+  const std::lock_guard guard(m_listenerMutex);
   const auto found = std::find(m_listeners.begin(), m_listeners.end(), listener);
   if (found != m_listeners.end()) {
     m_listeners.erase(found);
@@ -138,7 +126,7 @@ bool ConnectionManager::startOpening(const DeviceDetector& detector,
   if (!bus || calledFromListener()) {
     return false;
   }
-  const auto operation = lockPatiently(m_operationMutex);
+  const std::lock_guard operation(m_operationMutex);
   if (m_connection) {
     end(State::Replacing);
   }
@@ -169,7 +157,7 @@ void ConnectionManager::close() {
   if (calledFromListener()) {
     return;
   }
-  const auto operation = lockPatiently(m_operationMutex);
+  const std::lock_guard operation(m_operationMutex);
   end(State::Closing);
 }
 
@@ -356,7 +344,7 @@ void ConnectionManager::tell(Call call) {
 }
 
 void ConnectionManager::notifyPhase(IConnectionListener::OpenConnectionPhase phase, const std::string& text) {
-  const auto guard = lockPatiently(m_listenerMutex);
+  const std::lock_guard guard(m_listenerMutex);
   if (state() != State::Replacing) {
     tell([&](IConnectionListener& listener) { listener.onConnectionPhase(phase, text); });
     CTime::msleep(PhaseTime);
@@ -364,7 +352,7 @@ void ConnectionManager::notifyPhase(IConnectionListener::OpenConnectionPhase pha
 }
 
 void ConnectionManager::notifyDisconnected() {
-  const auto guard = lockPatiently(m_listenerMutex);
+  const std::lock_guard guard(m_listenerMutex);
   change(State::Open, State::Failed);
   if (state() != State::Replacing) {
     tell([](IConnectionListener& listener) { listener.onDisconnected(); });
@@ -373,7 +361,7 @@ void ConnectionManager::notifyDisconnected() {
 
 void ConnectionManager::notifyConnected() {
   {
-    const auto guard = lockPatiently(m_listenerMutex);
+    const std::lock_guard guard(m_listenerMutex);
     // A link that is gone meanwhile must not be the last word that listeners hear.
     if (m_connection->isConnected() && change(State::Opening, State::Open)) {
       tell([](IConnectionListener& listener) { listener.onConnected(); });

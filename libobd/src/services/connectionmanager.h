@@ -13,6 +13,7 @@
 
 #include "link/devicedetector.h"
 #include "services/iconnectionmanager.h"
+#include "vehicle/fairmutex.h"
 
 namespace obd {
 
@@ -90,9 +91,9 @@ class ConnectionManager final : public IConnectionManager {
   DeviceDetector m_detector;
   VehicleProtocol m_protocol = VehicleProtocol::Automatic;
 
-  std::mutex m_operationMutex;
-
-  std::mutex m_listenerMutex;
+  // These two are held over waits, so that waiting for them is a matter of the clock in use.
+  FairMutex m_operationMutex;
+  FairMutex m_listenerMutex;
   std::vector<IConnectionListener*> m_listeners;
   std::atomic<std::thread::id> m_teller{};  // who calls the listeners just now
 
