@@ -42,11 +42,12 @@ struct TimedValue {
 struct SampledSignal {
   TimedValue current;
   TimedValue previous;
+  unsigned int count = 0;  ///< how many of the two were fed; the others are 0 at time 0
 
   void feed(std::uint32_t time, float value);
   /// Milliseconds between the two; not above 0 for a signal that has not moved in time.
   float interval() const;
-  /// The number at `time`, on the line through the two. For an interval above 0.
+  /// The number at `time`, on the line through the two, before the previous one too. For an interval above 0.
   float at(std::uint32_t time) const;
 };
 

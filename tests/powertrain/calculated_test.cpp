@@ -191,6 +191,37 @@ TEST_F(Calculated, SignalsAreTakenToTheTimeOfTheFirst) {
   EXPECT_NEAR(parameter.consumption(*ecu, UnitSystem::Metric), 3.287F, 0.002F);
 }
 
+// A lost reply leaves the first signal behind the others: their lines are followed backward, not around the
+// clock.
+TEST_F(Calculated, ALostReplyOfTheFirstSignalIsInThePast) {
+  obd::GasConsumption consumption(*ecu);
+  answer("10", "03 E8");
+  answer("0D", "3C");
+  update(consumption);  // air flow at 1100; speed 60 at 1200
+  proxy->forget("01 10");
+  answer("0D", "64");
+  update(consumption);
+  answer("0D", "50");
+  EXPECT_EQ(update(consumption), IQuery::NoData);  // speed 100 at 1400 and 80 at 1600, so 130 at 1100
+  EXPECT_NEAR(consumption.consumption(*ecu, UnitSystem::Metric), 3.287F * 100.0F / 130.0F, 0.002F);
+
+  clock.now = 0x90000000;  // where the distance from time 0 has its top bit set
+  step = 500;
+  obd::Torque torque;
+  answer("0C", "2E E0");
+  for (const char* speed : {"5A", "5A", "64"}) {
+    answer("0D", speed);
+    update(torque);
+  }
+  // 0 at 1000, 2000 and 115.96 kW at 3000 ms; engine speed at 2500.
+  EXPECT_NEAR(torque.torque(*ecu, UnitSystem::Metric), 184.55F, 0.1F);
+  // Engine speed is lost, and the mean power is 193.77 kW at 4000 ms, so that its line has 77.05 kW at 2500.
+  proxy->forget("01 0C");
+  answer("0D", "78");
+  EXPECT_EQ(update(torque), IQuery::NoData);
+  EXPECT_NEAR(torque.torque(*ecu, UnitSystem::Metric), 245.3F, 0.2F);
+}
+
 TEST_F(Calculated, NoResultWithoutTimeBetweenSamples) {
   step = 0;
   clock.now = 0;
