@@ -141,8 +141,7 @@ FreezeFrameTroubleCode::FreezeFrameTroubleCode(unsigned char frame)
       m_info(std::make_shared<SensorInfo>(Pid2Uid(FreezeFramePid), "Freeze Frame Trouble Code", false)) {}
 
 std::shared_ptr<DtcDataModel> FreezeFrameTroubleCode::getTroubleCode(const IEcu& ecu) const {
-  const auto found = m_codes.find(ecu.id());
-  return found == m_codes.end() ? nullptr : found->second;
+  return m_codes.get(ecu.id());
 }
 
 void FreezeFrameTroubleCode::clear() {
@@ -172,15 +171,14 @@ std::vector<std::shared_ptr<SensorValue>> FreezeFrameTroubleCode::values(const I
 
 bool FreezeFrameTroubleCode::fromPayload(const std::shared_ptr<IEcu>& ecu,
                                          const std::vector<unsigned char>& data) {
-  m_codes.erase(ecu->id());
-  if (data.size() < 2) {
-    return false;
+  const std::string code = data.size() < 2 ? std::string() : troubleCodeText(data.data(), data.size());
+  // A failed read must leave no old code.
+  if (code.empty()) {
+    m_codes.erase(ecu->id());
+  } else {
+    m_codes.set(ecu->id(), DtcReader().getGenericCode(code));
   }
-  const std::string code = troubleCodeText(data.data(), data.size());
-  if (!code.empty()) {
-    m_codes[ecu->id()] = DtcReader().getGenericCode(code);
-  }
-  return true;
+  return data.size() >= 2;
 }
 
 }  // namespace obd

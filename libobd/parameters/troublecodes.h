@@ -8,6 +8,7 @@
 #include "core/obdparameter.h"
 #include "dtc/dtcdatamodel.h"
 #include "powertrain/powertrainparameter.h"
+#include "powertrain/unitvalues.h"
 
 namespace obd {
 
@@ -87,7 +88,7 @@ class VELMARA_EXPORT FreezeFrameTroubleCode final : public PowertrainParameter {
   bool fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
 
  private:
-  std::map<unsigned int, std::shared_ptr<DtcDataModel>> m_codes;
+  UnitValues<std::shared_ptr<DtcDataModel>> m_codes;
   std::shared_ptr<const SensorInfo> m_info;
 };
 

@@ -25,6 +25,11 @@ class UnitValues {
   /// `missing` for a unit that has none.
   T get(unsigned int unit, const T& missing = T()) const { return find(unit).value_or(missing); }
 
+  void erase(unsigned int unit) {
+    const std::lock_guard guard(m_mutex);
+    m_values.erase(unit);
+  }
+
   void clear() {
     const std::lock_guard guard(m_mutex);
     m_values.clear();

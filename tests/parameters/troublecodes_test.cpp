@@ -1,6 +1,8 @@
 #include "parameters/troublecodes.h"
 
+#include <atomic>
 #include <stdexcept>
+#include <thread>
 
 #include "../dtc/smalltable.h"
 #include "dtc/dtcreader.h"
@@ -198,6 +200,28 @@ TEST_F(TroubleCodes, ClearingIsConfirmedUnitByUnit) {
   EXPECT_EQ(log.lastSource(), "parameters\\cleartroublecodes");
   query.clear();
   EXPECT_FALSE(query.isCleared(*ecu));
+}
+
+// A front end may ask for the code while the worker reads the next one. Counts only under a sanitizer for
+// threads.
+TEST_F(TroubleCodes, FreezeFrameIsReadableWhileUpdated) {
+  obd::FreezeFrameTroubleCode query(3);
+  std::atomic<bool> done{false};
+  std::thread worker([&] {
+    for (int i = 0; i < 200; ++i) {
+      EXPECT_TRUE(query.setResponseData(ecu, bytes(i % 2 == 0 ? "4202030133" : "4202030000")));
+      if (i % 10 == 0) {
+        query.clear();
+      }
+    }
+    done = true;
+  });
+  do {
+    const auto record = query.getTroubleCode(*ecu);
+    EXPECT_EQ(record ? record->code() : "P0133", "P0133");
+    EXPECT_LE(query.values(*ecu, obd::UnitSystem::Metric).size(), 1U);
+  } while (!done);
+  worker.join();
 }
 
 TEST_F(TroubleCodes, FreezeFrameHasOneCodeWithItsGenericText) {
