@@ -2,7 +2,8 @@
 
 #include <cmath>
 #include <limits>
-#include <sstream>
+
+#include <tavrix/classicstream.h>
 
 #include "powertrain/sensorinfo.h"
 #include "powertrain/unitscaling.h"
@@ -12,7 +13,7 @@ namespace obd {
 namespace {
 
 std::string fixedText(float value, int precision) {
-  std::ostringstream text;
+  tavrix::ClassicStream text;
   text.setf(std::ios_base::fixed, std::ios_base::floatfield);
   text.precision(precision);
   text << value;

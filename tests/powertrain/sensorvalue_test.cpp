@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <locale>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,6 +48,39 @@ TEST(SensorValue, RoundsHalvesUpwardInSinglePrecision) {
   for (const auto& [value, precision, text] : cases) {
     EXPECT_EQ(obd::TypedValueFormater(precision).toString(value), text) << value << " " << precision;
   }
+}
+
+/// A locale that writes 12.345,6 while it lives.
+class ForeignLocale {
+ public:
+  ~ForeignLocale() { std::locale::global(m_previous); }
+
+ private:
+  struct Punctuation : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\1\2\3"; }
+  };
+
+  const std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new Punctuation));
+};
+
+// What an application has made its global locale concerns its own texts.
+TEST(Texts, DoNotFollowTheGlobalLocale) {
+  const ForeignLocale foreign;
+  EXPECT_EQ(obd::ConcreateNumericSensorValue<float>::buildObject(1, 12345.67F, 1)->textualValue(), "12345.7");
+  EXPECT_EQ(obd::ConcreateNumericSensorValue<unsigned int>::buildObject(1, 12345, 1)->textualValue(),
+            "12345");
+  EXPECT_EQ(LinearScaling(1, 1.0F, 1, Unit::NoUnit, nullptr).toString(12345.0F), "12345.0");
+  EXPECT_EQ(obd::DummyScaling().toString(12345.0F), "12345");
+  EXPECT_EQ(ParameterIdentifier(0x12345).toString(), "$12345");
+  const auto ecu = std::make_shared<TestEcu>(12345);
+  const auto distance = obd::ParameterFactory().createParameter(ParameterIdentifier::MilDistance);
+  EXPECT_TRUE(reply(*distance, ecu, "41 21 30 39"));
+  EXPECT_EQ(texts(*distance, *ecu), "12345");
+  fake::Log log;
+  EXPECT_FALSE(reply(*distance, ecu, "7F 01 12"));
+  EXPECT_EQ(log.take().at(0), "2 ECU with ID 12345 received NACK:  0x7f 0x1 0x12");
 }
 
 TEST(UnitScaling, ScalesRawNumbersAndConvertsOnlyInText) {

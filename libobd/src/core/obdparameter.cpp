@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <exception>
-#include <sstream>
 
+#include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
 
 namespace obd {
 
 namespace {
 
+using tavrix::ClassicStream;
 using tavrix::debugStream;
 using tavrix::LogStream;
 
@@ -27,7 +28,7 @@ void appendHex(std::ostream& stream, const std::vector<unsigned char>& bytes) {
 }
 
 std::string describeExchange(const std::vector<unsigned char>& request, const ResponseMap& responses) {
-  std::ostringstream text;
+  ClassicStream text;
   text << "request:";
   appendHex(text, request);
   for (const auto& [id, bytes] : responses) {
@@ -123,7 +124,7 @@ unsigned int ObdParameter::timeout() const {
 }
 
 void ObdParameter::setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
-  std::ostringstream text;
+  ClassicStream text;
   appendHex(text, data);
   LogStream(Source, __LINE__, 2) << "ECU with ID " << ecu->id() << " received NACK: " << text.str();
   m_nack = data.size() < 3 ? UnknownNack : data[2];
