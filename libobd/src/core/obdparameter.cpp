@@ -6,6 +6,8 @@
 #include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
 
+#include "core/saeframes.h"
+
 namespace obd {
 
 namespace {
@@ -18,7 +20,6 @@ constexpr const char* Source = "src\\obdparameter";
 constexpr unsigned int DefaultTimeout = 1500;
 constexpr unsigned char NegativeResponse = 0x7F;
 constexpr int UnknownNack = 121;
-constexpr std::size_t FramePayload = 7;
 
 void appendHex(std::ostream& stream, const std::vector<unsigned char>& bytes) {
   stream << std::hex;
@@ -65,6 +66,12 @@ std::string NackToString(int nack) {
     default:
       return "Unknown";
   }
+}
+
+ObdParameter& ObdParameter::operator=(const ObdParameter& other) {
+  m_request = other.m_request;
+  m_nack = other.m_nack.load();
+  return *this;
 }
 
 IQuery::UpdateStatus ObdParameter::update(const std::shared_ptr<IObdProxy>& proxy) {
@@ -131,13 +138,13 @@ void ObdParameter::setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<u
 }
 
 int ObdParameter::findSaeChecksumLength(const std::vector<unsigned char>& data) const {
-  if (data.size() % FramePayload == 0) {
+  if (data.size() % SaeFrames::FrameSize == 0) {
     debugStream << "Guess no checksum in use";
     if (verifySaeSignatures(data, 0)) {
       return 0;
     }
   }
-  if (data.size() % (FramePayload + 1) != 0) {
+  if (data.size() % (SaeFrames::FrameSize + 1) != 0) {
     return -1;
   }
   debugStream << "Guess checksum in use";
@@ -161,7 +168,7 @@ bool ObdParameter::verifySaeSignatures(const std::vector<unsigned char>& data,
     if (!matchesAt(signature, data, offset)) {
       return false;
     }
-    offset += FramePayload + static_cast<std::size_t>(checksumLength);
+    offset += SaeFrames::FrameSize + static_cast<std::size_t>(checksumLength);
   } while (offset < end);
   return true;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "core/iquery.h"
+#include "core/request.h"
 
 namespace obd {
 
@@ -24,9 +26,17 @@ VELMARA_EXPORT std::string NackToString(int nack);
 
 /// A query made of one request: builds the request bytes, walks the replies of all control units, checks each
 /// for a negative response and for its signature, and hands it to the subclass, which keeps values by control
-/// unit. Used by one `update` at a time; results are read while none runs, unless a class allows for more.
+/// unit.
+///
+/// `update`, `setResponseData` and `clear` are called by one thread at a time, the worker as a rule.
+/// Everything else public may be called from any thread meanwhile: what a query is does not change, and what
+/// it keeps is guarded. This holds for all queries.
 class VELMARA_EXPORT ObdParameter : public IQuery {
  public:
+  ObdParameter(const ObdParameter& other)
+      : IQuery(other), m_request(other.m_request), m_nack(other.m_nack.load()) {}
+  ObdParameter& operator=(const ObdParameter& other);
+
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
   void clear() override {}
 
@@ -40,10 +50,12 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   virtual int nack() const { return m_nack; }
 
  protected:
+  explicit ObdParameter(const Request& request = Request()) : m_request(request) {}
+
   /// Replaces `data` by the request bytes.
-  virtual void getRequestData(std::vector<unsigned char>& data) const = 0;
+  virtual void getRequestData(std::vector<unsigned char>& data) const { data = m_request.bytes(); }
   /// Replaces `data` by the bytes with which every acceptable reply begins.
-  virtual void getSignature(std::vector<unsigned char>& data) const = 0;
+  virtual void getSignature(std::vector<unsigned char>& data) const { data = m_request.signature(); }
   /// Digests a reply, signature included. True if it was usable.
   virtual bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) = 0;
 
@@ -55,7 +67,8 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   bool verifySaeSignatures(const std::vector<unsigned char>& data, unsigned long long checksumLength) const;
 
  private:
-  int m_nack = 0;
+  Request m_request;
+  std::atomic<int> m_nack{0};
 };
 
 }  // namespace obd
