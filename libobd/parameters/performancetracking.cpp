@@ -1,9 +1,10 @@
 #include "parameters/performancetracking.h"
 
 #include <cstddef>
-#include <utility>
 
 #include <tavrix/tracelog.h>
+
+#include "core/bigendian.h"
 
 namespace obd {
 
@@ -11,10 +12,8 @@ namespace {
 
 using tavrix::LogStream;
 
-constexpr std::size_t CountPosition = 2;    // on CAN
-constexpr std::size_t CounterPosition = 3;  // behind signature and count or sequence number
-constexpr std::size_t SmallestCan = 35;     // 16 counters
-constexpr std::size_t SaeFrameSize = 7;
+constexpr std::size_t SmallestCan = 35;  // 16 counters
+constexpr std::size_t CounterSize = 2;
 constexpr std::size_t CountersPerFrame = 2;
 
 constexpr const char* SparkTexts[] = {
@@ -62,11 +61,9 @@ constexpr const char* CompressionTexts[] = {
     "Fuel Monitor Conditions Encountered Counts",
 };
 
-/// Takes one counter, high byte first. One that reads 0 is not there.
-void addCounter(std::map<std::int32_t, unsigned int>& counters, std::size_t index,
-                const unsigned char* bytes) {
-  const unsigned int value = static_cast<unsigned int>(bytes[0]) << 8U | bytes[1];
-  if (value != 0) {
+// Takes one counter. One that reads 0 is not there.
+void addCounter(PerformanceCounters& counters, std::size_t index, const unsigned char* bytes) {
+  if (const unsigned int value = word(bytes); value != 0) {
     counters.emplace_hint(counters.end(), static_cast<std::int32_t>(index), value);
   }
 }
@@ -79,80 +76,65 @@ std::string PerformanceTracking::textOf(std::int32_t counter) const {
 }
 
 unsigned int PerformanceTracking::valueOf(const IEcu& ecu, std::int32_t counter) const {
-  const auto unit = m_counters.find(ecu.id());
-  if (unit == m_counters.end()) {
-    LogStream(m_source, __LINE__, 2) << "invalid ECU id " << ecu.id();
+  const auto counters = recordOf(ecu);
+  if (!counters) {
     return 0;
   }
-  const auto found = unit->second.find(counter);
-  if (found == unit->second.end()) {
-    LogStream(m_source, __LINE__, 2) << "Invalid counter: " << counter;
+  const auto found = counters->find(counter);
+  if (found == counters->end()) {
+    LogStream(source(), __LINE__, 2) << "Invalid counter: " << counter;
     return 0;
   }
   return found->second;
 }
 
 std::vector<std::int32_t> PerformanceTracking::countersOf(const IEcu& ecu) const {
-  const auto unit = m_counters.find(ecu.id());
-  if (unit == m_counters.end()) {
-    LogStream(m_source, __LINE__, 2) << "invalid ECU id " << ecu.id();
-    return {};
+  std::vector<std::int32_t> numbers;
+  if (const auto counters = recordOf(ecu)) {
+    for (const auto& [number, value] : *counters) {
+      numbers.push_back(number);
+    }
   }
-  std::vector<std::int32_t> counters;
-  counters.reserve(unit->second.size());
-  for (const auto& [counter, value] : unit->second) {
-    counters.push_back(counter);
-  }
-  return counters;
+  return numbers;
 }
 
 bool PerformanceTracking::fromBytes(const std::shared_ptr<IEcu>& ecu,
                                     const std::vector<unsigned char>& data) {
-  if (!m_counters.empty()) {
-    m_counters.erase(m_counters.begin());
-  }
-  return isCan(ecu->protocol()) ? fromCanSystem(ecu->id(), data) : fromSaeSystem(ecu->id(), data);
+  records().eraseFirst();
+  return VehicleInformation::fromBytes(ecu, data);
 }
 
-bool PerformanceTracking::fromCanSystem(unsigned int id, const std::vector<unsigned char>& payload) {
-  if (payload.size() < SmallestCan) {
-    LogStream(m_source, __LINE__, 2) << "Invalid number of data bytes: " << payload.size();
-    return false;
+bool PerformanceTracking::fromCan(unsigned int ecuId, const std::vector<unsigned char>& reply) {
+  if (reply.size() < SmallestCan) {
+    return refuseByteCount(source(), 2, reply.size());
   }
-  Counters counters;
-  const std::size_t count = payload[CountPosition];
+  const auto counters = std::make_shared<PerformanceCounters>();
+  const std::size_t count = reply[CountPosition];
   for (std::size_t index = 0; index < count; ++index) {
-    const std::size_t position = CounterPosition + 2 * index;
-    if (position + 2 > payload.size()) {
-      LogStream(m_source, __LINE__, 2) << "Invalid number of data bytes: " << payload.size();
+    const std::size_t position = DataPosition + CounterSize * index;
+    if (position + CounterSize > reply.size()) {
+      refuseByteCount(source(), 2, reply.size());
       break;
     }
-    addCounter(counters, index, payload.data() + position);
+    addCounter(*counters, index, reply.data() + position);
   }
-  m_counters.insert_or_assign(id, std::move(counters));
+  records().set(ecuId, counters);
   return true;
 }
 
-bool PerformanceTracking::fromSaeSystem(unsigned int id, const std::vector<unsigned char>& payload) {
-  if (payload.size() < SaeFrameSize) {
-    LogStream(m_source, __LINE__, 2) << "Invalid number of data bytes: " << payload.size();
+bool PerformanceTracking::fromFrames(unsigned int ecuId, const std::vector<unsigned char>& reply) {
+  const auto frames = findFrames(reply, 2);
+  if (!frames) {
     return false;
   }
-  const int checksum = findSaeChecksumLength(payload);
-  if (checksum < 0) {
-    LogStream(m_source, __LINE__, 2) << "Invalid data received";
-    return false;
-  }
-  const std::size_t frameSize = SaeFrameSize + static_cast<std::size_t>(checksum);
-  const std::size_t frames = payload.size() / frameSize;
-  Counters counters;
-  for (std::size_t frame = 0; frame < frames; ++frame) {
+  const auto counters = std::make_shared<PerformanceCounters>();
+  for (std::size_t frame = 0; frame < frames->count(); ++frame) {
     // Place alone counts; sequence numbers are not read.
-    const unsigned char* bytes = payload.data() + frame * frameSize + CounterPosition;
-    addCounter(counters, CountersPerFrame * frame, bytes);
-    addCounter(counters, CountersPerFrame * frame + 1, bytes + 2);
+    const unsigned char* bytes = (*frames)[frame] + DataPosition;
+    addCounter(*counters, CountersPerFrame * frame, bytes);
+    addCounter(*counters, CountersPerFrame * frame + 1, bytes + CounterSize);
   }
-  m_counters.insert_or_assign(id, std::move(counters));
+  records().set(ecuId, counters);
   return true;
 }
 

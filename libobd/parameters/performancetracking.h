@@ -11,30 +11,29 @@
 
 namespace obd {
 
+/// The counters of a control unit by their numbers.
+using PerformanceCounters = std::map<std::int32_t, unsigned int>;
+
 /// In-use performance counters: how often monitors ran, and how often the conditions for them were met (SAE
 /// J1979, service 09). Counters stand in the reply in the order of their numbers. Each reply also drops
 /// what is known of the control unit with the lowest identifier, whoever sent it; `clear` keeps all values.
-class VELMARA_EXPORT PerformanceTracking : public VehicleInformation {
+class VELMARA_EXPORT PerformanceTracking
+    : public VehicleInformation<std::shared_ptr<const PerformanceCounters>> {
  protected:
   /// `texts` are the names of the counters in their order; they and `source` are static.
   PerformanceTracking(unsigned char informationType, const char* source, std::span<const char* const> texts)
-      : VehicleInformation(informationType), m_source(source), m_texts(texts) {}
+      : VehicleInformation(informationType, source), m_texts(texts) {}
 
   std::string textOf(std::int32_t counter) const;
   unsigned int valueOf(const IEcu& ecu, std::int32_t counter) const;
   std::vector<std::int32_t> countersOf(const IEcu& ecu) const;
 
   bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
+  bool fromCan(unsigned int ecuId, const std::vector<unsigned char>& reply) override;
+  bool fromFrames(unsigned int ecuId, const std::vector<unsigned char>& reply) override;
 
  private:
-  using Counters = std::map<std::int32_t, unsigned int>;
-
-  bool fromCanSystem(unsigned int id, const std::vector<unsigned char>& payload);
-  bool fromSaeSystem(unsigned int id, const std::vector<unsigned char>& payload);
-
-  const char* m_source;
   std::span<const char* const> m_texts;
-  std::map<unsigned int, Counters> m_counters;  // by control unit
 };
 
 /// The counters by the names of one set.

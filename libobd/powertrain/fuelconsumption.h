@@ -1,133 +1,14 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <initializer_list>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <vector>
+#include <utility>
 
-#include "powertrain/calculatedparameter.h"
-#include "powertrain/oxygensensor.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/consumptioncalculator.h"
 
 namespace obd {
 
-/// Where the mixture correction comes from: the first of three parameters that a control unit offers.
-class VELMARA_EXPORT LambdaSource {
- public:
-  /// Null if the control unit offers none of them.
-  static std::unique_ptr<LambdaSource> create(const IEcu& ecu);
-
-  /// True if the parameter delivered data.
-  bool update(const std::shared_ptr<IObdProxy>& proxy);
-  /// The ratio of a control unit; 0 if it has sent none.
-  float lambda(const IEcu& ecu) const;
-
- private:
-  LambdaSource() = default;
-
-  std::unique_ptr<CommandedFar> m_commanded;
-  std::unique_ptr<WideRangeOxygenSensor> m_sensor;  // used if the former is null
-};
-
-/// What the calculators of fuel consumption share. Each input is a request of its own; a calculation takes
-/// all of them to the moment of the first one, and the value shown is the mean over about one pass.
-class VELMARA_EXPORT ConsumptionCalculator : public CalculatedParameter {
- public:
-  /// A factor on the metric figure; 1 at the start.
-  void setCorrectionFactor(float factor);
-  /// Liters per 100 km, or miles per gallon.
-  float consumption(const IEcu& ecu, UnitSystem system) const;
-
-  UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
-  std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) override;
-
- protected:
-  static constexpr std::size_t MaxInputs = 4;
-  /// The inputs other than lambda at one moment, in update order.
-  using Inputs = std::array<float, MaxInputs>;
-
-  struct Engine {
-    float volumetricEfficiency = 85.0F;  // percent
-    float displacement = 1.6F;           // liters
-  };
-
-  /// `inputs` are the PIDs to ask, lambda not among them; it is asked for behind the first `lambdaPosition`
-  /// of them. `ecu` decides on the source of lambda.
-  ConsumptionCalculator(const IEcu& ecu, std::initializer_list<int> inputs, std::size_t lambdaPosition);
-  /// Whether the control unit offers all of the PIDs.
-  static bool offers(const IEcu& ecu, std::initializer_list<int> pids);
-
-  /// Liters per 100 km.
-  virtual float calculate(const Inputs& inputs, float lambda, const Engine& engine) const = 0;
-  void changeEngine(float Engine::*setting, float value);
-
- private:
-  struct State {
-    std::array<SampledSignal, MaxInputs> inputs;
-    SampledSignal lambda;
-    Engine engine;
-    std::vector<float> results;
-  };
-  using Ecus = std::vector<std::shared_ptr<IEcu>>;
-
-  void makeStates(const Ecus& ecus);
-  bool updateInput(std::size_t index, const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus);
-  void updateLambda(const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus);
-  void addResult(State& state) const;
-  static float convert(float value, UnitSystem system);
-
-  std::vector<std::unique_ptr<NumericParameter>> m_inputs;
-  const std::size_t m_lambdaPosition;
-  const std::unique_ptr<LambdaSource> m_lambda;
-  mutable std::mutex m_mutex;  // guards what follows
-  std::map<unsigned int, State> m_states;
-  float m_correctionFactor = 1.0F;
-  Engine m_engine;
-  bool m_settingsChanged = false;
-};
-
-/// Petrol, from mass air flow.
-class VELMARA_EXPORT GasConsumption final : public ConsumptionCalculator {
- public:
-  explicit GasConsumption(const IEcu& ecu);
-  /// Whether the control unit offers all inputs.
-  static bool isValid(const IEcu& ecu);
-
- protected:
-  float calculate(const Inputs& inputs, float lambda, const Engine& engine) const override;
-};
-
-/// Petrol, from manifold pressure, engine speed and intake temperature by the ideal gas law.
-class VELMARA_EXPORT GasConsumptionMap final : public ConsumptionCalculator {
- public:
-  explicit GasConsumptionMap(const IEcu& ecu);
-  static bool isValid(const IEcu& ecu);
-
-  /// Percent; 85 at the start. Of the control units known, the first one takes it over in the next update.
-  void setVolumetricEfficiency(float percent);
-  /// Liters; 1.6 at the start. Taken over likewise.
-  void setEngineDisplacement(float liters);
-
- protected:
-  float calculate(const Inputs& inputs, float lambda, const Engine& engine) const override;
-};
-
-/// Diesel, from mass air flow and engine load.
-class VELMARA_EXPORT DieselConsumption final : public ConsumptionCalculator {
- public:
-  explicit DieselConsumption(const IEcu& ecu);
-  static bool isValid(const IEcu& ecu);
-
- protected:
-  float calculate(const Inputs& inputs, float lambda, const Engine& engine) const override;
-};
-
 /// Fuel consumption by whatever calculator suits the control unit.
-class VELMARA_EXPORT FuelConsumption final : public PowertrainParameter {
+class VELMARA_EXPORT FuelConsumption final : public CalculatedParameter {
  public:
   /// `volumetricEfficiency` in percent, `engineDisplacement` in liters. Null if the control unit does not
   /// offer what a calculator for this ignition needs.
@@ -135,20 +16,18 @@ class VELMARA_EXPORT FuelConsumption final : public PowertrainParameter {
                                                  float correctionFactor, int volumetricEfficiency,
                                                  float engineDisplacement);
 
-  UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
-  ParameterIdentifier::Id pid() const override { return m_calculator->pid(); }
-  std::string description(const IEcu& ecu) override;
-  std::vector<std::shared_ptr<const SensorInfo>> sensorInfo(const IEcu& ecu) override;
-  std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) override;
+  UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override {
+    return m_calculator->update(proxy);
+  }
 
  protected:
-  void getRequestData(std::vector<unsigned char>& data) const override { data.clear(); }
-  void getSignature(std::vector<unsigned char>& data) const override { data.clear(); }
-  bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
-  bool fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
+  float result(const IEcu& ecu, UnitSystem system) const override {
+    return m_calculator->consumption(ecu, system);
+  }
 
  private:
-  explicit FuelConsumption(std::unique_ptr<ConsumptionCalculator> calculator);
+  explicit FuelConsumption(std::unique_ptr<ConsumptionCalculator> calculator)
+      : CalculatedParameter(ParameterIdentifier::FuelConsumption), m_calculator(std::move(calculator)) {}
 
   const std::unique_ptr<ConsumptionCalculator> m_calculator;
 };

@@ -66,22 +66,12 @@ const MonitorRecord::MonitorTestInfo MonitorRecord::TEST_INFO_ARRAY[TEST_INFO_AR
     {ObdTest::EgrVvtCompression, 15, 7},
 };
 
-MonitorRecord::MonitorRecord(int pid, const char* text)
-    : PowertrainParameter(ObdMode::Mode01, 0),
-      m_info(std::make_shared<SensorInfo>(Pid2Uid(pid), text, false)) {}
-
-MonitorStatus::MonitorStatus()
-    : MonitorRecord(ParameterIdentifier::MonitorStatus, "Monitor status since DTCs cleared") {}
-
-MonitorStatusThisCycle::MonitorStatusThisCycle()
-    : MonitorRecord(ParameterIdentifier::MonitorStatusThisCycle, "Monitor status this driving cycle") {}
-
 bool MonitorRecord::isMalfunctionIndicatorLightOn(const IEcu& ecu) const {
-  return isSet(m_bits.get(ecu.id()), LightBit);
+  return isSet(bits(ecu), LightBit);
 }
 
 int MonitorRecord::getNumberOfErrors(const IEcu& ecu) const {
-  return static_cast<int>(m_bits.get(ecu.id()) >> ErrorsShift & ErrorsMask);
+  return static_cast<int>(bits(ecu) >> ErrorsShift & ErrorsMask);
 }
 
 IgnitionType MonitorRecord::getIgnitionType(const IEcu& ecu) const {
@@ -91,16 +81,13 @@ IgnitionType MonitorRecord::getIgnitionType(const IEcu& ecu) const {
 
 bool MonitorRecord::isTestAvailable(const IEcu& ecu, ObdTest test) const {
   const MonitorTestInfo* info = findTest(test);
-  return info != nullptr && isSet(m_bits.get(ecu.id()), info->availableBit);
+  return info != nullptr && isSet(bits(ecu), info->availableBit);
 }
 
 bool MonitorRecord::isTestComplete(const IEcu& ecu, ObdTest test) const {
   const MonitorTestInfo* info = findTest(test);
-  if (info == nullptr) {
-    return false;
-  }
-  const std::uint32_t bits = m_bits.get(ecu.id());
-  return isSet(bits, info->availableBit) && !isSet(bits, info->incompleteBit);
+  const std::uint32_t told = bits(ecu);
+  return info != nullptr && isSet(told, info->availableBit) && !isSet(told, info->incompleteBit);
 }
 
 std::string MonitorRecord::getTestDescription(ObdTest test) {
@@ -110,28 +97,6 @@ std::string MonitorRecord::getTestDescription(ObdTest test) {
 
 unsigned int MonitorRecord::timeout() const {
   return Timeout;
-}
-
-std::string MonitorRecord::description(const IEcu& /*ecu*/) {
-  return m_info->description();
-}
-
-std::vector<std::shared_ptr<const SensorInfo>> MonitorRecord::sensorInfo(const IEcu& /*ecu*/) {
-  return {m_info};
-}
-
-std::vector<std::shared_ptr<SensorValue>> MonitorRecord::values(const IEcu& /*ecu*/, UnitSystem /*system*/) {
-  return {};
-}
-
-bool MonitorRecord::fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
-  if (data.size() < 4) {
-    return false;
-  }
-  m_bits.set(ecu->id(), static_cast<std::uint32_t>(data[0]) << 24U |
-                            static_cast<std::uint32_t>(data[1]) << 16U |
-                            static_cast<std::uint32_t>(data[2]) << 8U | static_cast<std::uint32_t>(data[3]));
-  return true;
 }
 
 std::vector<ObdTest> applicableTests(const MonitorStatus& status, const IEcu* ecu) {

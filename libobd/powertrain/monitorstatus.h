@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "powertrain/powertrainparameter.h"
-#include "powertrain/unitvalues.h"
+#include "powertrain/pidparameter.h"
 
 namespace obd {
 
@@ -33,8 +32,9 @@ enum class ObdTest : std::int32_t {
 };
 
 /// What PIDs 0x01 and 0x41 share: four bytes by control unit, read through one table. Nothing is known of a
-/// control unit that has not answered: light off, no codes, spark ignition, no monitor available.
-class VELMARA_EXPORT MonitorRecord : public PowertrainParameter {
+/// control unit that has not answered: light off, no codes, spark ignition, no monitor available. There are
+/// no values.
+class VELMARA_EXPORT MonitorRecord : public PidParameter {
  public:
   /// Where a monitor stands among the 32 bits, of which A.7 is bit 31 and D.0 is bit 0.
   struct MonitorTestInfo {
@@ -56,27 +56,20 @@ class VELMARA_EXPORT MonitorRecord : public PowertrainParameter {
   /// The name of a monitor; "NA" for a number without one.
   static std::string getTestDescription(ObdTest test);
 
-  void clear() override { m_bits.clear(); }
+  void clear() override { forgetAll(); }
   unsigned int timeout() const override;
-  ParameterIdentifier::Id pid() const override { return m_info->pid(); }
-  std::string description(const IEcu& ecu) override;
-  std::vector<std::shared_ptr<const SensorInfo>> sensorInfo(const IEcu& ecu) override;
-  /// Always empty.
-  std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) override;
 
  protected:
-  MonitorRecord(int pid, const char* text);
-  bool fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
+  explicit MonitorRecord(ParameterIdentifier::Id pid) : PidParameter(pid, ObdMode::Mode01, 0) {}
 
  private:
-  std::shared_ptr<const SensorInfo> m_info;
-  UnitValues<std::uint32_t> m_bits;
+  std::uint32_t bits(const IEcu& ecu) const { return static_cast<std::uint32_t>(number(ecu.id())); }
 };
 
 /// PID 0x01: since codes were cleared.
 class VELMARA_EXPORT MonitorStatus final : public MonitorRecord {
  public:
-  MonitorStatus();
+  MonitorStatus() : MonitorRecord(ParameterIdentifier::MonitorStatus) {}
 };
 
 /// The monitors that apply to a control unit by its kind of ignition, available or not, in ascending order:
@@ -86,7 +79,7 @@ VELMARA_EXPORT std::vector<ObdTest> applicableTests(const MonitorStatus& status,
 /// PID 0x41: in this driving cycle.
 class VELMARA_EXPORT MonitorStatusThisCycle final : public MonitorRecord {
  public:
-  MonitorStatusThisCycle();
+  MonitorStatusThisCycle() : MonitorRecord(ParameterIdentifier::MonitorStatusThisCycle) {}
   /// The available bit of this PID tells whether the monitor is enabled in this cycle.
   bool isTestEnabled(const IEcu& ecu, ObdTest test) const { return isTestAvailable(ecu, test); }
 };

@@ -5,25 +5,9 @@
 #include <vector>
 
 #include "powertrain/powertrainparameter.h"
+#include "powertrain/sensordescriptor.h"
 
 namespace obd {
-
-/// A sensor in a unit system.
-class VELMARA_EXPORT SensorDescriptor {
- public:
-  SensorDescriptor(const std::shared_ptr<const SensorInfo>& info, UnitSystem system);
-
-  std::string description() const { return m_info->description(); }
-  bool isNumeric() const { return m_info->isNumeric(); }
-  float maxValue() const { return m_info->maxValue(m_system); }
-  float minValue() const { return m_info->minValue(m_system); }
-  int uid() const { return m_info->uid(); }
-  MeasurementUnit unit() const { return m_info->unit(m_system); }
-
- private:
-  std::shared_ptr<const SensorInfo> m_info;
-  UnitSystem m_system;
-};
 
 /// A parameter as one control unit offers it, in a unit system. Its operations may be called while the
 /// parameter is being updated.

@@ -13,9 +13,6 @@ namespace obd {
 
 /// One PID of service 01, or the same PID of a freeze frame of service 02 (SAE J1979).
 ///
-/// The worker runs `update`. Everything public that does not take part in it may be called from any thread:
-/// the descriptions do not change, and the values by control unit are guarded.
-///
 /// A value stays until its control unit sends a newer one: `clear`, which runs before every refresh, forgets
 /// none unless a class says so.
 class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
@@ -34,8 +31,8 @@ class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
   virtual std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) = 0;
 
  protected:
-  void getRequestData(std::vector<unsigned char>& data) const override;
-  void getSignature(std::vector<unsigned char>& data) const override;
+  void getRequestData(std::vector<unsigned char>& data) const override { data = request().bytes(); }
+  void getSignature(std::vector<unsigned char>& data) const override { data = request().signature(); }
   bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
 
   /// Digests the data bytes of a reply, of which there is at least one. False if they are too few or make no
@@ -43,6 +40,8 @@ class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
   virtual bool fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) = 0;
 
  private:
+  Request request() const;
+
   unsigned char m_frame;
   ObdMode m_mode;
 };

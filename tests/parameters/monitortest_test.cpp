@@ -1,7 +1,7 @@
 #include <tuple>
 
 #include "parameters/monitortestresult.h"
-#include "parameters/oxygensensortest.h"
+#include "parameters/oxygensensortestresult.h"
 #include "parameters/unitscalingfactory.h"
 #include "records.h"
 

@@ -3,6 +3,7 @@
 
 #include "parameters/onboardtest.h"
 #include "parameters/performancetracking.h"
+#include "parameters/testroutinedatamodel.h"
 #include "records.h"
 
 namespace {

@@ -1,4 +1,6 @@
-#include "parameters/troublecodes.h"
+#include "parameters/cleartroublecodes.h"
+#include "parameters/dtcparameter.h"
+#include "parameters/freezeframetroublecode.h"
 
 #include <atomic>
 #include <stdexcept>

@@ -1,4 +1,7 @@
-#include "parameters/vehicleinformation.h"
+#include "parameters/calibrationids.h"
+#include "parameters/calibrationverificationnumbers.h"
+#include "parameters/ecuname.h"
+#include "parameters/identificationnumber.h"
 
 #include <stdexcept>
 

@@ -3,8 +3,11 @@
 
 #include <hostos/time.h>
 
-#include "powertrain/engineperformance.h"
+#include "powertrain/batteryvoltage.h"
+#include "powertrain/boostpressure.h"
+#include "powertrain/enginepower.h"
 #include "powertrain/fuelconsumption.h"
+#include "powertrain/torque.h"
 #include "testecu.h"
 
 namespace {

@@ -1,10 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "powertrain/multivalueparameters.h"
-#include "powertrain/oxygensensor.h"
 #include "powertrain/parameterfactory.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/pidparameters.h"
 #include "testecu.h"
 
 namespace {
@@ -328,8 +326,8 @@ TEST_F(Decoding, KnowsTheEdges) {
   const auto degrees =
       std::dynamic_pointer_cast<obd::NumericSensorValue>(coolant->values(*ecu, UnitSystem::Metric).at(0));
   EXPECT_EQ(degrees->toString(25.4F), "25");
-  for (const int pid : {0x63, 0x80}) {
-    EXPECT_THROW(obd::MultiValueParameter(pid, ObdMode::Mode01, 0), std::out_of_range);
+  for (const int pid : {0x00, 0x20, 0x60, 0x80, 241}) {
+    EXPECT_THROW(obd::PidParameter(ParameterIdentifier(pid).id(), ObdMode::Mode01, 0), std::out_of_range);
   }
 }
 

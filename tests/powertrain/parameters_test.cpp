@@ -6,9 +6,9 @@
 
 #include "powertrain/fueltrim.h"
 #include "powertrain/monitorstatus.h"
-#include "powertrain/oxygensensor.h"
 #include "powertrain/parameterfactory.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/pidparameters.h"
+#include "powertrain/testequipmentconfiguration.h"
 #include "testecu.h"
 
 namespace {

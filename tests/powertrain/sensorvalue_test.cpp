@@ -7,11 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "powertrain/engineperformance.h"
 #include "powertrain/monitorstatus.h"
 #include "powertrain/parameterdescriptor.h"
 #include "powertrain/parameterfactory.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/pidparameters.h"
+#include "powertrain/torque.h"
 #include "powertrain/unitscaling.h"
 #include "testecu.h"
 

@@ -6,8 +6,10 @@
 
 #include "core/identifiers.h"
 #include "dispatch/fetcher.h"
+#include "parameters/calibrationids.h"
+#include "parameters/calibrationverificationnumbers.h"
+#include "parameters/identificationnumber.h"
 #include "parameters/performancetracking.h"
-#include "parameters/vehicleinformation.h"
 #include "powertrain/parameterfactory.h"
 #include "services/facade.h"
 #include "services/iecuservice.h"

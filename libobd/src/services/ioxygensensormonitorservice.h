@@ -6,7 +6,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
-#include "parameters/oxygensensortest.h"
+#include "parameters/oxygensensortestitem.h"
 
 namespace obd {
 

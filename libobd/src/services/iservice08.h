@@ -6,7 +6,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
-#include "parameters/onboardtest.h"
+#include "parameters/testroutinedatamodel.h"
 
 namespace obd {
 

@@ -4,7 +4,7 @@
 #include <tavrix/tracelog.h>
 
 #include "core/identifiers.h"
-#include "parameters/oxygensensortest.h"
+#include "parameters/oxygensensortestresult.h"
 #include "powertrain/monitorstatus.h"
 #include "services/facade.h"
 #include "services/ioxygensensormonitorservice.h"

@@ -6,10 +6,13 @@
 
 #include <tavrix/tracelog.h>
 
-#include "powertrain/engineperformance.h"
+#include "powertrain/batteryvoltage.h"
+#include "powertrain/boostpressure.h"
+#include "powertrain/enginepower.h"
 #include "powertrain/fuelconsumption.h"
 #include "powertrain/parameterdescriptor.h"
 #include "powertrain/sensorvalue.h"
+#include "powertrain/torque.h"
 
 namespace obd {
 

@@ -2,7 +2,8 @@
 #include <set>
 #include <string>
 
-#include "parameters/troublecodes.h"
+#include "parameters/dtcparameter.h"
+#include "parameters/freezeframetroublecode.h"
 #include "powertrain/monitorstatus.h"
 #include "services/facade.h"
 #include "services/isummaryservice.h"

@@ -3,9 +3,11 @@
 #include <memory>
 #include <vector>
 
-#include "parameters/troublecodes.h"
+#include "parameters/cleartroublecodes.h"
+#include "parameters/dtcparameter.h"
+#include "parameters/freezeframetroublecode.h"
 #include "powertrain/monitorstatus.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/pidparameters.h"
 #include "services/freezeframeconfigurationquery.h"
 #include "services/freezeframewalk.h"
 #include "services/itroublecodeservice.h"

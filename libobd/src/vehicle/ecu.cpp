@@ -8,14 +8,14 @@
 #include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
 
+#include "parameters/ecuname.h"
 #include "parameters/supportedoids.h"
-#include "parameters/vehicleinformation.h"
 #include "powertrain/fuelconsumption.h"
 #include "powertrain/fueltrim.h"
 #include "powertrain/monitorstatus.h"
-#include "powertrain/oxygensensor.h"
+#include "powertrain/pidparameters.h"
 #include "powertrain/sensorvalue.h"
-#include "powertrain/standardparameters.h"
+#include "powertrain/testequipmentconfiguration.h"
 
 namespace obd {
 

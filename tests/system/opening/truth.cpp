@@ -5,7 +5,8 @@
 #include <cctype>
 
 #include "link/iadapter.h"
-#include "parameters/vehicleinformation.h"
+#include "parameters/ecuname.h"
+#include "parameters/identificationnumber.h"
 
 using simulator::Bytes;
 using simulator::Personality;

@@ -18,8 +18,9 @@
 #include "core/fakevehicle.h"
 #include "link/elmscantool.h"
 #include "link/fakes.h"
-#include "parameters/troublecodes.h"
-#include "parameters/vehicleinformation.h"
+#include "parameters/dtcparameter.h"
+#include "parameters/freezeframetroublecode.h"
+#include "parameters/identificationnumber.h"
 
 namespace {
 
