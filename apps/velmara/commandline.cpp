@@ -7,8 +7,9 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "command.h"
-#include "link.h"
+#include "commands/command.h"
+#include "velmara/client/link.h"
+#include "velmara/client/texts.h"
 
 namespace velmara {
 
@@ -61,6 +62,14 @@ std::string exitCodeHelp() {
   std::string text = "Exit codes:\n";
   for (const ExitCodeText& row : ExitCodeTexts) {
     text += fmt::format("  {:>3}  {}\n", static_cast<int>(row.code), row.text);
+  }
+  return text;
+}
+
+std::string protocolHelp() {
+  std::string text;
+  for (const Protocol& protocol : protocols()) {
+    text += fmt::format("  {}  {:<10} {}\n", protocol.number, protocol.name, protocol.description);
   }
   return text;
 }
@@ -129,7 +138,7 @@ ExitCode runCommand(Program& program, Command& command) {
     return code;
   } catch (const Failure& failure) {
     complain(failure.what(), failure.advice());
-    return failure.code();
+    return exitCodeOf(failure.kind());
   } catch (const Interrupted&) {
     program.notes.warn("velmara: interrupted");
     return ExitCode::Interrupted;
@@ -144,7 +153,7 @@ ExitCode printText(Output& out, const std::string& text) {
     out.flush();
   } catch (const Failure& failure) {
     complain(failure.what(), failure.advice());
-    return failure.code();
+    return exitCodeOf(failure.kind());
   } catch (const Interrupted&) {
     return ExitCode::Interrupted;
   } catch (const OutputClosed&) {  // the reader has all that it wanted
@@ -197,28 +206,26 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
 
 }  // namespace
 
-obd::UnitSystem parseUnitSystem(const std::string& text) {
-  if (text == "metric") {
-    return obd::UnitSystem::Metric;
+ExitCode exitCodeOf(Failure::Kind kind) {
+  switch (kind) {
+    case Failure::Kind::Unusable:
+    case Failure::Kind::FileExists:
+    case Failure::Kind::NotAFile:
+      return ExitCode::Usage;
+    case Failure::Kind::LinkFailed:
+      return ExitCode::LinkFailed;
+    case Failure::Kind::NoAdapter:
+      return ExitCode::NoAdapter;
+    case Failure::Kind::NoVehicle:
+      return ExitCode::NoVehicle;
+    case Failure::Kind::LinkLost:
+      return ExitCode::LinkLost;
+    case Failure::Kind::NoData:
+      return ExitCode::NoData;
+    case Failure::Kind::Cancelled:
+      return ExitCode::Interrupted;
   }
-  if (text == "imperial") {
-    return obd::UnitSystem::Imperial;
-  }
-  throw Failure(ExitCode::Usage, fmt::format("\"{}\" is not a unit system.", text),
-                "It is metric or imperial.");
-}
-
-Program::Program() : out(loop), settings(std::make_shared<SettingsStore>(SettingsStore::defaultFile())) {}
-
-void Program::begin() {
-  notes.setQuiet(options.quiet);
-  out.setColor(!options.noColor);
-  if (!settings->complaint().empty()) {
-    notes.warn("velmara: " + settings->complaint());
-  }
-  if (!options.unit.empty()) {
-    settings->overrideValue(UnitSetting, static_cast<int>(parseUnitSystem(options.unit)));
-  }
+  return ExitCode::Usage;
 }
 
 int runProgram(int argc, char** argv) {

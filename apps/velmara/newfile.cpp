@@ -21,12 +21,12 @@ NewFile::NewFile(std::string what, const std::string& name) : m_what(std::move(w
     m_target = absolute;
   }
   if (fs::exists(m_target, error) && !fs::is_regular_file(m_target, error)) {
-    throw Failure(ExitCode::Usage, fmt::format("{} is no file to write to.", name),
+    throw Failure(Failure::Kind::Unusable, fmt::format("{} is no file to write to.", name),
                   "- stands for standard output.");
   }
   const fs::path folder = m_target.parent_path();
   if (!fs::is_directory(folder, error)) {
-    throw Failure(ExitCode::Usage, fmt::format("There is no folder {}.", folder.string()));
+    throw Failure(Failure::Kind::Unusable, fmt::format("There is no folder {}.", folder.string()));
   }
   if (::access(folder.c_str(), W_OK | X_OK) != 0) {
     throw failure(errno);
@@ -64,8 +64,8 @@ void NewFile::write(std::string_view text) const {
 }
 
 Failure NewFile::failure(int error) const {
-  return {ExitCode::Usage, fmt::format("The {} cannot be written to {}: {}.", m_what, m_target.string(),
-                                       std::generic_category().message(error))};
+  return {Failure::Kind::Unusable, fmt::format("The {} cannot be written to {}: {}.", m_what,
+                                               m_target.string(), std::generic_category().message(error))};
 }
 
 }  // namespace velmara

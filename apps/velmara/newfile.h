@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "failure.h"
+#include "velmara/client/failure.h"
 
 namespace velmara {
 

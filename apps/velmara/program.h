@@ -1,12 +1,14 @@
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
-#include "console.h"
-#include "core/vehicletypes.h"
-#include "eventloop.h"
 #include "settingsstore.h"
+#include "terminal/notes.h"
+#include "terminal/output.h"
+#include "terminal/terminalwaiter.h"
+#include "velmara/client/eventloop.h"
+#include "velmara/client/session.h"
 
 namespace velmara {
 
@@ -28,7 +30,7 @@ inline constexpr const char* LastLinkSetting = "velmara/lastlink";
 inline constexpr const char* UnitSetting = "common/unitsystem";
 
 /// A unit system by its name, "metric" or "imperial". Throws `Failure` with a sentence.
-obd::UnitSystem parseUnitSystem(const std::string& text);
+UnitSystem parseUnitSystem(const std::string& text);
 
 /// What commands share. Made first thing in `main`.
 class Program {
@@ -38,8 +40,9 @@ class Program {
   /// Options are known: applies the ones that concern output and settings.
   void begin();
 
-  EventLoop loop;
-  Output out;
+  const std::shared_ptr<TerminalWaiter> waiter = std::make_shared<TerminalWaiter>();
+  EventLoop loop{waiter};
+  Output out{*waiter};
   Notes notes;
   CommonOptions options;
   std::shared_ptr<SettingsStore> settings;

@@ -13,7 +13,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "failure.h"
+#include "velmara/client/failure.h"
 
 namespace velmara {
 
@@ -215,7 +215,7 @@ void SettingsStore::sync() {
   if (error) {
     std::error_code ignored;
     fs::remove(temporary, ignored);
-    throw Failure(ExitCode::Usage,
+    throw Failure(Failure::Kind::Unusable,
                   fmt::format("The settings cannot be saved in {}: {}.", target.string(), error.message()));
   }
   m_content->changed = false;

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string_view>
+
+namespace velmara {
+
+// Files that the build puts into the program, see embed.cmake.
+extern const std::string_view reportCss;
+
+}  // namespace velmara

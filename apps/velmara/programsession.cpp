@@ -1,0 +1,121 @@
+#include "programsession.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include <fmt/format.h>
+
+#include "exitcode.h"
+#include "velmara/client/texts.h"
+
+namespace velmara {
+
+ProgramSession::ProgramSession(Program& program)
+    : Session(program.loop, {program.options.logFile, program.settings}), m_program(program) {}
+
+ProgramSession::~ProgramSession() {
+  m_program.notes.endPhases();
+  m_program.waiter->releaseSignals();
+}
+
+void ProgramSession::connect() {
+  const Link link = chosenLink();
+  ConnectOptions options;
+  if (!m_program.options.protocol.empty()) {
+    options.protocol = parseProtocol(m_program.options.protocol);
+  }
+  std::string told;
+  options.progress = [this, &told, demo = link.kind == Link::Kind::Demo](Phase /*phase*/,
+                                                                         const std::string& words) {
+    if (told.empty() && demo) {
+      m_program.notes.note("This is a simulated vehicle. Name your adapter with --link to see your own.");
+    }
+    if (words == told) {
+      m_program.notes.tick();
+    } else {
+      told = words;
+      m_program.notes.phase(words);
+    }
+  };
+  m_program.waiter->releaseAtSignal(true);  // after which connecting closes down
+  try {
+    Session::connect(link, options);
+  } catch (const Failure& failure) {
+    m_program.notes.endPhases();
+    if (failure.kind() == Failure::Kind::NoVehicle && options.protocol.number != 0) {
+      throw Failure(failure.kind(), failure.what(),
+                    "Switch the ignition on, or leave out --protocol so that all are tried.");
+    }
+    throw;
+  }
+  m_program.waiter->releaseAtSignal(false);
+  m_program.notes.endPhases("Connected");
+  rememberLink();
+}
+
+Link ProgramSession::chosenLink() const {
+  if (!m_program.options.link.empty()) {
+    return parseLink(m_program.options.link);
+  }
+  for (const auto& [key, name] : {std::pair(LinkSetting, "link"), std::pair(LastLinkSetting, "last-link")}) {
+    std::string text;
+    if (!m_program.settings->value(key, text)) {
+      continue;
+    }
+    try {
+      Link link = parseLink(text);
+      if (key == LastLinkSetting) {
+        m_program.notes.note(fmt::format("Using {}, as last time; --link demo: for the simulated car",
+                                         printable(link.text())));
+      }
+      return link;
+    } catch (const Failure& failure) {
+      throw Failure(failure.kind(), fmt::format("In the settings: {}", failure.what()),
+                    fmt::format("velmara settings {} default forgets it.", name));
+    }
+  }
+  return parseLink("demo:");
+}
+
+// What only simulates does not take the place of the user's own adapter.
+void ProgramSession::rememberLink() {
+  const bool named = !m_program.options.link.empty();
+  if (named && link().kind != Link::Kind::Demo &&
+      !m_program.settings->remember(LastLinkSetting, link().text())) {
+    m_program.notes.note("The link is not remembered: the settings cannot be saved.");
+  }
+}
+
+std::vector<ControlUnit> ProgramSession::chosenUnits(const std::string& name) const {
+  return name.empty() ? units() : std::vector<ControlUnit>{findUnit(name)};
+}
+
+bool ProgramSession::confirm(const std::string& question) {
+  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::fflush(stderr);
+  std::string answer;
+  pumpUntil([&answer] {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (::poll(&input, 1, 0) > 0) {
+      char character = '\n';
+      if (::read(STDIN_FILENO, &character, 1) != 1 || character == '\n') {
+        return true;
+      }
+      answer += character;
+    }
+    return false;
+  });
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+ReadOptions::Progress progressOf(Notes& notes, const ControlUnit& unit) {
+  return [&notes, title = unit.title()](const char* section, std::size_t answers, std::size_t expected) {
+    notes.progress(expected == 0
+                       ? fmt::format("{}: {} ... Ctrl-C stops", title, section)
+                       : fmt::format("{}: {}, {} of {} ... Ctrl-C stops", title, section, answers, expected));
+  };
+}
+
+}  // namespace velmara

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <tavrix/export.h>
+
+namespace velmara {
+
+/// Where the adapter is, as people write it: "demo:", "tcp:HOST:PORT", "serial:DEVICE@BAUD",
+/// "bt:ADDRESS@CHANNEL".
+struct VELMARA_EXPORT Link {
+  enum class Kind {
+    Demo,  ///< a simulated adapter and vehicle within this process
+    Tcp,
+    Serial,
+    Bluetooth,
+    Own  ///< a bus of the caller's, which has no text that could be parsed
+  };
+
+  Kind kind = Kind::Demo;
+  std::string target;  ///< vehicle, host, device, address, or words for people
+  int number = 0;      ///< port, baud rate (0: to be found) or channel
+
+  /// The link in the form in which it is written.
+  std::string text() const;
+};
+
+/// Throws `Failure` (Unusable) with a sentence.
+VELMARA_EXPORT Link parseLink(std::string_view text);
+
+/// What to try when the adapter on this link does not answer, or is gone.
+VELMARA_EXPORT std::string adviceForAdapter(const Link& link);
+
+/// A protocol between adapter and vehicle.
+struct VELMARA_EXPORT Protocol {
+  int number = 0;           ///< as an ELM327 numbers it, 1 to 9; 0: to be found
+  std::string name;         ///< "auto", "can11-500", "iso9141"
+  std::string description;  ///< for people
+};
+
+/// All of them, ascending by number.
+VELMARA_EXPORT std::vector<Protocol> protocols();
+
+/// A protocol by its number or by its name in any case. Throws `Failure` (Unusable) with a sentence.
+VELMARA_EXPORT Protocol parseProtocol(std::string_view text);
+
+}  // namespace velmara

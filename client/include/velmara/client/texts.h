@@ -1,0 +1,28 @@
+#pragma once
+
+// Texts in UTF-8. What an adapter or a file holds is not to be trusted.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <tavrix/export.h>
+
+namespace velmara {
+
+/// How many columns of a terminal a text takes, and the text cut to so many.
+VELMARA_EXPORT std::size_t displayWidth(std::string_view text);
+VELMARA_EXPORT std::string cutToWidth(std::string_view text, std::size_t width);
+
+/// A text for people: control characters become dots.
+VELMARA_EXPORT std::string printable(std::string_view text);
+
+/// The number that a text is from its first to its last character; nothing if it is none, or is no finite
+/// one.
+VELMARA_EXPORT std::optional<double> finiteNumber(std::string_view text);
+
+/// A text as it is, but nothing for a number that is not finite: "nan", "-inf".
+VELMARA_EXPORT std::string finiteText(std::string text);
+
+}  // namespace velmara

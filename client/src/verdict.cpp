@@ -1,0 +1,191 @@
+#include "velmara/client/verdict.h"
+
+#include <algorithm>
+#include <set>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace velmara {
+
+namespace {
+
+// A number with its noun: "1 fault", "3 faults".
+std::string counted(std::size_t count, const std::string& noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+// All that the verdict depends on, of all units together.
+struct Facts {
+  std::size_t confirmed = 0;
+  std::size_t suspected = 0;  // pending and not confirmed
+  std::size_t permanent = 0;
+  std::size_t lampsOn = 0;
+  std::size_t lampsOff = 0;
+  std::size_t silentOnCodes = 0;  // units
+  std::size_t toldCodes = 0;      // units
+  std::size_t monitors = 0;
+  std::vector<std::string> incomplete;
+  std::size_t silentOnMonitors = 0;  // units
+  TestCounts tests;
+};
+
+void addFaults(const FaultsSection& faults, Facts& facts) {
+  std::set<std::string> confirmed;
+  for (const CodeEntry& entry : faults.confirmed.value_or(std::vector<CodeEntry>())) {
+    confirmed.insert(entry.code);
+  }
+  facts.confirmed += confirmed.size();
+  for (const CodeEntry& entry : faults.pending.value_or(std::vector<CodeEntry>())) {
+    facts.suspected += confirmed.contains(entry.code) ? 0U : 1U;
+  }
+  facts.permanent += faults.permanent ? faults.permanent->size() : 0U;
+  if (faults.lamp) {
+    ++(*faults.lamp ? facts.lampsOn : facts.lampsOff);
+  }
+  facts.toldCodes += faults.confirmed ? 1U : 0U;
+  facts.silentOnCodes += faults.confirmed && faults.pending ? 0U : 1U;
+}
+
+void addMonitors(const MonitorsSection& monitors, Facts& facts) {
+  if (!monitors.sinceReset) {
+    facts.silentOnMonitors += monitors.state == Section::State::NotOffered ? 0U : 1U;
+    return;
+  }
+  for (const MonitorsSection::Monitor& monitor : *monitors.sinceReset) {
+    facts.monitors += monitor.isPresent() ? 1U : 0U;
+    if (monitor.status == MonitorsSection::Status::Incomplete) {
+      facts.incomplete.push_back(monitor.name);
+    }
+  }
+}
+
+Facts gather(const VehicleReport& report) {
+  Facts facts;
+  for (const UnitReport& unit : report.units) {
+    addFaults(unit.faults, facts);
+    addMonitors(unit.monitors, facts);
+    const TestCounts tests = countTests(unit);
+    facts.tests.all += tests.all;
+    facts.tests.failed += tests.failed;
+    facts.tests.open += tests.open;
+  }
+  return facts;
+}
+
+Verdict::Finding headline(const Facts& facts) {
+  const char* const lamp = facts.lampsOn != 0 ? ", lamp on" : facts.lampsOff != 0 ? ", lamp off" : "";
+  if (facts.confirmed != 0) {
+    return {Tone::Bad, counted(facts.confirmed, "fault") + " stored" + lamp};
+  }
+  if (facts.lampsOn != 0) {
+    return {Tone::Bad, "Lamp on, but no fault stored"};
+  }
+  if (facts.toldCodes == 0) {
+    return {Tone::Caution, "Fault codes unknown"};
+  }
+  if (facts.suspected != 0) {
+    return {Tone::Caution, "No confirmed fault, " + std::to_string(facts.suspected) + " suspected"};
+  }
+  if (facts.permanent != 0) {
+    return {Tone::Caution, "No current fault, but " + counted(facts.permanent, "permanent code")};
+  }
+  if (facts.tests.failed != 0) {
+    return {Tone::Bad, "No fault stored, but " + counted(facts.tests.failed, "on-board test") + " failed"};
+  }
+  if (facts.silentOnCodes != 0) {
+    return {Tone::Caution, "No fault found, but not all was told"};
+  }
+  return {Tone::Good, "No fault found"};
+}
+
+void judgeCodes(const Facts& facts, std::size_t units, std::vector<Verdict::Finding>& findings) {
+  if (facts.confirmed != 0 && facts.suspected != 0) {
+    findings.push_back(
+        {Tone::Caution, counted(facts.suspected, "more fault") + " suspected, but not confirmed (pending)"});
+  }
+  if (facts.permanent != 0) {
+    findings.push_back(
+        {Tone::Caution, counted(facts.permanent, "permanent code") +
+                            ": cleared only by the vehicle itself, once it has found the repair good"});
+  }
+  if (facts.silentOnCodes != 0) {
+    findings.push_back({Tone::Caution, fmt::format("{} of {} did not tell all fault codes",
+                                                   facts.silentOnCodes, counted(units, "control unit"))});
+  }
+}
+
+void judgeMonitors(const Facts& facts, bool faultFree, std::vector<Verdict::Finding>& findings) {
+  constexpr std::size_t MostNames = 4;
+  if (!facts.incomplete.empty()) {
+    std::string names;
+    if (facts.incomplete.size() <= MostNames) {
+      names = fmt::format(" ({})", fmt::join(facts.incomplete, ", "));
+    }
+    findings.push_back({Tone::Caution, fmt::format("Not ready for inspection: {} incomplete{}",
+                                                   counted(facts.incomplete.size(), "monitor"), names)});
+  } else if (facts.silentOnMonitors != 0) {
+    findings.push_back({Tone::Caution, fmt::format("Readiness for inspection unknown: {} did not tell",
+                                                   counted(facts.silentOnMonitors, "control unit"))});
+  } else if (facts.monitors != 0) {
+    findings.push_back(
+        {Tone::Good, faultFree ? "Ready for inspection: " + counted(facts.monitors, "monitor") + " complete"
+                               : counted(facts.monitors, "readiness monitor") + " complete"});
+  }
+}
+
+void judgeTests(const TestCounts& tests, std::vector<Verdict::Finding>& findings) {
+  const std::string all = counted(tests.all, "on-board test");
+  const std::string open = tests.open == 0 ? "" : fmt::format(", {} without result", tests.open);
+  if (tests.failed != 0) {
+    findings.push_back({Tone::Bad, fmt::format("{} of {} failed{}", tests.failed, all, open)});
+  } else if (tests.open != 0) {
+    findings.push_back({Tone::Plain, fmt::format("{} of {} passed{}", tests.all - tests.open, all, open)});
+  } else if (tests.all != 0) {
+    findings.push_back({Tone::Good, all + " passed"});
+  }
+}
+
+}  // namespace
+
+Verdict judge(const VehicleReport& report, const std::string& brokenOff) {
+  const Facts facts = gather(report);
+  const auto [tone, text] = headline(facts);
+  Verdict verdict{tone, text, {}};
+  if (!brokenOff.empty()) {
+    verdict.findings.push_back({Tone::Bad, "This report is incomplete: " + brokenOff});
+  }
+  judgeCodes(facts, report.units.size(), verdict.findings);
+  judgeMonitors(facts, tone == Tone::Good, verdict.findings);
+  judgeTests(facts.tests, verdict.findings);
+  for (const Verdict::Finding& finding : verdict.findings) {
+    verdict.tone = std::max(verdict.tone, finding.tone);  // they ascend in gravity
+  }
+  return verdict;
+}
+
+std::string sectionNames(const UnitReport& unit, Section::State state) {
+  std::string names;
+  for (const SectionName& section : reportSections()) {
+    if (section.of(unit).state == state) {
+      names += (names.empty() ? "" : ", ") + std::string(section.name);
+    }
+  }
+  return names;
+}
+
+TestCounts countTests(const UnitReport& unit) {
+  TestCounts counts;
+  for (const TestsSection* section : {&unit.tests, static_cast<const TestsSection*>(&unit.oxygen)}) {
+    for (const TestsSection::Group& group : section->groups) {
+      for (const TestsSection::Test& test : group.tests) {
+        ++counts.all;
+        counts.failed += test.verdict == TestsSection::Verdict::Failed ? 1U : 0U;
+        counts.open += test.verdict == TestsSection::Verdict::NoResult ? 1U : 0U;
+      }
+    }
+  }
+  return counts;
+}
+
+}  // namespace velmara
