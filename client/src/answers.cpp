@@ -123,7 +123,8 @@ void Answers::tellProgress() const {
   }
 }
 
-void setNotOffered(Section& section, const std::string& what) {
+void setNotOffered(const Session& session, Section& section, const std::string& what) {
+  session.expectNoLoss();
   section.state = Section::State::NotOffered;
   section.reason = "The control unit offers no " + what + ".";
 }

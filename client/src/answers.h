@@ -66,6 +66,7 @@ class Answers {
 };
 
 /// Marks a section that the control unit does not have: "The control unit offers no " and these words.
-void setNotOffered(Section& section, const std::string& what);
+/// Without a link a unit offers nothing: then it throws what `Session::expectNoLoss` throws.
+void setNotOffered(const Session& session, Section& section, const std::string& what);
 
 }  // namespace velmara

@@ -23,7 +23,7 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
   template <typename SectionType>
   SectionType read(int kind, const char* what, SectionType& gathered) {
     if (!service().refresh(kind)) {
-      setNotOffered(gathered, what);
+      setNotOffered(session(), gathered, what);
     } else {
       answers().wait();
       answers().conclude(gathered);

@@ -32,7 +32,7 @@ class MonitorReader : private SectionReader<obd::IMonitorService, obd::IMonitorS
 
   MonitorsSection read() {
     if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
-      setNotOffered(m_section, "readiness monitors");
+      setNotOffered(session(), m_section, "readiness monitors");
       return std::move(m_section);
     }
     const bool cycle = service().isSupported(obd::IMonitorService::ThisCycle);

@@ -8,6 +8,7 @@
 
 #include "dispatch/dispatcher.h"
 #include "readings.h"
+#include "services/iobdvelmara.h"
 #include "services/isensorservice.h"
 #include "statistics.h"
 #include "stopwatch.h"
@@ -37,7 +38,8 @@ std::string firstFinite(const std::string& libraryText, const std::string& ownTe
 class Poller::State : private obd::ISensorServiceObserver,
                       public std::enable_shared_from_this<Poller::State> {
  public:
-  State(Session& itsSession, const ControlUnit& unit) : session(itsSession) {
+  State(Session& itsSession, const ControlUnit& unit)
+      : session(itsSession), m_unit(unit.id), m_unitSystem(itsSession.unitSystem()) {
     session.selectUnit(unit);
     m_service = obd::SensorServiceBuilder::createSensorService();
     for (const auto& parameter : m_service->parameters()) {
@@ -73,8 +75,7 @@ class Poller::State : private obd::ISensorServiceObserver,
 
   void onSensorUpdated(bool success, const std::shared_ptr<obd::ParameterDescriptor>& parameter,
                        const Models& values) override;
-  // The service has forgotten all that it knew, or belongs to another unit now.
-  void onInvalidated() override { m_voided = true; }
+  bool isVoid() const;
   void startGroups();
 
   std::shared_ptr<obd::ISensorService> m_service;
@@ -83,7 +84,8 @@ class Poller::State : private obd::ISensorServiceObserver,
   std::vector<std::shared_ptr<Group>> m_groups;
   std::size_t m_next = 0;
   std::size_t m_onTheWay = 0;
-  bool m_voided = false;
+  const unsigned int m_unit;
+  UnitSystem m_unitSystem;
 };
 
 // A group of parameters, and the marker that follows it through the queue.
@@ -173,7 +175,7 @@ void Poller::State::start(const std::vector<int>& parameters, unsigned rounds, O
   m_groups.clear();
   m_next = 0;
   m_onTheWay = 0;
-  m_voided = false;
+  m_unitSystem = session.unitSystem();
   readings = 0;
   for (std::size_t i = 0; i < groups; ++i) {
     m_groups.push_back(std::make_shared<Group>(weak_from_this()));
@@ -185,8 +187,15 @@ void Poller::State::start(const std::vector<int>& parameters, unsigned rounds, O
   startGroups();
 }
 
+// Whether the service belongs to another unit now, or has forgotten all that it knew. What it says of that
+// itself may come on any thread, and comes for a lost link as well.
+bool Poller::State::isVoid() const {
+  const std::shared_ptr<obd::IEcu> ecu = session.facade().ecuManager()->currentEcu();
+  return (ecu && ecu->id() != m_unit) || session.unitSystem() != m_unitSystem;
+}
+
 bool Poller::State::done() const {
-  return m_voided || std::all_of(m_groups.begin(), m_groups.end(),
+  return isVoid() || std::all_of(m_groups.begin(), m_groups.end(),
                                  [](const std::shared_ptr<Group>& group) { return group->wanted().empty(); });
 }
 
@@ -201,7 +210,7 @@ std::vector<int> Poller::State::silent() const {
 void Poller::State::onSensorUpdated(bool /*success*/,
                                     const std::shared_ptr<obd::ParameterDescriptor>& parameter,
                                     const Models& values) {
-  if (m_voided) {
+  if (isVoid()) {
     return;
   }
   const int identifier = static_cast<int>(parameter->pid());
@@ -230,7 +239,7 @@ void Poller::State::onSensorUpdated(bool /*success*/,
 
 // Goes round the groups from where it left off.
 void Poller::State::startGroups() {
-  for (std::size_t tried = 0; !m_voided && tried < m_groups.size() && m_onTheWay < GroupsAtOnce; ++tried) {
+  for (std::size_t tried = 0; !isVoid() && tried < m_groups.size() && m_onTheWay < GroupsAtOnce; ++tried) {
     const std::shared_ptr<Group>& group = m_groups[m_next];
     m_next = (m_next + 1) % m_groups.size();
     if (!group->busy() && !group->wanted().empty()) {

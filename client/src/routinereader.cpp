@@ -61,7 +61,7 @@ RoutinesSection readRoutines(Session& session, const ControlUnit& unit, const Re
     section.routines.push_back({model->tid(), model->description(), model->instructions()});
   }
   if (section.routines.empty()) {
-    setNotOffered(section, "test routines");
+    setNotOffered(session, section, "test routines");
   } else {
     section.state = Section::State::Complete;
   }

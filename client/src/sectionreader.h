@@ -19,9 +19,9 @@ class SectionReader : protected Observer {
  public:
   using CreateService = std::shared_ptr<Service> (*)();
 
-  SectionReader(Session& session, const ControlUnit& unit, const ReadOptions& options, const char* section,
+  SectionReader(Session& itsSession, const ControlUnit& unit, const ReadOptions& options, const char* section,
                 CreateService create)
-      : m_ecu(selectEcu(session, unit)), m_answers(session, options, section) {
+      : m_session(itsSession), m_ecu(selectEcu(itsSession, unit)), m_answers(itsSession, options, section) {
     m_answers.clearRoad();
     m_service = create();
     m_service->attach(this);
@@ -31,12 +31,14 @@ class SectionReader : protected Observer {
   SectionReader& operator=(const SectionReader&) = delete;
 
  protected:
+  const Session& session() const { return m_session; }
   const obd::IEcu& ecu() const { return *m_ecu; }
   Service& service() { return *m_service; }
   Answers& answers() { return m_answers; }
   const Answers& answers() const { return m_answers; }
 
  private:
+  Session& m_session;
   EcuPtr m_ecu;
   Answers m_answers;
   std::shared_ptr<Service> m_service;

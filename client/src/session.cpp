@@ -102,8 +102,8 @@ class Session::State : private obd::IConnectionServiceObserver {
     m_reason.clear();
   }
 
-  bool isConnected() const { return m_connected && facade->connectionManager()->isConnected(); }
-  bool isLost() const { return m_lost || (m_connected && !facade->connectionManager()->isConnected()); }
+  bool isConnected() const { return m_connected && linkStands(); }
+  bool isLost() const { return m_lost || (m_connected && !linkStands()); }
 
   EventLoop& loop;
 
@@ -143,6 +143,12 @@ class Session::State : private obd::IConnectionServiceObserver {
       fail();
     }
     m_lost = false;
+  }
+
+  // The proxy is the first to know where a question meets the end of the link.
+  bool linkStands() const {
+    obd::IConnectionManager* const manager = facade->connectionManager();
+    return manager->isConnected() && manager->proxy()->isConnected();
   }
 
   void tellPhases();

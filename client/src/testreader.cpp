@@ -80,7 +80,7 @@ TestsSection readTests(Session& session, const ControlUnit& unit, const ReadOpti
     queries.push_back(std::make_shared<obd::MonitorTestResult>(id));
   }
   if (queries.empty()) {
-    setNotOffered(section, "on-board monitoring results");
+    setNotOffered(session, section, "on-board monitoring results");
     return section;
   }
   const obd::UnitSystem system = session.facade().settings()->unitSystem();
@@ -115,7 +115,7 @@ OxygenSection readOxygen(Session& session, const ControlUnit& unit, const ReadOp
     }
   }
   if (queries.size() == 1) {
-    setNotOffered(section, "oxygen sensor tests");
+    setNotOffered(session, section, "oxygen sensor tests");
     return section;
   }
   Answers answers(session, options, "oxygen sensor tests");

@@ -113,7 +113,7 @@ ValuesSection readValues(Session& session, const ControlUnit& unit, const ReadOp
     }
   }
   if (parameters.empty()) {
-    setNotOffered(section, "live values");
+    setNotOffered(session, section, "live values");
     return section;
   }
   Answers answers(session, options, "live values");

@@ -7,8 +7,8 @@
 #include <set>
 
 #include "clifixture.h"
-#include "htmlreport.h"
-#include "verdict.h"
+#include "report/htmlreport.h"
+#include "velmara/client/verdict.h"
 
 namespace clitest {
 namespace {

@@ -8,117 +8,17 @@
 #include <set>
 #include <sstream>
 
-#include "console.h"
-#include "failure.h"
-#include "link.h"
+#include "report/htmlreport.h"
+#include "report/json.h"
+#include "report/jsonreport.h"
 #include "settingsstore.h"
-#include "texts.h"
+#include "terminal/table.h"
+#include "velmara/client/failure.h"
 
 namespace {
 
-using velmara::ExitCode;
 using velmara::Failure;
-using velmara::Link;
 using velmara::SettingsStore;
-
-TEST(LinkText, TellsKindTargetAndNumber) {
-  using Kind = Link::Kind;
-  struct Case {
-    const char* text;
-    Kind kind;
-    const char* target;
-    int number;
-    const char* written;  // the form that messages show
-  };
-  const Case cases[] = {
-      {"demo:", Kind::Demo, "petrol-can11", 0, "demo:petrol-can11"},
-      {"demo", Kind::Demo, "petrol-can11", 0, "demo:petrol-can11"},
-      {"demo:/tmp/my.vehicle", Kind::Demo, "/tmp/my.vehicle", 0, "demo:/tmp/my.vehicle"},
-      {"TCP:adapter.local:23", Kind::Tcp, "adapter.local", 23, "tcp:adapter.local:23"},
-      {"tcp:adapter", Kind::Tcp, "adapter", 35000, "tcp:adapter:35000"},
-      {"tcp:[::1]:65535", Kind::Tcp, "::1", 65535, "tcp:[::1]:65535"},
-      {"tcp:[fe80::1%wlan0]", Kind::Tcp, "fe80::1%wlan0", 35000, "tcp:[fe80::1%wlan0]:35000"},
-      {"serial:/dev/ttyUSB0", Kind::Serial, "/dev/ttyUSB0", 0, "serial:/dev/ttyUSB0"},
-      {"serial:/dev/ttyUSB0@115200", Kind::Serial, "/dev/ttyUSB0", 115200, "serial:/dev/ttyUSB0@115200"},
-      {"bt:00:1d:A5:68:98:8B", Kind::Bluetooth, "00:1d:A5:68:98:8B", 1, "bt:00:1d:A5:68:98:8B@1"},
-      {"bt:00:1D:A5:68:98:8B@30", Kind::Bluetooth, "00:1D:A5:68:98:8B", 30, "bt:00:1D:A5:68:98:8B@30"}};
-  for (const Case& row : cases) {
-    SCOPED_TRACE(row.text);
-    const Link link = velmara::parseLink(row.text);
-    EXPECT_EQ(link.kind, row.kind);
-    EXPECT_EQ(link.target, row.target);
-    EXPECT_EQ(link.number, row.number);
-    EXPECT_EQ(link.text(), row.written);
-    EXPECT_EQ(velmara::parseLink(row.written).text(), row.written);
-  }
-}
-
-TEST(LinkText, RefusesNonsenseInWords) {
-  std::istringstream stream(
-      ": usb:1 /dev/ttyUSB0 tcp: tcp::35000 tcp:host: tcp:host:0 tcp:host:65536 tcp:host:12x tcp:host:-1 "
-      "tcp:host:99999999999 tcp:::1:35000 tcp:[::1 tcp:[::1]35000 tcp:[]:1 tcp:[::1]: serial: serial:@9600 "
-      "serial:/dev/ttyS0@ serial:/dev/ttyS0@9601 serial:/dev/ttyS0@fast bt: bt:00:1D:A5:68:98 "
-      "bt:001DA568988B "
-      "bt:00:1D:A5:68:98:8G bt:00:1D:A5:68:98:8B@0 bt:00:1D:A5:68:98:8B@31 bt:00:1D:A5:68:98:8B@");
-  std::string text;
-  do {  // none at all at first
-    SCOPED_TRACE(text);
-    try {
-      velmara::parseLink(text);
-      FAIL() << "taken as a link";
-    } catch (const Failure& failure) {
-      EXPECT_EQ(failure.code(), ExitCode::Usage);
-      EXPECT_NE(std::string(failure.what()).find(text), std::string::npos);
-      EXPECT_FALSE(failure.advice().empty());
-    }
-  } while (stream >> text);
-}
-
-TEST(ProtocolText, IsANameOrANumber) {
-  EXPECT_EQ(velmara::parseProtocol("auto"), obd::VehicleProtocol::Automatic);
-  EXPECT_EQ(velmara::parseProtocol("ISO9141"), obd::VehicleProtocol::Iso9141);
-  EXPECT_EQ(velmara::parseProtocol("can29-250"), obd::VehicleProtocol::Iso15765Can29Bit250);
-  EXPECT_EQ(velmara::parseProtocol("9"), obd::VehicleProtocol::Iso15765Can29Bit250);
-  for (const char* text : {"", "10", "-1", "06", "can"}) {
-    EXPECT_THROW(velmara::parseProtocol(text), Failure) << text;
-  }
-}
-
-TEST(ParameterText, IsHexadecimalOrAName) {
-  using Texts = std::vector<std::string>;
-  EXPECT_EQ(velmara::parseParameters(Texts{"0C", "d", "0x05,$2F"}), (std::vector<int>{12, 13, 5, 0x2F}));
-  EXPECT_EQ(velmara::parseParameters(Texts{"0C,c", "consumption", "Boost"}),
-            (std::vector<int>{12, 240, 247}));
-  EXPECT_TRUE(velmara::parseParameters({}).empty());
-  // Calculated values have names; their numbers are nobody's PIDs.
-  for (const char* text : {"", "0C,", "rpm", "100", "F0", "FF", "-1", "0x", "$", "0C 0D", "1G"}) {
-    EXPECT_THROW(velmara::parseParameters({text}), Failure) << text;
-  }
-  for (const int identifier : {0, 12, 0x7F, 240, 244, 245, 246, 247}) {
-    EXPECT_EQ(velmara::parseParameters({velmara::parameterLabel(identifier)}),
-              (std::vector<int>{identifier}));
-  }
-}
-
-TEST(UnitText, FollowsTheNumbersOfUnits) {
-  // Anchors along the list, so that a line too many or too few shows; gaps and plain numbers have none.
-  using Unit = MeasurementUnit;
-  const std::pair<Unit, const char*> anchors[] = {{Unit::RevolutionsPerMinute, "rpm"},
-                                                  {Unit::Kiloohm, "kΩ"},
-                                                  {Unit::GramPerSecond, "g/s"},
-                                                  {Unit::Pascal, "Pa"},
-                                                  {Unit::InchOfMercury, "inHg"},
-                                                  {Unit::PowerMetric, "kW"},
-                                                  {Unit::TemperatureDifferenceFahrenheit, "°F"}};
-  for (const auto& [unit, text] : anchors) {
-    EXPECT_EQ(velmara::unitText(unit), text);
-  }
-  const std::set<int> gaps = {-1, 0, 7, 20, 26, 47, 52, 55, 64, 1000};
-  for (int number = -1; number <= 1000; ++number) {
-    EXPECT_EQ(velmara::unitText(static_cast<Unit>(number)).empty(), gaps.contains(number) || number > 63)
-        << number;
-  }
-}
 
 TEST(TableText, AlignsCharactersAndNotBytes) {
   velmara::Table table({{"Name"}, {"Value", true}, {"Unit"}, {"Empty"}});
@@ -134,12 +34,21 @@ TEST(TableText, AlignsCharactersAndNotBytes) {
   EXPECT_EQ(wide.lines(24),
             (std::vector<std::string>{"A  Name            Value", "1  0123456789012…    9.5"}));
   EXPECT_EQ(wide.lines(5).back(), "1  01234567890…    9.5");
-  EXPECT_EQ(velmara::cutToWidth("°C °F", 4), "°C °");
-  EXPECT_EQ(velmara::cutToWidth("°C", 9), "°C");
-  EXPECT_EQ(velmara::printable("a\x1b[31m\nb\x7f"), "a.[31m.b.");
-  EXPECT_EQ(velmara::printable("a\xC2\x9B"
-                               "31m\xC2\xB0\xC2"),
-            "a.31m\xC2\xB0\xC2");
+}
+
+// What the client gives as an empty number was none that is finite.
+TEST(ReportText, WritesNoNumberWhereThereIsNone) {
+  EXPECT_TRUE(velmara::numberOrText("").is_null());
+  EXPECT_EQ(velmara::numberOrText("1.50"), 1.5);
+  EXPECT_EQ(velmara::numberOrText("true"), "true");
+  velmara::VehicleReport report;
+  velmara::UnitReport& unit = report.units.emplace_back();
+  unit.values.state = velmara::Section::State::Complete;
+  unit.values.readings = {{"0C", "Engine RPM", "", "rpm", true}, {"03", "State", "", "", false}};
+  const velmara::Json values = velmara::toJson(unit.values)["values"];
+  EXPECT_TRUE(values[0]["value"].is_null());
+  EXPECT_EQ(values[1]["value"], "");
+  EXPECT_NE(velmara::htmlReport(report, {}).find("<td class=\"number\">–</td>"), std::string::npos);
 }
 
 class SettingsFile : public testing::Test {

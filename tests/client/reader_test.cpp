@@ -1,0 +1,195 @@
+// Readers of a whole vehicle, and what comes between them and their answers.
+
+#include <array>
+#include <atomic>
+
+#include <fmt/format.h>
+
+#include <hostos/time.h>
+
+#include "clientfixture.h"
+#include "dispatch/dispatcher.h"
+#include "velmara/client/vehiclereader.h"
+#include "velmara/client/verdict.h"
+
+namespace velmara {
+namespace {
+
+using Kind = Failure::Kind;
+using State = Section::State;
+using Fault = simulator::Fault;
+using simulator::FaultPlan;
+
+TEST_F(ClientTest, ReadsAllThatAUnitOffers) {
+  connect("petrol-can11");
+  VehicleReport report;
+  report.link = readLink(session);
+  UnitReport& ecm = report.units.emplace_back();
+  ecm.identity = readIdentity(session, unit());
+  std::vector<std::string> told;
+  ReadOptions options;
+  options.make = "Ford";
+  options.progress = [&](const char* section, std::size_t answers, std::size_t expected) {
+    EXPECT_TRUE(expected == 0 || answers <= expected) << section;
+    if (told.empty() || told.back() != section) {
+      told.emplace_back(section);
+    }
+  };
+  readUnit(session, unit(), options, true, ecm);
+  ecm.summary = readSummary(session, unit());
+  EXPECT_EQ(ecm.identity.id, "7E8");
+  EXPECT_EQ(ecm.info.vin, "1VM20SAL6R1000417");
+  ASSERT_TRUE(ecm.faults.confirmed && ecm.faults.pending && ecm.faults.permanent);
+  EXPECT_EQ(ecm.faults.confirmed->size(), 3U);
+  EXPECT_EQ(ecm.faults.confirmed->front().code, "P0171");
+  EXPECT_EQ(ecm.faults.lamp, true);
+  EXPECT_TRUE(ecm.faults.distance);
+  EXPECT_EQ(ecm.freeze.frames.size(), 2U);
+  EXPECT_EQ(ecm.summary.confirmed, 3U);
+  EXPECT_EQ(ecm.summary.frame, true);
+  for (const SectionName& section : reportSections()) {
+    EXPECT_TRUE(section.of(ecm).state == State::Complete || section.of(ecm).state == State::NotOffered)
+        << section.name << ": " << section.of(ecm).reason;
+  }
+  EXPECT_EQ(sectionNames(ecm, State::NotOffered), "oxygen sensor tests");
+  EXPECT_EQ(told.front(), "vehicle information");
+  EXPECT_EQ(judge(report, "").tone, Tone::Bad);
+}
+
+// No unit of this vehicle is selected by mistake, and each answers for itself.
+TEST_F(ClientTest, ReadsEachUnitByItself) {
+  connect("eight-units");
+  const std::vector<ControlUnit> units = session.units();
+  std::vector<IdentitySection> identities;
+  for (const ControlUnit& one : {units[2], units[0], units[2]}) {
+    identities.push_back(readIdentity(session, one));
+    EXPECT_EQ(readFaults(session, one).state, State::Complete);
+    EXPECT_EQ(session.selectedUnit()->id, one.id);
+  }
+  EXPECT_EQ(identities[0].id, identities[2].id);
+  EXPECT_NE(identities[0].name, identities[1].name);
+  EXPECT_EQ(failureOf([&] { readFaults(session, {0x123, "123", "", ""}); }), Kind::NoData);
+}
+
+// Whenever the link goes: the reading ends soon, by the word that it is lost.
+TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
+  constexpr std::uint32_t Soon = 15000;
+  load("iso9141");
+  using Read = void (*)(Session&, const ControlUnit&);
+  const std::array<Read, 6> reads = {[](Session& s, const ControlUnit& u) { readFaults(s, u); },
+                                     [](Session& s, const ControlUnit& u) { readFreeze(s, u); },
+                                     [](Session& s, const ControlUnit& u) { readOxygen(s, u); },
+                                     [](Session& s, const ControlUnit& u) { readValues(s, u); },
+                                     [](Session& s, const ControlUnit& u) { readInfo(s, u); },
+                                     [](Session& s, const ControlUnit& u) { clearCodes(s, u); }};
+  for (std::size_t i = 0; i < reads.size(); ++i) {
+    for (const unsigned later : {0U, 2U}) {
+      if (later != 0 && i == reads.size() - 1) {
+        continue;  // clearing is one exchange
+      }
+      SCOPED_TRACE(fmt::format("reader {}, exchange {}", i, later));
+      std::atomic<unsigned> exchanges{0};
+      std::atomic<unsigned> last{~0U};
+      const auto bus = std::make_shared<std::shared_ptr<hostos::IMessageBus>>();
+      simulator::AdapterOptions adapter;
+      adapter.faults.onExchange = [&, bus](unsigned number, const std::string&) {
+        exchanges = number;
+        if (number >= last) {
+          (*bus)->close();
+        }
+      };
+      *bus = simulator::makeBus(vehicle, adapter);
+      session.connect(*bus, "test");
+      last = exchanges + 1 + later;
+      const std::uint32_t start = clock.milliseconds();
+      EXPECT_EQ(failureOf([&] { reads[i](session, unit()); }), Kind::LinkLost);
+      EXPECT_LT(clock.milliseconds() - start, Soon);
+      session.disconnect();
+      bus->reset();
+    }
+  }
+}
+
+// Work of somebody else that takes its time.
+class SlowTask : public obd::IDispatchable {
+ public:
+  void update(const std::shared_ptr<obd::IObdProxy>& /*proxy*/) override { hostos::CTime::msleep(20); }
+  void notify() override {}
+};
+
+// What a full queue would refuse is asked once there is room.
+TEST_F(ClientTest, AFullQueueLosesNoQuestion) {
+  connect("petrol-can11");
+  const auto task = std::make_shared<SlowTask>();
+  const auto fill = [&task] {
+    while (obd::Dispatcher::getInstance().update(task)) {
+    }
+  };
+  fill();
+  const FaultsSection faults = readFaults(session, unit());
+  EXPECT_TRUE(faults.state == State::Complete && faults.confirmed && faults.permanent) << faults.reason;
+  fill();
+  EXPECT_EQ(readTests(session, unit()).state, State::Complete);
+  fill();
+  EXPECT_EQ(readValues(session, unit()).state, State::Complete);
+}
+
+// More tests than the library's queue has places: none is left out, and they stay in order.
+TEST_F(ClientTest, ReadsMoreTestsThanTheQueueHolds) {
+  std::string text = "name = Many\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 E5 04\n01 1C = 07\n";
+  std::vector<int> ids;
+  for (int id = 1; id < 0x70; ++id) {
+    if (id % 0x20 != 0) {
+      text += fmt::format("06 {:02X} 81 = 0A 0.45 0.3 0.6\n", id);
+      ids.push_back(id);
+    }
+  }
+  vehicle = simulator::Vehicle::parse(text, "many");
+  connectTo(vehicle);
+  const TestsSection section = readTests(session, unit());
+  EXPECT_EQ(section.state, State::Complete) << section.reason;
+  std::vector<int> read;
+  for (const TestsSection::Group& group : section.groups) {
+    read.push_back(group.id);
+    ASSERT_EQ(group.tests.size(), 1U);
+    EXPECT_EQ(group.tests.front().verdict, TestsSection::Verdict::Passed);
+  }
+  EXPECT_EQ(read, ids);
+  EXPECT_GT(ids.size(), 64U);
+}
+
+// An adapter that goes silent costs a section its time, not for ever.
+TEST_F(ClientTest, SilenceHasALimit) {
+  std::atomic<unsigned> exchanges{0};
+  FaultPlan plan;
+  plan.onExchange = [&](unsigned number, const std::string&) { exchanges = number; };
+  connect("petrol-can11", plan);
+  FaultPlan silent;
+  silent.faults.push_back({.kind = Fault::Kind::Silence, .first = exchanges + 1, .text = {}});
+  session.disconnect();
+  connect("petrol-can11", silent);
+  ReadOptions options;
+  options.silence = std::chrono::milliseconds(4000);
+  const std::uint32_t start = clock.milliseconds();
+  const auto kind = failureOf([&] {
+    const FaultsSection section = readFaults(session, unit(), options);
+    EXPECT_EQ(section.state, State::NoAnswer);
+    EXPECT_FALSE(section.reason.empty());
+  });
+  EXPECT_TRUE(!kind || kind == Kind::LinkLost);
+  EXPECT_LT(clock.milliseconds() - start, 60000U);
+}
+
+TEST_F(ClientTest, ClearsAndStartsRoutines) {
+  connect("petrol-can11");
+  EXPECT_TRUE(clearCodes(session, unit()));
+  EXPECT_TRUE(readFaults(session, unit()).confirmed->empty());
+  const RoutinesSection routines = readRoutines(session, unit());
+  ASSERT_TRUE(routines.hasContent());
+  const RoutineOutcome started = runRoutine(session, unit(), routines.routines.front().id);
+  EXPECT_EQ(started.result, RoutineOutcome::Result::Accepted) << started.reason;
+  EXPECT_EQ(runRoutine(session, unit(), 99).result, RoutineOutcome::Result::NoAnswer);
+}
+
+}  // namespace
+}  // namespace velmara

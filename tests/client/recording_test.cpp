@@ -1,0 +1,73 @@
+// Recordings, written and read back.
+
+#include <filesystem>
+#include <fstream>
+
+#include "clientfixture.h"
+#include "velmara/client/recording.h"
+#include "velmara/client/recordingfile.h"
+#include "velmara/client/recordingwriter.h"
+
+namespace velmara {
+namespace {
+
+using Kind = Failure::Kind;
+
+TEST(RecordingText, WhatIsNoNumberLeavesItsCellEmpty) {
+  std::vector<std::string> rows;
+  RecordingWriter writer({{"0C", "Speed", "rpm"}, {"05", "Heat, \"water\"", "°C"}},
+                         [&](const std::string& row) { rows.push_back(row); });
+  writer.add(0, "700", 0.5);
+  writer.add(1, "nan", 0.6);
+  writer.add(0, "inf", 1.5);
+  writer.add(1, "90", 1.6);
+  writer.add(1, "91", 2.5);
+  writer.finish();
+  ASSERT_EQ(rows.size(), 4U);
+  EXPECT_EQ(writer.rows(), 3U);
+  EXPECT_TRUE(rows[1].starts_with("0.500,") && rows[1].ends_with(",700,\r\n")) << rows[1];
+  EXPECT_TRUE(rows[2].starts_with("1.500,") && rows[2].ends_with(",,90\r\n")) << rows[2];
+  EXPECT_TRUE(rows[3].ends_with(",,91\r\n")) << rows[3];
+
+  const Recording recording = readRecording(rows[0] + rows[1] + rows[2] + rows[3], "test");
+  ASSERT_EQ(recording.series.size(), 2U);
+  EXPECT_EQ(recording.series[0].points.size(), 1U);
+  EXPECT_EQ(recording.series[1].name, "Heat, \"water\"");
+  EXPECT_EQ(recording.series[1].unit, "°C");
+  EXPECT_EQ(recording.series[1].points[1].value, 91);
+}
+
+// As earlier programs wrote them.
+TEST(RecordingText, NumbersThatAreNotFiniteDoNotCount) {
+  const Recording recording =
+      readRecording("Time [s],Clock,A [V]\r\n1,x,nan\r\n2,x,1.5\r\n3,x,-inf\r\n4,x,2.5\r\n", "test");
+  ASSERT_EQ(recording.series.size(), 1U);
+  EXPECT_EQ(recording.series[0].points.size(), 2U);
+}
+
+TEST(RecordingOnDisk, IsWholeOrNotThere) {
+  const std::filesystem::path folder = testing::TempDir();
+  const std::string name = (folder / "velmara-client-recording.csv").string();
+  std::filesystem::remove(name);
+  {
+    RecordingFile file(name, false);
+    EXPECT_FALSE(std::filesystem::exists(name));
+    file.open();
+  }
+  EXPECT_FALSE(std::filesystem::exists(name));
+  {
+    RecordingFile file(name, false);
+    file.open();
+    file.write("a,b\r\n");
+    file.close();
+  }
+  EXPECT_EQ(std::filesystem::file_size(name), 5U);
+  EXPECT_EQ(failureOf([&] { RecordingFile again(name, false); }), Kind::FileExists);
+  EXPECT_EQ(failureOf([&] { RecordingFile again(folder.string(), true); }), Kind::NotAFile);
+  EXPECT_EQ(failureOf([&] { RecordingFile again(name + "/x.csv", true); }), Kind::Unusable);
+  EXPECT_EQ(failureOf([&] { RecordingFile again(name, true); }), std::nullopt);
+  std::filesystem::remove(name);
+}
+
+}  // namespace
+}  // namespace velmara

@@ -1,0 +1,123 @@
+// Sessions: how they open, fail, are called off, and follow one another.
+
+#include <thread>
+
+#include "clientfixture.h"
+#include "velmara/client/library.h"
+#include "velmara/client/vehiclereader.h"
+
+namespace velmara {
+namespace {
+
+using Kind = Failure::Kind;
+using Fault = simulator::Fault;
+using simulator::FaultPlan;
+
+TEST_F(ClientTest, TellsEachPhaseAndFindsTheUnits) {
+  std::vector<Phase> phases;
+  std::size_t calls = 0;
+  ConnectOptions options;
+  options.progress = [&](Phase phase, const std::string& words) {
+    EXPECT_FALSE(words.empty());
+    if (phases.empty() || phases.back() != phase) {
+      phases.push_back(phase);
+    }
+    ++calls;
+  };
+  connect("eight-units", {}, options);
+  EXPECT_EQ(phases, (std::vector<Phase>{Phase::OpeningLink, Phase::FindingAdapter, Phase::FindingVehicle}));
+  EXPECT_GT(calls, phases.size());  // also in between
+  EXPECT_TRUE(session.isConnected());
+  EXPECT_EQ(session.units().size(), 8U);
+  const ControlUnit last = session.units().back();
+  EXPECT_EQ(session.findUnit(last.label).id, last.id);
+  session.selectUnit(last);
+  EXPECT_EQ(session.selectedUnit()->id, last.id);
+  EXPECT_EQ(failureOf([&] { session.selectUnit({1, "01", "", ""}); }), Kind::NoData);
+  EXPECT_EQ(session.selectedUnit()->id, last.id);
+}
+
+// A session, or a connection, that ends leaves nothing behind that would disturb the next one.
+TEST_F(ClientTest, ConnectionsAndSessionsFollowOneAnother) {
+  for (const char* const car : {"petrol-can11", "iso9141"}) {
+    connect(car);
+    EXPECT_TRUE(readInfo(session, unit()).calibrations) << car;
+  }
+  session.disconnect();
+  EXPECT_FALSE(session.isConnected());
+  EXPECT_TRUE(session.units().empty());
+  EXPECT_EQ(failureOf([&] { Session second(loop); }), Kind::Unusable);
+  EXPECT_EQ(failureOf([] { Library library; }), Kind::Unusable);
+  session.close();
+  for (int i = 0; i < 2; ++i) {
+    Session next(loop);
+    next.connect(simulator::makeBus(load("kwp-slow")), "test");
+    EXPECT_TRUE(readFaults(next, next.units().front()).confirmed);
+  }
+}
+
+TEST_F(ClientTest, SaysWhatStoodInTheWay) {
+  FaultPlan silent;
+  silent.addAlways(Fault::Kind::Silence);
+  EXPECT_EQ(failureOf([&] { connect("petrol-can11", silent); }), Kind::NoAdapter);
+  FaultPlan closing;
+  closing.add(Fault::Kind::PeerClose, 9);
+  EXPECT_EQ(failureOf([&] { connect("petrol-can11", closing); }), Kind::LinkLost);
+  load("petrol-can11")->setIgnition(false);
+  EXPECT_EQ(failureOf([&] { connectTo(vehicle); }), Kind::NoVehicle);
+  EXPECT_EQ(failureOf([&] { session.connect(parseLink("serial:/dev/no-such-port")); }), Kind::LinkFailed);
+  EXPECT_EQ(failureOf([&] { session.connect(parseLink("demo:no-such-vehicle")); }), Kind::Unusable);
+  EXPECT_FALSE(session.isConnected());
+  connect("petrol-can11");  // all the same
+  EXPECT_TRUE(session.isConnected());
+}
+
+// From another thread, at any exchange of an opening or of a reading.
+TEST_F(ClientTest, IsCalledOffFromAnyThread) {
+  load("petrol-can11");
+  unsigned cancelled = 0;
+  for (unsigned exchange = 0; exchange < 90; exchange += 6) {
+    FaultPlan plan;
+    plan.onExchange = [&](unsigned number, const std::string&) {
+      if (number == exchange) {
+        loop.cancel();
+      }
+    };
+    const auto kind = failureOf([&] {
+      connectTo(vehicle, plan);
+      readTests(session, unit());
+    });
+    cancelled += kind == Kind::Cancelled ? 1 : 0;
+    EXPECT_TRUE(!kind || kind == Kind::Cancelled) << exchange;
+    EXPECT_EQ(failureOf([&] { loop.turn(std::chrono::milliseconds(1)); }).has_value(), kind.has_value());
+    loop.resume();
+  }
+  EXPECT_GT(cancelled, 10U);
+  connectTo(vehicle);
+  EXPECT_TRUE(readTests(session, unit()).hasContent());
+}
+
+TEST_F(ClientTest, WaitsEndByAWakeOrTheirLimit) {
+  connect("petrol-can11");
+  const std::uint32_t start = clock.milliseconds();
+  EXPECT_FALSE(session.pumpUntil([] { return false; }, std::chrono::milliseconds(250)));
+  EXPECT_EQ(clock.milliseconds() - start, 250U);
+  std::atomic<bool> told{false};
+  std::thread other([&] {
+    told = true;
+    loop.wake();
+  });
+  EXPECT_TRUE(session.pumpUntil([&] { return told.load(); }));
+  other.join();
+}
+
+TEST_F(ClientTest, SettingsOfItsOwnLastAsLongAsTheSession) {
+  EXPECT_EQ(session.unitSystem(), UnitSystem::Metric);
+  session.setUnitSystem(UnitSystem::Imperial);
+  EXPECT_EQ(session.unitSystem(), UnitSystem::Imperial);
+  session.close();
+  EXPECT_EQ(Session(loop).unitSystem(), UnitSystem::Metric);
+}
+
+}  // namespace
+}  // namespace velmara
