@@ -1,7 +1,7 @@
 # What `cmake --install` and CPack put together besides the library and its headers, which libobd installs.
 #
-# Components: `library` is what programs need to run, `development` what is needed to build them, `tools` the two
-# programs. Each becomes one Debian package.
+# Components: `library` and `client` are the two shared libraries that programs need to run, `development` what is needed
+# to build them, `tools` the two programs. Each becomes one Debian package.
 include(GNUInstallDirs)
 find_program(GZIP_PROGRAM gzip REQUIRED)
 
@@ -46,14 +46,17 @@ if(NOT VELMARA_IN_SYSTEM)
   file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
   string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX "\${pcfiledir}/${up}")
 endif()
-configure_file(${packaging}/velmara.pc.in ${packaging_output}/velmara.pc @ONLY)
-install(FILES ${packaging_output}/velmara.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+foreach(package velmara velmara-client)
+  configure_file(${packaging}/${package}.pc.in ${packaging_output}/${package}.pc @ONLY)
+endforeach()
+install(FILES ${packaging_output}/velmara.pc ${packaging_output}/velmara-client.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # Debian packages.
 set(VELMARA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 set(VELMARA_MAINTAINER "Velmara maintainers <velmara@example.org>" CACHE STRING
   "Who publishes the packages; the default is nobody's address")
 set(library_package libobd${VELMARA_SOVERSION})
+set(client_package libvelmara${VELMARA_SOVERSION})
 set(development_package libobd-dev)
 set(tools_package velmara)
 
@@ -64,13 +67,13 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_PACKAGE_CONTACT "${VELMARA_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL library development tools)
+set(CPACK_COMPONENTS_ALL library client development tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY =)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/libobd)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/libobd ${PROJECT_BINARY_DIR}/client)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -84,9 +87,20 @@ OBD-II (SAE J1979) through an adapter on a serial port, Bluetooth or TCP.
 .
 This package holds the shared library.")
 
+set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME ${client_package})
+set(CPACK_DEBIAN_CLIENT_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_CLIENT_PACKAGE_CONTROL_EXTRA ${packaging}/triggers)
+set(CPACK_DEBIAN_CLIENT_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - client library
+Opens a link to an adapter by its text, reads a whole vehicle as plain data,
+polls live values, keeps recordings and explains trouble codes.
+.
+This package holds the shared library.")
+
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "${library_package} (= ${PROJECT_VERSION}), ${client_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - headers
 Reads live values, trouble codes, freeze frames, readiness monitors, test
 results and vehicle information from the control units of a vehicle, by
@@ -97,7 +111,8 @@ headers, and files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+  "${library_package} (= ${PROJECT_VERSION}), ${client_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Diagnose vehicles through ELM327-class adapters
 Shows live values, trouble codes, freeze frames, readiness monitors, test
 results and vehicle information, clears trouble codes, and looks them up in a
@@ -108,7 +123,7 @@ behind it, to try things without a car.")
 
 # Each package tells its license and its history, and that of developers has the examples. A plain install does without.
 configure_file(${packaging}/changelog.in ${packaging_output}/changelog @ONLY)
-foreach(component library development tools)
+foreach(component library client development tools)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
   install(FILES ${packaging}/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
   velmara_install_compressed(${packaging_output}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)

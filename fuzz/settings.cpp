@@ -8,7 +8,7 @@
 #include <fstream>
 #include <map>
 
-#include "failure.h"
+#include "velmara/client/failure.h"
 #include "link/isettings.h"
 #include "services/velmarasettings.h"
 #include "settingsstore.h"
