@@ -8,11 +8,11 @@
 #include <fstream>
 #include <map>
 
-#include "velmara/client/failure.h"
 #include "link/isettings.h"
 #include "services/velmarasettings.h"
 #include "settingsstore.h"
 #include "target.h"
+#include "velmara/client/failure.h"
 
 namespace {
 
