@@ -17,7 +17,9 @@ class ConnectionService final : public Service<IConnectionService, IConnectionSe
 
   bool isOf(const std::shared_ptr<FacadeParts>& parts) const { return &facade() == parts.get(); }
 
-  std::string obdStandard() override { return ecu() ? ecu()->standardDescription() : std::string(); }
+  std::string obdStandard() override {
+    return isConnected() && ecu() ? ecu()->standardDescription() : std::string();
+  }
   std::string connectionMessage() override { return m_connectionMessage; }
   IConnectionOptions* connectionOptions() override { return facade().settings->connectionOptions(); }
   IAdapter* adapter() override { return facade().connectionManager->device(); }

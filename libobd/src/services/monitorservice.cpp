@@ -79,7 +79,10 @@ class MonitorService final : public RefreshingService<IMonitorService, IMonitorS
   }
 
  protected:
-  void onConnected() override { buildTestRefreshers(); }
+  void onConnected() override {
+    retire(m_testRefreshers);
+    buildTestRefreshers();
+  }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -181,7 +184,6 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
 }
 
 void MonitorService::buildTestRefreshers() {
-  m_testRefreshers.clear();
   if (ecu()) {
     for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
       m_testRefreshers.push_back(makeRefresher<MonitorTestResult>(id));

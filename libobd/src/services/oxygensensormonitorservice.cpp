@@ -50,7 +50,10 @@ class OxygenSensorMonitorService final
   }
 
  protected:
-  void onConnected() override { buildTestRefreshers(); }
+  void onConnected() override {
+    retire(m_testRefreshers);
+    buildTestRefreshers();
+  }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -85,7 +88,6 @@ class OxygenSensorMonitorService final
 };
 
 void OxygenSensorMonitorService::buildTestRefreshers() {
-  m_testRefreshers.clear();
   if (!ecu()) {
     return;
   }

@@ -51,7 +51,10 @@ class Service08 final : public RefreshingService<IService08, IService08Observer,
   }
 
  protected:
-  void onConnected() override { buildTests(); }
+  void onConnected() override {
+    forgetTests();
+    buildTests();
+  }
   void onDisconnected() override {
     forgetTests();
     dropRetired();
