@@ -15,10 +15,12 @@
 #include "dispatch/fakes.h"
 #include "dtc/dtcreader.h"
 #include "services/iconnectionmanager.h"
+#include "services/iconnectionservice.h"
 #include "services/iecuservice.h"
 #include "services/imonitorservice.h"
 #include "services/iobdvelmara.h"
 #include "services/ioxygensensormonitorservice.h"
+#include "services/isensorservice.h"
 #include "services/iservice08.h"
 #include "services/isummaryservice.h"
 #include "services/itroublecodeservice.h"
@@ -69,7 +71,9 @@ std::string text(const std::vector<T>& all) {
 }
 
 /// An observer of any service. Writes events down, each as a short line: "codes failed 1 0".
-class Recorder : public obd::IEcuServiceObserver,
+class Recorder : public obd::IConnectionServiceObserver,
+                 public obd::ISensorServiceObserver,
+                 public obd::IEcuServiceObserver,
                  public obd::ISummaryServiceObserver,
                  public obd::ITroubleshootingServiceObserver,
                  public obd::IMonitorServiceObserver,
@@ -112,6 +116,14 @@ class Recorder : public obd::IEcuServiceObserver,
   void invalidated() override { add("void"); }
   void onRefreshDone() override { add("done"); }
   void refreshDone() override { add("done"); }
+
+  void onConnected() override { add("connected"); }
+  void onDisconnected() override { add("disconnected"); }
+
+  void onSensorUpdated(bool ok, const std::shared_ptr<obd::ParameterDescriptor>& parameter,
+                       const SensorValues& values) override {
+    add("pid " + std::to_string(parameter->pid()), ok, values.empty() ? "" : " " + values.front()->value);
+  }
 
   void onVehicleIdentificationNumberUpdated(bool ok, const std::string& vin, int year) override {
     add("vin", ok, " " + vin + " " + std::to_string(year));
@@ -210,7 +222,7 @@ class ServiceTest : public testing::Test {
     vehicle = car.find('\n') == std::string::npos ? simulator::Vehicle::load(car)
                                                   : simulator::Vehicle::parse(car, "test");
     simulator::AdapterOptions options;
-    options.latency = 5;
+    options.latency = latency;
     options.faults.onExchange = [list = commands](unsigned, const std::string& command) {
       list->add(command);
     };
@@ -247,6 +259,7 @@ class ServiceTest : public testing::Test {
       obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>());
   std::shared_ptr<simulator::Vehicle> vehicle;
   std::shared_ptr<hostos::IMessageBus> bus;
+  unsigned latency = 5;  // ms that the next adapter takes for each exchange
   const std::shared_ptr<CommandLog> commands = std::make_shared<CommandLog>();
 };
 
