@@ -28,16 +28,21 @@ enum RequestResult : int {
 };
 
 /// The one door to the adapter: everything that asks the vehicle a question goes through it, one exchange at
-/// a time. May be called from any thread; a call waits for the exchange in progress.
+/// a time and in the order of the calls. May be called from any thread. What talks to the adapter says below
+/// that it waits; all else is answered at once, an exchange in progress or not.
 class VELMARA_EXPORT IObdProxy {
  public:
   virtual ~IObdProxy() = default;
 
-  /// Puts a device behind the proxy, not owned, or takes it away with null.
+  /// Puts a device behind the proxy, not owned, or takes it away with null. Waits for the exchange in
+  /// progress, since a device that is taken away must not be at work.
   virtual void setDevice(IDevice* device) = 0;
-  /// Finds the control units and asks each what it supports. False if no usable one answered.
+  /// Finds the control units and asks each what it supports. Waits for all of that, which are dozens of
+  /// exchanges. False if no usable one answered.
   virtual bool initialize() = 0;
+  /// Whether there is a device that the vehicle has answered.
   virtual bool isConnected() = 0;
+  /// `Unknown` without a connection.
   virtual ObdProtocol obdProtocol() = 0;
 
   /// The control units of this or, after the end of a connection, of the last one.
@@ -47,12 +52,13 @@ class VELMARA_EXPORT IObdProxy {
   /// Null for an unknown identifier.
   virtual std::shared_ptr<IEcu> ecu(unsigned int id) = 0;
 
-  /// Sends a raw adapter command. `timeout` in milliseconds. Gives a `RequestResult`.
+  /// Sends a raw adapter command and waits for the answer, behind exchanges that were asked for before. The
+  /// time-out, in milliseconds, counts from its own turn. Gives a `RequestResult`.
   virtual int sendCommand(const std::string& command, std::string& reply, unsigned int timeout) = 0;
-  /// Sends raw OBD bytes, for example 01 0C, and collects the replies of all control units.
+  /// Sends raw OBD bytes, for example 01 0C, and collects the replies of all control units. Waits likewise.
   virtual int sendRequest(const std::vector<unsigned char>& request, ResponseMap& responses,
                           unsigned int timeout) = 0;
-  /// Volts at the adapter; 0 if they cannot be read.
+  /// Volts at the adapter; 0 if they cannot be read. Asks the adapter, and waits likewise.
   virtual float batteryVoltage() = 0;
 };
 

@@ -36,13 +36,14 @@ class VELMARA_EXPORT IConnectionListener {
 /// Opens and closes the one connection of the process. The open operations return at once; the work runs on a
 /// thread of its own and listeners hear of each phase.
 ///
-/// An open operation first ends what is left of the connection before, as `close` does. Listeners hear of
-/// that end only if they knew the connection as open, so a front end may open the next one from within
-/// `IConnectionServiceObserver::onDisconnected`.
+/// An open operation first ends what is left of the connection before, and waits as `close` does. Listeners
+/// hear of that end only if they knew the connection as open, so a front end may open the next one from within
+/// `IConnectionServiceObserver::onDisconnected`. Nothing else here waits for the vehicle.
 class VELMARA_EXPORT IConnectionManager {
  public:
   virtual ~IConnectionManager() = default;
 
+  /// Both wait while listeners are told, up to 100 ms for a phase of an opening.
   virtual void attachListener(IConnectionListener* listener) = 0;
   virtual void detachListener(IConnectionListener* listener) = 0;
 
@@ -53,8 +54,10 @@ class VELMARA_EXPORT IConnectionManager {
   virtual bool openBluetooth(const BluetoothDescriptor& descriptor, VehicleProtocol protocol) = 0;
 
   virtual bool isConnected() = 0;
-  /// Ends the connection or the opening in progress, and waits for its threads. Safe at every instant. Not to
-  /// be called from a listener. Every call is told with `onDisconnected`, the second in a row as well.
+  /// Ends the connection or the opening in progress: breaks off the exchange with the vehicle, lets the
+  /// adapter sleep, and waits for the library's threads. Safe at every instant, from within observers of
+  /// services, too; not to be called from a listener. Every call is told with `onDisconnected`, the second in a
+  /// row as well.
   virtual void close() = 0;
 
   /// The adapter; null if there is none. Valid until `close`.

@@ -22,12 +22,14 @@ class VELMARA_EXPORT IConnectionServiceObserver {
   virtual void onConnectionPhaseChanged(IConnectionListener::OpenConnectionPhase /*phase*/) {}
 };
 
-/// The front end's view of the connection. For the thread that calls `Dispatcher::dispatch`.
+/// The front end's view of the connection. No call waits for the vehicle. For the thread that calls
+/// `Dispatcher::dispatch`.
 class VELMARA_EXPORT IConnectionService : public virtual tavrix::INotifier<IConnectionServiceObserver> {
  public:
   /// Whether the vehicle can be asked right now.
   virtual bool isConnected() = 0;
-  /// The OBD standard of the selected control unit, in words; empty if there is none.
+  /// The OBD standard of the selected control unit, in words; empty if there is none, and without a
+  /// connection.
   virtual std::string obdStandard() = 0;
   /// The text of the latest phase: after `PhaseFailed` the reason, if the link gave one.
   virtual std::string connectionMessage() = 0;

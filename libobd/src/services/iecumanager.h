@@ -14,12 +14,13 @@ namespace obd {
 
 enum class EcuManagerEvent : int { EcuListChanged = 0, SelectedEcuChanged = 1 };
 
-/// The control units of the connection, the selected one, and what sensors each offers. For the front end's
-/// thread.
+/// The control units of the connection, the selected one, and what sensors each offers: what is known since
+/// the connection opened, so that no call waits for the vehicle. For the front end's thread.
 class VELMARA_EXPORT IEcuManager
     : public virtual tavrix::IEventProducer<EcuManagerEvent, tavrix::IEventListener<EcuManagerEvent>> {
  public:
-  /// Selects a control unit; an unknown identifier selects none. Listeners are told in every case.
+  /// Selects a control unit; an unknown identifier selects none. Listeners are told in every case, and with
+  /// them the observers of services, before it returns.
   virtual void selectEcu(unsigned int id) = 0;
   /// Appends the identifier of each control unit, in list order.
   virtual void ecuIds(std::vector<unsigned int>& ids) = 0;

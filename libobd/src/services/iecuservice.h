@@ -49,8 +49,8 @@ class VELMARA_EXPORT IEcuServiceObserver {
 };
 
 /// What identifies the selected control unit and its vehicle (SAE J1979 service 09), and which parameters
-/// there are. Without a control unit all texts are empty and nothing is supported. For the thread that calls
-/// `Dispatcher::dispatch`.
+/// there are. Without a control unit all texts are empty and nothing is supported. Only the `read` forms wait
+/// for the vehicle. For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT IEcuService : public virtual tavrix::INotifier<IEcuServiceObserver> {
  public:
   using Texts = IEcuServiceObserver::Texts;
@@ -75,7 +75,9 @@ class VELMARA_EXPORT IEcuService : public virtual tavrix::INotifier<IEcuServiceO
   virtual bool arePerformanceCountersSupported() = 0;
   virtual bool isEngineSerialNumberSupported() = 0;
   virtual bool isEroTanSupported() = 0;
-  /// The `read` forms block until the vehicle has answered; empty where it does not.
+  /// The `read` forms wait until the vehicle has answered, queries that were queued before included, but no
+  /// longer than 1.55 s; 3.05 s for VIN, serial number and type approval. Empty where nothing came, and at
+  /// once where the unit reports a list of service 09 without this item.
   virtual std::string readVin() = 0;
   virtual Texts readCalibrationIds() = 0;
   virtual Texts readCvns() = 0;

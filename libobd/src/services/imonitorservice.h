@@ -84,7 +84,8 @@ class VELMARA_EXPORT IMonitorServiceObserver {
 };
 
 /// Readiness monitors (SAE J1979 service 01, PIDs 0x01 and 0x41) and on-board monitoring results (service 06)
-/// of the selected control unit. For the thread that calls `Dispatcher::dispatch`.
+/// of the selected control unit. Only the `read` forms wait for the vehicle. For the thread that calls
+/// `Dispatcher::dispatch`.
 class VELMARA_EXPORT IMonitorService : public virtual tavrix::INotifier<IMonitorServiceObserver> {
  public:
   using ReadinessMonitors = IMonitorServiceObserver::ReadinessMonitors;
@@ -96,10 +97,12 @@ class VELMARA_EXPORT IMonitorService : public virtual tavrix::INotifier<IMonitor
   virtual bool isSupported(int kind) = 0;
   /// Starts a read that ends in observer calls. False if nothing was started.
   virtual bool refresh(int kind) = 0;
-  /// The `read` forms block until the vehicle has answered; empty where it does not.
+  /// The `read` forms wait until the vehicle has answered, queries that were queued before included, but no
+  /// longer than 2.55 s. Empty where nothing came.
   virtual ReadinessMonitors readMonitorsSinceReset() = 0;
   /// Which monitors exist is known from the last reading since reset; before it all are `NotAvailable`.
   virtual ReadinessMonitors readMonitorsThisCycle() = 0;
+  /// Reads one monitor after the other, each for 1.55 s at most.
   virtual DiagnosticMonitors readOnboardMonitors() = 0;
 };
 

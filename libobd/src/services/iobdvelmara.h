@@ -31,7 +31,8 @@ class VELMARA_EXPORT IObdVelmara {
 
 namespace ObdVelmaraBuilder {
 /// Builds the facade on the front end's settings store. Call it after `LIBOBDOpen`, and before the builders
-/// of services. Releasing the result closes an open connection.
+/// of services. Releasing the result closes an open connection, and waits as `IConnectionManager::close`
+/// does.
 VELMARA_EXPORT std::shared_ptr<IObdVelmara> createObdVelmara(unsigned int first, unsigned int second,
                                                              unsigned int third,
                                                              const std::shared_ptr<ISettings>& settings);

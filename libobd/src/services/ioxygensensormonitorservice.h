@@ -24,8 +24,8 @@ class VELMARA_EXPORT IOxygenSensorMonitorServiceObserver {
   virtual void onRefreshDone() {}
 };
 
-/// Oxygen sensor test results (SAE J1979 service 05, not on CAN) of the selected control unit. For the thread
-/// that calls `Dispatcher::dispatch`.
+/// Oxygen sensor test results (SAE J1979 service 05, not on CAN) of the selected control unit. No call waits
+/// for the vehicle. For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT IOxygenSensorMonitorService
     : public virtual tavrix::INotifier<IOxygenSensorMonitorServiceObserver> {
  public:

@@ -63,8 +63,8 @@ class VELMARA_EXPORT ISensorServiceObserver {
   virtual void onInvalidated() {}
 };
 
-/// Live sensors of the selected control unit, with statistics. For the thread that calls
-/// `Dispatcher::dispatch`.
+/// Live sensors of the selected control unit, with statistics. Only `readSensors` waits for the vehicle. For
+/// the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorServiceObserver> {
  public:
   virtual bool isConnected() = 0;
@@ -77,8 +77,8 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   virtual void refresh(const std::vector<int>& identifiers) = 0;
   /// Ends all polling and starts the statistics anew, without an observer call.
   virtual void reset() = 0;
-  /// Reads one parameter of the control unit and waits for it; empty on failure. Calculated values cannot be
-  /// read this way.
+  /// Reads one parameter of the control unit and waits for it, queries that were queued before included, but
+  /// no longer than 1.55 s; empty on failure. Calculated values cannot be read this way.
   virtual std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) = 0;
 };
 

@@ -24,8 +24,8 @@ class VELMARA_EXPORT IService08Observer {
 };
 
 /// On-board system tests (SAE J1979 service 08) of the selected control unit, as far as the library knows
-/// them: TIDs 1, 2 and 3. They act on the vehicle: ask the user first. For the thread that calls
-/// `Dispatcher::dispatch`.
+/// them: TIDs 1, 2 and 3. They act on the vehicle: ask the user first. Only `runTest` waits for the vehicle.
+/// For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT IService08 : public virtual tavrix::INotifier<IService08Observer> {
  public:
   using Tests = std::vector<std::shared_ptr<TestRoutineDataModel>>;
@@ -38,8 +38,9 @@ class VELMARA_EXPORT IService08 : public virtual tavrix::INotifier<IService08Obs
   virtual bool startTest(int tid) = 0;
   /// The tests on offer, without results; empty without a connection.
   virtual Tests availableTests() = 0;
-  /// Starts any test, on offer or not, and blocks until the vehicle has answered. The model tells how the
-  /// test fared, silence included. Null without a connection, and for a number that no test can have.
+  /// Starts any test, on offer or not, and waits until the vehicle has answered, queries that were queued
+  /// before included, but no longer than 1.55 s. The model tells how the test fared, silence included. Null
+  /// without a connection, and for a number that no test can have.
   virtual std::shared_ptr<TestRoutineDataModel> runTest(int tid) = 0;
 };
 

@@ -24,7 +24,7 @@ class VELMARA_EXPORT ISummaryServiceObserver {
 };
 
 /// A few counts for an overview of the selected control unit. A change of the selected unit is not told:
-/// refresh then. For the thread that calls `Dispatcher::dispatch`.
+/// refresh then. No call waits for the vehicle. For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ISummaryService : public virtual tavrix::INotifier<ISummaryServiceObserver> {
  public:
   virtual bool isConnected() = 0;

@@ -54,8 +54,9 @@ class VELMARA_EXPORT ITroubleCodeServiceObserver {
 };
 
 /// Everything about stored faults of the selected control unit. Each item has a `refresh` form that ends in
-/// an observer call and a `read` form that blocks. Without a connection the former give false and the latter
-/// empty or null. For the thread that calls `Dispatcher::dispatch`.
+/// an observer call and a `read` form that waits for the vehicle; so does `clearCodesNow`, and nothing else.
+/// Without a connection the former give false and the latter empty or null. True says that there is a
+/// connection. For the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITroubleCodeServiceObserver> {
  public:
   using MilStatus = ITroubleCodeServiceObserver::MilStatus;
@@ -67,12 +68,15 @@ class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITro
   virtual bool refreshConfirmedCodes() = 0;
   virtual bool refreshPendingCodes() = 0;
   virtual bool refreshPermanentCodes() = 0;
-  /// Clears codes and freeze frames in all control units.
+  /// Clears codes and freeze frames in all control units. A walk over freeze frames that is under way may end
+  /// early.
   virtual bool clearCodes() = 0;
   /// Walks the freeze frames: each frame's code, then its sensors, until a frame without a code. Gives the id
   /// that all events of this run carry, 0xFFFFFFFF without a connection.
   virtual unsigned int refreshFreezeFrames() = 0;
 
+  /// The `read` forms wait until the vehicle has answered, queries that were queued before included, but no
+  /// longer than 1.55 s; 2.55 s for the lamp. Empty or null where nothing came.
   virtual Codes readConfirmedCodes() = 0;
   virtual Codes readPendingCodes() = 0;
   virtual Codes readPermanentCodes() = 0;
@@ -83,10 +87,12 @@ class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITro
   virtual std::shared_ptr<SensorDataModel> readRuntime(bool sinceFault) = 0;
   /// The code of frame 0.
   virtual std::shared_ptr<DtcDataModel> readFreezeFrameCode() = 0;
-  /// The PIDs of frame 0. Asks the vehicle on the calling thread; not while a freeze frame refresh runs.
+  /// The PIDs of frame 0. Unless they are known it asks the vehicle on the calling thread, not through the
+  /// queue: waits for the exchange in progress and for up to eight of its own. Not while a freeze frame
+  /// refresh runs.
   virtual std::vector<int> readFreezeFrameIdentifiers() = 0;
   virtual std::vector<std::shared_ptr<SensorDataModel>> readFreezeFrameSensors(int identifier) = 0;
-  /// True if the selected control unit has confirmed.
+  /// Clears and waits, like the `read` forms. True if the selected control unit has confirmed.
   virtual bool clearCodesNow() = 0;
 };
 

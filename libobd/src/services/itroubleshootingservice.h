@@ -34,18 +34,18 @@ class VELMARA_EXPORT ITroubleshootingServiceObserver {
   virtual ~ITroubleshootingServiceObserver() = default;
   /// The answer as the dialogue with the adapter gives it; nothing is taken out of it here.
   virtual void onResponseArrived(bool /*success*/, const std::string& /*response*/) {}
-  /// Of several lines of one direction between two calls of `Dispatcher::dispatch`, the last one.
+  /// Every line, in the order in which they travelled.
   virtual void onLogEntryAdded(const std::shared_ptr<DataEntryDescriptor>& /*entry*/) {}
 };
 
-/// A raw console to the adapter, and the log of all traffic. For the thread that calls
-/// `Dispatcher::dispatch`.
+/// A raw console to the adapter, and the log of all traffic. No call waits for the vehicle. For the thread
+/// that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ITroubleshootingService
     : public virtual tavrix::INotifier<ITroubleshootingServiceObserver> {
  public:
   virtual bool isConnected() = 0;
   /// Sends any text to the adapter, behind all queries that wait already. Ends in `onResponseArrived`, unless
-  /// the connection goes first. `timeout` is in milliseconds.
+  /// the connection goes first or the queue is full. `timeout` is in milliseconds.
   virtual void sendRequest(const std::string& request, int timeout) = 0;
 };
 

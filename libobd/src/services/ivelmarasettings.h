@@ -21,7 +21,7 @@ enum class VelmaraSettingsEvent : int {
 
 /// The typed view of the settings under "common/". A setter writes to the front end's store and tells the
 /// listeners, on the caller's thread, also when the value stays the same. A getter gives the default for a
-/// key that is absent or out of range.
+/// key that is absent or out of range. No call waits for the vehicle.
 class VELMARA_EXPORT IVelmaraSettings
     : public virtual tavrix::IEventProducer<VelmaraSettingsEvent,
                                             tavrix::IEventListener<VelmaraSettingsEvent>> {
