@@ -3,6 +3,8 @@
 #include "parameters/ecuname.h"
 #include "parameters/identificationnumber.h"
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "records.h"
@@ -22,7 +24,7 @@ const std::string Zero(1, '\0');
 /// A CAN reply: signature, count, text.
 Bytes can(unsigned char type, unsigned char count, const std::string& text) {
   Bytes data{0x49, type, count};
-  data.insert(data.end(), text.begin(), text.end());
+  std::copy(text.begin(), text.end(), std::back_inserter(data));
   return data;
 }
 
