@@ -1,6 +1,5 @@
 #include "parameters/calibrationids.h"
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -25,21 +24,18 @@ bool CalibrationIds::fromFrames(unsigned int ecuId, const std::vector<unsigned c
   }
   bool valid = true;
   std::vector<std::string> items;
-  for (std::size_t first = 0; first < frames->count(); first += FramesPerItem) {
+  for (std::size_t item = 0; item < frames->count(); item += FramesPerItem) {
     std::array<unsigned char, ItemLength> buffer{};
-    for (std::size_t i = 0; i < FramesPerItem; ++i) {
-      const unsigned char* frame = (*frames)[first + i];
-      const int sequence = frame[CountPosition];
-      // Frames are numbered through from 1.
-      const std::ptrdiff_t index = sequence - 1 - static_cast<std::ptrdiff_t>(first);
-      if (index < 0 || index >= static_cast<std::ptrdiff_t>(FramesPerItem)) {
+    // Frames are numbered through from 1.
+    const int first = static_cast<int>(item) + 1;
+    for (std::size_t i = item; i < item + FramesPerItem; ++i) {
+      if (!frames->place(i, first, buffer)) {
         tavrix::LogStream(source(), __LINE__, 3)
-            << "Invalid data received; too large sequence number (" << index << ", " << sequence << ")";
+            << "Invalid data received; too large sequence number (" << frames->sequence(i) - first << ", "
+            << frames->sequence(i) << ")";
         valid = false;
         break;
       }
-      std::copy_n(frame + DataPosition, FrameData,
-                  buffer.begin() + static_cast<std::ptrdiff_t>(FrameData) * index);
     }
     items.push_back(itemText(buffer.data()));
   }

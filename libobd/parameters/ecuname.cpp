@@ -1,6 +1,5 @@
 #include "parameters/ecuname.h"
 
-#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <string_view>
@@ -89,13 +88,9 @@ bool EcuName::fromFrames(unsigned int ecuId, const std::vector<unsigned char>& r
   }
   std::array<unsigned char, FullLength> buffer{};
   for (std::size_t i = 0; i < Frames; ++i) {
-    const unsigned char* frame = (*frames)[i];
-    const int index = static_cast<int>(frame[CountPosition]) - 1;
-    if (index < 0 || index >= static_cast<int>(Frames)) {
+    if (!frames->place(i, 1, buffer)) {
       throw std::out_of_range("sequence number of a control unit name");
     }
-    std::copy_n(frame + DataPosition, FrameData,
-                buffer.begin() + static_cast<std::ptrdiff_t>(FrameData) * index);
   }
   store(ecuId, buffer.data());
   return true;

@@ -14,11 +14,11 @@ namespace {
 using tavrix::LogStream;
 
 constexpr const char* Source = "parameters\\identificationnumberparser";
-constexpr std::size_t CountPosition = 2;  // before CAN that of the sequence number
+constexpr std::size_t CountPosition = 2;
 constexpr std::size_t TextPosition = 3;
 constexpr std::size_t TextLength = 17;
 constexpr std::size_t Frames = 5;
-constexpr std::size_t FrameText = SaeFrames::FrameSize - TextPosition;
+constexpr std::size_t FramedLength = 20;  // right-aligned
 
 // The text without the zero bytes around it.
 std::string trim(const unsigned char* first, std::size_t size) {
@@ -64,18 +64,15 @@ bool IdentificationNumberParser::parseFrames(unsigned int id, const std::vector<
   if (frames.count() < Frames) {
     return refuseByteCount(Source, 2, payload.size());
   }
-  std::array<unsigned char, Frames * FrameText> buffer{};
+  std::array<unsigned char, FramedLength> buffer{};
   for (std::size_t i = 0; i < Frames; ++i) {
     if (!hasSignature(frames[i])) {
       return false;
     }
-    const int index = static_cast<int>(frames[i][CountPosition]) - 1;
-    if (index < 0 || index >= static_cast<int>(Frames)) {
-      LogStream(Source, __LINE__, 2) << "Invalid sequence number: " << index;
+    if (!frames.place(i, 1, buffer)) {
+      LogStream(Source, __LINE__, 2) << "Invalid sequence number: " << frames.sequence(i) - 1;
       return false;
     }
-    std::copy_n(frames[i] + TextPosition, FrameText,
-                buffer.begin() + static_cast<std::ptrdiff_t>(FrameText) * index);
   }
   m_texts.set(id, trim(buffer.data(), buffer.size()));
   return true;

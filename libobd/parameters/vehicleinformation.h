@@ -17,8 +17,6 @@ class VELMARA_EXPORT VehicleInformation : public Record<T> {
   // Of a reply: behind the signature a count of items on CAN, a sequence number before it, then the data.
   static constexpr std::size_t CountPosition = 2;
   static constexpr std::size_t DataPosition = 3;
-  /// Data bytes of a frame before CAN.
-  static constexpr std::size_t FrameData = SaeFrames::FrameSize - DataPosition;
 };
 
 }  // namespace obd

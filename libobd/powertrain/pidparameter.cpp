@@ -6,6 +6,26 @@
 
 namespace obd {
 
+namespace {
+
+float decodeLinear(const Linear& linear, DataBytes at) {
+  const int raw = linear.raw == Linear::Byte   ? at[0]
+                  : linear.raw == Linear::Word ? static_cast<int>(word(at))
+                                               : signedWord(at);
+  const auto whole = static_cast<float>(raw * linear.multiplier + linear.offset);
+  return whole * linear.factor / linear.divisor + linear.shift;
+}
+
+double decode(const Reading& reading, DataBytes at, const IEcu& ecu) {
+  if (reading.decodeScaled != nullptr) {
+    return reading.decodeScaled(at, ecu);
+  }
+  const Decoder& decoder = reading.decoder;
+  return decoder.function != nullptr ? decoder.function(at) : decodeLinear(decoder.linear, at);
+}
+
+}  // namespace
+
 PidParameter::PidParameter(ParameterIdentifier::Id pid, ObdMode mode, unsigned char frame)
     : PowertrainParameter(mode, frame), m_row(findPidRow(pid)) {
   static_assert(std::tuple_size_v<decltype(Numbers::values)> == MaxSensors);
@@ -108,12 +128,9 @@ bool PidParameter::fromPayload(const std::shared_ptr<IEcu>& ecu, const std::vect
   for (std::size_t i = 0; i < count; ++i) {
     const Reading& reading = m_row.sensors[i].reading;
     const DataBytes at = data.data() + m_row.sensors[i].position;
-    const bool wide = reading.decodeWide != nullptr && (bits >> (count + i) & 1U) != 0;
-    const bool scaled = reading.decodeScaled != nullptr;
-    numbers.present |= (wide ? 1U : bits >> i & 1U) << i;
-    numbers.values[i] = wide     ? reading.decodeWide(at)
-                        : scaled ? reading.decodeScaled(at, *ecu)
-                                 : reading.decode(at);
+    const bool isWide = reading.wide && (bits >> (count + i) & 1U) != 0;
+    numbers.present |= (isWide ? 1U : bits >> i & 1U) << i;
+    numbers.values[i] = isWide ? decodeLinear(*reading.wide, at) : decode(reading, at, *ecu);
   }
   m_numbers.set(ecu->id(), numbers);
   return true;

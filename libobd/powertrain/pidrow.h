@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 
 #include "core/bigendian.h"
@@ -22,6 +23,28 @@ enum class Kind {
   Code      ///< a text by number
 };
 
+/// How most numbers are made of their bytes: (raw * multiplier + offset) in whole numbers, then * factor /
+/// divisor
+/// + shift in single precision, each step rounded.
+struct Linear {
+  enum Raw { Byte, Word, SignedWord } raw = Byte;
+  int multiplier = 1;
+  int offset = 0;
+  float factor = 1.0F;
+  float divisor = 1.0F;
+  float shift = 0.0F;
+};
+
+/// How a number is made: one of the two. Numbers have single precision; the wider type is for counters of 32
+/// bits.
+struct Decoder {
+  constexpr Decoder(const Linear& how) : linear(how) {}              // NOLINT(google-explicit-constructor)
+  constexpr Decoder(double (*how)(DataBytes at)) : function(how) {}  // NOLINT(google-explicit-constructor)
+
+  Linear linear;
+  double (*function)(DataBytes at) = nullptr;
+};
+
 struct Side {
   MeasurementUnit unit = MeasurementUnit::NoUnit;
   float min = 0.0F;
@@ -29,20 +52,19 @@ struct Side {
   int precision = 0;
 };
 
-/// What the bytes of a sensor mean. Numbers are single-precision results; the wider type is for counters of
-/// 32 bits.
+/// What the bytes of a sensor mean.
 struct Reading {
   Kind kind = Kind::Float;
-  double (*decode)(DataBytes at) = nullptr;
+  Decoder decoder = Linear();
   Side metric{};
   Side imperial{};
   float (*toImperial)(float) = nullptr;  ///< null: the same figure
   std::span<const char* const> texts{};  ///< of codes
   /// The same byte on a wider scale. The bits for it follow those of all sensors, and win.
-  double (*decodeWide)(DataBytes at) = nullptr;
-  /// The maximum, where the control unit scales the sensor, and its decoder.
-  float (*limit)(const IEcu& ecu) = nullptr;
+  std::optional<Linear> wide{};
+  /// Where the control unit scales the sensor: its decoder, and the maximum of its range.
   double (*decodeScaled)(DataBytes at, const IEcu& ecu) = nullptr;
+  float (*limit)(const IEcu& ecu) = nullptr;
 };
 
 struct Sensor {

@@ -25,103 +25,75 @@ VELMARA_OWN_PID(0x01, MonitorStatus, "Monitor status since DTCs cleared", 4, Hid
 VELMARA_OWN_PID(0x02, FreezeFrameTroubleCode, "Freeze Frame Trouble Code", 2, Hidden, {Bits})
 VELMARA_PID(0x03, FuelSystem, "Fuel system status", 2, OneOrTwoLoops, {"Fuel system A", 0, Loop},
             {"Fuel system B", 1, Loop})
-VELMARA_PID(0x04, CalculatedEngineLoad, "Calculated engine load", 1, Shown, {PercentOfFloat})
+VELMARA_PID(0x04, CalculatedEngineLoad, "Calculated engine load", 1, Shown, {Percent})
 VELMARA_PID(0x05, EngineCoolantTemperature, "Engine Coolant Temperature", 1, Shown, {Degrees})
-VELMARA_PID_OF(0x06, ShortTermFuelTrimBank1, FuelTrim, "Short Term Fuel Trim", 2, OneOrTwoTrims,
-               {"Bank 1", 0, SignedPercent}, {"Bank 3", 1, SignedPercent})
-VELMARA_PID_OF(0x07, LongTermFuelTrimBank1, FuelTrim, "Long Term Fuel Trim", 2, OneOrTwoTrims,
-               {"Bank 1", 0, SignedPercent}, {"Bank 3", 1, SignedPercent})
-VELMARA_PID_OF(0x08, ShortTermFuelTrimBank2, FuelTrim, "Short Term Fuel Trim", 2, OneOrTwoTrims,
-               {"Bank 2", 0, SignedPercent}, {"Bank 4", 1, SignedPercent})
-VELMARA_PID_OF(0x09, LongTermFuelTrimBank2, FuelTrim, "Long Term Fuel Trim", 2, OneOrTwoTrims,
-               {"Bank 2", 0, SignedPercent}, {"Bank 4", 1, SignedPercent})
+VELMARA_PID_OF(0x06, ShortTermFuelTrimBank1, FuelTrim, "Short Term Fuel Trim", 2, BothBanks, Bank1, Bank3)
+VELMARA_PID_OF(0x07, LongTermFuelTrimBank1, FuelTrim, "Long Term Fuel Trim", 2, BothBanks, Bank1, Bank3)
+VELMARA_PID_OF(0x08, ShortTermFuelTrimBank2, FuelTrim, "Short Term Fuel Trim", 2, BothBanks, Bank2, Bank4)
+VELMARA_PID_OF(0x09, LongTermFuelTrimBank2, FuelTrim, "Long Term Fuel Trim", 2, BothBanks, Bank2, Bank4)
 VELMARA_PID(0x0A, FuelPressure, "Fuel Pressure (gauge)", 1, Shown,
-            {pressure(threefold, {Unit::Kilopascal, 0.0F, 765.0F, 0},
+            {pressure(Linear{.multiplier = 3}, {Unit::Kilopascal, 0.0F, 765.0F, 0},
                       {Unit::PoundsPerSquareInch, 0.0F, 110.95F, 1})})
 VELMARA_PID(0x0B, ManifoldPressure, "Intake Manifold Absolute Pressure", 1, Shown, {ScaledPressure})
 VELMARA_PID_OF(0x0C, EngineRpm, EngineRpmReading, "Engine RPM", 2, Shown,
                {number(quarterWord, {Unit::RevolutionsPerMinute, 0.0F, 16383.75F, 0}, Kind::Unsigned)})
 VELMARA_PID(0x0D, VehicleSpeed, "Vehicle Speed Sensor", 1, Shown, {Speed})
 VELMARA_PID(0x0E, TimingAdvance, "Ignition Timing Advance for #1 Cylinder", 1, Shown,
-            {number(timingAdvance, {Unit::NoUnit, -64.0F, 63.5F, 1})})
+            {number(Linear{.offset = -128, .factor = 0.5F}, {Unit::NoUnit, -64.0F, 63.5F, 1})})
 VELMARA_PID(0x0F, IntakeAirTemperature, "Intake Air Temperature", 1, Shown, {Degrees})
 VELMARA_PID(0x10, AirFlowRate, "Air Flow Rate from Mass Flow Sensor", 2, Shown, {ScaledAirFlow})
 VELMARA_PID(0x11, ThrottlePosition, "Absolute Throttle Position", 1, Shown, {Percent})
 VELMARA_PID(0x12, SecondaryAirStatus, "Commanded Secondary Air Status", 1, SecondaryAirBits,
             {code(lowestBit, SecondaryAirTexts)})
 VELMARA_PID_OF(0x13, OxygenSensorsPresent13, OxygenSensorsPresent, "Location of Oxygen Sensors", 1, Shown,
-               {code(plainByte, {})})
-VELMARA_PID_OF(0x14, OxygenSensor1Bank1, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x15, OxygenSensor2Bank1, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x16, OxygenSensor3Bank1, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x17, OxygenSensor4Bank1, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x18, OxygenSensor1Bank2, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x19, OxygenSensor2Bank2, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x1A, OxygenSensor3Bank2, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
-VELMARA_PID_OF(0x1B, OxygenSensor4Bank2, OxygenSensor, " (O2S)", 2, WithOrWithoutTrim, OxygenVoltage,
-               OxygenTrim)
+               {code(PlainByte, {})})
+VELMARA_PID_OF(0x14, OxygenSensor1Bank1, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x15, OxygenSensor2Bank1, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x16, OxygenSensor3Bank1, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x17, OxygenSensor4Bank1, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x18, OxygenSensor1Bank2, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x19, OxygenSensor2Bank2, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x1A, OxygenSensor3Bank2, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
+VELMARA_PID_OF(0x1B, OxygenSensor4Bank2, OxygenSensor, " (O2S)", 2, TrimIfUsed, SensorVoltage, SensorTrim)
 VELMARA_PID_OF(0x1C, SaeStandard, SaeStandardReading,
                "OBD requirements to which vehicle or engine is certified", 1, Shown,
                {code(standard, StandardTexts)})
 VELMARA_PID_OF(0x1D, OxygenSensorsPresent1d, OxygenSensorsPresent, "Location of Oxygen Sensors", 1, Shown,
-               {code(plainByte, {})})
+               {code(PlainByte, {})})
 VELMARA_PID(0x1E, AuxiliaryInputStatus, "Auxiliary Input Status", 1, Shown, {code(lowBit, PowerTakeOffTexts)})
 VELMARA_PID(0x1F, EngineRuntime, "Time Since Engine Start", 2, Shown, {counter(Unit::Second)})
 VELMARA_PID(0x21, MilDistance, "Distance Traveled While MIL is Activated", 2, Shown, {Distance})
 VELMARA_PID(0x22, RelativeFuelRailPressure, "Fuel Pressure relative to manifold vacuum", 2, Shown,
-            {pressure(relativePressure, {Unit::Kilopascal, 0.0F, 5177.27F, 1},
-                      {Unit::PoundsPerSquareInch, 0.0F, 750.90F, 1})})
+            {pressure(Linear{.raw = Linear::Word, .multiplier = 5178, .divisor = 65535.0F},
+                      {Unit::Kilopascal, 0.0F, 5177.27F, 1}, {Unit::PoundsPerSquareInch, 0.0F, 750.90F, 1})})
 VELMARA_PID(0x23, FuelRailPressure, "Fuel Rail Pressure", 2, Shown, {RailPressure})
-VELMARA_PID_OF(0x24, OxygenSensorErvSensor1, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x25, OxygenSensorErvSensor2, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x26, OxygenSensorErvSensor3, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x27, OxygenSensorErvSensor4, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x28, OxygenSensorErvSensor5, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x29, OxygenSensorErvSensor6, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x2A, OxygenSensorErvSensor7, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID_OF(0x2B, OxygenSensorErvSensor8, OxygenSensorErv, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeVoltage)
-VELMARA_PID(0x2C, CommandedEgr, "Commanded EGR", 1, Shown, {PercentOfFloat})
+VELMARA_PID_OF(0x24, OxygenSensorErvSensor1, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x25, OxygenSensorErvSensor2, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x26, OxygenSensorErvSensor3, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x27, OxygenSensorErvSensor4, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x28, OxygenSensorErvSensor5, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x29, OxygenSensorErvSensor6, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x2A, OxygenSensorErvSensor7, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID_OF(0x2B, OxygenSensorErvSensor8, OxygenSensorErv, " (wide range O2S)", 4, Shown, Lambda, Voltage)
+VELMARA_PID(0x2C, CommandedEgr, "Commanded EGR", 1, Shown, {Percent})
 VELMARA_PID(0x2D, EgrError, "EGR Error", 1, Shown, {SignedPercent})
 VELMARA_PID(0x2E, EvaporativePurge, "Commanded Evaporative Purge", 1, Shown, {Percent})
 VELMARA_PID(0x2F, FuelLevelInput, "Fuel Level Input", 1, Shown, {Percent})
 VELMARA_PID(0x30, WarmUps, "Number of warm-ups since DTCs cleared", 1, Shown,
-            {counter(Unit::NoUnit, plainByte, 255.0F)})
+            {counter(Unit::NoUnit, PlainByte, 255.0F)})
 VELMARA_PID(0x31, DistanceTraveled, "Distance traveled since DTCs cleared", 2, Shown, {Distance})
 VELMARA_PID(0x32, VaporPressure, "Evap System Vapor Pressure", 2, Shown,
-            {vaporPressure(quarterPascal, {Unit::Pascal, -8192.0F, 8191.75F, 1},
-                           {Unit::InchOfWater, -32.89F, 32.89F, 3})})
+            {vaporPressure(Linear{.raw = Linear::SignedWord, .factor = 0.25F},
+                           {Unit::Pascal, -8192.0F, 8191.75F, 1}, {Unit::InchOfWater, -32.89F, 32.89F, 3})})
 VELMARA_PID(0x33, BarometricPressure, "Barometric Pressure", 1, Shown, {AirPressure})
-VELMARA_PID_OF(0x34, OxygenSensor1Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x35, OxygenSensor2Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x36, OxygenSensor3Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x37, OxygenSensor4Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x38, OxygenSensor5Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x39, OxygenSensor6Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x3A, OxygenSensor7Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
-VELMARA_PID_OF(0x3B, OxygenSensor8Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, OxygenRatio,
-               WideRangeCurrent)
+VELMARA_PID_OF(0x34, OxygenSensor1Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x35, OxygenSensor2Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x36, OxygenSensor3Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x37, OxygenSensor4Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x38, OxygenSensor5Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x39, OxygenSensor6Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x3A, OxygenSensor7Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
+VELMARA_PID_OF(0x3B, OxygenSensor8Erc, OxygenSensorErc, " (wide range O2S)", 4, Shown, Lambda, Current)
 VELMARA_PID(0x3C, CatalystTemperatureBank1Sensor1, "Catalyst Temperature Bank 1, Sensor 1", 2, Shown,
             {CatalystDegrees})
 VELMARA_PID(0x3D, CatalystTemperatureBank2Sensor1, "Catalyst Temperature Bank 2, Sensor 1", 2, Shown,
@@ -132,19 +104,20 @@ VELMARA_PID(0x3F, CatalystTemperatureBank2Sensor2, "Catalyst Temperature Bank 2,
             {CatalystDegrees})
 VELMARA_OWN_PID(0x41, MonitorStatusThisCycle, "Monitor status this driving cycle", 4, Hidden, {Bits})
 VELMARA_PID(0x42, ControlModuleVoltage, "Control module voltage", 2, Shown,
-            {number(thousandth, {Unit::Volt, 0.0F, 65.535F, 2})})
+            {number(Linear{.raw = Linear::Word, .factor = 0.001F}, {Unit::Volt, 0.0F, 65.535F, 2})})
 VELMARA_PID(0x43, AbsoluteLoadValue, "Absolute Load Value", 2, Shown,
-            {number(percentOfWord, {Unit::Percent, 0.0F, 25700.0F, 1})})
+            {number(Linear{.raw = Linear::Word, .multiplier = 100, .divisor = 255.0F},
+                    {Unit::Percent, 0.0F, 25700.0F, 1})})
 VELMARA_PID(0x44, CommandedFar, "Fuel/Air Commanded Equivalence Ratio", 2, Shown, {Ratio})
 VELMARA_PID(0x45, RelativeThrottlePosition, "Relative Throttle Position", 1, Shown, {Percent})
 VELMARA_PID(0x46, AmbientAirTemperature, "Ambient Air Temperature", 1, Shown, {Degrees})
-VELMARA_PID(0x47, AbsoluteThrottlePositionB, "Absolute Throttle Position B", 1, Shown, {PercentOfFloat})
-VELMARA_PID(0x48, AbsoluteThrottlePositionC, "Absolute Throttle Position C", 1, Shown, {PercentOfFloat})
-VELMARA_PID(0x49, AcceleratorPedalPositionD, "Accelerator Pedal Position D", 1, Shown, {PercentOfFloat})
-VELMARA_PID(0x4A, AcceleratorPedalPositionE, "Accelerator Pedal Position E", 1, Shown, {PercentOfFloat})
-VELMARA_PID(0x4B, AcceleratorPedalPositionF, "Accelerator Pedal Position F", 1, Shown, {PercentOfFloat})
+VELMARA_PID(0x47, AbsoluteThrottlePositionB, "Absolute Throttle Position B", 1, Shown, {Percent})
+VELMARA_PID(0x48, AbsoluteThrottlePositionC, "Absolute Throttle Position C", 1, Shown, {Percent})
+VELMARA_PID(0x49, AcceleratorPedalPositionD, "Accelerator Pedal Position D", 1, Shown, {Percent})
+VELMARA_PID(0x4A, AcceleratorPedalPositionE, "Accelerator Pedal Position E", 1, Shown, {Percent})
+VELMARA_PID(0x4B, AcceleratorPedalPositionF, "Accelerator Pedal Position F", 1, Shown, {Percent})
 VELMARA_PID(0x4C, CommandedThrottleActuatorControl, "Commanded Throttle Actuator Control", 1, Shown,
-            {PercentOfFloat})
+            {Percent})
 VELMARA_PID(0x4D, EngineRuntimeMil, "Engine run time while MIL activated", 2, Shown, {counter(Unit::Minute)})
 VELMARA_PID(0x4E, EngineRuntimeDtc, "Engine run time since DTCs cleared", 2, Shown, {counter(Unit::Minute)})
 VELMARA_OWN_PID(0x4F, TestEquipmentConfiguration1, "External Test Equipment Configuration Information #1", 4,
@@ -152,37 +125,37 @@ VELMARA_OWN_PID(0x4F, TestEquipmentConfiguration1, "External Test Equipment Conf
 VELMARA_OWN_PID(0x50, TestEquipmentConfiguration2, "External Test Equipment Configuration Information #2", 4,
                 Hidden, {Bits})
 VELMARA_PID(0x51, FuelTypeParameter, "Fuel type being utilized", 1, KnownFuelType,
-            {code(plainByte, FuelTypeTexts)})
-VELMARA_PID(0x52, AlcoholFuelPercentage, "Alcohol Fuel Percentage", 1, Shown, {PercentOfFloat})
+            {code(PlainByte, FuelTypeTexts)})
+VELMARA_PID(0x52, AlcoholFuelPercentage, "Alcohol Fuel Percentage", 1, Shown, {Percent})
 VELMARA_PID(0x53, AbsoluteEvapSystemVaporPressure, "Absolute Evap System Vapor Pressure", 2, Shown,
             {AbsoluteVaporPressure})
 VELMARA_PID(0x54, EvapSystemVaporPressure, "Evap System Vapor Pressure", 2, Shown,
-            {vaporPressure(signedPascal, {Unit::Pascal, -32768.0F, 32767.0F, 0},
+            {vaporPressure(Linear{.raw = Linear::SignedWord}, {Unit::Pascal, -32768.0F, 32767.0F, 0},
                            {Unit::InchOfWater, -131.55F, 131.55F, 2})})
 VELMARA_PID_OF(0x55, ShortTermSecondaryFuelTrimBank1, FuelTrim, "Short Term Secondary O2 Sensor Fuel Trim", 2,
-               OneOrTwoTrims, {"Bank 1", 0, SignedPercent}, {"Bank 3", 1, SignedPercent})
+               BothBanks, Bank1, Bank3)
 VELMARA_PID_OF(0x56, LongTermSecondaryFuelTrimBank1, FuelTrim, "Long Term Secondary O2 Sensor Fuel Trim", 2,
-               OneOrTwoTrims, {"Bank 1", 0, SignedPercent}, {"Bank 3", 1, SignedPercent})
+               BothBanks, Bank1, Bank3)
 VELMARA_PID_OF(0x57, ShortTermSecondaryFuelTrimBank2, FuelTrim, "Short Term Secondary O2 Sensor Fuel Trim", 2,
-               OneOrTwoTrims, {"Bank 2", 0, SignedPercent}, {"Bank 4", 1, SignedPercent})
+               BothBanks, Bank2, Bank4)
 VELMARA_PID_OF(0x58, LongTermSecondaryFuelTrimBank2, FuelTrim, "Long Term Secondary O2 Sensor Fuel Trim", 2,
-               OneOrTwoTrims, {"Bank 2", 0, SignedPercent}, {"Bank 4", 1, SignedPercent})
+               BothBanks, Bank2, Bank4)
 VELMARA_PID(0x59, AbsoluteFuelRailPressure, "Absolute Fuel Rail Pressure", 2, Shown, {RailPressure})
 VELMARA_PID(0x5A, RelativeAcceleratorPedalPosition, "Relative Accelerator Pedal Position", 1, Shown,
             {Percent})
-VELMARA_PID(0x5B, BatteryPackRemainingCharge, "Hybrid/EV Battery Pack Remaining Charge", 1, Shown,
-            {PercentOfFloat})
+VELMARA_PID(0x5B, BatteryPackRemainingCharge, "Hybrid/EV Battery Pack Remaining Charge", 1, Shown, {Percent})
 VELMARA_PID(0x5C, EngineOilTemperature, "Engine Oil Temperature", 1, Shown, {Degrees})
 VELMARA_PID(0x5D, FuelInjectionTiming, "Fuel Injection Timing", 2, Shown,
-            {number(injectionTiming, {Unit::NoUnit, -210.0F, 301.992F, 2})})
+            {number(Linear{.raw = Linear::Word, .offset = -26880, .factor = 0.0078125F},
+                    {Unit::NoUnit, -210.0F, 301.992F, 2})})
 VELMARA_PID(0x5E, EngineFuelRate, "Engine Fuel Rate", 2, Shown,
-            {number(twentieth, {Unit::LiterPerHour, 0.0F, 3276.75F, 2})})
+            {number(Linear{.raw = Linear::Word, .divisor = 20.0F}, {Unit::LiterPerHour, 0.0F, 3276.75F, 2})})
 VELMARA_PID(0x5F, EmissionStandard, "Emission requirements to which vehicle is designed", 1, Shown,
             {code(emissionStandard, EmissionTexts)})
 VELMARA_PID(0x61, RequestedTorque, "Requested Engine Torque", 1, Shown, {TorquePercent})
 VELMARA_PID(0x62, ActualTorque, "Actual Engine Torque", 1, Shown, {TorquePercent})
 VELMARA_PID(0x63, ReferenceTorque, "Engine Reference Torque", 2, Shown,
-            {number(plainWord, {Unit::NewtonMeter, 0.0F, 65535.0F, 1})})
+            {number(PlainWord, {Unit::NewtonMeter, 0.0F, 65535.0F, 1})})
 VELMARA_PID(0x64, EngineTorqueData, "Engine Percent Torque Data", 5, Answered, {"Point 1", 0, TorquePercent},
             {"Point 2", 1, TorquePercent}, {"Point 3", 2, TorquePercent}, {"Point 4", 3, TorquePercent},
             {"Point 5", 4, TorquePercent})

@@ -18,87 +18,12 @@ namespace {
 using Unit = MeasurementUnit;
 using Bytes = DataBytes;
 
-// Decoders. Single precision in the order written; the two ways to a percentage round differently.
-double plainByte(Bytes b) {
-  return b[0];
-}
-double plainWord(Bytes b) {
-  return word(b);
-}
+// Decoders of what is not linear.
 double plainDoubleWord(Bytes b) {
   return doubleWord(b);
 }
-double threefold(Bytes b) {
-  return b[0] * 3;
-}
-double eightfold(Bytes b) {
-  return b[0] * 8;
-}
-double tenfoldWord(Bytes b) {
-  return word(b) * 10U;
-}
 double quarterWord(Bytes b) {
   return word(b) >> 2U;
-}
-double per32(Bytes b) {
-  return static_cast<float>(word(b)) * 0.03125F;
-}
-double hundredth(Bytes b) {
-  return static_cast<float>(word(b)) * 0.01F;
-}
-double signedHundredth(Bytes b) {
-  return static_cast<float>(signedWord(b)) * 0.01F;
-}
-double thousandth(Bytes b) {
-  return static_cast<float>(word(b)) * 0.001F;
-}
-double twentieth(Bytes b) {
-  return static_cast<float>(word(b)) / 20.0F;
-}
-double perTwoHundred(Bytes b) {
-  return static_cast<float>(word(b)) / 200.0F;
-}
-double percentOfFloat(Bytes b) {
-  return static_cast<float>(b[0]) * 100.0F / 255.0F;
-}
-double percentOfProduct(Bytes b) {
-  return static_cast<float>(b[0] * 100) / 255.0F;
-}
-double percentOfWord(Bytes b) {
-  return static_cast<float>(word(b) * 100U) / 255.0F;
-}
-double signedPercent(Bytes b) {
-  return static_cast<float>((b[0] - 128) * 100) * 0.0078125F;
-}
-double torquePercent(Bytes b) {
-  return b[0] - 125;
-}
-double relativePressure(Bytes b) {
-  return static_cast<float>(word(b) * 5178U) / 65535.0F;
-}
-double signedPascal(Bytes b) {
-  return signedWord(b);
-}
-double quarterPascal(Bytes b) {
-  return static_cast<float>(signedWord(b)) * 0.25F;
-}
-double timingAdvance(Bytes b) {
-  return static_cast<float>(b[0]) * 0.5F - 64.0F;
-}
-double injectionTiming(Bytes b) {
-  return static_cast<float>(static_cast<int>(word(b)) - 26880) * 0.0078125F;
-}
-double sensorVoltage(Bytes b) {
-  return static_cast<float>(b[0]) * 0.005F;
-}
-double wholeDegrees(Bytes b) {
-  return b[0] - 40;
-}
-double fourfoldDegrees(Bytes b) {
-  return b[0] * 4 - 40;
-}
-double tenthDegrees(Bytes b) {
-  return static_cast<float>(word(b)) * 0.1F - 40.0F;
 }
 double catalystDegrees(Bytes b) {
   return static_cast<int>(static_cast<float>(word(b)) / 10.0F - 40.0F);
@@ -137,24 +62,32 @@ double input(Bytes b) {
   return (b[0] >> Bit & 1) == 0 ? 0 : 1 + (b[1] >> Bit & 1);
 }
 
+// Frequent linear ones.
+constexpr Linear PlainByte = {};
+constexpr Linear PlainWord = {.raw = Linear::Word};
+constexpr Linear TenfoldWord = {.raw = Linear::Word, .multiplier = 10};
+constexpr Linear Hundredth = {.raw = Linear::Word, .factor = 0.01F};
+constexpr Linear Per32 = {.raw = Linear::Word, .factor = 0.03125F};
+constexpr Linear WholeDegrees = {.offset = -40};
+
 // Kinds of readings.
-constexpr Reading number(double (*decode)(Bytes), Side side, Kind kind = Kind::Float) {
-  return {.kind = kind, .decode = decode, .metric = side, .imperial = side};
+constexpr Reading number(const Decoder& decoder, Side side, Kind kind = Kind::Float) {
+  return {.kind = kind, .decoder = decoder, .metric = side, .imperial = side};
 }
-constexpr Reading converted(double (*decode)(Bytes), Side metric, Side imperial, float (*toImperial)(float),
+constexpr Reading converted(const Decoder& decoder, Side metric, Side imperial, float (*toImperial)(float),
                             Kind kind = Kind::Float) {
-  return {.kind = kind, .decode = decode, .metric = metric, .imperial = imperial, .toImperial = toImperial};
+  return {.kind = kind, .decoder = decoder, .metric = metric, .imperial = imperial, .toImperial = toImperial};
 }
-constexpr Reading code(double (*decode)(Bytes), std::span<const char* const> texts) {
-  return {.kind = Kind::Code, .decode = decode, .texts = texts};
+constexpr Reading code(const Decoder& decoder, std::span<const char* const> texts) {
+  return {.kind = Kind::Code, .decoder = decoder, .texts = texts};
 }
-constexpr Reading counter(Unit unit, double (*decode)(Bytes) = plainWord, float max = 65535.0F) {
-  return number(decode, {unit, 0.0F, max, 0}, Kind::Counter);
+constexpr Reading counter(Unit unit, const Decoder& decoder = PlainWord, float max = 65535.0F) {
+  return number(decoder, {unit, 0.0F, max, 0}, Kind::Counter);
 }
 /// Ranges end at the limit that the control unit has.
 constexpr Reading scaled(double (*decode)(Bytes, const IEcu&), float (*limit)(const IEcu&), Side metric,
                          Side imperial, float (*toImperial)(float) = nullptr) {
-  Reading reading = converted(nullptr, metric, imperial, toImperial);
+  Reading reading = converted(Linear(), metric, imperial, toImperial);
   reading.limit = limit;
   reading.decodeScaled = decode;
   return reading;
@@ -162,65 +95,69 @@ constexpr Reading scaled(double (*decode)(Bytes, const IEcu&), float (*limit)(co
 constexpr Reading calculated(Side metric, Side imperial) {
   return {.metric = metric, .imperial = imperial};
 }
-constexpr Reading pressure(double (*decode)(Bytes), Side metric, Side imperial) {
-  return converted(decode, metric, imperial, toPsi);
+constexpr Reading pressure(const Decoder& decoder, Side metric, Side imperial) {
+  return converted(decoder, metric, imperial, toPsi);
 }
-constexpr Reading vaporPressure(double (*decode)(Bytes), Side metric, Side imperial) {
-  return converted(decode, metric, imperial, pascalToInchOfWater);
+constexpr Reading vaporPressure(const Decoder& decoder, Side metric, Side imperial) {
+  return converted(decoder, metric, imperial, pascalToInchOfWater);
 }
-constexpr Reading degrees(double (*decode)(Bytes), float metricMax, float imperialMax, int precision = 0,
+constexpr Reading degrees(const Decoder& decoder, float metricMax, float imperialMax, int precision = 0,
                           Kind kind = Kind::Signed) {
   // -40 is the same on both scales.
-  return converted(decode, {Unit::DegreeCelsius, -40.0F, metricMax, precision},
+  return converted(decoder, {Unit::DegreeCelsius, -40.0F, metricMax, precision},
                    {Unit::DegreeFahrenheit, -40.0F, imperialMax, precision}, toFahrenheit, kind);
 }
-constexpr Reading widened(Reading reading, double (*decodeWide)(Bytes)) {
-  reading.decodeWide = decodeWide;
+constexpr Reading widened(Reading reading, const Linear& wide) {
+  reading.wide = wide;
   return reading;
 }
 
 // Readings that several sensors have, or that are long.
 constexpr Reading Bits = code(plainDoubleWord, {});
 constexpr Reading Loop = code(lowestBit, LoopTexts);
-constexpr Reading Percent = number(percentOfProduct, {Unit::Percent, 0.0F, 100.0F, 1});
-constexpr Reading PercentOfFloat = number(percentOfFloat, {Unit::Percent, 0.0F, 100.0F, 1});
-constexpr Reading SignedPercent = number(signedPercent, {Unit::Percent, -100.0F, 99.22F, 1});
-constexpr Reading TorquePercent = number(torquePercent, {Unit::Percent, -125.0F, 130.0F, 1});
-constexpr Reading Rpm = number(tenfoldWord, {Unit::RevolutionsPerMinute, 0.0F, 655350.0F, 0}, Kind::Unsigned);
-constexpr Reading Speed = converted(plainByte, {Unit::KilometersPerHour, 0.0F, 255.0F, 0},
+constexpr Reading Percent =
+    number(Linear{.multiplier = 100, .divisor = 255.0F}, {Unit::Percent, 0.0F, 100.0F, 1});
+constexpr Reading SignedPercent = number(Linear{.multiplier = 100, .offset = -12800, .factor = 0.0078125F},
+                                         {Unit::Percent, -100.0F, 99.22F, 1});
+constexpr Reading TorquePercent = number(Linear{.offset = -125}, {Unit::Percent, -125.0F, 130.0F, 1});
+constexpr Reading Rpm = number(TenfoldWord, {Unit::RevolutionsPerMinute, 0.0F, 655350.0F, 0}, Kind::Unsigned);
+constexpr Reading Speed = converted(PlainByte, {Unit::KilometersPerHour, 0.0F, 255.0F, 0},
                                     {Unit::MilesPerHour, 0.0F, 158.45F, 0}, toMiles, Kind::Unsigned);
-constexpr Reading Distance = converted(plainWord, {Unit::Kilometer, 0.0F, 65535.0F, 0},
+constexpr Reading Distance = converted(PlainWord, {Unit::Kilometer, 0.0F, 65535.0F, 0},
                                        {Unit::Mile, 0.0F, 40721.48F, 0}, toMiles, Kind::Counter);
 constexpr Reading RunTime = counter(Unit::Second, plainDoubleWord, -1.0F);  // without an upper limit
-constexpr Reading MassFlow = converted(per32, {Unit::GramPerSecond, 0.0F, 2047.96875F, 2},
+constexpr Reading MassFlow = converted(Per32, {Unit::GramPerSecond, 0.0F, 2047.96875F, 2},
                                        {Unit::PoundPerMinute, 0.0F, 270.90F, 1}, toPoundPerMinute);
 
-constexpr Reading Degrees = degrees(wholeDegrees, 215.0F, 419.0F);
+constexpr Reading Degrees = degrees(WholeDegrees, 215.0F, 419.0F);
 constexpr Reading CatalystDegrees = degrees(catalystDegrees, 6513.5F, 11756.3F);
-constexpr Reading ChargeAirDegrees = degrees(wholeDegrees, 6513.5F, 11756.3F);
+constexpr Reading ChargeAirDegrees = degrees(WholeDegrees, 6513.5F, 11756.3F);
 constexpr Reading TurbineDegrees = degrees(turbineDegrees, 6513.5F, 11756.3F);
-constexpr Reading ExhaustDegrees = degrees(tenthDegrees, 6513.5F, 11756.3F, 1, Kind::Float);
-constexpr Reading RecirculationDegrees = widened(degrees(wholeDegrees, 980.0F, 1796.0F), fourfoldDegrees);
+constexpr Reading ExhaustDegrees =
+    degrees(Linear{.raw = Linear::Word, .factor = 0.1F, .shift = -40.0F}, 6513.5F, 11756.3F, 1, Kind::Float);
+constexpr Reading RecirculationDegrees =
+    widened(degrees(WholeDegrees, 980.0F, 1796.0F), Linear{.multiplier = 4, .offset = -40});
 
-constexpr Reading RailPressure = pressure(tenfoldWord, {Unit::Kilopascal, 0.0F, 655350.0F, 0},
+constexpr Reading RailPressure = pressure(TenfoldWord, {Unit::Kilopascal, 0.0F, 655350.0F, 0},
                                           {Unit::PoundsPerSquareInch, 0.0F, 95050.45F, 1});
 constexpr Reading Boost =
-    pressure(per32, {Unit::Kilopascal, 0.0F, 2047.96875F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 297.03F, 2});
+    pressure(Per32, {Unit::Kilopascal, 0.0F, 2047.96875F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 297.03F, 2});
 constexpr Reading BackPressure =
-    pressure(hundredth, {Unit::Kilopascal, 0.0F, 655.35F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 95.05F, 3});
+    pressure(Hundredth, {Unit::Kilopascal, 0.0F, 655.35F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 95.05F, 3});
 // The filter's range ends below what two bytes can hold.
 constexpr Reading FilterPressure =
-    pressure(hundredth, {Unit::Kilopascal, 0.0F, 355.35F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 51.54F, 3});
-constexpr Reading FilterDelta = pressure(signedHundredth, {Unit::Kilopascal, -327.68F, 327.67F, 2},
-                                         {Unit::PoundsPerSquareInch, -47.53F, 47.52F, 3});
-constexpr Reading AirPressure = converted(plainByte, {Unit::Kilopascal, 0.0F, 255.0F, 0},
+    pressure(Hundredth, {Unit::Kilopascal, 0.0F, 355.35F, 2}, {Unit::PoundsPerSquareInch, 0.0F, 51.54F, 3});
+constexpr Reading FilterDelta =
+    pressure(Linear{.raw = Linear::SignedWord, .factor = 0.01F}, {Unit::Kilopascal, -327.68F, 327.67F, 2},
+             {Unit::PoundsPerSquareInch, -47.53F, 47.52F, 3});
+constexpr Reading AirPressure = converted(PlainByte, {Unit::Kilopascal, 0.0F, 255.0F, 0},
                                           {Unit::InchOfMercury, 0.0F, 75.30F, 1}, toInchOfMercury);
-constexpr Reading InletPressure = widened(converted(plainByte, {Unit::Kilopascal, 0.0F, 2040.0F, 0},
+constexpr Reading InletPressure = widened(converted(PlainByte, {Unit::Kilopascal, 0.0F, 2040.0F, 0},
                                                     {Unit::InchOfMercury, 0.0F, 602.41F, 1}, toInchOfMercury),
-                                          eightfold);
+                                          Linear{.multiplier = 8});
 constexpr Reading AbsoluteVaporPressure =
-    converted(perTwoHundred, {Unit::Kilopascal, 0.0F, 327.675F, 3}, {Unit::InchOfWater, 0.0F, 1315.49F, 2},
-              kilopascalToInchOfWater);
+    converted(Linear{.raw = Linear::Word, .divisor = 200.0F}, {Unit::Kilopascal, 0.0F, 327.675F, 3},
+              {Unit::InchOfWater, 0.0F, 1315.49F, 2}, kilopascalToInchOfWater);
 
 constexpr Reading ScaledPressure = scaled(
     [](Bytes b, const IEcu& ecu) -> double {
@@ -266,12 +203,16 @@ constexpr Reading Manual = code(input<2>, ManualTexts);
 constexpr Reading GlowPlugLamp = code(input<3>, SwitchTexts);
 
 // Sensors that several PIDs have.
-constexpr Sensor OxygenVoltage = {"Oxygen Sensor Output Voltage", 0,
-                                  number(sensorVoltage, {Unit::Volt, 0.0F, 1.275F, 3})};
-constexpr Sensor OxygenTrim = {"Short Term Fuel Trim", 1, SignedPercent};
-constexpr Sensor OxygenRatio = {"Equivalence Ratio (lambda)", 0, Ratio};
-constexpr Sensor WideRangeVoltage = {"Oxygen Sensor Voltage", 2, ScaledVoltage};
-constexpr Sensor WideRangeCurrent = {"Oxygen Sensor Current", 2, ScaledCurrent};
+constexpr Sensor SensorVoltage = {"Oxygen Sensor Output Voltage", 0,
+                                  number(Linear{.factor = 0.005F}, {Unit::Volt, 0.0F, 1.275F, 3})};
+constexpr Sensor SensorTrim = {"Short Term Fuel Trim", 1, SignedPercent};
+constexpr Sensor Bank1 = {"Bank 1", 0, SignedPercent};
+constexpr Sensor Bank2 = {"Bank 2", 0, SignedPercent};
+constexpr Sensor Bank3 = {"Bank 3", 1, SignedPercent};
+constexpr Sensor Bank4 = {"Bank 4", 1, SignedPercent};
+constexpr Sensor Lambda = {"Equivalence Ratio (lambda)", 0, Ratio};
+constexpr Sensor Voltage = {"Oxygen Sensor Voltage", 2, ScaledVoltage};
+constexpr Sensor Current = {"Oxygen Sensor Current", 2, ScaledCurrent};
 
 // Rules.
 constexpr unsigned int AllSensors = 0xFF;
@@ -322,9 +263,9 @@ constexpr Rule KnownFuelType = {all, AllSensors, [](Bytes data) {
 constexpr Rule LatchedArea = {all, AllSensors,
                               [](Bytes data) { return controlArea(data) == 0 ? Rule::KeepOld : Rule::Take; }};
 // A second trim below 0 is left out.
-constexpr Rule OneOrTwoTrims = {[](Bytes data) { return secondIf(data[1] >= 128); }, AllSensors};
+constexpr Rule BothBanks = {[](Bytes data) { return secondIf(data[1] >= 128); }, AllSensors};
 // A trim of 0xFF tells that the sensor is not used for it.
-constexpr Rule WithOrWithoutTrim = {[](Bytes data) { return secondIf(data[1] != 0xFF); }, 1};
+constexpr Rule TrimIfUsed = {[](Bytes data) { return secondIf(data[1] != 0xFF); }, 1};
 
 #define VELMARA_PID_OF(number, name, family, text, bytes, rule, ...) \
   constexpr Sensor name##Sensors[] = {__VA_ARGS__};

@@ -25,5 +25,17 @@ constexpr float kilopascalToInchOfWater(float kilopascal) {
 constexpr float toPoundPerMinute(float gramPerSecond) {
   return gramPerSecond * 0.13227735F;
 }
+constexpr float toFahrenheitDifference(float celsius) {
+  return celsius * 1.8F;
+}
+constexpr float toPounds(float grams) {
+  return grams * 0.0022046226F;
+}
+constexpr float toBritishThermalUnits(float kilojoules) {
+  return kilojoules * 0.94781697F;
+}
+constexpr float toPoundFeet(float newtonMeters) {
+  return newtonMeters * 0.7375621F;
+}
 
 }  // namespace obd
