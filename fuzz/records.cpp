@@ -6,8 +6,7 @@
 
 #include "core/fakevehicle.h"
 #include "dtc/dtcreader.h"
-#include "parameters/calibrationids.h"
-#include "parameters/calibrationverificationnumbers.h"
+#include "parameters/calibrationitems.h"
 #include "parameters/cleartroublecodes.h"
 #include "parameters/dtcparameter.h"
 #include "parameters/ecuname.h"

@@ -1,5 +1,7 @@
 #include "powertrain/boostpressure.h"
 
+#include <algorithm>
+
 #include <hostos/time.h>
 
 #include "powertrain/unitconversion.h"
@@ -20,52 +22,36 @@ bool BoostPressure::isValid(const IEcu& ecu) {
 }
 
 IQuery::UpdateStatus BoostPressure::update(const std::shared_ptr<IObdProxy>& proxy) {
-  const auto ecus = proxy->ecus();
-  bool barometer = false;
-  {
-    const std::lock_guard guard(m_mutex);
-    for (const auto& ecu : ecus) {
-      m_data.try_emplace(ecu->id());
-      barometer = barometer || ecu->isSupported(ObdMode::Mode01, BarometricPressure::Pid, 0);
-    }
-  }
-  const std::uint32_t now = CTime::milliseconds();
-  if (barometer && now - m_lastBarometricUpdate > BarometricPeriod) {
-    m_lastBarometricUpdate = now;
-    if (m_barometric.update(proxy) == Updated) {
-      const std::lock_guard guard(m_mutex);
-      for (const auto& ecu : ecus) {
-        m_data[ecu->id()].barometric = m_barometric.value(*ecu);
-      }
-    }
-  }
-  const UpdateStatus status = m_manifold.update(proxy);
-  if (status != Updated) {
-    return status;
-  }
-  const std::uint32_t time = CTime::milliseconds();
-  const std::lock_guard guard(m_mutex);
-  for (const auto& ecu : ecus) {
-    m_data[ecu->id()].feed(time, m_manifold.value(*ecu));
-  }
-  return Updated;
+  const Ecus ecus = proxy->ecus();
+  makeStates(ecus);
+  updateBarometric(proxy, ecus);
+  return updateInput(m_manifold, proxy, ecus,
+                     [this](BoostPressureData& data, const IEcu& ecu, std::uint32_t /*time*/) {
+                       const std::uint32_t now = CTime::milliseconds();
+                       data.samples.append(now, m_manifold.value(ecu) - data.barometric);
+                       data.samples.dropOlder(now, SampleSpan);
+                     });
 }
 
-void BoostPressure::BoostPressureData::feed(std::uint32_t at, float value) {
-  manifold = {at, value};
+void BoostPressure::updateBarometric(const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus) {
   const std::uint32_t now = CTime::milliseconds();
-  samples.append(now, manifold.value - barometric);
-  samples.dropOlder(now, SampleSpan);
+  const bool offered = std::ranges::any_of(ecus, [](const std::shared_ptr<IEcu>& ecu) {
+    return ecu->isSupported(ObdMode::Mode01, BarometricPressure::Pid, 0);
+  });
+  if (!offered || now - m_lastBarometricUpdate <= BarometricPeriod) {
+    return;
+  }
+  m_lastBarometricUpdate = now;
+  if (m_barometric.update(proxy) == Updated) {
+    changeStates(ecus, [this](BoostPressureData& data, const IEcu& ecu) {
+      data.barometric = m_barometric.value(ecu);
+    });
+  }
 }
 
 float BoostPressure::pressure(const IEcu& ecu, UnitSystem system) const {
-  const std::lock_guard guard(m_mutex);
-  const auto found = m_data.find(ecu.id());
-  return found == m_data.end() ? 0.0F : convert(found->second.samples.mean(), system);
-}
-
-float BoostPressure::convert(float value, UnitSystem system) {
-  return system == UnitSystem::Imperial ? toPsi(value) : value;
+  const float kilopascal = read(ecu, [](const BoostPressureData& data) { return data.samples.mean(); });
+  return system == UnitSystem::Imperial ? toPsi(kilopascal) : kilopascal;
 }
 
 }  // namespace obd

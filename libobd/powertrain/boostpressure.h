@@ -1,18 +1,21 @@
 #pragma once
 
-#include <map>
-#include <mutex>
-
-#include "powertrain/calculatedparameter.h"
 #include "powertrain/pidparameters.h"
 #include "powertrain/recentvalues.h"
+#include "powertrain/unitcalculator.h"
 
 namespace obd {
 
+/// What boost pressure is made of, of one control unit, in kilopascal.
+struct BoostPressureData {
+  float barometric = 101.325F;
+  RecentValues samples;
+};
+
 /// Manifold pressure above that of the air outside, over the last half second. Negative at idle.
-class VELMARA_EXPORT BoostPressure : public CalculatedParameter {
+class VELMARA_EXPORT BoostPressure : public UnitCalculator<BoostPressureData> {
  public:
-  BoostPressure() : CalculatedParameter(ParameterIdentifier::BoostPressure) {}
+  BoostPressure() : UnitCalculator(ParameterIdentifier::BoostPressure) {}
 
   /// Whether the control unit tells its manifold pressure.
   static bool isValid(const IEcu& ecu);
@@ -25,21 +28,11 @@ class VELMARA_EXPORT BoostPressure : public CalculatedParameter {
   float result(const IEcu& ecu, UnitSystem system) const override { return pressure(ecu, system); }
 
  private:
-  struct BoostPressureData {
-    void feed(std::uint32_t at, float value);
-
-    float barometric = 101.325F;  // kilopascal
-    TimedValue manifold;
-    RecentValues samples;
-  };
-
-  static float convert(float value, UnitSystem system);
+  void updateBarometric(const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus);
 
   ManifoldPressure m_manifold{ObdMode::Mode01, 0};
   BarometricPressure m_barometric{ObdMode::Mode01, 0};
   std::uint32_t m_lastBarometricUpdate = 0;  // touched by the worker only
-  mutable std::mutex m_mutex;                // guards what follows
-  std::map<unsigned int, BoostPressureData> m_data;
 };
 
 }  // namespace obd

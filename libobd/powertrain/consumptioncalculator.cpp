@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include <hostos/time.h>
 
 namespace obd {
 
-using hostos::CTime;
-
 namespace {
+
+using Id = ParameterIdentifier;
+using Inputs = std::array<float, ConsumptionData::MaxInputs>;
 
 constexpr float PetrolAirFuelRatio = 14.7F;  // stoichiometric
 constexpr float DieselAirFuelRatio = 14.5F;
@@ -30,142 +32,12 @@ bool truncatesToZero(float value) {
   return std::fabs(value) < 1.0F;
 }
 
-}  // namespace
+constexpr Id::Id GasInputs[] = {Id::AirFlowRate, Id::VehicleSpeed};
+constexpr Id::Id GasMapInputs[] = {Id::ManifoldPressure, Id::IntakeAirTemperature, Id::VehicleSpeed,
+                                   Id::EngineRpm};
+constexpr Id::Id DieselInputs[] = {Id::AirFlowRate, Id::VehicleSpeed, Id::CalculatedEngineLoad};
 
-ConsumptionCalculator::ConsumptionCalculator(const IEcu& ecu, Pids inputs, std::size_t lambdaPosition)
-    : CalculatedParameter(ParameterIdentifier::FuelConsumption),
-      m_lambdaPosition(lambdaPosition),
-      m_lambda(LambdaSource::create(ecu)) {
-  for (const ParameterIdentifier::Id pid : inputs) {
-    m_inputs.push_back(std::make_unique<PidParameter>(pid, ObdMode::Mode01, 0));
-  }
-}
-
-bool ConsumptionCalculator::offers(const IEcu& ecu, Pids pids) {
-  return std::all_of(pids.begin(), pids.end(), [&ecu](ParameterIdentifier pid) {
-    return ecu.isSupported(ObdMode::Mode01, pid.toOid(), 0);
-  });
-}
-
-void ConsumptionCalculator::setCorrectionFactor(float factor) {
-  const std::lock_guard guard(m_mutex);
-  m_correctionFactor = factor;
-}
-
-void ConsumptionCalculator::changeEngine(float Engine::*setting, float value) {
-  const std::lock_guard guard(m_mutex);
-  m_engine.*setting = value;
-  m_settingsChanged = true;
-}
-
-IQuery::UpdateStatus ConsumptionCalculator::update(const std::shared_ptr<IObdProxy>& proxy) {
-  const Ecus ecus = proxy->ecus();
-  makeStates(ecus);
-  bool complete = true;
-  for (std::size_t i = 0; i < m_inputs.size(); ++i) {
-    if (i == m_lambdaPosition) {
-      updateLambda(proxy, ecus);
-    }
-    complete = updateInput(i, proxy, ecus) && complete;
-  }
-  if (m_lambdaPosition == m_inputs.size()) {
-    updateLambda(proxy, ecus);
-  }
-  return complete ? Updated : NoData;
-}
-
-void ConsumptionCalculator::makeStates(const Ecus& ecus) {
-  const std::lock_guard guard(m_mutex);
-  for (const auto& ecu : ecus) {
-    const auto [state, isNew] = m_states.try_emplace(ecu->id());
-    // The first unit that is known uses changed settings up; the others keep theirs.
-    if (isNew || m_settingsChanged) {
-      state->second.engine = m_engine;
-      m_settingsChanged = m_settingsChanged && isNew;
-    }
-  }
-}
-
-bool ConsumptionCalculator::updateInput(std::size_t index, const std::shared_ptr<IObdProxy>& proxy,
-                                        const Ecus& ecus) {
-  PidParameter& parameter = *m_inputs[index];
-  if (parameter.update(proxy) != Updated) {
-    return false;
-  }
-  const std::uint32_t time = CTime::milliseconds();
-  const std::lock_guard guard(m_mutex);
-  for (const auto& ecu : ecus) {
-    State& state = m_states[ecu->id()];
-    state.inputs[index].feed(time, parameter.value(*ecu));
-    if (index > 0) {
-      addResult(state);
-    }
-  }
-  return true;
-}
-
-void ConsumptionCalculator::updateLambda(const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus) {
-  if (!m_lambda || !m_lambda->update(proxy)) {
-    return;
-  }
-  const std::uint32_t time = CTime::milliseconds();
-  const std::lock_guard guard(m_mutex);
-  for (const auto& ecu : ecus) {
-    State& state = m_states[ecu->id()];
-    state.lambda.feed(time, m_lambda->lambda(*ecu));
-    addResult(state);
-  }
-}
-
-// Takes all signals to the time of the first one. Without a result if one of them has not moved in time.
-void ConsumptionCalculator::addResult(State& state) const {
-  Inputs inputs{};
-  const TimedValue& reference = state.inputs[0].current;
-  inputs[0] = reference.value;
-  for (std::size_t i = 1; i < m_inputs.size(); ++i) {
-    if (!(state.inputs[i].interval() > 0.0F)) {
-      return;
-    }
-    inputs[i] = state.inputs[i].at(reference.time);
-  }
-  const float lambda = state.lambda.interval() > 0.0F ? state.lambda.at(reference.time) : 1.0F;
-  state.results.push_back(calculate(inputs, lambda, state.engine));
-  const std::size_t limit = m_inputs.size() - 1 + (lambda != 1.0F ? 1 : 0);
-  if (state.results.size() > limit) {
-    state.results.erase(state.results.begin());
-  }
-}
-
-float ConsumptionCalculator::consumption(const IEcu& ecu, UnitSystem system) const {
-  const std::lock_guard guard(m_mutex);
-  const auto found = m_states.find(ecu.id());
-  if (found == m_states.end()) {
-    return 0.0F;
-  }
-  const std::vector<float>& results = found->second.results;
-  float sum = 0.0F;
-  for (const float result : results) {
-    sum += result;
-  }
-  const float mean = results.empty() ? 0.0F : sum / static_cast<float>(results.size());
-  return convert(mean * m_correctionFactor, system);
-}
-
-float ConsumptionCalculator::convert(float value, UnitSystem system) {
-  if (system == UnitSystem::Metric) {
-    return value;
-  }
-  return truncatesToZero(value) ? 0.0F : 235.21458F / value;
-}
-
-GasConsumption::GasConsumption(const IEcu& ecu)
-    : ConsumptionCalculator(ecu, {ParameterIdentifier::AirFlowRate, ParameterIdentifier::VehicleSpeed}, 1) {}
-
-bool GasConsumption::isValid(const IEcu& ecu) {
-  return offers(ecu, {ParameterIdentifier::AirFlowRate, ParameterIdentifier::VehicleSpeed});
-}
-
-float GasConsumption::calculate(const Inputs& inputs, float lambda, const Engine& /*engine*/) const {
+float calculateGas(const Inputs& inputs, float lambda, const ConsumptionData::Engine& /*engine*/) {
   const auto [airFlow, speed, unused1, unused2] = inputs;
   if (speed < Standstill) {
     return StandstillConsumption;
@@ -174,26 +46,7 @@ float GasConsumption::calculate(const Inputs& inputs, float lambda, const Engine
          LitersPer100Km;
 }
 
-GasConsumptionMap::GasConsumptionMap(const IEcu& ecu)
-    : ConsumptionCalculator(ecu,
-                            {ParameterIdentifier::ManifoldPressure, ParameterIdentifier::IntakeAirTemperature,
-                             ParameterIdentifier::VehicleSpeed, ParameterIdentifier::EngineRpm},
-                            2) {}
-
-bool GasConsumptionMap::isValid(const IEcu& ecu) {
-  return offers(ecu, {ParameterIdentifier::IntakeAirTemperature, ParameterIdentifier::VehicleSpeed,
-                      ParameterIdentifier::EngineRpm, ParameterIdentifier::ManifoldPressure});
-}
-
-void GasConsumptionMap::setVolumetricEfficiency(float percent) {
-  changeEngine(&Engine::volumetricEfficiency, percent);
-}
-
-void GasConsumptionMap::setEngineDisplacement(float liters) {
-  changeEngine(&Engine::displacement, liters);
-}
-
-float GasConsumptionMap::calculate(const Inputs& inputs, float lambda, const Engine& engine) const {
+float calculateGasMap(const Inputs& inputs, float lambda, const ConsumptionData::Engine& engine) {
   const auto [pressure, temperature, speed, rpm] = inputs;
   if (speed < Standstill) {
     return StandstillConsumption;
@@ -205,18 +58,7 @@ float GasConsumptionMap::calculate(const Inputs& inputs, float lambda, const Eng
          (lambda * PetrolAirFuelRatio * PetrolDensity) / std::max(LowestSpeed, speed) * LitersPer100Km;
 }
 
-DieselConsumption::DieselConsumption(const IEcu& ecu)
-    : ConsumptionCalculator(ecu,
-                            {ParameterIdentifier::AirFlowRate, ParameterIdentifier::VehicleSpeed,
-                             ParameterIdentifier::CalculatedEngineLoad},
-                            3) {}
-
-bool DieselConsumption::isValid(const IEcu& ecu) {
-  return offers(ecu, {ParameterIdentifier::AirFlowRate, ParameterIdentifier::CalculatedEngineLoad,
-                      ParameterIdentifier::VehicleSpeed});
-}
-
-float DieselConsumption::calculate(const Inputs& inputs, float lambda, const Engine& /*engine*/) const {
+float calculateDiesel(const Inputs& inputs, float lambda, const ConsumptionData::Engine& /*engine*/) {
   const auto [airFlow, speed, load, unused] = inputs;
   if (truncatesToZero(load)) {
     return 0.0F;
@@ -226,6 +68,106 @@ float DieselConsumption::calculate(const Inputs& inputs, float lambda, const Eng
   }
   return airFlow / (lambda * DieselAirFuelRatio * DieselDensity) * (load / 100.0F) /
          std::max(LowestSpeed, speed) * LitersPer100Km;
+}
+
+}  // namespace
+
+const ConsumptionCalculator::Row ConsumptionCalculator::GasRow = {GasInputs, 1, calculateGas};
+const ConsumptionCalculator::Row ConsumptionCalculator::GasMapRow = {GasMapInputs, 2, calculateGasMap};
+const ConsumptionCalculator::Row ConsumptionCalculator::DieselRow = {DieselInputs, 3, calculateDiesel};
+
+ConsumptionCalculator::ConsumptionCalculator(const IEcu& ecu, const Row& row)
+    : UnitCalculator(ParameterIdentifier::FuelConsumption), m_row(row), m_lambda(LambdaSource::create(ecu)) {
+  for (const ParameterIdentifier::Id pid : row.inputs) {
+    m_inputs.push_back(std::make_unique<PidParameter>(pid, ObdMode::Mode01, 0));
+  }
+}
+
+bool ConsumptionCalculator::offers(const IEcu& ecu, const Row& row) {
+  return std::ranges::all_of(row.inputs, [&ecu](ParameterIdentifier pid) {
+    return ecu.isSupported(ObdMode::Mode01, pid.toOid(), 0);
+  });
+}
+
+void ConsumptionCalculator::changeEngine(float Engine::*setting, float value) {
+  const auto lock = guard();
+  m_engine.*setting = value;
+  m_settingsChanged = true;
+}
+
+IQuery::UpdateStatus ConsumptionCalculator::update(const std::shared_ptr<IObdProxy>& proxy) {
+  const Ecus ecus = proxy->ecus();
+  makeStates(ecus);
+  bool complete = true;
+  for (std::size_t i = 0; i <= m_inputs.size(); ++i) {
+    if (i == m_row.lambdaPosition) {
+      updateLambda(proxy, ecus);
+    }
+    if (i < m_inputs.size()) {
+      const auto feed = [this, i](ConsumptionData& data, const IEcu& ecu, std::uint32_t time) {
+        data.inputs[i].feed(time, m_inputs[i]->value(ecu));
+        if (i > 0) {
+          addResult(data);
+        }
+      };
+      complete = updateInput(*m_inputs[i], proxy, ecus, feed) == Updated && complete;
+    }
+  }
+  return complete ? Updated : NoData;
+}
+
+void ConsumptionCalculator::makeStates(const Ecus& ecus) {
+  const auto lock = guard();
+  for (const auto& ecu : ecus) {
+    const auto [state, isNew] = states().try_emplace(ecu->id());
+    // The first unit that is known uses changed settings up; the others keep theirs.
+    if (isNew || m_settingsChanged) {
+      state->second.engine = m_engine;
+      m_settingsChanged = m_settingsChanged && isNew;
+    }
+  }
+}
+
+void ConsumptionCalculator::updateLambda(const std::shared_ptr<IObdProxy>& proxy, const Ecus& ecus) {
+  if (!m_lambda || !m_lambda->update(proxy)) {
+    return;
+  }
+  const std::uint32_t time = hostos::CTime::milliseconds();
+  changeStates(ecus, [this, time](ConsumptionData& data, const IEcu& ecu) {
+    data.lambda.feed(time, m_lambda->lambda(ecu));
+    addResult(data);
+  });
+}
+
+// Takes all signals to the time of the first one. Without a result if one of them has not moved in time.
+void ConsumptionCalculator::addResult(ConsumptionData& data) const {
+  Inputs inputs{};
+  const TimedValue& reference = data.inputs[0].current;
+  inputs[0] = reference.value;
+  for (std::size_t i = 1; i < m_inputs.size(); ++i) {
+    if (!(data.inputs[i].interval() > 0.0F)) {
+      return;
+    }
+    inputs[i] = data.inputs[i].at(reference.time);
+  }
+  const float lambda = data.lambda.interval() > 0.0F ? data.lambda.at(reference.time) : 1.0F;
+  data.results.push_back(m_row.calculate(inputs, lambda, data.engine));
+  const std::size_t limit = m_inputs.size() - 1 + (lambda != 1.0F ? 1 : 0);
+  if (data.results.size() > limit) {
+    data.results.erase(data.results.begin());
+  }
+}
+
+float ConsumptionCalculator::consumption(const IEcu& ecu, UnitSystem system) const {
+  const float mean = read(ecu, [](const ConsumptionData& data) {
+    const float sum = std::accumulate(data.results.begin(), data.results.end(), 0.0F);
+    return data.results.empty() ? 0.0F : sum / static_cast<float>(data.results.size());
+  });
+  const float metric = mean * m_correctionFactor;
+  if (system == UnitSystem::Metric) {
+    return metric;
+  }
+  return truncatesToZero(metric) ? 0.0F : 235.21458F / metric;
 }
 
 }  // namespace obd

@@ -14,35 +14,24 @@ constexpr std::uint32_t SampleSpan = 1001;  // milliseconds from which a sample 
 }  // namespace
 
 void EnginePower::setVehicleWeight(unsigned int weight) {
-  const std::lock_guard guard(m_mutex);
   m_vehicleWeight = weight;
-  if (!m_data.empty()) {
+  const auto lock = guard();
+  if (!states().empty()) {
     tavrix::LogStream("powertrain\\enginepower", __LINE__, 2)
         << "DEVELOPER ERROR: vehicle weight set too late";
   }
 }
 
 IQuery::UpdateStatus EnginePower::update(const std::shared_ptr<IObdProxy>& proxy) {
-  const auto ecus = proxy->ecus();
-  {
-    const std::lock_guard guard(m_mutex);
-    for (const auto& ecu : ecus) {
-      m_data.try_emplace(ecu->id(), static_cast<float>(m_vehicleWeight));
-    }
-  }
-  const UpdateStatus status = m_speed.update(proxy);
-  if (status != Updated) {
-    return status;
-  }
-  const std::uint32_t time = CTime::milliseconds();
-  const std::lock_guard guard(m_mutex);
-  for (const auto& ecu : ecus) {
-    m_data.at(ecu->id()).feed(time, m_speed.value(*ecu));
-  }
-  return Updated;
+  const Ecus ecus = proxy->ecus();
+  makeStates(ecus, static_cast<float>(m_vehicleWeight));
+  return updateInput(m_speed, proxy, ecus,
+                     [this](EnginePowerData& data, const IEcu& ecu, std::uint32_t time) {
+                       data.feed(time, m_speed.value(ecu));
+                     });
 }
 
-void EnginePower::EnginePowerData::feed(std::uint32_t time, float kilometersPerHour) {
+void EnginePowerData::feed(std::uint32_t time, float kilometersPerHour) {
   const std::uint32_t now = CTime::milliseconds();
   speed.feed(time, kilometersPerHour * 0.2777778F);
   const float v = speed.current.value;
@@ -61,13 +50,8 @@ void EnginePower::EnginePowerData::feed(std::uint32_t time, float kilometersPerH
 }
 
 float EnginePower::power(const IEcu& ecu, UnitSystem system) const {
-  const std::lock_guard guard(m_mutex);
-  const auto found = m_data.find(ecu.id());
-  return found == m_data.end() ? 0.0F : convert(found->second.samples.mean(), system);
-}
-
-float EnginePower::convert(float value, UnitSystem system) {
-  return system == UnitSystem::Imperial ? value * 1.3410221F : value;
+  const float kilowatts = read(ecu, [](const EnginePowerData& data) { return data.samples.mean(); });
+  return system == UnitSystem::Imperial ? kilowatts * 1.3410221F : kilowatts;
 }
 
 }  // namespace obd

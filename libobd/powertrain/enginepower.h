@@ -1,18 +1,27 @@
 #pragma once
 
-#include <map>
-#include <mutex>
+#include <atomic>
 
-#include "powertrain/calculatedparameter.h"
 #include "powertrain/pidparameters.h"
 #include "powertrain/recentvalues.h"
+#include "powertrain/unitcalculator.h"
 
 namespace obd {
 
+/// What engine power is made of, of one control unit.
+struct EnginePowerData {
+  explicit EnginePowerData(float vehicleWeight) : weight(vehicleWeight) {}
+  void feed(std::uint32_t time, float speed);
+
+  float weight;          // kilograms
+  SampledSignal speed;   // meters per second
+  RecentValues samples;  // kilowatts
+};
+
 /// Engine power, estimated from the vehicle's acceleration over the last second.
-class VELMARA_EXPORT EnginePower : public CalculatedParameter {
+class VELMARA_EXPORT EnginePower : public UnitCalculator<EnginePowerData> {
  public:
-  EnginePower() : CalculatedParameter(ParameterIdentifier::EnginePower) {}
+  EnginePower() : UnitCalculator(ParameterIdentifier::EnginePower) {}
 
   /// Kilograms. To be set before the first update, since control units that are known keep theirs.
   void setVehicleWeight(unsigned int weight);
@@ -25,21 +34,8 @@ class VELMARA_EXPORT EnginePower : public CalculatedParameter {
   float result(const IEcu& ecu, UnitSystem system) const override { return power(ecu, system); }
 
  private:
-  struct EnginePowerData {
-    explicit EnginePowerData(float vehicleWeight) : weight(vehicleWeight) {}
-    void feed(std::uint32_t time, float speed);
-
-    float weight;          // kilograms
-    SampledSignal speed;   // meters per second
-    RecentValues samples;  // kilowatts
-  };
-
-  static float convert(float value, UnitSystem system);
-
   VehicleSpeed m_speed{ObdMode::Mode01, 0};
-  mutable std::mutex m_mutex;  // guards what follows
-  std::map<unsigned int, EnginePowerData> m_data;
-  unsigned int m_vehicleWeight = 1500;
+  std::atomic<unsigned int> m_vehicleWeight = 1500;
 };
 
 }  // namespace obd

@@ -15,17 +15,20 @@ namespace obd {
 /// any thread may read it.
 class VELMARA_EXPORT SensorInfo {
  public:
-  SensorInfo(int uid, const std::string& description, bool numeric);
+  SensorInfo(int uid, const std::string& description, bool numeric)
+      : m_uid(uid), m_description(description), m_numeric(numeric) {}
   virtual ~SensorInfo() = default;
 
   /// Sets unit and range in a unit system, in place of what was set before.
-  void add(UnitSystem system, MeasurementUnit unit, float min, float max);
+  void add(UnitSystem system, MeasurementUnit unit, float min, float max) {
+    m_ranges[system] = {unit, min, max};
+  }
 
   /// 0 without a range in that system.
-  float minValue(UnitSystem system) const;
-  float maxValue(UnitSystem system) const;
+  float minValue(UnitSystem system) const { return range(system).min; }
+  float maxValue(UnitSystem system) const { return range(system).max; }
   /// `NoUnit` without a range in that system.
-  MeasurementUnit unit(UnitSystem system) const;
+  MeasurementUnit unit(UnitSystem system) const { return range(system).unit; }
 
   /// Whether values are `NumericSensorValue`s, which can be drawn.
   bool isNumeric() const { return m_numeric; }

@@ -4,10 +4,19 @@
 
 namespace obd {
 
+/// What torque is made of, of one control unit.
+struct TorqueData {
+  void feedPower(std::uint32_t time, float value);
+
+  SampledSignal power;
+  SampledSignal rpm;
+  float torque = 0;
+};
+
 /// Torque, from engine power and engine speed.
-class VELMARA_EXPORT Torque : public CalculatedParameter {
+class VELMARA_EXPORT Torque : public UnitCalculator<TorqueData> {
  public:
-  Torque() : CalculatedParameter(ParameterIdentifier::Torque) {}
+  Torque() : UnitCalculator(ParameterIdentifier::Torque) {}
 
   /// As with `EnginePower`.
   void setVehicleWeight(unsigned int weight) { m_power.setVehicleWeight(weight); }
@@ -20,18 +29,8 @@ class VELMARA_EXPORT Torque : public CalculatedParameter {
   float result(const IEcu& ecu, UnitSystem system) const override { return torque(ecu, system); }
 
  private:
-  struct TorqueData {
-    void feedPower(std::uint32_t time, float value);
-
-    SampledSignal power;
-    SampledSignal rpm;
-    float torque = 0;
-  };
-
   EnginePower m_power;
   EngineRpm m_rpm{ObdMode::Mode01, 0};
-  mutable std::mutex m_mutex;  // guards what follows
-  std::map<unsigned int, TorqueData> m_data;
 };
 
 }  // namespace obd

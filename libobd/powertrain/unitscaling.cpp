@@ -34,18 +34,6 @@ float LinearOffsetScaling::scale(unsigned short raw) const {
   return LinearScaling::scale(raw) + m_offset;
 }
 
-float BoolScaling::scale(unsigned short raw) const {
-  return static_cast<float>(raw);
-}
-
-std::string BoolScaling::toString(float value) const {
-  return value == 0.0F ? "false" : "true";
-}
-
-float DummyScaling::scale(unsigned short raw) const {
-  return static_cast<float>(raw);
-}
-
 std::string DummyScaling::toString(float value) const {
   constexpr float Span = 65536.0F;
   if (!std::isfinite(value)) {

@@ -55,20 +55,23 @@ class VELMARA_EXPORT LinearOffsetScaling : public LinearScaling {
   float m_offset;
 };
 
-/// "false" for 0, else "true".
-class VELMARA_EXPORT BoolScaling : public IUnitScaling {
+/// The raw number, without a unit.
+class VELMARA_EXPORT RawScaling : public IUnitScaling {
  public:
-  float scale(unsigned short raw) const override;
-  std::string toString(float value) const override;
+  float scale(unsigned short raw) const override { return static_cast<float>(raw); }
   MeasurementUnit unit() const override { return MeasurementUnit::NoUnit; }
 };
 
-/// The raw number, for identifiers without a meaning.
-class VELMARA_EXPORT DummyScaling : public IUnitScaling {
+/// "false" for 0, else "true".
+class VELMARA_EXPORT BoolScaling : public RawScaling {
  public:
-  float scale(unsigned short raw) const override;
+  std::string toString(float value) const override { return value == 0.0F ? "false" : "true"; }
+};
+
+/// For identifiers without a meaning.
+class VELMARA_EXPORT DummyScaling : public RawScaling {
+ public:
   std::string toString(float value) const override;
-  MeasurementUnit unit() const override { return MeasurementUnit::NoUnit; }
 };
 
 }  // namespace obd

@@ -1,5 +1,4 @@
-#include "parameters/calibrationids.h"
-#include "parameters/calibrationverificationnumbers.h"
+#include "parameters/calibrationitems.h"
 #include "parameters/ecuname.h"
 #include "parameters/identificationnumber.h"
 

@@ -6,8 +6,7 @@
 
 #include "core/identifiers.h"
 #include "dispatch/fetcher.h"
-#include "parameters/calibrationids.h"
-#include "parameters/calibrationverificationnumbers.h"
+#include "parameters/calibrationitems.h"
 #include "parameters/identificationnumber.h"
 #include "parameters/performancetracking.h"
 #include "powertrain/parameterfactory.h"

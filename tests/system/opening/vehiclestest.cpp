@@ -14,7 +14,7 @@
 #include "house.h"
 #include "link/connection.h"
 #include "link/devicedetector.h"
-#include "parameters/calibrationids.h"
+#include "parameters/calibrationitems.h"
 #include "parameters/ecuname.h"
 #include "parameters/identificationnumber.h"
 #include "support/foreignlocale.h"
