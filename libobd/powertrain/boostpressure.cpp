@@ -44,7 +44,10 @@ void BoostPressure::updateBarometric(const std::shared_ptr<IObdProxy>& proxy, co
   m_lastBarometricUpdate = now;
   if (m_barometric.update(proxy) == Updated) {
     changeStates(ecus, [this](BoostPressureData& data, const IEcu& ecu) {
-      data.barometric = m_barometric.value(ecu);
+      // A unit that never answered keeps the standard.
+      if (m_barometric.hasValue(ecu)) {
+        data.barometric = m_barometric.value(ecu);
+      }
     });
   }
 }

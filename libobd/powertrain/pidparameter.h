@@ -23,6 +23,8 @@ class VELMARA_EXPORT PidParameter : public PowertrainParameter {
 
   /// The metric number of the first sensor; 0 if the control unit has sent none.
   float value(const IEcu& ecu) const { return static_cast<float>(number(ecu.id())); }
+  /// Whether the control unit has sent any.
+  bool hasValue(const IEcu& ecu) const { return find(ecu.id()).has_value(); }
 
   ParameterIdentifier::Id pid() const override;
   std::string description(const IEcu& ecu) override;

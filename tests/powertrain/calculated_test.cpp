@@ -406,8 +406,10 @@ TEST_F(Calculated, AirPressureIsAskedForEveryFiveSeconds) {
   update(parameter);
   EXPECT_THAT(proxy->requests, ElementsAre("01 0B", "01 33", "01 0B"));
   clock.now = 10001;
+  answer("0B", "B4", 0x7E9);
   update(parameter);
   EXPECT_EQ(texts(parameter, *ecu), "100.0");
+  EXPECT_EQ(texts(parameter, *other), "78.7") << "it never told of the air, so that the standard counts";
   EXPECT_EQ(proxy->requests.size(), 4U);
   clock.now = 10002;
   proxy->forget("01 33");  // a failure changes nothing
