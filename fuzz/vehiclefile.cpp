@@ -1,7 +1,7 @@
 // The simulator's vehicle files, and the vehicle that one describes, asked a few questions.
 
 #include <hostos/imessagebus.h>
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 #include <simulator/vehicle.h>
 
 #include <stdexcept>

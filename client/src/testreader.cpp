@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 
 #include "parameters/monitortestresult.h"
-#include "parameters/oxygensensortest.h"
+#include "parameters/oxygensensortestresult.h"
 #include "powertrain/monitorstatus.h"
 #include "sectionreader.h"
 #include "vehicletexts.h"

@@ -1,6 +1,6 @@
 // The adapter on its link: characters, time, and what a script of faults does to replies.
 
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 
 #include <span>
 

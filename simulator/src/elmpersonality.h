@@ -1,6 +1,6 @@
 #pragma once
 
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 
 namespace simulator {
 

@@ -194,8 +194,6 @@ int rateOf(speed_t speed) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------------------
-
 class TcpServer::Impl {
  public:
   using Socket = asio::ip::tcp::socket;
@@ -279,8 +277,6 @@ std::string TcpServer::link() const {
 void TcpServer::stop() {
   m_impl->stop();
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 class PtyServer::Impl {
  public:

@@ -1,7 +1,7 @@
 // What a program that embeds the library can rely on, whatever the order in which it calls. docs/embedding.md
 // has the same as a table, with one row for each test and in the same order.
 
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 
 #include "services/fixture.h"
 

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "link/asciitext.h"
-
 namespace obd {
 
 namespace {
@@ -11,17 +9,7 @@ namespace {
 constexpr int BusCount = 3;
 constexpr int MostDevices = 10000;  // a damaged count in the store must not hold up the start
 
-constexpr const char* ProtocolNames[] = {"Automatic",
-                                         "SAE J1850 PWM",
-                                         "SAE J1850 VPW",
-                                         "ISO 9141-2",
-                                         "ISO 14230-4 KWP (5 baud init)",
-                                         "ISO 14230-4 KWP (fast init)",
-                                         "ISO 15765-4 CAN (11bit, 500kb)",
-                                         "ISO 15765-4 CAN (29bit, 500kb)",
-                                         "ISO 15765-4 CAN (11bit, 250kb)",
-                                         "ISO 15765-4 CAN (29bit, 250kb)"};
-constexpr int ProtocolCount = static_cast<int>(std::size(ProtocolNames));
+constexpr int ProtocolCount = 10;
 
 constexpr int DefaultBluetoothPort = 1;
 constexpr int DefaultBaudrate = 9600;
@@ -63,14 +51,6 @@ TcpDescriptor defaultTcp() {
 }
 
 }  // namespace
-
-BluetoothDescriptor::BluetoothDescriptor(const std::string& name, const std::string& address, int port)
-    : m_name(trimmed(name)), m_address(address), m_port(port) {}
-
-std::string ConnectionProtocol::description() const {
-  const auto index = static_cast<int>(m_protocol);
-  return index >= 0 && index < ProtocolCount ? ProtocolNames[index] : "";
-}
 
 ConnectionOptions::ConnectionOptions(const std::shared_ptr<ISettings>& settings)
     : m_settings(settings), m_bluetooth(defaultBluetooth()), m_serial(defaultSerial()), m_tcp(defaultTcp()) {

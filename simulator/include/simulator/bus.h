@@ -3,7 +3,7 @@
 #include <memory>
 
 #include <hostos/imessagebus.h>
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 
 namespace simulator {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 
 namespace simulator {
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include <simulator/adapter.h>
+#include <simulator/elmadapter.h>
 #include <simulator/vehicle.h>
 
 #include "core/iecu.h"

@@ -21,8 +21,7 @@ namespace {
 
 constexpr int Rates[] = {9600, 19200, 38400, 57600, 115200};
 
-// ---------------------------------------------------------------------------------------------------------
-// Baud rates
+// --- Baud rates ---
 
 class SerialLine : public testing::Test {
  protected:
@@ -106,8 +105,7 @@ TEST_F(SerialLine, FallsBackWithoutAConfirmation) {
   EXPECT_EQ(m_elm->ask("ATI"), "ELM327 v1.3\r\r>");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Faults
+// --- Faults ---
 
 class Faults : public testing::Test {
  protected:
@@ -261,8 +259,7 @@ TEST(InProcess, StandsAnyInput) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Servers, in real time and over the real platform layer
+// --- Servers, in real time and over the real platform layer ---
 
 TEST(Tcp, ServesOneClientAfterTheOther) {
   simulator::TcpServer server(Vehicle::load("petrol-can11"), {});

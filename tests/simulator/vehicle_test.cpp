@@ -162,8 +162,6 @@ TEST(Vehicles, CoverAllProtocols) {
   EXPECT_EQ(Vehicle::load("eight-units")->unitCount(), 8U);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 // Units and payloads of a reply as text: "7E8:4105 7E9:...", messages of a unit behind each other.
 std::string told(Dialogue& elm, const std::string& request, int protocol) {
   std::string text;
@@ -235,8 +233,6 @@ TEST(Services, AnswerSeveralIdentifiersInTheWayOfTheUnit) {
     EXPECT_EQ(asked("0199"), "7E8:7F0111") << row.way;
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // What a unit answers: requests and payloads, blanks left out, messages behind each other.
 struct Wire {
@@ -472,8 +468,6 @@ TEST(Regeneration, BurnsTheSootInItsTime) {
 
 INSTANTIATE_TEST_SUITE_P(Builtin, Drives,
                          testing::Values("petrol-can11", "hybrid", "diesel-truck", "iso9141"));
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(VehicleFiles, TellWhatIsWrongAndWhere) {
   const std::string head = "name = x\nprotocol = 6\n";
