@@ -93,7 +93,7 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuManager::sensors(unsigned i
 
   ParameterFactory factory;
   for (const unsigned char oid : sensorIdentifiers(*ecu, SensorPurpose::Overview)) {
-    const auto pid = static_cast<ParameterIdentifier::Id>(oid);
+    const ParameterIdentifier::Id pid = ParameterIdentifier(oid).id();
     const std::shared_ptr<PowertrainParameter> parameter =
         oid == FreezeFrameCodePid ? factory.createFreezeFrameParameter(pid, 0) : factory.createParameter(pid);
     if (parameter) {

@@ -206,7 +206,7 @@ std::vector<std::shared_ptr<ParameterDescriptor>> EcuService::allParameters() {
   };
   ParameterFactory factory;
   for (int id = 1; id <= LastParameter; ++id) {
-    const auto pid = static_cast<ParameterIdentifier::Id>(id);
+    const ParameterIdentifier::Id pid = ParameterIdentifier(id).id();
     add(pid == ParameterIdentifier::FreezeFrameTroubleCode ? factory.createFreezeFrameParameter(pid, 0)
                                                            : factory.createParameter(pid));
   }

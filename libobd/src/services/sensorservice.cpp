@@ -86,7 +86,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
     }
     m_stopped = false;
     for (const int identifier : identifiers) {
-      const auto found = m_queries.find(static_cast<ParameterIdentifier::Id>(identifier));
+      const auto found = m_queries.find(ParameterIdentifier(identifier).id());
       if (found != m_queries.end()) {
         dispatchQuery(found->first, *found->second);
       }
@@ -185,7 +185,7 @@ void SensorService::build() {
   }
   ParameterFactory factory;
   for (const unsigned char id : sensorIdentifiers(*ecu(), SensorPurpose::LiveValues)) {
-    const auto pid = static_cast<ParameterIdentifier::Id>(id);
+    const ParameterIdentifier::Id pid = ParameterIdentifier(id).id();
     if (const std::shared_ptr<PowertrainParameter> parameter = factory.createParameter(pid)) {
       m_parameters.emplace(pid, parameter);
     }
@@ -238,7 +238,7 @@ std::vector<std::shared_ptr<SensorDataModel>> SensorService::readSensors(int ide
     return {};
   }
   const std::shared_ptr<PowertrainParameter> parameter =
-      ParameterFactory().createParameter(static_cast<ParameterIdentifier::Id>(identifier));
+      ParameterFactory().createParameter(ParameterIdentifier(identifier).id());
   if (!parameter || !fetch(parameter)) {
     return {};
   }
