@@ -360,6 +360,40 @@ TEST_F(OrdersOfCalls, LoseTheLinkInMidRefresh) {
   endAtEveryMoment([this] { lose(); });
 }
 
+TEST_F(OrdersOfCalls, OpenFromWithinOnDisconnected) {
+  for (const bool lost : {false, true}) {
+    SCOPED_TRACE(lost);
+    makeAll();
+    ASSERT_TRUE(open(Car, 30));
+    for (const Batch& batch : batches) {
+      batch.refresh();
+    }
+    pumpFor(50);
+    forgetAll();
+    simulator::AdapterOptions options;
+    options.latency = 5;
+    const auto next = simulator::makeBus(vehicle, options);
+    ofConnection.onEvent = [&] {
+      if (ofConnection.events.back() == "disconnected") {
+        EXPECT_TRUE(manager().openBus(next, obd::VehicleProtocol::Automatic));
+      } else {
+        EXPECT_EQ(ofCodes.take(), Texts{"void"});
+        makeServices();
+        batches[0].refresh();
+      }
+    };
+    if (lost) {
+      bus->close();
+    } else {
+      manager().close();
+    }
+    EXPECT_EQ(settle(ofCodes), batches[0].engine);
+    EXPECT_EQ(ofConnection.take(), (Texts{"disconnected", "connected"}));
+    ofConnection.onEvent = nullptr;
+    close();
+  }
+}
+
 TEST_F(OrdersOfCalls, CloseFromWithinAnObserver) {
   for (const Batch& batch : batches) {
     for (const std::string& moment : batch.engine) {
