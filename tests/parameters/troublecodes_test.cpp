@@ -204,26 +204,47 @@ TEST_F(TroubleCodes, ClearingIsConfirmedUnitByUnit) {
   EXPECT_FALSE(query.isCleared(*ecu));
 }
 
-// A front end may ask for the code while the worker reads the next one. Counts only under a sanitizer for
+// A front end may ask for codes while the worker reads the next ones. Counts only under a sanitizer for
 // threads.
-TEST_F(TroubleCodes, FreezeFrameIsReadableWhileUpdated) {
-  obd::FreezeFrameTroubleCode query(3);
+TEST_F(TroubleCodes, ReadableWhileUpdated) {
+  obd::FreezeFrameTroubleCode frame(3);
+  obd::ConfirmedTroubleCodes confirmed;
   std::atomic<bool> done{false};
   std::thread worker([&] {
     for (int i = 0; i < 200; ++i) {
-      EXPECT_TRUE(query.setResponseData(ecu, bytes(i % 2 == 0 ? "4202030133" : "4202030000")));
+      EXPECT_TRUE(frame.setResponseData(ecu, bytes(i % 2 == 0 ? "4202030133" : "4202030000")));
+      EXPECT_TRUE(confirmed.setResponseData(ecu, bytes(i % 2 == 0 ? "43010133" : "4300")));
+      EXPECT_FALSE(confirmed.setResponseData(ecu, bytes("7F0312")));
       if (i % 10 == 0) {
-        query.clear();
+        frame.clear();
+        confirmed.clear();
       }
     }
     done = true;
   });
   do {
-    const auto record = query.getTroubleCode(*ecu);
+    const auto record = frame.getTroubleCode(*ecu);
     EXPECT_EQ(record ? record->code() : "P0133", "P0133");
-    EXPECT_LE(query.values(*ecu, obd::UnitSystem::Metric).size(), 1U);
+    EXPECT_LE(frame.values(*ecu, obd::UnitSystem::Metric).size(), 1U);
+    EXPECT_LE(confirmed.getTroubleCodes(*ecu).size(), 1U);
+    confirmed.nack();
   } while (!done);
   worker.join();
+}
+
+TEST_F(TroubleCodes, ACopyHasItsOwnCodes) {
+  obd::ConfirmedTroubleCodes query;
+  EXPECT_TRUE(query.setResponseData(ecu, bytes("43010133")));
+  EXPECT_FALSE(query.setResponseData(ecu, bytes("7F0312")));
+  obd::ConfirmedTroubleCodes copy(query);
+  obd::ConfirmedTroubleCodes assigned;
+  assigned = query;
+  query.clear();
+  for (const auto* other : {&copy, &assigned}) {
+    EXPECT_EQ(codes(other->getTroubleCodes(*ecu)), "P0133");
+    EXPECT_EQ(other->nack(), 0x12);
+  }
+  EXPECT_THAT(query.getTroubleCodes(*ecu), IsEmpty());
 }
 
 TEST_F(TroubleCodes, FreezeFrameHasOneCodeWithItsGenericText) {
