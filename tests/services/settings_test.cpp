@@ -8,8 +8,8 @@
 #include <tuple>
 #include <vector>
 
-#include "services/support.h"
 #include "services/configuration.h"
+#include "services/support.h"
 #include "services/velmarasettings.h"
 
 namespace {

@@ -37,8 +37,8 @@ class VELMARA_EXPORT IConnectionListener {
 /// thread of its own and listeners hear of each phase.
 ///
 /// An open operation first ends what is left of the connection before, and waits as `close` does. Listeners
-/// hear of that end only if they knew the connection as open, so a front end may open the next one from within
-/// `IConnectionServiceObserver::onDisconnected`. Nothing else here waits for the vehicle.
+/// hear of that end only if they knew the connection as open, so a front end may open the next one from
+/// within `IConnectionServiceObserver::onDisconnected`. Nothing else here waits for the vehicle.
 class VELMARA_EXPORT IConnectionManager {
  public:
   virtual ~IConnectionManager() = default;
@@ -56,8 +56,8 @@ class VELMARA_EXPORT IConnectionManager {
   virtual bool isConnected() = 0;
   /// Ends the connection or the opening in progress: breaks off the exchange with the vehicle, lets the
   /// adapter sleep, and waits for the library's threads. Safe at every instant, from within observers of
-  /// services, too; not to be called from a listener. Every call is told with `onDisconnected`, the second in a
-  /// row as well.
+  /// services, too; not to be called from a listener. Every call is told with `onDisconnected`, the second in
+  /// a row as well.
   virtual void close() = 0;
 
   /// The adapter; null if there is none. Valid until `close`.
