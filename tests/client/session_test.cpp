@@ -78,7 +78,7 @@ TEST_F(ClientTest, IsCalledOffFromAnyThread) {
   unsigned cancelled = 0;
   for (unsigned exchange = 0; exchange < 90; exchange += 6) {
     FaultPlan plan;
-    plan.onExchange = [&](unsigned number, const std::string&) {
+    plan.onExchange = [this, exchange](unsigned number, const std::string&) {
       if (number == exchange) {
         loop.cancel();
       }

@@ -217,7 +217,7 @@ void OrdersOfCalls::selectAtEveryMoment(bool again) {
         const Texts before = batch.heard.take();
         EXPECT_TRUE(before ==
                     Texts(batch.engine.begin(), batch.engine.begin() + static_cast<long>(before.size())));
-        batch.heard.onEvent = [&] {
+        batch.heard.onEvent = [&batch, again] {  // outlives this function
           if (again && batch.heard.events.back() == "void") {
             batch.refresh();
           }
