@@ -46,10 +46,12 @@ if(NOT VELMARA_IN_SYSTEM)
   file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
   string(REGEX REPLACE "/$" "" VELMARA_PC_PREFIX "\${pcfiledir}/${up}")
 endif()
-foreach(package velmara velmara-client)
-  configure_file(${packaging}/${package}.pc.in ${packaging_output}/${package}.pc @ONLY)
-endforeach()
-install(FILES ${packaging_output}/velmara.pc ${packaging_output}/velmara-client.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+# velmara_install_pkgconfig(NAME)
+function(velmara_install_pkgconfig name)
+  configure_file(${packaging}/${name}.pc.in ${packaging_output}/${name}.pc @ONLY)
+  install(FILES ${packaging_output}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endfunction()
+velmara_install_pkgconfig(velmara)
 
 # Debian packages.
 set(VELMARA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
@@ -67,7 +69,13 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_PACKAGE_CONTACT "${VELMARA_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL library client development tools)
+set(components library development tools)
+set(libraries "${library_package} (= ${PROJECT_VERSION})")
+if(VELMARA_WITH_CLIENT)
+  list(APPEND components client)
+  string(APPEND libraries ", ${client_package} (= ${PROJECT_VERSION})")
+endif()
+set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -99,8 +107,7 @@ This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "${library_package} (= ${PROJECT_VERSION}), ${client_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${libraries}")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - headers
 Reads live values, trouble codes, freeze frames, readiness monitors, test
 results and vehicle information from the control units of a vehicle, by
@@ -111,8 +118,7 @@ headers, and files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-  "${library_package} (= ${PROJECT_VERSION}), ${client_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${libraries}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Diagnose vehicles through ELM327-class adapters
 Shows live values, trouble codes, freeze frames, readiness monitors, test
 results and vehicle information, clears trouble codes, and looks them up in a
@@ -123,7 +129,7 @@ behind it, to try things without a car.")
 
 # Each package tells its license and its history, and that of developers has the examples. A plain install does without.
 configure_file(${packaging}/changelog.in ${packaging_output}/changelog @ONLY)
-foreach(component library client development tools)
+foreach(component IN LISTS components)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
   install(FILES ${packaging}/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
   velmara_install_compressed(${packaging_output}/changelog changelog ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)

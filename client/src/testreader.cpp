@@ -6,7 +6,10 @@
 
 #include <fmt/format.h>
 
+#include "parameters/monitortestitem.h"
 #include "parameters/monitortestresult.h"
+#include "parameters/obdmonitortestitem.h"
+#include "parameters/oxygensensortestitem.h"
 #include "parameters/oxygensensortestresult.h"
 #include "powertrain/monitorstatus.h"
 #include "sectionreader.h"

@@ -45,7 +45,7 @@ EcuPtr ecuOf(const Session& session, const ControlUnit& unit) {
 }  // namespace
 
 EcuPtr selectEcu(Session& session, const ControlUnit& unit) {
-  const EcuPtr ecu = ecuOf(session, unit);
+  EcuPtr ecu = ecuOf(session, unit);
   session.selectUnit(unit);
   return ecu;
 }
