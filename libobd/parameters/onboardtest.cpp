@@ -2,12 +2,6 @@
 
 namespace obd {
 
-namespace {
-
-constexpr std::size_t StatusPosition = 2;
-
-}  // namespace
-
 OnBoardTest::TestResult OnBoardTest::result(const IEcu& ecu) const {
   if (!records().find(ecu.id()) && nack() != 0) {
     return Refused;
@@ -25,7 +19,8 @@ bool OnBoardTest::fromFrames(unsigned int ecuId, const std::vector<unsigned char
     records().set(ecuId, TooShort);
     return false;
   }
-  records().set(ecuId, reply[StatusPosition] == 0 ? Accepted : Refused);
+  const unsigned char status = reply[2];
+  records().set(ecuId, status == 0 ? Accepted : Refused);
   return true;
 }
 

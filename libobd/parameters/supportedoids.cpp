@@ -16,14 +16,6 @@ constexpr std::size_t FillerPosition = 2;
 
 }  // namespace
 
-bool SupportedOids::fromCan(unsigned int ecuId, const std::vector<unsigned char>& reply) {
-  return take(ecuId, reply, m_layout.can);
-}
-
-bool SupportedOids::fromFrames(unsigned int ecuId, const std::vector<unsigned char>& reply) {
-  return take(ecuId, reply, m_layout.frames);
-}
-
 bool SupportedOids::take(unsigned int ecuId, const std::vector<unsigned char>& reply, std::size_t offset) {
   if (m_layout.filler && offset > FillerPosition && reply.size() > FillerPosition &&
       reply[FillerPosition] != m_layout.filler) {

@@ -21,8 +21,8 @@ class VELMARA_EXPORT SupportedOids : public Record<std::vector<unsigned char>> {
   std::vector<unsigned char> ids(const IEcu& ecu) const { return records().get(ecu.id()); }
 
  protected:
-  /// Where the bitmap begins in a reply, on CAN and before it. Before CAN some services have a filler byte in
-  /// front of it; a wrong one is noted and read over.
+  /// Where the bitmap begins in a reply, on CAN and before it. Some services have a filler byte before CAN,
+  /// in front of it; a wrong one is noted and read over.
   struct Layout {
     std::size_t can;
     std::size_t frames;
@@ -32,8 +32,12 @@ class VELMARA_EXPORT SupportedOids : public Record<std::vector<unsigned char>> {
   SupportedOids(const Request& request, const Layout& layout, unsigned int timeout = 3500)
       : Record(request, "parameters\\supportedoids"), m_layout(layout), m_timeout(timeout) {}
 
-  bool fromCan(unsigned int ecuId, const std::vector<unsigned char>& reply) override;
-  bool fromFrames(unsigned int ecuId, const std::vector<unsigned char>& reply) override;
+  bool fromCan(unsigned int ecuId, const std::vector<unsigned char>& reply) override {
+    return take(ecuId, reply, m_layout.can);
+  }
+  bool fromFrames(unsigned int ecuId, const std::vector<unsigned char>& reply) override {
+    return take(ecuId, reply, m_layout.frames);
+  }
 
  private:
   bool take(unsigned int ecuId, const std::vector<unsigned char>& reply, std::size_t offset);

@@ -4,7 +4,6 @@ namespace obd {
 
 namespace {
 
-constexpr unsigned int Timeout = 2500;
 constexpr std::uint32_t LightBit = 31;
 constexpr std::uint32_t ErrorsShift = 24;
 constexpr std::uint32_t ErrorsMask = 0x7F;
@@ -93,10 +92,6 @@ bool MonitorRecord::isTestComplete(const IEcu& ecu, ObdTest test) const {
 std::string MonitorRecord::getTestDescription(ObdTest test) {
   const auto index = static_cast<std::uint32_t>(test);
   return index < std::size(Descriptions) ? Descriptions[index] : "NA";
-}
-
-unsigned int MonitorRecord::timeout() const {
-  return Timeout;
 }
 
 std::vector<ObdTest> applicableTests(const MonitorStatus& status, const IEcu* ecu) {

@@ -57,7 +57,7 @@ class VELMARA_EXPORT MonitorRecord : public PidParameter {
   static std::string getTestDescription(ObdTest test);
 
   void clear() override { forgetAll(); }
-  unsigned int timeout() const override;
+  unsigned int timeout() const override { return 2500; }
 
  protected:
   explicit MonitorRecord(ParameterIdentifier::Id pid) : PidParameter(pid, ObdMode::Mode01, 0) {}

@@ -23,9 +23,8 @@ enum class Kind {
   Code      ///< a text by number
 };
 
-/// How most numbers are made of their bytes: (raw * multiplier + offset) in whole numbers, then * factor /
-/// divisor
-/// + shift in single precision, each step rounded.
+/// How most numbers are made of their bytes: raw * multiplier + offset in whole numbers, then that times
+/// factor, over divisor, plus shift in single precision, each step rounded.
 struct Linear {
   enum Raw { Byte, Word, SignedWord } raw = Byte;
   int multiplier = 1;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
+#include <utility>
 
 #include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
@@ -17,7 +19,6 @@ using tavrix::debugStream;
 using tavrix::LogStream;
 
 constexpr const char* Source = "src\\obdparameter";
-constexpr unsigned int DefaultTimeout = 1500;
 constexpr unsigned char NegativeResponse = 0x7F;
 constexpr int UnknownNack = 121;
 
@@ -48,24 +49,17 @@ bool matchesAt(const std::vector<unsigned char>& signature, const std::vector<un
 }  // namespace
 
 std::string NackToString(int nack) {
-  switch (nack) {
-    case 0x00:
-      return "Acknowledged";
-    case 0x10:
-      return "General reject";
-    case 0x11:
-      return "Service not supported";
-    case 0x12:
-      return "Subfunction not supported";
-    case 0x21:
-      return "Busy";
-    case 0x22:
-      return "Conditions not correct";
-    case 0x78:
-      return "Response pending";
-    default:
-      return "Unknown";
-  }
+  constexpr std::pair<int, const char*> Texts[] = {
+      {NackAcknowledged, "Acknowledged"},
+      {NackGeneralReject, "General reject"},
+      {NackServiceNotSupported, "Service not supported"},
+      {NackSubfunctionNotSupported, "Subfunction not supported"},
+      {NackBusy, "Busy"},
+      {NackConditionsNotCorrect, "Conditions not correct"},
+      {NackResponsePending, "Response pending"},
+  };
+  const auto* const found = std::ranges::find(Texts, nack, &std::pair<int, const char*>::first);
+  return found == std::end(Texts) ? "Unknown" : found->second;
 }
 
 ObdParameter& ObdParameter::operator=(const ObdParameter& other) {
@@ -108,10 +102,6 @@ IQuery::UpdateStatus ObdParameter::update(const std::shared_ptr<IObdProxy>& prox
   }
 }
 
-void ObdParameter::requestData(std::vector<unsigned char>& data) const {
-  getRequestData(data);
-}
-
 bool ObdParameter::setResponseData(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
   std::vector<unsigned char> signature;
   getSignature(signature);
@@ -124,10 +114,6 @@ bool ObdParameter::setResponseData(const std::shared_ptr<IEcu>& ecu, const std::
     return false;
   }
   return fromBytes(ecu, data);
-}
-
-unsigned int ObdParameter::timeout() const {
-  return DefaultTimeout;
 }
 
 void ObdParameter::setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {

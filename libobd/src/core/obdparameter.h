@@ -41,11 +41,11 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   void clear() override {}
 
   /// Replaces `data` by the bytes of the request.
-  virtual void requestData(std::vector<unsigned char>& data) const;
+  virtual void requestData(std::vector<unsigned char>& data) const { getRequestData(data); }
   /// Takes the reply of one control unit. True if it was accepted.
   virtual bool setResponseData(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data);
   /// Milliseconds that the proxy may wait for replies.
-  virtual unsigned int timeout() const;
+  virtual unsigned int timeout() const { return 1500; }
   /// The last negative response code of the latest update; 0 for none, 121 for one without a code.
   virtual int nack() const { return m_nack; }
 
