@@ -5,6 +5,6 @@
 namespace velmara {
 
 // Files that the build puts into the program, see embed.cmake.
-extern const std::string_view reportCss;
+extern const std::string_view ReportCss;
 
 }  // namespace velmara

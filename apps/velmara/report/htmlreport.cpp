@@ -686,7 +686,7 @@ std::string htmlReport(const VehicleReport& report, const Verdict& verdict) {
       page.add("title", identity.vin.empty() ? "Vehicle report" : "Vehicle report " + identity.vin);
       const Element style = page.open("style");
       page.raw("\n");
-      page.raw(reportCss);
+      page.raw(ReportCss);
     }
     addBody(page, report, verdict, identity);
   }

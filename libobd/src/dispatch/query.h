@@ -66,10 +66,12 @@ class Query {
   const std::shared_ptr<T>& subject() const { return m_runs->m_subject; }
 
  private:
-  struct Runs final : QueryRuns {
+  class Runs final : public QueryRuns {
+   public:
     Runs(std::shared_ptr<T> subject, CalledOff calledOff)
         : m_subject(std::move(subject)), m_calledOff(std::move(calledOff)) {}
 
+   protected:
     IQuery& subject() override { return *m_subject; }
     void tell(std::unique_lock<std::mutex> lock, bool success) override {
       const Done done = std::exchange(m_done, nullptr);
@@ -84,6 +86,8 @@ class Query {
       }
     }
 
+   private:
+    friend class Query;
     const std::shared_ptr<T> m_subject;
     const CalledOff m_calledOff;
     Done m_done;

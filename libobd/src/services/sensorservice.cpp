@@ -59,7 +59,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
                             public std::enable_shared_from_this<SensorService> {
  public:
   explicit SensorService(const std::shared_ptr<FacadeParts>& parts) : Service(parts) {
-    if (BaseService::isConnected()) {
+    if (Service::isConnected()) {
       buildAll();
     }
   }

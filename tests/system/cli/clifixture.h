@@ -50,7 +50,7 @@ inline void expectComplaint(const Result& result, int code, const std::string& w
 
 inline json parsed(const Result& result, int code = 0) {
   EXPECT_EQ(result.code, code) << result.err;
-  const json document = json::parse(result.out, nullptr, false);
+  json document = json::parse(result.out, nullptr, false);
   EXPECT_FALSE(document.is_discarded()) << result.out;
   return document;
 }

@@ -15,8 +15,6 @@
 #include <system_error>
 #include <utility>
 
-extern char** environ;
-
 namespace clitest {
 
 namespace {

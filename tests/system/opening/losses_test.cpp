@@ -166,9 +166,9 @@ class EveryExchange : public testing::TestWithParam<const Car*> {
 
   // What was told is what a good link tells, or is missing, or comes with a failure.
   static void expectNothingWrong(const std::string& texts) {
-    static const std::string Failures =
+    static const std::string failures =
         " failed 0+0 0+1 4+0 0/0 incomplete no 3 " + Readiness + ReadinessThisCycle + " ";
-    const std::string right = GetParam()->texts + Failures;
+    const std::string right = GetParam()->texts + failures;
     std::istringstream words(texts);
     for (std::string word; words >> word;) {
       EXPECT_TRUE(word.ends_with("=3") || right.find(" " + word + " ") != std::string::npos)

@@ -164,7 +164,7 @@ std::string vinOf(const Outcome& outcome) {
   decode(record, outcome);
   for (const auto& [id, data] : outcome.responses) {
     const auto ecu = std::make_shared<fake::Ecu>(static_cast<unsigned>(id), outcome.protocol);
-    if (const std::string vin = record.vehicleIdentificationNumber(ecu); !vin.empty()) {
+    if (std::string vin = record.vehicleIdentificationNumber(ecu); !vin.empty()) {
       return vin;
     }
   }
