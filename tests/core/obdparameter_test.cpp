@@ -90,6 +90,34 @@ TEST_F(ObdParameter, RemembersTheLastNegativeResponseUntilTheNextUpdate) {
   EXPECT_EQ(probe.nack(), 0);
 }
 
+TEST_F(ObdParameter, KeepsWhatCameOfEachUnitToTheLatestUpdate) {
+  using Kind = obd::UnitReply::Kind;
+  const auto kinds = [this] {
+    return std::pair(probe.reply(*proxy->ecu(0x7E8)).kind, probe.reply(*proxy->ecu(0x7EA)).kind);
+  };
+  EXPECT_EQ(kinds(), std::pair(Kind::Nothing, Kind::Nothing));
+  proxy->reply("0902", 0x7E8, "7F0922").reply("0902", 0x7EA, "490201");
+  EXPECT_EQ(probe.update(proxy), IQuery::Updated);
+  EXPECT_EQ(kinds(), std::pair(Kind::Refused, Kind::Accepted));
+  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, obd::NackConditionsNotCorrect);
+  EXPECT_EQ(probe.reply(*proxy->ecu(0x7EA)).nack, 0);
+  const Probe copy = probe;
+  // A foreign reply, and one that the subclass does not like.
+  proxy->reply("0902", 0x7E8, "4903").reply("0902", 0x7EA, "49020102");
+  EXPECT_EQ(probe.update(proxy), IQuery::NoData);
+  EXPECT_EQ(kinds(), std::pair(Kind::Unusable, Kind::Unusable));
+  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, 0);
+  proxy->reply("0902", 0x7E8, "7F").reply("0902", 0x7EA, "490201");
+  probe.fails = true;
+  EXPECT_THROW(probe.update(proxy), std::runtime_error);
+  EXPECT_EQ(kinds(), std::pair(Kind::Refused, Kind::Unusable));
+  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, 121);
+  proxy->result = obd::RequestRefused;
+  EXPECT_EQ(probe.update(proxy), IQuery::AdapterRefused);
+  EXPECT_EQ(kinds(), std::pair(Kind::Nothing, Kind::Nothing));
+  EXPECT_EQ(copy.reply(*proxy->ecu(0x7E8)).nack, obd::NackConditionsNotCorrect);
+}
+
 TEST_F(ObdParameter, NegativeResponseComesBeforeTheSignature) {
   EXPECT_FALSE(probe.setResponseData(proxy->currentEcu(), bytes("49")));
   probe.signature = bytes("7F09");

@@ -55,6 +55,21 @@ class MonitorServicesTest : public AllServicesTest {
   }
 };
 
+// The second unit takes what the first one refuses.
+TEST_F(MonitorServicesTest, TellWhoRefusesARoutine) {
+  ASSERT_TRUE(open(CanCar));
+  routines->runTest(2);
+  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Refused);
+  EXPECT_EQ(routines->lastReply().nack, obd::NackConditionsNotCorrect);
+  EXPECT_FALSE(monitors->readMonitorsSinceReset().empty());
+  EXPECT_EQ(monitors->lastReply().kind, obd::UnitReply::Accepted);
+  select(0x7E9);
+  routines->runTest(2);
+  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Accepted);
+  routines->runTest(3);
+  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Nothing);
+}
+
 TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   ASSERT_TRUE(open(CanCar));
   for (const int kind : {0, 1, 2, 7}) {

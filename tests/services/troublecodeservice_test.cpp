@@ -42,6 +42,39 @@ class TroubleCodeServiceTest : public AllServicesTest {
   }
 };
 
+// The success that is told is that of all units; `lastReply` is about the selected one.
+TEST_F(TroubleCodeServiceTest, TellsWhatCameOfTheSelectedUnit) {
+  using Reply = obd::UnitReply;
+  const std::pair<const char*, Reply::Kind> cars[] = {{"odd/refusals", Reply::Refused},
+                                                      {"odd/silences", Reply::Nothing}};
+  for (const auto& [car, kind] : cars) {
+    SCOPED_TRACE(car);
+    ASSERT_TRUE(open(car));
+    const int nack = kind == Reply::Refused ? obd::NackConditionsNotCorrect : 0;
+    std::vector<Reply> replies;
+    ofCodes.onEvent = [&] { replies.push_back(codes->lastReply()); };
+    codes->refreshMilStatus();
+    codes->refreshConfirmedCodes();
+    codes->refreshPendingCodes();
+    codes->refreshPermanentCodes();
+    codes->refreshFreezeFrames();
+    settle();
+    ASSERT_GE(replies.size(), 5U);
+    EXPECT_EQ(replies[0].kind, Reply::Accepted);
+    for (std::size_t i = 1; i < 5; ++i) {
+      EXPECT_EQ(replies[i].kind, kind) << i;
+      EXPECT_EQ(replies[i].nack, nack) << i;
+    }
+    EXPECT_TRUE(codes->readConfirmedCodes().empty());
+    EXPECT_EQ(codes->lastReply().kind, kind);
+    select(0x7E9);
+    EXPECT_FALSE(codes->readConfirmedCodes().empty());
+    EXPECT_EQ(codes->lastReply().kind, Reply::Accepted);
+    close();
+    forget();
+  }
+}
+
 TEST_F(TroubleCodeServiceTest, TellsCodesLampAndWhatGoesWithIt) {
   ASSERT_TRUE(open("petrol-can11"));
   EXPECT_TRUE(codes->refreshMilStatus() && codes->refreshConfirmedCodes() && codes->refreshPendingCodes() &&

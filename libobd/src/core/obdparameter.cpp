@@ -40,6 +40,10 @@ std::string describeExchange(const std::vector<unsigned char>& request, const Re
   return text.str();
 }
 
+int nackOf(const std::vector<unsigned char>& data) {
+  return data.size() < 3 ? UnknownNack : data[2];
+}
+
 bool matchesAt(const std::vector<unsigned char>& signature, const std::vector<unsigned char>& data,
                std::size_t offset) {
   return data.size() >= offset && data.size() - offset >= signature.size() &&
@@ -65,11 +69,13 @@ std::string NackToString(int nack) {
 ObdParameter& ObdParameter::operator=(const ObdParameter& other) {
   m_request = other.m_request;
   m_nack = other.m_nack.load();
+  m_replies = other.m_replies;
   return *this;
 }
 
 IQuery::UpdateStatus ObdParameter::update(const std::shared_ptr<IObdProxy>& proxy) {
   m_nack = 0;
+  m_replies.resetAll();
   std::vector<unsigned char> request;
   ResponseMap responses;
   try {
@@ -106,21 +112,27 @@ bool ObdParameter::setResponseData(const std::shared_ptr<IEcu>& ecu, const std::
   std::vector<unsigned char> signature;
   getSignature(signature);
   if (!data.empty() && data.front() == NegativeResponse) {
+    m_replies.set(ecu->id(), {UnitReply::Refused, nackOf(data)});
     setNack(ecu, data);
     return false;
   }
+  m_replies.set(ecu->id(), {UnitReply::Unusable});
   if (!matchesAt(signature, data, 0)) {
     LogStream(Source, __LINE__, 2) << "Signature mismatch";
     return false;
   }
-  return fromBytes(ecu, data);
+  if (!fromBytes(ecu, data)) {
+    return false;
+  }
+  m_replies.set(ecu->id(), {UnitReply::Accepted});
+  return true;
 }
 
 void ObdParameter::setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
   ClassicStream text;
   appendHex(text, data);
   LogStream(Source, __LINE__, 2) << "ECU with ID " << ecu->id() << " received NACK: " << text.str();
-  m_nack = data.size() < 3 ? UnknownNack : data[2];
+  m_nack = nackOf(data);
 }
 
 int ObdParameter::findSaeChecksumLength(const std::vector<unsigned char>& data) const {

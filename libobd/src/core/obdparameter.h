@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "core/ecumap.h"
 #include "core/iquery.h"
 #include "core/request.h"
+#include "core/unitreply.h"
 
 namespace obd {
 
@@ -34,7 +36,7 @@ VELMARA_EXPORT std::string NackToString(int nack);
 class VELMARA_EXPORT ObdParameter : public IQuery {
  public:
   ObdParameter(const ObdParameter& other)
-      : IQuery(other), m_request(other.m_request), m_nack(other.m_nack.load()) {}
+      : IQuery(other), m_request(other.m_request), m_nack(other.m_nack.load()), m_replies(other.m_replies) {}
   ObdParameter& operator=(const ObdParameter& other);
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
@@ -48,6 +50,8 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   virtual unsigned int timeout() const { return 1500; }
   /// The last negative response code of the latest update; 0 for none, 121 for one without a code.
   virtual int nack() const { return m_nack; }
+  /// What came of a control unit to the latest update.
+  UnitReply reply(const IEcu& ecu) const { return m_replies.get(ecu.id()); }
 
  protected:
   explicit ObdParameter(const Request& request = Request()) : m_request(request) {}
@@ -69,6 +73,7 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
  private:
   Request m_request;
   std::atomic<int> m_nack{0};
+  EcuMap<UnitReply> m_replies;
 };
 
 }  // namespace obd

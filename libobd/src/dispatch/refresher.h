@@ -14,6 +14,8 @@ template <typename T>
 class IRefreshObserver {
  public:
   virtual ~IRefreshObserver() = default;
+  /// Comes in front of each `onUpdateDone`, with the same subject.
+  virtual void onReplied(bool /*success*/, const IQuery& /*subject*/) {}
   /// A run is over, on the thread that calls `Dispatcher::dispatch`. After a failure the subject is empty or
   /// partly filled. Copy what is to be kept.
   virtual void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<T>& subject) = 0;
@@ -62,6 +64,7 @@ class Refresher : public IRefresher {
                              bool success, const std::shared_ptr<T>& subject) {
           if (const std::shared_ptr<IRefreshObserver<T>> observer = weak.lock()) {
             ++counts->finished;
+            observer->onReplied(success, *subject);
             observer->onUpdateDone(id, success, subject);
             if (counts->forgotten == forgotten) {
               observer->onUpdateFinished();

@@ -7,6 +7,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "powertrain/parameterdescriptor.h"
 
 namespace obd {
@@ -83,6 +84,9 @@ class VELMARA_EXPORT IEcuService : public virtual tavrix::INotifier<IEcuServiceO
   virtual Texts readCvns() = 0;
   virtual std::string readEngineSerialNumber() = 0;
   virtual std::string readEroTan() = 0;
+  /// What came of the selected control unit: within an observer call to the query that it tells of, and after
+  /// a `read` form to the last query of that. The success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace EcuServiceBuilder {

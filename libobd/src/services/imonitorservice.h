@@ -7,6 +7,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "powertrain/measurementunit.h"
 #include "powertrain/monitorstatus.h"
 
@@ -104,6 +105,9 @@ class VELMARA_EXPORT IMonitorService : public virtual tavrix::INotifier<IMonitor
   virtual ReadinessMonitors readMonitorsThisCycle() = 0;
   /// Reads one monitor after the other, each for 1.55 s at most.
   virtual DiagnosticMonitors readOnboardMonitors() = 0;
+  /// What came of the selected control unit: within an observer call to the query that it tells of, and after
+  /// a `read` form to the last query of that. The success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace MonitorServiceBuilder {

@@ -6,6 +6,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "parameters/oxygensensortestitem.h"
 
 namespace obd {
@@ -35,6 +36,9 @@ class VELMARA_EXPORT IOxygenSensorMonitorService
   virtual void refresh() = 0;
   /// The sensors of the selected control unit; empty if there is none.
   virtual std::vector<OxygenSensorLocation> sensorLocations() = 0;
+  /// Within an observer call: what came of the selected control unit to the query that it tells of. The
+  /// success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace OxygenSensorMonitorBuilder {

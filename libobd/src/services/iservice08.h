@@ -6,6 +6,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "parameters/testroutinedatamodel.h"
 
 namespace obd {
@@ -42,6 +43,9 @@ class VELMARA_EXPORT IService08 : public virtual tavrix::INotifier<IService08Obs
   /// before included, but no longer than 1.55 s. The model tells how the test fared, silence included. Null
   /// without a connection, and for a number that no test can have.
   virtual std::shared_ptr<TestRoutineDataModel> runTest(int tid) = 0;
+  /// What came of the selected control unit: within an observer call to the query that it tells of, and after
+  /// `runTest` to its query. The success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace Service08Builder {

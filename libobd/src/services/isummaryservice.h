@@ -5,6 +5,8 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
+
 namespace obd {
 
 /// Hears of the counts of an overview on the thread that calls `Dispatcher::dispatch`.
@@ -30,6 +32,9 @@ class VELMARA_EXPORT ISummaryService : public virtual tavrix::INotifier<ISummary
   virtual bool isConnected() = 0;
   /// Starts all reads, which end in observer calls. False if nothing was started.
   virtual bool refresh() = 0;
+  /// Within an observer call: what came of the selected control unit to the query that it tells of. The
+  /// success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace SummaryServiceBuilder {

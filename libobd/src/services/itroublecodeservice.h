@@ -6,6 +6,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "dtc/dtcdatamodel.h"
 #include "powertrain/parameterdescriptor.h"
 #include "powertrain/sensorvalue.h"
@@ -94,6 +95,9 @@ class VELMARA_EXPORT ITroubleCodeService : public virtual tavrix::INotifier<ITro
   virtual std::vector<std::shared_ptr<SensorDataModel>> readFreezeFrameSensors(int identifier) = 0;
   /// Clears and waits, like the `read` forms. True if the selected control unit has confirmed.
   virtual bool clearCodesNow() = 0;
+  /// What came of the selected control unit: within an observer call to the query that it tells of, and after
+  /// a `read` form to the last query of that. The success that observers are told is that of all units.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace TroubleCodeServiceBuilder {

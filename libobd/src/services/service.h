@@ -6,6 +6,8 @@
 
 #include <tavrix/notifier.h>
 
+#include "core/obdparameter.h"
+#include "dispatch/fetcher.h"
 #include "dispatch/refresher.h"
 #include "services/baseservice.h"
 #include "services/refreshcounter.h"
@@ -36,7 +38,17 @@ class RefreshingService
  public:
   using Service<Interface, Observer>::Service;
 
+  UnitReply lastReply() final { return m_lastReply; }
+
  protected:
+  /// As `obd::fetch`; notes what came of the selected unit.
+  template <typename T>
+  bool fetch(const std::shared_ptr<T>& subject) {
+    const bool success = obd::fetch(subject);
+    noteReply(success, *subject);
+    return success;
+  }
+
   /// A refresher on a query that others share.
   template <typename T>
   RefresherPtr makeRefresherOn(const std::shared_ptr<T>& subject) {
@@ -90,6 +102,16 @@ class RefreshingService
   void dropRetired() { m_retired.clear(); }
 
  private:
+  void onReplied(bool success, const IQuery& subject) final { noteReply(success, subject); }
+  // A run without success has had no update, or a late one: what the subject tells as accepted is old then.
+  void noteReply(bool success, const IQuery& subject) {
+    const auto* const parameter = dynamic_cast<const ObdParameter*>(&subject);
+    m_lastReply = parameter != nullptr && this->ecu() ? parameter->reply(*this->ecu()) : UnitReply();
+    if (!success && m_lastReply.kind == UnitReply::Accepted) {
+      m_lastReply = {};
+    }
+  }
+
   // What a disconnect drops stays counted, whether its entry still comes back or not.
   void onUpdateDropped() final {
     if (this->connected()) {
@@ -98,6 +120,7 @@ class RefreshingService
   }
 
   Refreshers m_retired;
+  UnitReply m_lastReply;
 };
 
 }  // namespace obd
