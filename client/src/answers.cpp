@@ -2,7 +2,12 @@
 
 #include <algorithm>
 
+#include <cctype>
+
 #include <fmt/format.h>
+
+#include "core/identifiers.h"
+#include "parameters/supportedoids.h"
 
 namespace velmara {
 
@@ -13,6 +18,16 @@ using std::chrono::milliseconds;
 constexpr std::size_t QuestionsAtOnce = 32;  // half of what the queue holds
 // An answer may lead to a question without a word of it, so one quiet round is not enough.
 constexpr unsigned EnoughQuietRounds = 2;
+
+std::string refusalText(int nack) {
+  constexpr int WithoutCode = 121;
+  std::string text = obd::NackToString(nack);
+  if (text == "Unknown") {
+    return nack == WithoutCode ? "without a code" : fmt::format("code {:02X}", nack);
+  }
+  text.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(text.front())));
+  return text;
+}
 
 double seconds(milliseconds time) {
   return std::chrono::duration<double>(time).count();
@@ -28,6 +43,15 @@ void Answers::heard(bool success) {
   ++m_heard;
   m_succeeded += success ? 1U : 0U;
   tellProgress();
+}
+
+void Answers::heard(const Outcome& outcome) {
+  if (outcome.state == Outcome::State::Refused) {
+    ++m_refused;
+    m_refusal = outcome.reason;
+  }
+  m_unusable += outcome.state == Outcome::State::Unusable ? 1U : 0U;
+  heard(outcome.state == Outcome::State::Read);
 }
 
 void Answers::alive() {
@@ -103,24 +127,80 @@ void Answers::conclude(Section& section) const {
   const std::size_t wanted = std::max(m_heard, m_expected);
   section.reason = m_givenUp;
   if (m_succeeded == 0) {
-    section.state = State::NoAnswer;
+    section.state = m_refused != 0 ? State::Refused : m_unusable != 0 ? State::Unusable : State::NoAnswer;
     if (section.reason.empty()) {
-      section.reason = "The control unit does not answer.";
+      section.reason = m_refused != 0    ? fmt::format("The control unit refused: {}.", m_refusal)
+                       : m_unusable != 0 ? "The answer of the control unit cannot be used."
+                                         : "The control unit does not answer.";
     }
   } else if (m_succeeded < wanted) {
     section.state = State::Partial;
     if (section.reason.empty()) {
-      section.reason = fmt::format("{} of {} answers did not come.", wanted - m_succeeded, wanted);
+      section.reason = reasonOf(wanted - m_succeeded, wanted);
     }
   } else {
     section.state = gaveUp() ? State::Partial : State::Complete;
   }
 }
 
+std::string Answers::reasonOf(std::size_t missing, std::size_t wanted) const {
+  if (m_refused == missing) {
+    return fmt::format("{} of {} questions were refused: {}.", missing, wanted, m_refusal);
+  }
+  const std::string refused = m_refused == 0 ? "" : fmt::format(" ({} refused: {})", m_refused, m_refusal);
+  return m_unusable == 0
+             ? fmt::format("{} of {} answers did not come{}.", missing, wanted, refused)
+             : fmt::format("{} of {} answers did not come or cannot be used{}.", missing, wanted, refused);
+}
+
 void Answers::tellProgress() const {
   if (m_options.progress) {
     m_options.progress(m_section, m_heard, m_expected);
   }
+}
+
+// A response that was announced (pending) and did not come is none.
+Outcome outcomeOf(const obd::UnitReply& reply, bool hasContent) {
+  using State = Outcome::State;
+  switch (reply.kind) {
+    case obd::UnitReply::Accepted:
+      return {hasContent ? State::Read : State::Unusable, {}};
+    case obd::UnitReply::Refused:
+      return reply.nack == obd::NackResponsePending ? Outcome{State::NoAnswer, {}}
+                                                    : Outcome{State::Refused, refusalText(reply.nack)};
+    case obd::UnitReply::Unusable:
+      return {State::Unusable, {}};
+    case obd::UnitReply::Nothing:
+      break;
+  }
+  return {State::NoAnswer, {}};
+}
+
+void setNotListed(Session& session, const obd::IEcu& ecu, obd::ObdMode mode, Answers& answers,
+                  Section& section, const std::string& what) {
+  if (!obd::hasList(ecu, mode)) {
+    std::shared_ptr<obd::ObdParameter> list;
+    if (mode == obd::ObdMode::Mode06) {
+      list = std::make_shared<obd::Service06Oids>(static_cast<unsigned char>(0));
+    } else {
+      list = std::make_shared<obd::Service09Oids>(static_cast<unsigned char>(0));
+    }
+    Outcome outcome;
+    answers.ask({list}, [&](std::size_t, bool) { outcome = outcomeOf(list->reply(ecu)); });
+    if (outcome.state == Outcome::State::Refused || outcome.state == Outcome::State::Unusable ||
+        answers.gaveUp()) {
+      answers.heard(outcome);
+      answers.conclude(section);
+      return;
+    }
+    // A unit without the service does not answer (SAE J1979), which is all that can be told of it.
+    setNotOffered(session, section, what);
+    if (outcome.state == Outcome::State::NoAnswer) {
+      section.reason = "No answer: the control unit offers no " + what + ", or keeps silent.";
+    }
+    return;
+  }
+  setNotOffered(session, section, what);
 }
 
 void setNotOffered(const Session& session, Section& section, const std::string& what) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "core/iecu.h"
+#include "core/unitreply.h"
 #include "marker.h"
 #include "question.h"
 #include "stopwatch.h"
@@ -23,6 +25,7 @@ class Answers {
   void expect(std::size_t answers) { m_expected = answers; }
   /// The answer to a question has come, or the word that there is none.
   void heard(bool success);
+  void heard(const Outcome& outcome);
   /// Something has come that does not count.
   void alive();
   /// No more will come.
@@ -45,6 +48,7 @@ class Answers {
  private:
   bool roadIsQuiet();
   bool tooLong();
+  std::string reasonOf(std::size_t missing, std::size_t wanted) const;
   void tellProgress() const;
 
   Session& m_session;
@@ -53,6 +57,9 @@ class Answers {
   std::size_t m_expected = 0;
   std::size_t m_heard = 0;
   std::size_t m_succeeded = 0;
+  std::size_t m_refused = 0;
+  std::size_t m_unusable = 0;
+  std::string m_refusal;    // the reason of the last one
   std::size_t m_signs = 0;  // of life
   bool m_finished = false;
   std::string m_givenUp;
@@ -64,6 +71,14 @@ class Answers {
   std::size_t m_signsBefore = 0;  // when the marker was sent
   unsigned m_quietRounds = 0;
 };
+
+/// What came of a control unit, in words. An answer that was accepted and has no content is unusable.
+Outcome outcomeOf(const obd::UnitReply& reply, bool hasContent = true);
+
+/// Ends a section about a service of which the control unit has shown nothing to ask for. A unit without any
+/// list of the service's identifiers is asked for it once more: it may have refused, or been silent.
+void setNotListed(Session& session, const obd::IEcu& ecu, obd::ObdMode mode, Answers& answers,
+                  Section& section, const std::string& what);
 
 /// Marks a section that the control unit does not have: "The control unit offers no " and these words.
 /// Without a link a unit offers nothing: then it throws what `Session::expectNoLoss` throws.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "coderecords.h"
+#include "powertrain/monitorstatus.h"
 #include "readings.h"
 #include "vehicletexts.h"
 #include "velmara/client/texts.h"
@@ -31,6 +32,7 @@ FaultReader::FaultReader(Session& session, const ControlUnit& unit, const ReadOp
       m_make(options.make) {}
 
 FaultsSection FaultReader::readFaults() {
+  readCount();
   service().refreshMilStatus();
   service().refreshConfirmedCodes();
   service().refreshPendingCodes();
@@ -38,6 +40,19 @@ FaultsSection FaultReader::readFaults() {
   answers().wait();
   answers().conclude(m_faults);
   return std::move(m_faults);
+}
+
+// The service tells the lamp only.
+void FaultReader::readCount() {
+  if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+    return;
+  }
+  const auto status = std::make_shared<obd::MonitorStatus>();
+  answers().ask({status}, [&](std::size_t, bool) {
+    if (status->reply(ecu()).kind == obd::UnitReply::Accepted) {
+      m_faults.count = status->getNumberOfErrors(ecu());
+    }
+  });
 }
 
 FreezeSection FaultReader::readFreeze() {
@@ -61,41 +76,53 @@ bool FaultReader::clear() {
   return *m_cleared;
 }
 
-FaultsSection::Codes FaultReader::explained(bool success, const Codes& codes) const {
-  return success ? std::optional(explainCodes(rowsOf(codes), m_make)) : std::nullopt;
+void FaultReader::takeCodes(const Codes& codes, const Outcome& outcome, FaultsSection::Codes& place) const {
+  if (outcome.state == Outcome::State::Read) {
+    place = explainCodes(rowsOf(codes), m_make);
+  }
 }
 
 CodeEntry FaultReader::explained(const std::string& code) const {
   return explainCodes(rowsOfCode(code), m_make).front();
 }
 
-// The answers of other units make a query succeed, too.
-void FaultReader::onMilStatusUpdated(bool success, MilStatus status) {
-  if (success && ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+// The success is that of all units; what came of this one is told by `lastReply`.
+void FaultReader::onMilStatusUpdated(bool /*success*/, MilStatus status) {
+  m_faults.lampOutcome = outcomeOf(service().lastReply());
+  if (m_faults.lampOutcome.state == Outcome::State::Read) {
     m_faults.lamp = status == MilOn;
     answers().heard(true);
-  } else {
-    answers().alive();
+    return;
   }
+  if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+    m_faults.lampOutcome = {Outcome::State::NotOffered, {}};
+  }
+  answers().alive();
 }
 
-void FaultReader::onConfirmedCodesUpdated(bool success, const Codes& codes) {
-  m_faults.confirmed = explained(success, codes);
-  answers().heard(success);
+void FaultReader::onConfirmedCodesUpdated(bool /*success*/, const Codes& codes) {
+  m_faults.confirmedOutcome = outcomeOf(service().lastReply());
+  takeCodes(codes, m_faults.confirmedOutcome, m_faults.confirmed);
+  answers().heard(m_faults.confirmedOutcome);
 }
 
-void FaultReader::onPendingCodesUpdated(bool success, const Codes& codes) {
-  m_faults.pending = explained(success, codes);
-  answers().heard(success);
+void FaultReader::onPendingCodesUpdated(bool /*success*/, const Codes& codes) {
+  m_faults.pendingOutcome = outcomeOf(service().lastReply());
+  takeCodes(codes, m_faults.pendingOutcome, m_faults.pending);
+  answers().heard(m_faults.pendingOutcome);
 }
 
-// Before CAN there are none, and no answer is no wonder.
-void FaultReader::onPermanentCodesUpdated(bool success, const Codes& codes) {
-  m_faults.permanent = explained(success, codes);
-  if (success || isCan(ecu().protocol())) {
-    answers().heard(success);
-  } else {
+// Before CAN there are none, and no answer is no wonder; nor has every unit on CAN the service.
+void FaultReader::onPermanentCodesUpdated(bool /*success*/, const Codes& codes) {
+  const obd::UnitReply reply = service().lastReply();
+  m_faults.permanentOutcome = outcomeOf(reply);
+  takeCodes(codes, m_faults.permanentOutcome, m_faults.permanent);
+  const bool isUnknown = reply.kind == obd::UnitReply::Refused && reply.nack == obd::NackServiceNotSupported;
+  if (!m_faults.permanent && (isUnknown || !isCan(ecu().protocol()))) {
+    m_faults.permanentOutcome = {Outcome::State::NotOffered, {}};
     answers().alive();
+  } else {
+    answers().heard(m_faults.permanentOutcome);
   }
 }
 
@@ -104,10 +131,11 @@ void FaultReader::onMilResetUpdated(bool success, bool cleared) {
 }
 
 // The frame behind the last one may be told by silence.
-void FaultReader::onFreezeFrameCodeUpdated(int /*id*/, bool success,
+void FaultReader::onFreezeFrameCodeUpdated(int /*id*/, bool /*success*/,
                                            const std::shared_ptr<obd::DtcDataModel>& code, int frame) {
-  if (success || m_frames.empty()) {
-    answers().heard(success);
+  const Outcome outcome = outcomeOf(service().lastReply());
+  if (outcome.state == Outcome::State::Read || m_frames.empty()) {
+    answers().heard(outcome);
   }
   if (!code || code->code().empty()) {
     return;
@@ -117,11 +145,12 @@ void FaultReader::onFreezeFrameCodeUpdated(int /*id*/, bool success,
   }
 }
 
-void FaultReader::onFreezeFrameSensorUpdated(int /*id*/, bool success,
+void FaultReader::onFreezeFrameSensorUpdated(int /*id*/, bool /*success*/,
                                              const std::shared_ptr<obd::ParameterDescriptor>& parameter,
                                              const SensorValues& values, int frame) {
-  const bool read = success && parameter && !values.empty();
-  answers().heard(read);
+  const Outcome outcome = outcomeOf(service().lastReply(), parameter && !values.empty());
+  const bool read = outcome.state == Outcome::State::Read;
+  answers().heard(outcome);
   FreezeSection::Frame& stored = m_frames[frame];
   if (!read) {
     ++stored.failures;

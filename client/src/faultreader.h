@@ -41,7 +41,8 @@ class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubl
   void onRuntimeSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) override;
   void onRefreshDone() override { answers().finish(); }
 
-  FaultsSection::Codes explained(bool success, const Codes& codes) const;
+  void readCount();
+  void takeCodes(const Codes& codes, const Outcome& outcome, FaultsSection::Codes& place) const;
   // The frame's own record carries the generic text only.
   CodeEntry explained(const std::string& code) const;
 

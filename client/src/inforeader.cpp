@@ -14,7 +14,17 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
   InfoReader(Session& session, const ControlUnit& unit, const ReadOptions& options, const char* section)
       : SectionReader(session, unit, options, section, obd::EcuServiceBuilder::createEcuService) {}
 
-  InfoSection readInfo() { return read(obd::IEcuService::VehicleInformation, "vehicle information", m_info); }
+  InfoSection readInfo() {
+    InfoSection info = read(obd::IEcuService::VehicleInformation, "vehicle information", m_info);
+    for (Outcome* const outcome :
+         {&info.vinOutcome, &info.calibrationsOutcome, &info.verificationNumbersOutcome,
+          &info.serialNumberOutcome, &info.approvalNumberOutcome}) {
+      if (outcome->state == Outcome::State::NotRead) {  // not in the unit's list, if there is one
+        *outcome = info.hasContent() ? Outcome{Outcome::State::NotOffered, {}} : outcomeOf(info);
+      }
+    }
+    return info;
+  }
   CountersSection readCounters() {
     return read(obd::IEcuService::PerformanceCounters, "in-use counters", m_counters);
   }
@@ -23,7 +33,7 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
   template <typename SectionType>
   SectionType read(int kind, const char* what, SectionType& gathered) {
     if (!service().refresh(kind)) {
-      setNotOffered(session(), gathered, what);
+      setNotListed(session(), ecu(), obd::ObdMode::Mode09, answers(), gathered, what);
     } else {
       answers().wait();
       answers().conclude(gathered);
@@ -31,39 +41,39 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
     return std::move(gathered);
   }
 
-  // An empty value: another unit has answered.
   template <typename Value>
-  void take(bool success, const Value& value, std::optional<Value>& place) {
-    const bool answered = success && !value.empty();
-    if (answered) {
+  void take(const Value& value, std::optional<Value>& place, Outcome& outcome) {
+    outcome = outcomeOf(service().lastReply(), !value.empty());
+    if (outcome.state == Outcome::State::Read) {
       place = value;
     }
-    answers().heard(answered);
+    answers().heard(outcome);
   }
 
-  void onVehicleIdentificationNumberUpdated(bool success, const std::string& vin, int modelYear) override {
-    take(success, vin, m_info.vin);
+  void onVehicleIdentificationNumberUpdated(bool /*success*/, const std::string& vin,
+                                            int modelYear) override {
+    take(vin, m_info.vin, m_info.vinOutcome);
     if (m_info.vin && modelYear > 0) {
       m_info.modelYear = modelYear;
     }
   }
-  void onCalibrationIdentificationsUpdated(bool success, const Texts& ids) override {
-    take(success, ids, m_info.calibrations);
+  void onCalibrationIdentificationsUpdated(bool /*success*/, const Texts& ids) override {
+    take(ids, m_info.calibrations, m_info.calibrationsOutcome);
   }
-  void onCalibrationVerificationNumbersUpdated(bool success, const Texts& numbers) override {
-    take(success, numbers, m_info.verificationNumbers);
+  void onCalibrationVerificationNumbersUpdated(bool /*success*/, const Texts& numbers) override {
+    take(numbers, m_info.verificationNumbers, m_info.verificationNumbersOutcome);
   }
-  void onEngineSerialNumberUpdate(bool success, const std::string& number) override {
-    take(success, number, m_info.serialNumber);
+  void onEngineSerialNumberUpdate(bool /*success*/, const std::string& number) override {
+    take(number, m_info.serialNumber, m_info.serialNumberOutcome);
   }
-  void onExhaustRequlationOrTypeApprovalNumberUpdated(bool success, const std::string& number) override {
-    take(success, number, m_info.approvalNumber);
+  void onExhaustRequlationOrTypeApprovalNumberUpdated(bool /*success*/, const std::string& number) override {
+    take(number, m_info.approvalNumber, m_info.approvalNumberOutcome);
   }
-  void onPerformanceCountersUpdated(bool success, const Counters& counters) override {
+  void onPerformanceCountersUpdated(bool /*success*/, const Counters& counters) override {
     for (const std::shared_ptr<obd::CounterDescriptor>& counter : counters) {
       m_counters.counters.push_back({counter->description(), counter->value()});
     }
-    answers().heard(success && !counters.empty());
+    answers().heard(outcomeOf(service().lastReply(), !counters.empty()));
   }
   void onRefreshDone() override { answers().finish(); }
 

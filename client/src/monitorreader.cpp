@@ -33,6 +33,7 @@ class MonitorReader : private SectionReader<obd::IMonitorService, obd::IMonitorS
   MonitorsSection read() {
     if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
       setNotOffered(session(), m_section, "readiness monitors");
+      m_section.sinceResetOutcome = m_section.thisCycleOutcome = {Outcome::State::NotOffered, {}};
       return std::move(m_section);
     }
     const bool cycle = service().isSupported(obd::IMonitorService::ThisCycle);
@@ -40,6 +41,8 @@ class MonitorReader : private SectionReader<obd::IMonitorService, obd::IMonitorS
     service().refresh(obd::IMonitorService::SinceReset);
     if (cycle) {
       service().refresh(obd::IMonitorService::ThisCycle);
+    } else {
+      m_section.thisCycleOutcome.state = Outcome::State::NotOffered;
     }
     answers().wait();
     answers().conclude(m_section);
@@ -47,20 +50,22 @@ class MonitorReader : private SectionReader<obd::IMonitorService, obd::IMonitorS
   }
 
  private:
-  void take(bool success, const ReadinessMonitors& models, MonitorsSection::Monitors& monitors) {
-    if (success) {
+  void take(const ReadinessMonitors& models, MonitorsSection::Monitors& monitors, Outcome& outcome) {
+    // Which monitors there are is told by those since reset.
+    outcome = outcomeOf(service().lastReply(), &monitors == &m_section.sinceReset || m_section.sinceReset);
+    if (outcome.state == Outcome::State::Read) {
       monitors.emplace();
       for (const auto& model : models) {
         monitors->push_back({model->description, statusOf(model->status)});
       }
     }
-    answers().heard(success);
+    answers().heard(outcome);
   }
-  void readinessMonitorsSinceResetUpdated(bool success, const ReadinessMonitors& monitors) override {
-    take(success, monitors, m_section.sinceReset);
+  void readinessMonitorsSinceResetUpdated(bool /*success*/, const ReadinessMonitors& monitors) override {
+    take(monitors, m_section.sinceReset, m_section.sinceResetOutcome);
   }
-  void readinessMonitorsThisCycleUpdated(bool success, const ReadinessMonitors& monitors) override {
-    take(success, monitors, m_section.thisCycle);
+  void readinessMonitorsThisCycleUpdated(bool /*success*/, const ReadinessMonitors& monitors) override {
+    take(monitors, m_section.thisCycle, m_section.thisCycleOutcome);
   }
   void refreshDone() override { answers().finish(); }
 

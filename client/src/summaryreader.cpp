@@ -23,26 +23,30 @@ class SummaryReader : private SectionReader<obd::ISummaryService, obd::ISummaryS
  private:
   static constexpr std::size_t Questions = 4;
 
+  // The success that is told is that of all units.
+  bool take(Outcome& outcome) {
+    outcome = outcomeOf(service().lastReply());
+    answers().heard(outcome);
+    return outcome.state == Outcome::State::Read;
+  }
+
   // The first time it is about confirmed codes, the second time about pending ones.
-  void onCodeCountsUpdated(bool success, unsigned int confirmed, unsigned int pending) override {
-    if (success) {
+  void onCodeCountsUpdated(bool /*success*/, unsigned int confirmed, unsigned int pending) override {
+    if (take(m_codesTold ? m_section.pendingOutcome : m_section.confirmedOutcome)) {
       (m_codesTold ? m_section.pending : m_section.confirmed) = m_codesTold ? pending : confirmed;
     }
     m_codesTold = true;
-    answers().heard(success);
   }
-  void onMonitorCountsUpdated(bool success, unsigned int complete, unsigned int incomplete) override {
-    if (success) {
+  void onMonitorCountsUpdated(bool /*success*/, unsigned int complete, unsigned int incomplete) override {
+    if (take(m_section.monitorsOutcome)) {
       m_section.complete = complete;
       m_section.incomplete = incomplete;
     }
-    answers().heard(success);
   }
-  void onFreezeFrameUpdated(bool success, bool present) override {
-    if (success) {
+  void onFreezeFrameUpdated(bool /*success*/, bool present) override {
+    if (take(m_section.frameOutcome)) {
       m_section.frame = present;
     }
-    answers().heard(success);
   }
   void refreshDone() override { answers().finish(); }
 

@@ -20,7 +20,6 @@ namespace velmara {
 
 namespace {
 
-constexpr unsigned char MonitorStatusPid = 0x01;
 constexpr unsigned char BlockMask = 0x1F;  // every 32nd identifier asks which ones there are
 
 using Identifiers = std::vector<unsigned char>;
@@ -78,28 +77,28 @@ TestsSection::Test testOf(const Item& item) {
 TestsSection readTests(Session& session, const ControlUnit& unit, const ReadOptions& options) {
   TestsSection section;
   const EcuPtr ecu = selectEcu(session, unit);
+  Answers answers(session, options, "on-board monitoring results");
   Queries queries;
   for (const unsigned char id : withoutBlocks(ecu->supportedIds(obd::ObdMode::Mode06, 0))) {
     queries.push_back(std::make_shared<obd::MonitorTestResult>(id));
   }
   if (queries.empty()) {
-    setNotOffered(session, section, "on-board monitoring results");
+    setNotListed(session, *ecu, obd::ObdMode::Mode06, answers, section, "on-board monitoring results");
     return section;
   }
   const obd::UnitSystem system = session.facade().settings()->unitSystem();
-  Answers answers(session, options, "on-board monitoring results");
   answers.expect(queries.size());
   answers.ask(queries, [&](std::size_t index, bool success) {
-    // Without items another unit has answered, or this one with nothing that has a meaning.
-    const auto items = success ? static_cast<obd::MonitorTestResult&>(*queries[index]).getItems(*ecu)
-                               : std::vector<std::shared_ptr<obd::ObdMonitorTestItem>>();
+    auto& query = static_cast<obd::MonitorTestResult&>(*queries[index]);
+    const auto items =
+        success ? query.getItems(*ecu) : std::vector<std::shared_ptr<obd::ObdMonitorTestItem>>();
     for (const std::shared_ptr<obd::ObdMonitorTestItem>& item : items) {
       TestsSection::Group& group = groupOf(section.groups, static_cast<int>(item->id()), item->description());
       for (const std::shared_ptr<obd::IMonitorTestItem>& test : item->items(system)) {
         group.tests.push_back(testOf(*test));
       }
     }
-    answers.heard(!items.empty());
+    answers.heard(outcomeOf(query.reply(*ecu), !items.empty()));  // without items nothing had a meaning
   });
   // Before CAN a reply is about a test and holds a result for each component.
   std::stable_sort(section.groups.begin(), section.groups.end(),
@@ -125,20 +124,20 @@ OxygenSection readOxygen(Session& session, const ControlUnit& unit, const ReadOp
   answers.expect(queries.size() - 1);
   answers.ask(queries, [&](std::size_t index, bool success) {
     if (index == 0) {
-      if (success && ecu->isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
-        section.monitorComplete = static_cast<obd::MonitorStatus&>(*queries[index])
-                                      .isTestComplete(*ecu, obd::ObdTest::OxygenSensor);
+      const auto& status = static_cast<obd::MonitorStatus&>(*queries[index]);
+      if (status.reply(*ecu).kind == obd::UnitReply::Accepted) {
+        section.monitorComplete = status.isTestComplete(*ecu, obd::ObdTest::OxygenSensor);
       }
       answers.alive();
       return;
     }
-    const auto item =
-        success ? static_cast<obd::OxygenSensorTestResult&>(*queries[index]).getResult(ecu) : nullptr;
+    auto& query = static_cast<obd::OxygenSensorTestResult&>(*queries[index]);
+    const auto item = success ? query.getResult(ecu) : nullptr;
     if (item) {
       groupOf(section.groups, static_cast<int>(item->location()), sensorName(item->location()))
           .tests.push_back(testOf(*item));
     }
-    answers.heard(item != nullptr);
+    answers.heard(outcomeOf(query.reply(*ecu), item != nullptr));
   });
   answers.conclude(section);
   return section;

@@ -22,15 +22,56 @@ struct Facts {
   std::size_t permanent = 0;
   std::size_t lampsOn = 0;
   std::size_t lampsOff = 0;
-  std::size_t silentOnCodes = 0;  // units
-  std::size_t toldCodes = 0;      // units
+  std::size_t silentOnCodes = 0;        // units
+  std::size_t silentOnPermanent = 0;    // units that told all others
+  std::size_t toldCodes = 0;            // units
+  std::vector<Verdict::Finding> lists;  // what is wrong with the lists of codes, by unit
+  bool counted = false;                 // a unit counts codes that it does not list
   std::size_t monitors = 0;
   std::vector<std::string> incomplete;
-  std::size_t silentOnMonitors = 0;  // units
+  std::size_t silentOnMonitors = 0;        // units
+  std::vector<Verdict::Finding> sections;  // asked for in vain, by unit
   TestCounts tests;
 };
 
-void addFaults(const FaultsSection& faults, Facts& facts) {
+std::string withoutStop(std::string sentence) {
+  if (sentence.ends_with('.')) {
+    sentence.pop_back();
+  }
+  return sentence;
+}
+
+std::string titleOf(const UnitReport& unit) {
+  return fmt::format("{} ({})", unit.identity.id, unit.identity.name);
+}
+
+// Which is usual: the service is younger than the others, and not in every law.
+bool isSilentOnPermanent(const FaultsSection& faults, const Outcome& outcome) {
+  return &outcome == &faults.permanentOutcome && outcome.state == Outcome::State::NoAnswer;
+}
+
+void addLists(const UnitReport& unit, Facts& facts) {
+  const FaultsSection& faults = unit.faults;
+  for (const auto& [name, outcome] : {std::pair("confirmed codes", &faults.confirmedOutcome),
+                                      std::pair("pending codes", &faults.pendingOutcome),
+                                      std::pair("permanent codes", &faults.permanentOutcome)}) {
+    if (outcome->isMissing() && !isSilentOnPermanent(faults, *outcome)) {
+      facts.lists.push_back(
+          {Tone::Caution, fmt::format("{}, {}: {}", titleOf(unit), name, outcomeText(*outcome))});
+    }
+  }
+  const std::size_t listed = faults.confirmed ? faults.confirmed->size() : 0;
+  const std::size_t count = static_cast<std::size_t>(faults.count.value_or(0));
+  facts.counted = facts.counted || count > listed;
+  if (faults.isMiscounted() || (!faults.confirmed && count != 0)) {
+    facts.lists.push_back({Tone::Caution, fmt::format("{} counts {} and lists {}", titleOf(unit),
+                                                      counted(count, "confirmed code"),
+                                                      faults.confirmed ? std::to_string(listed) : "none")});
+  }
+}
+
+void addFaults(const UnitReport& unit, Facts& facts) {
+  const FaultsSection& faults = unit.faults;
   std::set<std::string> confirmed;
   for (const CodeEntry& entry : faults.confirmed.value_or(std::vector<CodeEntry>())) {
     confirmed.insert(entry.code);
@@ -44,7 +85,23 @@ void addFaults(const FaultsSection& faults, Facts& facts) {
     ++(*faults.lamp ? facts.lampsOn : facts.lampsOff);
   }
   facts.toldCodes += faults.confirmed ? 1U : 0U;
-  facts.silentOnCodes += faults.confirmed && faults.pending ? 0U : 1U;
+  const bool silent = isSilentOnPermanent(faults, faults.permanentOutcome);
+  const bool told = faults.confirmed && faults.pending && (silent || !faults.permanentOutcome.isMissing());
+  facts.silentOnCodes += told ? 0U : 1U;
+  facts.silentOnPermanent += told && silent ? 1U : 0U;
+  addLists(unit, facts);
+}
+
+// What was asked for in vain; codes and monitors have words of their own.
+void addSections(const UnitReport& unit, Facts& facts) {
+  for (const SectionName& name : reportSections()) {
+    const Section& section = name.of(unit);
+    if (&section != &unit.faults && &section != &unit.monitors && outcomeOf(section).isMissing()) {
+      facts.sections.push_back(
+          {section.state == Section::State::NoAnswer ? Tone::Plain : Tone::Caution,
+           fmt::format("{}, {}: {}", titleOf(unit), name.name, withoutStop(section.reason))});
+    }
+  }
 }
 
 void addMonitors(const MonitorsSection& monitors, Facts& facts) {
@@ -63,8 +120,9 @@ void addMonitors(const MonitorsSection& monitors, Facts& facts) {
 Facts gather(const VehicleReport& report) {
   Facts facts;
   for (const UnitReport& unit : report.units) {
-    addFaults(unit.faults, facts);
+    addFaults(unit, facts);
     addMonitors(unit.monitors, facts);
+    addSections(unit, facts);
     const TestCounts tests = countTests(unit);
     facts.tests.all += tests.all;
     facts.tests.failed += tests.failed;
@@ -73,16 +131,39 @@ Facts gather(const VehicleReport& report) {
   return facts;
 }
 
-Verdict::Finding headline(const Facts& facts) {
-  const char* const lamp = facts.lampsOn != 0 ? ", lamp on" : facts.lampsOff != 0 ? ", lamp off" : "";
+// With a list missing there may be more than was told: nothing is said not to be there.
+Verdict::Finding headlineOfPart(const Facts& facts, const char* lamp) {
   if (facts.confirmed != 0) {
-    return {Tone::Bad, counted(facts.confirmed, "fault") + " stored" + lamp};
+    return {Tone::Bad, "At least " + counted(facts.confirmed, "fault") + " stored" + lamp};
   }
   if (facts.lampsOn != 0) {
-    return {Tone::Bad, "Lamp on, but no fault stored"};
+    return {Tone::Bad, "Lamp on, but not all fault codes were told"};
   }
   if (facts.toldCodes == 0) {
     return {Tone::Caution, "Fault codes unknown"};
+  }
+  if (facts.suspected != 0) {
+    return {Tone::Caution,
+            fmt::format("At least {} suspected, but not all was told", counted(facts.suspected, "fault"))};
+  }
+  return {Tone::Caution, "Not all fault codes were told"};
+}
+
+Verdict::Finding headline(const Facts& facts) {
+  const char* const lamp = facts.lampsOn != 0 ? ", lamp on" : facts.lampsOff != 0 ? ", lamp off" : "";
+  if (facts.silentOnCodes != 0 || facts.toldCodes == 0) {
+    return headlineOfPart(facts, lamp);
+  }
+  if (facts.confirmed != 0) {
+    return {Tone::Bad,
+            (facts.counted ? "At least " : "") + counted(facts.confirmed, "fault") + " stored" + lamp};
+  }
+  if (facts.counted) {
+    return {Tone::Bad, "Faults are counted, but not listed"};
+  }
+  const bool all = facts.silentOnPermanent == 0;
+  if (facts.lampsOn != 0) {
+    return {Tone::Bad, all ? "Lamp on, but no fault stored" : "Lamp on, but no confirmed code was told"};
   }
   if (facts.suspected != 0) {
     return {Tone::Caution, "No confirmed fault, " + std::to_string(facts.suspected) + " suspected"};
@@ -91,12 +172,11 @@ Verdict::Finding headline(const Facts& facts) {
     return {Tone::Caution, "No current fault, but " + counted(facts.permanent, "permanent code")};
   }
   if (facts.tests.failed != 0) {
-    return {Tone::Bad, "No fault stored, but " + counted(facts.tests.failed, "on-board test") + " failed"};
+    return {Tone::Bad,
+            fmt::format("{}, but {} failed", all ? "No fault stored" : "No confirmed or pending code",
+                        counted(facts.tests.failed, "on-board test"))};
   }
-  if (facts.silentOnCodes != 0) {
-    return {Tone::Caution, "No fault found, but not all was told"};
-  }
-  return {Tone::Good, "No fault found"};
+  return {Tone::Good, all ? "No fault found" : "No confirmed or pending codes"};
 }
 
 void judgeCodes(const Facts& facts, std::size_t units, std::vector<Verdict::Finding>& findings) {
@@ -113,6 +193,11 @@ void judgeCodes(const Facts& facts, std::size_t units, std::vector<Verdict::Find
     findings.push_back({Tone::Caution, fmt::format("{} of {} did not tell all fault codes",
                                                    facts.silentOnCodes, counted(units, "control unit"))});
   }
+  if (facts.silentOnPermanent != 0) {
+    findings.push_back({Tone::Plain, fmt::format("{} of {} did not tell permanent codes",
+                                                 facts.silentOnPermanent, counted(units, "control unit"))});
+  }
+  findings.insert(findings.end(), facts.lists.begin(), facts.lists.end());
 }
 
 void judgeMonitors(const Facts& facts, bool faultFree, std::vector<Verdict::Finding>& findings) {
@@ -158,6 +243,7 @@ Verdict judge(const VehicleReport& report, const std::string& brokenOff) {
   judgeCodes(facts, report.units.size(), verdict.findings);
   judgeMonitors(facts, tone == Tone::Good, verdict.findings);
   judgeTests(facts.tests, verdict.findings);
+  verdict.findings.insert(verdict.findings.end(), facts.sections.begin(), facts.sections.end());
   for (const Verdict::Finding& finding : verdict.findings) {
     verdict.tone = std::max(verdict.tone, finding.tone);  // they ascend in gravity
   }

@@ -60,7 +60,7 @@ constexpr CommandRow Rows[] = {
      "  velmara freeze                     every frame of all control units\n"
      "  velmara freeze --unit imperial\n"
      "  velmara freeze --ecu ECM --json    of one control unit, for programs\n",
-     true, false, nullptr, Freeze, nullptr},
+     true, false, "The vehicle does not tell its freeze frames.", Freeze, nullptr},
     {"info", "Show the vehicle's identity (VIN), calibrations and in-use counters",
      "  velmara info                       of all control units\n"
      "  velmara info --ecu ECM --json      of one control unit, for programs\n",

@@ -273,19 +273,19 @@ void addFaults(Page& page, const FaultsSection& faults) {
         page.badge(tone, name);
       }
     }
-  } else if (faults.confirmed && faults.pending) {
+  } else if (faults.confirmed && faults.pending && !faults.permanentOutcome.isMissing()) {
     page.add("p", "No codes are stored.");
   }
-  std::string silent;
-  for (const auto& [codes, name] :
-       {std::pair(&faults.confirmed, "confirmed"), std::pair(&faults.pending, "pending"),
-        std::pair(&faults.permanent, "permanent")}) {
-    if (!*codes) {
-      silent += (silent.empty() ? "" : ", ") + std::string(name);
-    }
+  if (faults.isMiscounted() || (!faults.confirmed && faults.count.value_or(0) != 0)) {
+    page.add("p", fmt::format("The control unit itself counts {} confirmed.", *faults.count),
+             "class=\"note\"");
   }
-  if (!silent.empty()) {
-    page.add("p", "Kinds of codes without an answer: " + silent + ".", "class=\"note\"");
+  for (const auto& [outcome, name] :
+       {std::pair(&faults.confirmedOutcome, "Confirmed"), std::pair(&faults.pendingOutcome, "Pending"),
+        std::pair(&faults.permanentOutcome, "Permanent")}) {
+    if (outcome->state != Outcome::State::Read && outcome->state != Outcome::State::NotRead) {
+      page.add("p", fmt::format("{} codes: {}.", name, outcomeText(*outcome)), "class=\"note\"");
+    }
   }
 }
 
@@ -496,7 +496,7 @@ void addIdentity(Page& page, const UnitReport& unit, const std::string& knownVin
     term(page, "Engine serial number", unit.info.serialNumber.value_or(""));
     term(page, "Approval (ERO/TAN)", unit.info.approvalNumber.value_or(""));
   }
-  if (unit.info.state == Section::State::NoAnswer || unit.info.state == Section::State::Partial) {
+  if (outcomeOf(unit.info).isMissing() || unit.info.state == Section::State::Partial) {
     page.add("p", "Vehicle information: " + unit.info.reason, "class=\"note\"");
   }
 }
@@ -576,11 +576,16 @@ void addVehicle(Page& page, const VehicleReport& report, const Identity& identit
 
 std::string codesText(const FaultsSection& faults) {
   if (!faults.confirmed) {
-    return "not told";
+    return faults.confirmedOutcome.isMissing() ? outcomeText(faults.confirmedOutcome) : "not told";
   }
   std::string text = faults.confirmed->empty() ? "none" : std::to_string(faults.confirmed->size());
   if (faults.pending && !faults.pending->empty()) {
     text += fmt::format(", {} pending", faults.pending->size());
+  } else if (faults.pendingOutcome.isMissing()) {
+    text += fmt::format(", pending {}", outcomeText(faults.pendingOutcome));
+  }
+  if (faults.isMiscounted()) {
+    text += fmt::format(", counts {}", *faults.count);
   }
   return text;
 }

@@ -18,6 +18,14 @@ void addReason(Json& object, const char* key, const Section& section) {
   }
 }
 
+// "confirmedState" beside "confirmed", and "confirmedReason" where it was refused.
+void addState(Json& object, const std::string& key, const Outcome& outcome) {
+  object[key + "State"] = stateText(outcome.state);
+  if (!outcome.reason.empty()) {
+    object[key + "Reason"] = outcome.reason;
+  }
+}
+
 Json toJson(const std::optional<FaultsSection::Amount>& amount) {
   return amount ? Json{{"value", numberOrText(amount->value)}, {"unit", amount->unit}} : Json();
 }
@@ -119,6 +127,10 @@ Json toJson(const SummarySection& section) {
                  {"completeMonitors", orNull(section.complete)},
                  {"incompleteMonitors", orNull(section.incomplete)},
                  {"freezeFrame", orNull(section.frame)}};
+  addState(object, "confirmedCodes", section.confirmedOutcome);
+  addState(object, "pendingCodes", section.pendingOutcome);
+  addState(object, "monitors", section.monitorsOutcome);
+  addState(object, "freezeFrame", section.frameOutcome);
   addReason(object, "summaryReason", section);
   return object;
 }
@@ -130,6 +142,11 @@ Json toJson(const InfoSection& section) {
                  {"verificationNumbers", orNull(section.verificationNumbers)},
                  {"engineSerialNumber", orNull(section.serialNumber)},
                  {"approvalNumber", orNull(section.approvalNumber)}};
+  addState(object, "vin", section.vinOutcome);
+  addState(object, "calibrations", section.calibrationsOutcome);
+  addState(object, "verificationNumbers", section.verificationNumbersOutcome);
+  addState(object, "engineSerialNumber", section.serialNumberOutcome);
+  addState(object, "approvalNumber", section.approvalNumberOutcome);
   addReason(object, "informationReason", section);
   return object;
 }
@@ -142,6 +159,11 @@ Json toJson(const FaultsSection& section) {
   object["confirmed"] = toJson(section.confirmed);
   object["pending"] = toJson(section.pending);
   object["permanent"] = toJson(section.permanent);
+  object["confirmedCount"] = orNull(section.count);
+  addState(object, "mil", section.lampOutcome);
+  addState(object, "confirmed", section.confirmedOutcome);
+  addState(object, "pending", section.pendingOutcome);
+  addState(object, "permanent", section.permanentOutcome);
   addReason(object, "codesReason", section);
   return object;
 }
@@ -155,12 +177,14 @@ Json toJson(const FreezeSection& section) {
                                 {"sensors", toJson(frame.readings)},
                                 {"failures", frame.failures}});
   }
-  addReason(object, "framesReason", section);
+  addState(object, "frames", outcomeOf(section));
   return object;
 }
 
 Json toJson(const MonitorsSection& section) {
   Json object = {{"sinceReset", toJson(section.sinceReset)}, {"thisCycle", toJson(section.thisCycle)}};
+  addState(object, "sinceReset", section.sinceResetOutcome);
+  addState(object, "thisCycle", section.thisCycleOutcome);
   addReason(object, "monitorsReason", section);
   return object;
 }
@@ -168,7 +192,7 @@ Json toJson(const MonitorsSection& section) {
 Json toJson(const TestsSection& section) {
   Json object;
   object["onBoardTests"] = groupsJson(section);
-  addReason(object, "onBoardTestsReason", section);
+  addState(object, "onBoardTests", outcomeOf(section));
   return object;
 }
 
@@ -176,7 +200,7 @@ Json toJson(const OxygenSection& section) {
   Json object;
   object["oxygenSensorMonitorComplete"] = orNull(section.monitorComplete);
   object["oxygenSensorTests"] = groupsJson(section);
-  addReason(object, "oxygenSensorTestsReason", section);
+  addState(object, "oxygenSensorTests", outcomeOf(section));
   return object;
 }
 
@@ -186,7 +210,7 @@ Json toJson(const CountersSection& section) {
   for (const CountersSection::Counter& counter : section.counters) {
     object["counters"].push_back({{"name", counter.name}, {"count", numberOrText(counter.value)}});
   }
-  addReason(object, "countersReason", section);
+  addState(object, "counters", outcomeOf(section));
   return object;
 }
 
@@ -204,7 +228,7 @@ Json toJson(const ValuesSection& section) {
   Json object;
   object["values"] = section.hasContent() ? toJson(section.readings) : Json();
   object["silent"] = section.silent;
-  addReason(object, "valuesReason", section);
+  addState(object, "values", outcomeOf(section));
   return object;
 }
 

@@ -27,10 +27,9 @@ void line(Output& out, std::string_view title, std::string_view text) {
 
 // The title of a section, and why there is nothing below it. True if there is.
 bool begin(Output& out, const Section& section, std::string_view title, const std::string& content) {
-  out.line(section.hasContent()
-               ? fmt::format("  {}: {}", title, content)
-               : out.toned(fmt::format("  {}: {}", title, section.reason),
-                           section.state == Section::State::NoAnswer ? Tone::Caution : Tone::Plain));
+  out.line(section.hasContent() ? fmt::format("  {}: {}", title, content)
+                                : out.toned(fmt::format("  {}: {}", title, section.reason),
+                                            outcomeOf(section).isMissing() ? Tone::Caution : Tone::Plain));
   return section.hasContent();
 }
 
@@ -46,6 +45,13 @@ std::string countText(std::size_t count) {
 
 std::string countText(const std::optional<unsigned>& count) {
   return count ? std::to_string(*count) : std::string("unknown");
+}
+
+// Why something is not known.
+std::string missingText(const Outcome& outcome) {
+  return outcome.state == Outcome::State::NoAnswer ? "unknown (no answer)"
+         : outcome.isMissing()                     ? fmt::format("unknown ({})", outcomeText(outcome))
+                                                   : "unknown";
 }
 
 void printWrapped(Output& out, const std::string& text, std::size_t indent) {
@@ -69,6 +75,11 @@ Table readingTable(const std::vector<Reading>& readings) {
     }
   }
   return table;
+}
+
+// Whether the unit's own count is something else than its list, or stands for a list that did not come.
+bool countDiffers(const FaultsSection& faults) {
+  return faults.isMiscounted() || (!faults.confirmed && faults.count.value_or(0) != 0);
 }
 
 std::string amountText(const FaultsSection& faults) {
@@ -212,12 +223,17 @@ void print(Output& out, const SummarySection& section) {
     begin(out, section, "Summary", {});
     return;
   }
-  out.line(fmt::format("  Trouble codes: {} confirmed, {} pending", countText(section.confirmed),
-                       countText(section.pending)));
-  out.line(fmt::format("  Readiness monitors: {} complete, {} incomplete", countText(section.complete),
-                       countText(section.incomplete)));
-  out.line(
-      fmt::format("  Freeze frame: {}", section.frame ? (*section.frame ? "stored" : "none") : "unknown"));
+  const auto text = [](const std::optional<unsigned>& count, const Outcome& outcome) {
+    return count || !outcome.isMissing() ? countText(count) : missingText(outcome);
+  };
+  out.line(fmt::format("  Trouble codes: {} confirmed, {} pending",
+                       text(section.confirmed, section.confirmedOutcome),
+                       text(section.pending, section.pendingOutcome)));
+  out.line(fmt::format("  Readiness monitors: {} complete, {} incomplete",
+                       text(section.complete, section.monitorsOutcome),
+                       text(section.incomplete, section.monitorsOutcome)));
+  out.line(fmt::format("  Freeze frame: {}", section.frame ? (*section.frame ? "stored" : "none")
+                                                           : missingText(section.frameOutcome)));
   end(out, section);
 }
 
@@ -232,6 +248,15 @@ void print(Output& out, const InfoSection& section) {
   printList(out, "Verification (CVN)", section.verificationNumbers);
   line(out, "Engine serial number", section.serialNumber.value_or(""));
   line(out, "Approval (ERO/TAN)", section.approvalNumber.value_or(""));
+  for (const auto& [title, outcome] :
+       {std::pair("VIN", &section.vinOutcome), std::pair("Calibration", &section.calibrationsOutcome),
+        std::pair("Verification (CVN)", &section.verificationNumbersOutcome),
+        std::pair("Engine serial number", &section.serialNumberOutcome),
+        std::pair("Approval (ERO/TAN)", &section.approvalNumberOutcome)}) {
+    if (outcome->isMissing()) {
+      line(out, title, outcomeText(*outcome));
+    }
+  }
   end(out, section);
 }
 
@@ -239,12 +264,16 @@ void print(Output& out, const FaultsSection& section) {
   struct CodeList {
     const char* title;
     FaultsSection::Codes FaultsSection::*codes;
+    Outcome FaultsSection::*outcome;
   };
-  constexpr CodeList Lists[] = {{"Confirmed codes", &FaultsSection::confirmed},
-                                {"Pending codes", &FaultsSection::pending},
-                                {"Permanent codes", &FaultsSection::permanent}};
+  constexpr CodeList Lists[] = {
+      {"Confirmed codes", &FaultsSection::confirmed, &FaultsSection::confirmedOutcome},
+      {"Pending codes", &FaultsSection::pending, &FaultsSection::pendingOutcome},
+      {"Permanent codes", &FaultsSection::permanent, &FaultsSection::permanentOutcome}};
+  const bool refused = section.lampOutcome.state == Outcome::State::Refused;
   out.line(fmt::format("  Indicator lamp (MIL): {}",
                        section.lamp ? (*section.lamp ? out.toned("on", Tone::Bad) : std::string("off"))
+                       : refused    ? outcomeText(section.lampOutcome)
                                     : std::string("the unit does not tell")));
   if (const std::string amount = amountText(section); !amount.empty()) {
     out.line(fmt::format("  Since {}: {}", section.lamp.value_or(false) ? "the fault" : "codes were cleared",
@@ -252,8 +281,13 @@ void print(Output& out, const FaultsSection& section) {
   }
   for (const CodeList& list : Lists) {
     const FaultsSection::Codes& codes = section.*list.codes;
-    out.line(
-        fmt::format("  {}: {}", list.title, codes ? countText(codes->size()) : std::string("no answer")));
+    out.line(codes ? fmt::format("  {}: {}", list.title, countText(codes->size()))
+                   : out.toned(fmt::format("  {}: {}", list.title, outcomeText(section.*list.outcome)),
+                               (section.*list.outcome).isMissing() ? Tone::Caution : Tone::Plain));
+    if (list.codes == &FaultsSection::confirmed && countDiffers(section)) {
+      out.line(out.toned(fmt::format("{:{}}The unit itself counts {}.", "", Indent, *section.count),
+                         Tone::Caution));
+    }
     for (const CodeEntry& entry : codes.value_or(std::vector<CodeEntry>())) {
       printCode(out, entry, Indent);
     }
@@ -262,7 +296,8 @@ void print(Output& out, const FaultsSection& section) {
 
 void print(Output& out, const FreezeSection& section) {
   if (section.frames.empty()) {
-    out.line(section.hasContent() ? "  No freeze frames" : "  No freeze frames: no answer");
+    out.line(section.hasContent() ? std::string("  No freeze frames")
+                                  : out.toned("  Freeze frames: " + section.reason, Tone::Caution));
   }
   for (const FreezeSection::Frame& frame : section.frames) {
     out.line(fmt::format("  Frame {}", frame.number));
@@ -285,9 +320,14 @@ void print(Output& out, const MonitorsSection& section) {
   }
   if (section.sinceReset) {
     begin(out, section, "Since codes were cleared", progressText(section.sinceReset));
+  } else if (section.sinceResetOutcome.isMissing()) {
+    out.line(
+        out.toned("  Since codes were cleared: " + outcomeText(section.sinceResetOutcome), Tone::Caution));
   }
   if (section.thisCycle) {
     begin(out, section, "This driving cycle", progressText(section.thisCycle));
+  } else if (section.thisCycleOutcome.isMissing()) {
+    out.line(out.toned("  This driving cycle: " + outcomeText(section.thisCycleOutcome), Tone::Caution));
   }
   const MonitorsSection::Monitors& names = section.sinceReset ? section.sinceReset : section.thisCycle;
   Table table({{"Monitor"}, {"Since clearing"}, {"This cycle"}});

@@ -116,7 +116,7 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   constexpr const char* Ready = "Ready for inspection: 4 monitors complete";
   constexpr const char* Complete = "4 readiness monitors complete";
   constexpr const char* Passed = "2 on-board tests passed";
-  constexpr const char* NotAll = "No fault found, but not all was told";
+  constexpr const char* NotAll = "Not all fault codes were told";
   const auto nothing = [](UnitReport&) {};
   const auto all = [](UnitReport& unit) {
     unit.faults.lamp = true;
@@ -137,6 +137,21 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   };
   const auto noFaults = [](UnitReport& unit) { unit.faults = {}; };
   const auto noPending = [](UnitReport& unit) { unit.faults.pending.reset(); };
+  const auto refusedPermanent = [](UnitReport& unit) {
+    unit.faults.permanent.reset();
+    unit.faults.permanentOutcome = {velmara::Outcome::State::Refused, "busy"};
+  };
+  const auto silentPermanent = [](UnitReport& unit) {
+    unit.faults.permanent.reset();
+    unit.faults.permanentOutcome.state = velmara::Outcome::State::NoAnswer;
+  };
+  const auto lampAndSilence = [](UnitReport& unit) {
+    unit.faults.lamp = true;
+    unit.faults.confirmed.reset();
+    unit.faults.confirmedOutcome.state = velmara::Outcome::State::NoAnswer;
+    unit.faults.count = 2;
+  };
+  const auto uncounted = [](UnitReport& unit) { unit.faults.count = 1; };
   const auto noMonitors = [](UnitReport& unit) { unit.monitors = {}; };
   const Case cases[] = {
       {nothing, Tone::Good, {"No fault found", Ready, Passed}},
@@ -158,6 +173,22 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
         "1 of 3 on-board tests failed, 1 without result"}},
       {noFaults, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
       {noPending, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
+      {refusedPermanent,
+       Tone::Caution,
+       {NotAll, "1 of 2 control units did not tell", "7E8 (ECM), permanent codes: refused: busy", Complete,
+        Passed}},
+      {silentPermanent,
+       Tone::Good,
+       {"No confirmed or pending codes", "1 of 2 control units did not tell permanent codes", Ready, Passed}},
+      {lampAndSilence,
+       Tone::Bad,
+       {"Lamp on, but not all fault codes were told", "1 of 2 control units did not tell",
+        "7E8 (ECM), confirmed codes: no answer", "7E8 (ECM) counts 2 confirmed codes and lists none",
+        Complete, Passed}},
+      {uncounted,
+       Tone::Bad,
+       {"Faults are counted, but not listed", "7E8 (ECM) counts 1 confirmed code and lists 0", Complete,
+        Passed}},
       {noMonitors,
        Tone::Caution,
        {"No fault found", "Readiness for inspection unknown: 1 control unit", Passed}}};
@@ -189,7 +220,7 @@ TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {
   const CodeEntry code{evil, evil, {{{evil, evil}, evil}, {{evil}, evil}}};
   for (const Section::State state :
        {Section::State::NotRead, Section::State::Complete, Section::State::Partial, Section::State::NoAnswer,
-        Section::State::NotOffered}) {
+        Section::State::Refused, Section::State::Unusable, Section::State::NotOffered}) {
     VehicleReport report;
     report.link = {evil, true, evil, evil, evil, evil, 12.5};
     UnitReport unit = soundUnit();

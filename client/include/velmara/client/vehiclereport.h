@@ -21,6 +21,8 @@ struct Section {
     Complete,    ///< all that the control unit has
     Partial,     ///< some answers did not come
     NoAnswer,    ///< none came
+    Refused,     ///< the control unit refused
+    Unusable,    ///< what came could not be used
     NotOffered,  ///< the control unit does not have it
   };
 
@@ -29,6 +31,25 @@ struct Section {
 
   bool hasContent() const { return state == State::Complete || state == State::Partial; }
 };
+
+/// What came of one question to a control unit.
+struct Outcome {
+  enum class State { NotRead, Read, Refused, NoAnswer, Unusable, NotOffered };
+
+  State state = State::NotRead;
+  std::string reason;  ///< why the unit refused: "conditions not correct"
+
+  /// Asked for in vain.
+  bool isMissing() const {
+    return state == State::Refused || state == State::NoAnswer || state == State::Unusable;
+  }
+};
+/// "read", "refused", "no answer", "unusable", "not offered" or "not read".
+VELMARA_EXPORT const char* stateText(Outcome::State state);
+/// The same with the reason: "refused: conditions not correct".
+VELMARA_EXPORT std::string outcomeText(const Outcome& outcome);
+/// What came of a section that asks for one thing.
+VELMARA_EXPORT Outcome outcomeOf(const Section& section);
 
 /// The way to the vehicle.
 struct LinkSection {
@@ -80,11 +101,21 @@ struct FaultsSection : Section {
   using Codes = std::optional<std::vector<CodeEntry>>;
 
   std::optional<bool> lamp;
+  std::optional<int> count;        ///< confirmed codes as the unit counts them beside the lamp
   std::optional<Amount> distance;  ///< since the fault if the lamp is on, else since the codes were cleared
   std::optional<Amount> runTime;   ///< likewise
   Codes confirmed;
   Codes pending;
   Codes permanent;
+  Outcome lampOutcome;
+  Outcome confirmedOutcome;
+  Outcome pendingOutcome;
+  Outcome permanentOutcome;
+
+  /// Whether the unit counts other than it lists.
+  bool isMiscounted() const {
+    return count && confirmed && static_cast<std::size_t>(*count) != confirmed->size();
+  }
 };
 
 /// What was measured when faults came.
@@ -117,6 +148,8 @@ struct MonitorsSection : Section {
 
   Monitors sinceReset;
   Monitors thisCycle;  ///< nothing, too, where the unit does not offer it
+  Outcome sinceResetOutcome;
+  Outcome thisCycleOutcome;
 };
 
 /// Results of on-board monitoring (service 06), or of oxygen sensor tests (service 05, before CAN).
@@ -154,6 +187,11 @@ struct InfoSection : Section {
   std::optional<std::vector<std::string>> verificationNumbers;  ///< of the calibrations (CVN)
   std::optional<std::string> serialNumber;                      ///< of the engine
   std::optional<std::string> approvalNumber;  ///< exhaust regulation or type approval (ERO/TAN)
+  Outcome vinOutcome;
+  Outcome calibrationsOutcome;
+  Outcome verificationNumbersOutcome;
+  Outcome serialNumberOutcome;
+  Outcome approvalNumberOutcome;
 };
 
 /// In-use performance counters.
@@ -190,6 +228,10 @@ struct SummarySection : Section {
   std::optional<unsigned> complete;    ///< readiness monitors
   std::optional<unsigned> incomplete;  ///< likewise
   std::optional<bool> frame;           ///< whether a freeze frame is stored
+  Outcome confirmedOutcome;
+  Outcome pendingOutcome;
+  Outcome monitorsOutcome;
+  Outcome frameOutcome;
 };
 
 struct UnitReport {
