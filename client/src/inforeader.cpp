@@ -2,12 +2,28 @@
 
 #include <utility>
 
+#include "parameters/identificationnumber.h"
+#include "rawrequest.h"
 #include "sectionreader.h"
 #include "services/iecuservice.h"
+#include "vinframes.h"
 
 namespace velmara {
 
 namespace {
+
+// In the library's cycle of 30 years, which begins in 1996; 0 if the number tells none.
+int modelYearOf(const std::string& vin) {
+  using Vin = obd::VehicleIdentificationNumber;
+  constexpr std::size_t VinLength = 17;
+  constexpr std::size_t YearPosition = 9;
+  constexpr int FirstYear = 1996;
+  if (vin.size() != VinLength) {
+    return 0;
+  }
+  const int earlier = Vin::getEarlierVin(vin[YearPosition]);
+  return earlier >= FirstYear ? earlier : Vin::getLaterVin(vin[YearPosition]);
+}
 
 class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObserver> {
  public:
@@ -36,6 +52,9 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
       setNotListed(session(), ecu(), obd::ObdMode::Mode09, answers(), gathered, what);
     } else {
       answers().wait();
+      if (m_vinUnread && !answers().gaveUp()) {
+        readRawVin();
+      }
       answers().conclude(gathered);
     }
     return std::move(gathered);
@@ -52,11 +71,36 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
 
   void onVehicleIdentificationNumberUpdated(bool /*success*/, const std::string& vin,
                                             int modelYear) override {
+    if (vin.empty() && !isCan(ecu().protocol())) {
+      m_vinUnread = true;  // which does not count yet
+      m_info.vinOutcome = outcomeOf(service().lastReply(), false);
+      answers().alive();
+      return;
+    }
     take(vin, m_info.vin, m_info.vinOutcome);
-    if (m_info.vin && modelYear > 0) {
-      m_info.modelYear = modelYear;
+    describeVin(modelYear);
+  }
+
+  // The library's record takes frames without check bytes only.
+  void readRawVin() {
+    const auto request = std::make_shared<RawRequest>(obd::VehicleIdentificationNumber());
+    answers().ask({request}, [this, &request](std::size_t /*index*/, bool /*success*/) {
+      m_info.vin = VinFrames::vinOf(request->replyOf(ecu().id()));
+      if (m_info.vin) {
+        m_info.vinOutcome = {Outcome::State::Read, {}};
+        describeVin(modelYearOf(*m_info.vin));
+      }
+      answers().heard(m_info.vinOutcome);
+    });
+  }
+
+  void describeVin(int modelYear) {
+    if (m_info.vin) {
+      m_info.vinCheckDigitFits = VinFrames::checkDigitFits(*m_info.vin);
+      m_info.modelYear = modelYear > 0 ? std::optional(modelYear) : std::nullopt;
     }
   }
+
   void onCalibrationIdentificationsUpdated(bool /*success*/, const Texts& ids) override {
     take(ids, m_info.calibrations, m_info.calibrationsOutcome);
   }
@@ -77,6 +121,7 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
   }
   void onRefreshDone() override { answers().finish(); }
 
+  bool m_vinUnread = false;  // by the library
   InfoSection m_info;
   CountersSection m_counters;
 };

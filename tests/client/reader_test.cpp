@@ -71,6 +71,30 @@ TEST_F(ClientTest, ReadsEachUnitByItself) {
   EXPECT_EQ(failureOf([&] { readFaults(session, {0x123, "123", "", ""}); }), Kind::NoData);
 }
 
+// Whatever an adapter leaves behind each frame before CAN.
+TEST_F(ClientTest, ReadsTheVinOnEveryProtocolBeforeCan) {
+  struct Car {
+    const char* name;
+    const char* vin;
+    int modelYear;
+  };
+  const Car cars[] = {{"j1850-pwm", "1VM40PUP931001850", 2003},
+                      {"j1850-vpw", "1VM38SAL051018502", 2005},
+                      {"iso9141", "1VM22SAL2Y1009141", 2000},
+                      {"kwp-slow", "1VM18SAL421001804", 2002},
+                      {"kwp-fast", "1VM14HATX41002005", 2004}};
+  for (const Car& car : cars) {
+    SCOPED_TRACE(car.name);
+    connect(car.name);
+    const InfoSection info = readInfo(session, unit());
+    EXPECT_EQ(info.vin, car.vin);
+    EXPECT_EQ(info.vinCheckDigitFits, true);
+    EXPECT_EQ(info.modelYear, car.modelYear);
+    EXPECT_EQ(info.state, State::Complete) << info.reason;
+    session.disconnect();
+  }
+}
+
 // Whenever the link goes: the reading ends soon, by the word that it is lost.
 TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
   constexpr std::uint32_t Soon = 15000;

@@ -174,6 +174,10 @@ void term(Page& page, std::string_view title, std::string_view text, std::string
   }
 }
 
+void checkDigitTerm(Page& page, std::optional<bool> fits) {
+  term(page, "VIN check", fits ? checkDigitText(*fits) : "");
+}
+
 // A dash for a number that is none.
 std::string withUnit(const std::string& value, const std::string& unit) {
   return value.empty() ? "–" : unit.empty() ? value : value + " " + unit;
@@ -490,7 +494,10 @@ void addIdentity(Page& page, const UnitReport& unit, const std::string& knownVin
     term(page, "Standard", unit.identity.standard);
     term(page, "Engine", unit.identity.ignition);
     const std::string vin = unit.info.vin.value_or("");
-    term(page, "VIN", vin == knownVin ? "" : vin, "class=\"vin\"");
+    if (vin != knownVin) {
+      term(page, "VIN", vin, "class=\"vin\"");
+      checkDigitTerm(page, unit.info.vinCheckDigitFits);
+    }
     term(page, "Calibrations", list(unit.info.calibrations));
     term(page, "Verification (CVN)", list(unit.info.verificationNumbers));
     term(page, "Engine serial number", unit.info.serialNumber.value_or(""));
@@ -550,12 +557,13 @@ void addVerdict(Page& page, const Verdict& verdict) {
 // The identity that the first control unit with a VIN tells.
 struct Identity {
   std::string vin;
+  std::optional<bool> checkDigitFits;
   std::optional<int> modelYear;
 };
 Identity identityOf(const VehicleReport& report) {
   for (const UnitReport& unit : report.units) {
     if (unit.info.vin) {
-      return {*unit.info.vin, unit.info.modelYear};
+      return {*unit.info.vin, unit.info.vinCheckDigitFits, unit.info.modelYear};
     }
   }
   return {};
@@ -567,6 +575,7 @@ void addVehicle(Page& page, const VehicleReport& report, const Identity& identit
   const Element terms = page.open("dl");
   const LinkSection& link = report.link;
   term(page, "VIN", identity.vin.empty() ? "not told" : identity.vin, "class=\"vin\"");
+  checkDigitTerm(page, identity.checkDigitFits);
   term(page, "Model year", identity.modelYear ? std::to_string(*identity.modelYear) : "");
   term(page, "Protocol", link.protocol);
   term(page, "Battery", link.voltage ? fmt::format("{:.1f} V at the adapter", *link.voltage) : "");

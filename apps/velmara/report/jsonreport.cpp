@@ -137,6 +137,7 @@ Json toJson(const SummarySection& section) {
 
 Json toJson(const InfoSection& section) {
   Json object = {{"vin", orNull(section.vin)},
+                 {"vinCheckDigitFits", orNull(section.vinCheckDigitFits)},
                  {"modelYear", orNull(section.modelYear)},
                  {"calibrations", orNull(section.calibrations)},
                  {"verificationNumbers", orNull(section.verificationNumbers)},

@@ -242,7 +242,12 @@ void print(Output& out, const InfoSection& section) {
     begin(out, section, "Vehicle information", {});
     return;
   }
-  line(out, "VIN", section.vin.value_or(""));
+  if (section.vin) {
+    line(out, "VIN",
+         *section.vin + (section.vinCheckDigitFits
+                             ? fmt::format(" ({})", checkDigitText(*section.vinCheckDigitFits))
+                             : std::string()));
+  }
   line(out, "Model year", section.modelYear ? std::to_string(*section.modelYear) : "");
   printList(out, "Calibration", section.calibrations);
   printList(out, "Verification (CVN)", section.verificationNumbers);

@@ -28,4 +28,8 @@ const char* verdictText(TestsSection::Verdict verdict) {
   return "no result";
 }
 
+const char* checkDigitText(bool fits) {
+  return fits ? "check digit fits" : "check digit does not fit";
+}
+
 }  // namespace velmara

@@ -82,7 +82,8 @@ TEST_F(CliSections, TellsOfAPetrolCar) {
   EXPECT_TRUE(tcmTests.at("onBoardTests").is_null());
   EXPECT_TRUE(has(tcmTests.at("onBoardTestsReason"), "offers no"));
 
-  expectShown(info->finish(), {"Engine Control Module", "EOBD and OBD II", "1VM20SAL6R1000417", "2024"});
+  expectShown(info->finish(),
+              {"Engine Control Module", "EOBD and OBD II", "1VM20SAL6R1000417 (check digit fits)", "2024"});
   const json ecm = unitOf(parsed(infoJson->finish()), "7E8");
   ASSERT_EQ(ecm.at("counters").size(), 20U);
   EXPECT_EQ(ecm.at("counters").at(0).at("count"), 1024);
@@ -131,6 +132,8 @@ TEST_F(CliSections, TellsOfAnOldCarAndATruck) {
   }
   EXPECT_EQ(failed, 2U);
   const json identity = unitOf(parsed(oldInfo->finish()), "10");
+  EXPECT_EQ(identity.at("vin"), "1VM22SAL2Y1009141");
+  EXPECT_EQ(identity.at("vinCheckDigitFits"), true);
   EXPECT_EQ(identity.at("calibrations"), (json{"VSIM22-ECM-9141"}));
   EXPECT_TRUE(identity.at("counters").is_null());
   EXPECT_TRUE(has(identity.at("countersReason"), "offers no in-use counters"));

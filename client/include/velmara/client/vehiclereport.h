@@ -182,6 +182,7 @@ struct OxygenSection : TestsSection {
 /// Vehicle information (service 09). Nothing stands for what the unit does not offer or did not answer.
 struct InfoSection : Section {
   std::optional<std::string> vin;
+  std::optional<bool> vinCheckDigitFits;  ///< nothing where the VIN has not the form of a North American one
   std::optional<int> modelYear;
   std::optional<std::vector<std::string>> calibrations;
   std::optional<std::vector<std::string>> verificationNumbers;  ///< of the calibrations (CVN)
