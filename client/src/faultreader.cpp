@@ -66,16 +66,6 @@ FreezeSection FaultReader::readFreeze() {
   return section;
 }
 
-bool FaultReader::clear() {
-  service().clearCodes();
-  answers().wait();
-  if (!m_cleared) {
-    throw Failure(Failure::Kind::NoData, "The vehicle does not answer any more.",
-                  "Is the ignition still on, and the adapter in its socket?");
-  }
-  return *m_cleared;
-}
-
 void FaultReader::takeCodes(const Codes& codes, const Outcome& outcome, FaultsSection::Codes& place) const {
   if (outcome.state == Outcome::State::Read) {
     place = explainCodes(rowsOf(codes), m_make);
@@ -124,10 +114,6 @@ void FaultReader::onPermanentCodesUpdated(bool /*success*/, const Codes& codes) 
   } else {
     answers().heard(m_faults.permanentOutcome);
   }
-}
-
-void FaultReader::onMilResetUpdated(bool success, bool cleared) {
-  m_cleared = success && cleared;
 }
 
 // The frame behind the last one may be told by silence.
@@ -181,10 +167,6 @@ FaultsSection readFaults(Session& session, const ControlUnit& unit, const ReadOp
 
 FreezeSection readFreeze(Session& session, const ControlUnit& unit, const ReadOptions& options) {
   return FaultReader(session, unit, options, "freeze frames").readFreeze();
-}
-
-bool clearCodes(Session& session, const ControlUnit& unit, const ReadOptions& options) {
-  return FaultReader(session, unit, options, "clearing").clear();
 }
 
 }  // namespace velmara

@@ -17,8 +17,6 @@ class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubl
 
   FaultsSection readFaults();
   FreezeSection readFreeze();
-  /// Clears in all control units. True if this one has confirmed. Throws `Failure` if nothing comes for long.
-  bool clear();
 
  private:
   using Codes = obd::ITroubleCodeService::Codes;
@@ -29,7 +27,7 @@ class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubl
   void onConfirmedCodesUpdated(bool success, const Codes& codes) override;
   void onPendingCodesUpdated(bool success, const Codes& codes) override;
   void onPermanentCodesUpdated(bool success, const Codes& codes) override;
-  void onMilResetUpdated(bool success, bool cleared) override;
+  void onMilResetUpdated(bool /*success*/, bool /*cleared*/) override {}
   void onFreezeFrameCodeUpdated(int id, bool success, const std::shared_ptr<obd::DtcDataModel>& code,
                                 int frame) override;
   void onFreezeFrameSensorUpdated(int id, bool success,
@@ -49,7 +47,6 @@ class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubl
   const std::string m_make;
   FaultsSection m_faults;
   std::map<int, FreezeSection::Frame> m_frames;  // by number
-  std::optional<bool> m_cleared;                 // nothing before it was told
 };
 
 }  // namespace velmara

@@ -105,7 +105,7 @@ TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
                                      [](Session& s, const ControlUnit& u) { readOxygen(s, u); },
                                      [](Session& s, const ControlUnit& u) { readValues(s, u); },
                                      [](Session& s, const ControlUnit& u) { readInfo(s, u); },
-                                     [](Session& s, const ControlUnit& u) { clearCodes(s, u); }};
+                                     [](Session& s, const ControlUnit& /*u*/) { clearCodes(s); }};
   for (std::size_t i = 0; i < reads.size(); ++i) {
     for (const unsigned later : {0U, 2U}) {
       if (later != 0 && i == reads.size() - 1) {
@@ -206,7 +206,7 @@ TEST_F(ClientTest, SilenceHasALimit) {
 
 TEST_F(ClientTest, ClearsAndStartsRoutines) {
   connect("petrol-can11");
-  EXPECT_TRUE(clearCodes(session, unit()));
+  EXPECT_EQ(clearCodes(session).at(unit().id).result, ClearOutcome::Result::Acknowledged);
   EXPECT_TRUE(readFaults(session, unit()).confirmed->empty());
   const RoutinesSection routines = readRoutines(session, unit());
   ASSERT_TRUE(routines.hasContent());

@@ -8,18 +8,21 @@
 #include "commands/command.h"
 #include "programsession.h"
 #include "report/jsonreport.h"
+#include "velmara/client/texts.h"
 #include "velmara/client/vehiclereader.h"
 
 namespace velmara {
 
 namespace {
 
+using Result = ClearOutcome::Result;
+
 // A control unit before and after.
 struct Cleared {
   ControlUnit unit;
   FaultsSection before;
   FaultsSection after;
-  std::optional<bool> confirmed;  // its own answer, if it was asked for
+  ClearOutcome outcome;
 };
 
 // What clearing is to remove. Permanent codes stay until the unit has seen the fault gone.
@@ -37,10 +40,6 @@ std::set<std::string> codesOf(std::initializer_list<const FaultsSection::Codes*>
 
 std::set<std::string> erasable(const FaultsSection& faults) {
   return codesOf({&faults.confirmed, &faults.pending});
-}
-
-bool unanswered(const FaultsSection& faults) {
-  return !faults.confirmed && !faults.pending;
 }
 
 class ClearCommand : public Command {
@@ -104,23 +103,12 @@ class ClearCommand : public Command {
                     fmt::join(lines, "\n")));
   }
 
-  // One request clears all units, but only the selected one's answer is told. Where codes remain, that unit
-  // is asked once more, so that it says itself whether it refuses.
   void clear(Session& session, std::vector<Cleared>& units) const {
-    for (std::size_t i = 0; i < units.size(); ++i) {
-      if (i == 0) {
-        units[i].confirmed = clearCodes(session, units[i].unit, m_options);
-      }
-      units[i].after = readFaults(session, units[i].unit, m_options);
-      if (i != 0 && !erasable(units[i].after).empty()) {
-        units[i].confirmed = clearCodes(session, units[i].unit, m_options);
-        units[i].after = readFaults(session, units[i].unit, m_options);
-      }
+    const std::map<unsigned int, ClearOutcome> outcomes = clearCodes(session, m_options);
+    for (Cleared& unit : units) {
+      unit.outcome = outcomes.at(unit.unit.id);
+      unit.after = readFaults(session, unit.unit, m_options);
     }
-  }
-
-  static bool refuses(const Cleared& unit) {
-    return unit.confirmed && !*unit.confirmed && (!erasable(unit.after).empty() || unanswered(unit.after));
   }
 
   static std::vector<std::string> gone(const Cleared& unit) {
@@ -131,22 +119,43 @@ class ClearCommand : public Command {
     return codes;
   }
 
+  // What became of an acknowledged request.
+  static std::string effectOn(const Cleared& unit) {
+    const std::set<std::string> left = erasable(unit.after);
+    const std::vector<std::string> codes = gone(unit);
+    if (!left.empty()) {
+      return fmt::format("cleared, but {} came back at once", fmt::join(left, ", "));
+    }
+    if (!unit.after.confirmed && !unit.after.pending) {
+      return "acknowledged, but does not tell whether codes are left";
+    }
+    if (!codes.empty()) {
+      return fmt::format("cleared {}", fmt::join(codes, ", "));
+    }
+    const bool wasEmpty = unit.before.confirmed && unit.before.pending;
+    return wasEmpty ? "nothing was stored; monitors were reset"
+                    : "acknowledged; what was stored is not known";
+  }
+
+  static std::string describe(const Cleared& unit) {
+    const std::set<std::string> left = erasable(unit.after);
+    const std::string kept = left.empty() ? "" : fmt::format(": keeps {}", fmt::join(left, ", "));
+    const std::vector<std::string> codes = gone(unit);
+    switch (unit.outcome.result) {
+      case Result::Acknowledged:
+        return effectOn(unit);
+      case Result::Refused:
+        return fmt::format("refuses to clear{} ({})", kept, unit.outcome.reason);
+      case Result::NoAnswer:
+        break;
+    }
+    return "no answer" +
+           (left.empty() && !codes.empty() ? fmt::format(", but {} went", fmt::join(codes, ", ")) : kept);
+  }
+
   static void print(Output& out, const std::vector<Cleared>& units) {
     for (const Cleared& unit : units) {
-      const std::set<std::string> left = erasable(unit.after);
-      const std::vector<std::string> codes = gone(unit);
-      std::string text;
-      if (refuses(unit)) {
-        text = left.empty() ? "does not confirm"
-                            : fmt::format("refuses to clear: keeps {}", fmt::join(left, ", "));
-      } else if (!left.empty()) {
-        text = fmt::format("cleared, but {} came back at once", fmt::join(left, ", "));
-      } else if (unanswered(unit.after)) {
-        text = "does not tell whether codes are left";
-      } else {
-        text = codes.empty() ? "no codes to clear" : fmt::format("cleared {}", fmt::join(codes, ", "));
-      }
-      out.line(fmt::format("{}: {}", unit.unit.title(), text));
+      out.line(fmt::format("{}: {}", unit.unit.title(), describe(unit)));
       if (const std::set<std::string> permanent = codesOf({&unit.after.permanent}); !permanent.empty()) {
         out.line(fmt::format("  Permanent codes stay until the unit sees the fault gone: {}",
                              fmt::join(permanent, ", ")));
@@ -155,10 +164,13 @@ class ClearCommand : public Command {
   }
 
   static Json toJson(Session& session, const std::vector<Cleared>& units) {
+    constexpr const char* Answers[] = {"none", "refused", "acknowledged"};
     Json list = Json::array();
     for (const Cleared& unit : units) {
       Json entry = unitJson(unit.unit);
-      entry["refuses"] = refuses(unit);
+      entry["answer"] = Answers[static_cast<std::size_t>(unit.outcome.result)];
+      entry["reason"] = unit.outcome.reason.empty() ? Json() : Json(unit.outcome.reason);
+      entry["refuses"] = unit.outcome.result == Result::Refused;
       entry["cleared"] = gone(unit);
       entry["left"] = erasable(unit.after);
       list.push_back(std::move(entry));
@@ -166,17 +178,36 @@ class ClearCommand : public Command {
     return {{"link", session.link().text()}, {"units", list}};
   }
 
+  // What a silent unit did is told by its codes alone.
+  static bool isSilent(const Cleared& unit) {
+    return unit.outcome.result == Result::NoAnswer &&
+           (!erasable(unit.after).empty() || !unit.after.confirmed || !unit.after.pending);
+  }
+
   static ExitCode verdict(const std::vector<Cleared>& units) {
     std::vector<std::string> refusing;
+    std::vector<std::string> silent;
+    bool acknowledged = false;
     for (const Cleared& unit : units) {
-      if (refuses(unit)) {
+      acknowledged = acknowledged || unit.outcome.result == Result::Acknowledged;
+      if (unit.outcome.result == Result::Refused) {
         refusing.push_back(unit.unit.title());
+      } else if (isSilent(unit)) {
+        silent.push_back(unit.unit.title());
       }
     }
     if (!refusing.empty()) {
       throw Failure(Failure::Kind::NoData,
                     fmt::format("Not all was cleared: {} refused.", fmt::join(refusing, ", ")),
                     "Many vehicles clear only with the ignition on and the engine off.");
+    }
+    if (!silent.empty()) {
+      throw Failure(
+          Failure::Kind::NoData,
+          fmt::format("Whether all was cleared is not known: no answer from {}.", fmt::join(silent, ", ")));
+    }
+    if (!acknowledged) {
+      throw Failure(Failure::Kind::NoData, "No control unit has acknowledged.");
     }
     return ExitCode::Ok;
   }

@@ -125,6 +125,40 @@ TEST_F(CliCodes, ClearsWhatIsConfirmedAndSaysWhoRefuses) {
   }
 }
 
+TEST_F(CliCodes, ClearTellsWhatEachUnitAnswered) {
+  struct Case {
+    const char* lines;  // of the one unit
+    int code;
+    const char* line;
+    const char* answer;
+  };
+  const Case cases[] = {
+      {"codes = none", 0, "nothing was stored; monitors were reset", "acknowledged"},
+      {"codes = P0171", 0, "cleared P0171", "acknowledged"},
+      {"codes = none\nanswer 04 = silence", 6, "no answer", "none"},
+      {"codes = P0171\nanswer 04 = silence", 6, "no answer: keeps P0171", "none"},
+      {"codes = none\nclear = no", 6, "refuses to clear (Conditions not correct)", "refused"},
+      {"codes = P0171\nanswer 04 = refuse 31", 6, "refuses to clear: keeps P0171 (code 31)", "refused"}};
+  std::vector<std::pair<std::unique_ptr<Process>, std::unique_ptr<Process>>> runs;
+  for (const Case& row : cases) {
+    const std::string file =
+        write(std::to_string(runs.size()) + ".vehicle",
+              std::string("name = x\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 E5 04\n") +
+                  "01 0C = 0C 10\n" + row.lines + "\n");
+    runs.emplace_back(start("clear --yes --link demo:" + file),
+                      start("clear --yes --json --link demo:" + file));
+  }
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    SCOPED_TRACE(cases[i].lines);
+    const Result result = runs[i].first->finish();
+    EXPECT_EQ(result.code, cases[i].code) << result.err;
+    EXPECT_EQ(result.out, std::string("7E8 (ECM): ") + cases[i].line + "\n");
+    // Advice about a running engine belongs to a refusal.
+    EXPECT_EQ(has(result.err, "engine off"), has(cases[i].answer, "refused")) << result.err;
+    EXPECT_EQ(unitOf(parsed(runs[i].second->finish(), cases[i].code), "7E8").at("answer"), cases[i].answer);
+  }
+}
+
 TEST_F(CliCodes, LooksUpWithoutAVehicle) {
   const Result shown = run("lookup P0300 p1000 P1FFF U3FFF");
   EXPECT_EQ(shown.err, "");

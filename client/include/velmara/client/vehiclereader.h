@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -57,10 +58,19 @@ VELMARA_EXPORT ValuesSection readValues(Session& session, const ControlUnit& uni
 VELMARA_EXPORT void readUnit(Session& session, const ControlUnit& unit, const ReadOptions& options,
                              bool liveValues, UnitReport& report);
 
-/// Clears trouble codes and freeze frames, in all control units: one request reaches them all. True if this
-/// one has confirmed. Throws `Failure` like the readers, NoData also if no answer comes for long. After a
-/// failure it is not known whether codes were cleared.
-VELMARA_EXPORT bool clearCodes(Session& session, const ControlUnit& unit, const ReadOptions& options = {});
+/// What a control unit answered when it was to clear.
+struct ClearOutcome {
+  enum class Result { NoAnswer, Refused, Acknowledged };
+
+  Result result = Result::NoAnswer;
+  std::string reason;  ///< why the unit refused
+};
+
+/// Clears trouble codes and freeze frames, in all control units: one request reaches them all. Gives the
+/// outcome of each by its identifier. Throws `Failure` like the readers, NoData also if the request is not
+/// through for long. After a failure it is not known whether codes were cleared.
+VELMARA_EXPORT std::map<unsigned int, ClearOutcome> clearCodes(Session& session,
+                                                               const ReadOptions& options = {});
 
 /// How a routine fared.
 struct RoutineOutcome {
