@@ -98,9 +98,9 @@ class ClearCommand : public Command {
                                   codes.empty() ? "no codes" : fmt::format("{}", fmt::join(codes, ", "))));
     }
     return session.confirm(
-        fmt::format("{}\nThis clears the codes above, the freeze frames and the results of on-board tests.\n"
-                    "Clear them?",
-                    fmt::join(lines, "\n")));
+        fmt::format("{}\nThis clears the codes above, the freeze frames and the results of on-board tests,\n"
+                    "over the link {}. Clear them?",
+                    fmt::join(lines, "\n"), printable(session.link().text())));
   }
 
   void clear(Session& session, std::vector<Cleared>& units) const {

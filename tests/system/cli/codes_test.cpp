@@ -102,7 +102,8 @@ TEST_F(CliCodes, ClearsWhatIsConfirmedAndSaysWhoRefuses) {
   EXPECT_EQ(broken->stop("[y/N]", SIGINT).code, 130);
   const Result kept = no->finish();
   EXPECT_EQ(kept.code, 0);
-  expectAll(kept.err, {"7E8 (ECM): P0171, P0301, P0420, P0442", "Nothing was cleared"});
+  expectAll(kept.err,
+            {"7E8 (ECM): P0171, P0301, P0420, P0442", "over the link demo:", "Nothing was cleared"});
   expectShown(yes->finish(), {"7E8 (ECM): cleared P0171, P0301, P0420, P0442"});
 
   expectShown(iso->finish(), {"cleared P0133, P0300, P0420"});
