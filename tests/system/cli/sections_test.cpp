@@ -191,6 +191,7 @@ TEST_F(CliSections, SaysWhyNothingCame) {
                         {"info", "does not tell anything about itself", "informationReason"},
                         {"summary", "does not tell its state", "summaryReason"},
                         {"codes", "does not tell its trouble codes", "codesReason"},
+                        {"freeze", "does not tell its freeze frames", "framesReason"},
                         {"routine --yes --run 1", "is not known: 7E8", nullptr}};
   std::vector<std::unique_ptr<Process>> runs;
   for (const Case& row : cases) {
