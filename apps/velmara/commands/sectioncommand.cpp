@@ -107,6 +107,7 @@ class SectionCommand : public Command {
     session.connect();
     Json units = Json::array();
     bool any = false;
+    bool silent = false;
     bool first = true;
     for (const ControlUnit& unit : session.chosenUnits(m_ecu)) {
       options.progress = progressOf(program.notes, unit);
@@ -114,6 +115,7 @@ class SectionCommand : public Command {
       program.notes.endPhases();
       for (const SectionRow* section : m_sections) {
         any = any || section->state(report).hasContent();
+        silent = silent || section->state(report).state == Section::State::NoAnswer;
       }
       if (m_json) {
         units.push_back(unitJsonOf(unit, report));
@@ -129,8 +131,8 @@ class SectionCommand : public Command {
       printJson(program.out, {{"link", session.link().text()}, {"units", units}}, true);
     }
     program.out.flush();
-    if (!any && m_row.nothing != nullptr) {
-      throw Failure(Failure::Kind::NoData, m_row.nothing, "Is the ignition on? Try again.");
+    if (!any) {  // what is not on offer does not come with the ignition either
+      throw Failure(Failure::Kind::NoData, m_row.nothing, silent ? "Is the ignition on? Try again." : "");
     }
     return ExitCode::Ok;
   }

@@ -197,15 +197,22 @@ TEST_F(CliSections, SaysWhyNothingCame) {
   for (const Case& row : cases) {
     runs.push_back(start(row.command + link));
   }
+  const std::string bare =
+      write("bare.vehicle", "name = Bare\nprotocol = 6\n[unit ECM 7E8]\n01 0C = 0C 10\n");
+  const auto unoffered = start("tests --link demo:" + bare);
   for (std::size_t i = 0; i < runs.size(); ++i) {
     SCOPED_TRACE(cases[i].command);
     const Result result = runs[i]->finish();
     expectComplaint(result, 6, cases[i].words);
+    EXPECT_EQ(has(result.err, "Is the ignition on?"), cases[i].reason != nullptr) << result.err;
     const json document = parsed(result, 6);
     if (cases[i].reason != nullptr) {
       EXPECT_EQ(document.at("units").at(0).at(cases[i].reason), "The control unit does not answer.");
     }
   }
+  const Result connected = unoffered->finish();
+  expectComplaint(connected, 6, "no test results");
+  EXPECT_FALSE(has(connected.err, "ignition")) << connected.err;
 }
 
 TEST_F(CliSections, TalksToTheAdapterUntilTheLinkOrTheUserEnds) {
