@@ -166,7 +166,7 @@ std::string Link::text() const {
 
 Link parseLink(std::string_view text) {
   if (printable(text) != text) {
-    reject(text, "it holds control characters.");
+    reject(text, "it holds control characters, or bytes that are no UTF-8.");
   }
   const std::size_t colon = text.find(':');
   const std::string scheme = lower(text.substr(0, colon));

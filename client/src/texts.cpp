@@ -39,15 +39,44 @@ std::string cutToWidth(std::string_view text, std::size_t width) {
   return std::string(text.substr(0, end));
 }
 
+std::optional<Character> firstCharacter(std::string_view text) {
+  struct Form {
+    unsigned mask;
+    unsigned lead;
+    std::size_t length;
+    unsigned lowest;  // a longer form than needed is none
+  };
+  constexpr Form Forms[] = {
+      {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+  const unsigned lead = static_cast<unsigned char>(text.front());
+  for (const Form& form : Forms) {
+    if ((lead & form.mask) != form.lead || text.size() < form.length) {
+      continue;
+    }
+    unsigned code = lead & ~form.mask & 0xFFU;
+    for (std::size_t i = 1; i < form.length; ++i) {
+      const unsigned next = static_cast<unsigned char>(text[i]);
+      if ((next & 0xC0U) != 0x80U) {
+        return std::nullopt;
+      }
+      code = (code << 6U) | (next & 0x3FU);
+    }
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    return code < form.lowest || code > 0x10FFFF || surrogate ? std::nullopt
+                                                              : std::optional(Character{form.length, code});
+  }
+  return std::nullopt;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    // U+0080 to U+009F in UTF-8: control characters to a terminal as well.
-    const bool second =
-        byte == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) >> 5U) == 4;
-    result += byte < 0x20 || byte == 0x7F || second ? '.' : text[i];
-    i += second ? 1 : 0;
+  while (!text.empty()) {
+    const std::optional<Character> character = firstCharacter(text);
+    const bool shown =
+        character && character->code >= 0x20 && (character->code < 0x7F || character->code > 0x9F);
+    const std::size_t length = character ? character->length : 1;
+    result += shown ? text.substr(0, length) : ".";
+    text.remove_prefix(length);
   }
   return result;
 }

@@ -120,9 +120,18 @@ TEST(UntrustedText, ShowsNoControlCharacters) {
   EXPECT_EQ(cutToWidth("°C °F", 4), "°C °");
   EXPECT_EQ(cutToWidth("°C", 9), "°C");
   EXPECT_EQ(printable("a\x1b[31m\nb\x7f"), "a.[31m.b.");
-  EXPECT_EQ(printable("a\xC2\x9B"
-                      "31m\xC2\xB0\xC2"),
-            "a.31m\xC2\xB0\xC2");
+  const std::pair<const char*, const char*> cases[] = {
+      {"a\xC2\x9B"
+       "31m\xC2\xB0\xC2",
+       "a.31m\xC2\xB0."},  // a control character, and half a character
+      {"ELM\x80\xFF"
+       "327\xE9",
+       "ELM..327."},                      // noise, Latin-1
+      {"\xC0\xAF\xED\xA0\x80", "....."},  // too long a form, half of a pair
+      {"k\xCE\xA9 \xF0\x9F\x9A\x97", "k\xCE\xA9 \xF0\x9F\x9A\x97"}};
+  for (const auto& [text, shown] : cases) {
+    EXPECT_EQ(printable(text), shown);
+  }
 }
 
 TEST(NumberText, IsFiniteOrNothing) {

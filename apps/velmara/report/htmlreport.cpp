@@ -19,40 +19,6 @@ namespace {
 constexpr std::size_t CharacterLimit = 4;  // bytes of one character in UTF-8
 constexpr unsigned FirstWide = 0x80;       // the first character of more than one byte
 
-// The length of the character that `text` begins with, and which it is; nothing if it is no UTF-8 (RFC 3629).
-struct Character {
-  std::size_t length = 1;
-  unsigned code = 0;
-};
-std::optional<Character> firstCharacter(std::string_view text) {
-  struct Form {
-    unsigned mask;
-    unsigned lead;
-    std::size_t length;
-    unsigned lowest;  // a longer form than needed is none
-  };
-  constexpr Form Forms[] = {
-      {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
-  const unsigned lead = static_cast<unsigned char>(text.front());
-  for (const Form& form : Forms) {
-    if ((lead & form.mask) != form.lead || text.size() < form.length) {
-      continue;
-    }
-    unsigned code = lead & ~form.mask & 0xFFU;
-    for (std::size_t i = 1; i < form.length; ++i) {
-      const unsigned next = static_cast<unsigned char>(text[i]);
-      if ((next & 0xC0U) != 0x80U) {
-        return std::nullopt;
-      }
-      code = (code << 6U) | (next & 0x3FU);
-    }
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    return code < form.lowest || code > 0x10FFFF || surrogate ? std::nullopt
-                                                              : std::optional(Character{form.length, code});
-  }
-  return std::nullopt;
-}
-
 // Characters that a reader would not see, or that change what the ones around them look like.
 bool isInvisible(unsigned code) {
   struct Range {

@@ -15,7 +15,15 @@ namespace velmara {
 VELMARA_EXPORT std::size_t displayWidth(std::string_view text);
 VELMARA_EXPORT std::string cutToWidth(std::string_view text, std::size_t width);
 
-/// A text for people: control characters become dots.
+/// The character that a text begins with, and how many bytes it takes; nothing if they are no UTF-8 (RFC
+/// 3629). For a text that is not empty.
+struct Character {
+  std::size_t length = 1;
+  unsigned code = 0;
+};
+VELMARA_EXPORT std::optional<Character> firstCharacter(std::string_view text);
+
+/// A text for people: control characters and bytes that are no UTF-8 become dots.
 VELMARA_EXPORT std::string printable(std::string_view text);
 
 /// The number that a text is from its first to its last character; nothing if it is none, or is no finite
