@@ -6,11 +6,26 @@
 #include <cstdio>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "exitcode.h"
 #include "velmara/client/texts.h"
 
 namespace velmara {
+
+namespace {
+
+std::string protocolNames() {
+  std::vector<std::string> names;
+  for (const Protocol& protocol : protocols()) {
+    if (protocol.number != 0) {
+      names.push_back(protocol.name);
+    }
+  }
+  return fmt::format("{}", fmt::join(names, ", "));
+}
+
+}  // namespace
 
 ProgramSession::ProgramSession(Program& program)
     : Session(program.loop, {program.options.logFile, program.settings}), m_program(program) {}
@@ -44,11 +59,14 @@ void ProgramSession::connect() {
     Session::connect(link, options);
   } catch (const Failure& failure) {
     m_program.notes.endPhases();
-    if (failure.kind() == Failure::Kind::NoVehicle && options.protocol.number != 0) {
-      throw Failure(failure.kind(), failure.what(),
-                    "Switch the ignition on, or leave out --protocol so that all are tried.");
+    if (failure.kind() != Failure::Kind::NoVehicle) {
+      throw;
     }
-    throw;
+    throw Failure(failure.kind(), failure.what(),
+                  options.protocol.number == 0
+                      ? fmt::format("{} If you know its protocol, name it with --protocol: {}.",
+                                    failure.advice(), protocolNames())
+                      : "Switch the ignition on, or leave out --protocol so that all are tried.");
   }
   m_program.waiter->releaseAtSignal(false);
   m_program.notes.endPhases("Connected");

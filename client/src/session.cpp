@@ -230,6 +230,14 @@ void Session::State::fail() const {
   obd::IAdapter* const adapter = connection->adapter();
   const std::string name = adapter != nullptr ? printable(adapter->interfaceName()) : std::string();
   const std::string subject = name.empty() ? "The adapter" : "The adapter " + name;
+  // It has named a protocol for the vehicle by then.
+  if (m_protocol.number == 0 && adapter != nullptr && !adapter->protocolName().empty() &&
+      adapter->obdProtocol() == obd::ObdProtocol::Unknown) {
+    throw Failure(
+        Kind::NoVehicle,
+        fmt::format("{} answers, but does not tell the number of the vehicle's protocol{}.", subject, after),
+        "Choose the protocol instead of having all tried.");
+  }
   throw Failure(
       Kind::NoVehicle,
       m_protocol.number == 0
