@@ -9,6 +9,7 @@
 #include <fmt/ranges.h>
 
 #include "exitcode.h"
+#include "velmara/client/library.h"
 #include "velmara/client/texts.h"
 
 namespace velmara {
@@ -32,6 +33,11 @@ ProgramSession::ProgramSession(Program& program)
 
 ProgramSession::~ProgramSession() {
   m_program.notes.endPhases();
+  close();
+  if (const std::string& log = m_program.options.logFile; !log.empty() && !isWholeLog(log)) {
+    m_program.notes.warn(
+        fmt::format("velmara: The log {} is not whole: its disk may be full.", printable(log)));
+  }
   m_program.waiter->releaseSignals();
 }
 

@@ -50,6 +50,7 @@ TEST_F(BadInput, IsRefusedInOptions) {
       {"freeze --link demo:flying-saucer", "petrol-can11"},
       {"ecus --protocol 11", "\"11\" is not a protocol"},
       {"ecus --log " + folder, "log file"},
+      {"ecus --log /dev/full", "No space left on device"},
       {"sensors ''", "empty"},
       {"sensors rpm", "\"rpm\" is not a parameter"},
       {"sensors 0C,,", "parameter"},
@@ -166,6 +167,10 @@ TEST_F(BadInput, LeavesRecordingsWhole) {
   const auto list = start("sensors --list 7F");
   const Result limited =
       shell("trap \"\" XFSZ; ulimit -f 1; exec " + program() + "sensors 0C 05 --record " + full);
+  const std::string log = (m_folder / "velmara.log").string();
+  const Result cut = shell("trap \"\" XFSZ; ulimit -f 1; exec " + program() + "ecus --log " + log);
+  expectComplaint(cut, 0, "is not whole");
+  EXPECT_FALSE(has(run("ecus --log " + log).err, "is not whole"));
   EXPECT_EQ(endless->stop("rpm", SIGINT).code, 130);
   EXPECT_EQ(count->finish().code, 0);
   EXPECT_EQ(run("sensors --force --record " + old + " --link " + ClosedLink).code, 2);

@@ -18,4 +18,7 @@ class VELMARA_EXPORT Library {
   Library& operator=(const Library&) = delete;
 };
 
+/// Whether a log that the library has ended has its last line: not so where the disk has become full.
+VELMARA_EXPORT bool isWholeLog(const std::string& logFile);
+
 }  // namespace velmara
