@@ -17,6 +17,15 @@ UnitSystem parseUnitSystem(const std::string& text) {
                 "It is metric or imperial.");
 }
 
+std::optional<RememberedLink> rememberedLink(SettingsStore& settings) {
+  RememberedLink link;
+  if (settings.value(LinkSetting, link.text)) {
+    return link;
+  }
+  link.isLast = true;
+  return settings.value(LastLinkSetting, link.text) ? std::optional(link) : std::nullopt;
+}
+
 Program::Program() : settings(std::make_shared<SettingsStore>(SettingsStore::defaultFile())) {}
 
 void Program::begin() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "settingsstore.h"
@@ -31,6 +32,13 @@ inline constexpr const char* UnitSetting = "common/unitsystem";
 
 /// A unit system by its name, "metric" or "imperial". Throws `Failure` with a sentence.
 UnitSystem parseUnitSystem(const std::string& text);
+
+/// The link that is used where none is named.
+struct RememberedLink {
+  std::string text;
+  bool isLast = false;  ///< that of last time, not the user's own default
+};
+std::optional<RememberedLink> rememberedLink(SettingsStore& settings);
 
 /// What commands share. Made first thing in `main`.
 class Program {

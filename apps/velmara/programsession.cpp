@@ -83,24 +83,22 @@ Link ProgramSession::chosenLink() const {
   if (!m_program.options.link.empty()) {
     return parseLink(m_program.options.link);
   }
-  for (const auto& [key, name] : {std::pair(LinkSetting, "link"), std::pair(LastLinkSetting, "last-link")}) {
-    std::string text;
-    if (!m_program.settings->value(key, text)) {
-      continue;
-    }
-    try {
-      Link link = parseLink(text);
-      if (key == LastLinkSetting) {
-        m_program.notes.note(fmt::format("Using {}, as last time; --link demo: for the simulated car",
-                                         printable(link.text())));
-      }
-      return link;
-    } catch (const Failure& failure) {
-      throw Failure(failure.kind(), fmt::format("In the settings: {}", failure.what()),
-                    fmt::format("velmara settings {} default forgets it.", name));
-    }
+  const std::optional<RememberedLink> remembered = rememberedLink(*m_program.settings);
+  if (!remembered) {
+    return parseLink("demo:");
   }
-  return parseLink("demo:");
+  try {
+    Link link = parseLink(remembered->text);
+    if (remembered->isLast) {
+      m_program.notes.note(
+          fmt::format("Using {}, as last time; --link demo: for the simulated car", printable(link.text())));
+    }
+    return link;
+  } catch (const Failure& failure) {
+    throw Failure(
+        failure.kind(), fmt::format("In the settings: {}", failure.what()),
+        fmt::format("velmara settings {} default forgets it.", remembered->isLast ? "last-link" : "link"));
+  }
 }
 
 // What only simulates does not take the place of the user's own adapter.

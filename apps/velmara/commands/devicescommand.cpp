@@ -253,8 +253,8 @@ class DevicesCommand : public Command {
 
   ExitCode run(Program& program) override {
     ProgramSession session(program);
-    std::string remembered;
-    program.settings->value(LinkSetting, remembered);
+    const std::optional<RememberedLink> link = rememberedLink(*program.settings);
+    const std::string remembered = link ? link->text : std::string();
     const std::vector<SerialPort> ports = findSerialPorts();
     if (!m_json) {
       if (!remembered.empty()) {

@@ -218,6 +218,7 @@ TEST_F(BadInput, RemembersTheLastLinkThatLedToAVehicle) {
   EXPECT_EQ(runHere("settings last-link").out, "none\n");
   EXPECT_EQ(good->finish().code, 0);
   EXPECT_EQ(runHere("settings last-link").out, car.link + "\n");
+  expectShown(runHere("devices --no-bluetooth"), {("Remembered link: " + car.link + "\n").c_str()});
   EXPECT_EQ(start("ecus")->stop("Using " + car.link + ", as last time", SIGINT).code, 130);
   EXPECT_EQ(runHere("settings last-link default").code, 0);
   EXPECT_EQ(runHere("settings last-link").out, "none\n");
