@@ -31,7 +31,7 @@ class SectionReader : protected Observer {
   SectionReader& operator=(const SectionReader&) = delete;
 
  protected:
-  const Session& session() const { return m_session; }
+  Session& session() const { return m_session; }
   const obd::IEcu& ecu() const { return *m_ecu; }
   Service& service() { return *m_service; }
   Answers& answers() { return m_answers; }

@@ -153,7 +153,7 @@ TEST_F(CliCodes, ClearTellsWhatEachUnitAnswered) {
     SCOPED_TRACE(cases[i].lines);
     const Result result = runs[i].first->finish();
     EXPECT_EQ(result.code, cases[i].code) << result.err;
-    EXPECT_EQ(result.out, std::string("7E8 (ECM): ") + cases[i].line + "\n");
+    EXPECT_EQ(result.out, std::string("7E8 (ECU#1): ") + cases[i].line + "\n");
     // Advice about a running engine belongs to a refusal.
     EXPECT_EQ(has(result.err, "engine off"), has(cases[i].answer, "refused")) << result.err;
     EXPECT_EQ(unitOf(parsed(runs[i].second->finish(), cases[i].code), "7E8").at("answer"), cases[i].answer);
