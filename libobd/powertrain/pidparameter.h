@@ -12,7 +12,7 @@
 namespace obd {
 
 struct PidRow;
-struct Sensor;
+struct Sensor;  // NOLINT(bugprone-forward-declaration-namespace): pidrow.h, which is not installed
 
 /// A parameter told by its row in pids.h: how replies are decoded, and texts, units and ranges of its
 /// sensors. A reply is decoded when it arrives, with the limits that its control unit has then.
