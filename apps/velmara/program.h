@@ -27,6 +27,8 @@ struct CommonOptions {
 inline constexpr const char* LinkSetting = "velmara/link";
 /// The key of the link that was last named and led to a vehicle.
 inline constexpr const char* LastLinkSetting = "velmara/lastlink";
+/// The key of whether live values are read as fast as the vehicle allows: 1 or 0.
+inline constexpr const char* FastSetting = "velmara/fast";
 /// The key of the library's unit system.
 inline constexpr const char* UnitSetting = "common/unitsystem";
 

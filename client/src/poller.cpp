@@ -52,12 +52,16 @@ class Poller::State : private obd::ISensorServiceObserver,
   State& operator=(const State&) = delete;
   ~State() override { m_service->detach(this); }
 
-  void start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings);
+  void start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings, bool fast);
   // Whether all is over; goes on with what found no room in the queue.
   bool turn() {
+    if (m_pace == Pace::Grouped) {
+      slowDown();
+    }
     startGroups();
     return done();
   }
+  Pace pace() const { return m_pace; }
   bool done() const;
   std::vector<int> silent() const;
   void onGroupOver() {
@@ -76,6 +80,8 @@ class Poller::State : private obd::ISensorServiceObserver,
   void onSensorUpdated(bool success, const std::shared_ptr<obd::ParameterDescriptor>& parameter,
                        const Models& values) override;
   bool isVoid() const;
+  void speedUp(const std::vector<int>& parameters);
+  void slowDown();
   void startGroups();
 
   std::shared_ptr<obd::ISensorService> m_service;
@@ -86,6 +92,7 @@ class Poller::State : private obd::ISensorServiceObserver,
   std::size_t m_onTheWay = 0;
   const unsigned int m_unit;
   UnitSystem m_unitSystem;
+  Pace m_pace = Pace::Single;
 };
 
 // A group of parameters, and the marker that follows it through the queue.
@@ -123,9 +130,10 @@ class Poller::State::Group : public obd::IDispatchable {
     }
   }
 
-  void collectSilent(std::vector<int>& parameters) const {
+  // `grouped`: nobody has counted failures.
+  void collectSilent(std::vector<int>& parameters, bool grouped) const {
     for (const auto& [parameter, member] : m_members) {
-      if (!member.everAnswered && member.failures != 0) {
+      if (!member.everAnswered && (member.failures != 0 || grouped)) {
         parameters.push_back(parameter);
       }
     }
@@ -167,7 +175,12 @@ class Poller::State::Group : public obd::IDispatchable {
   bool m_busy = false;
 };
 
-void Poller::State::start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings) {
+void Poller::State::start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings,
+                          bool fast) {
+  if (m_pace == Pace::Grouped) {
+    m_service->reset();
+  }
+  m_pace = Pace::Single;
   const std::size_t groups =
       std::min(parameters.size(), std::max(GroupsAtOnce, (parameters.size() + GroupSize - 1) / GroupSize));
   m_onReadings = std::move(onReadings);
@@ -184,7 +197,35 @@ void Poller::State::start(const std::vector<int>& parameters, unsigned rounds, O
     m_groups[i * groups / parameters.size()]->add(parameters[i], rounds);
   }
   latest.restart();
+  if (fast && rounds == 0 && parameters.size() > 1) {
+    speedUp(parameters);
+  }
   startGroups();
+}
+
+// The service polls by itself, with one place in the queue for all.
+void Poller::State::speedUp(const std::vector<int>& parameters) {
+  m_service->setGrouping(true);
+  switch (m_service->grouping()) {
+    case obd::SensorGrouping::On:
+      m_pace = Pace::Grouped;
+      m_service->refresh(parameters);
+      break;
+    case obd::SensorGrouping::Unavailable:
+      m_pace = Pace::Unavailable;
+      break;
+    default:
+      m_pace = Pace::Declined;
+  }
+}
+
+// Takes over from the service where the unit has declined.
+void Poller::State::slowDown() {
+  if (m_service->grouping() == obd::SensorGrouping::Declined) {
+    m_pace = Pace::Declined;
+    m_service->setGrouping(false);
+    m_service->refreshOnce({});
+  }
 }
 
 // Whether the service belongs to another unit now, or has forgotten all that it knew. What it says of that
@@ -202,7 +243,7 @@ bool Poller::State::done() const {
 std::vector<int> Poller::State::silent() const {
   std::vector<int> parameters;
   for (const std::shared_ptr<Group>& group : m_groups) {
-    group->collectSilent(parameters);
+    group->collectSilent(parameters, m_pace == Pace::Grouped);
   }
   return parameters;
 }
@@ -239,6 +280,9 @@ void Poller::State::onSensorUpdated(bool /*success*/,
 
 // Goes round the groups from where it left off.
 void Poller::State::startGroups() {
+  if (m_pace == Pace::Grouped) {
+    return;
+  }
   for (std::size_t tried = 0; !isVoid() && tried < m_groups.size() && m_onTheWay < GroupsAtOnce; ++tried) {
     const std::shared_ptr<Group>& group = m_groups[m_next];
     m_next = (m_next + 1) % m_groups.size();
@@ -259,8 +303,12 @@ const std::vector<Sensor>& Poller::sensors() const {
   return m_state->sensors;
 }
 
-void Poller::start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings) {
-  m_state->start(parameters, rounds, std::move(onReadings));
+void Poller::start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings, bool fast) {
+  m_state->start(parameters, rounds, std::move(onReadings), fast);
+}
+
+Pace Poller::pace() const {
+  return m_state->pace();
 }
 
 bool Poller::run(const std::function<bool()>& stop, std::optional<std::chrono::milliseconds> limit) {

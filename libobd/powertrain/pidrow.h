@@ -98,6 +98,8 @@ struct PidRow {
 /// The most sensors that a row has.
 inline constexpr std::size_t MaxSensors = 6;
 
+/// Null for an identifier without a row.
+const PidRow* lookUpPidRow(ParameterIdentifier::Id pid);
 /// Throws `std::out_of_range` for an identifier without a row.
 const PidRow& findPidRow(ParameterIdentifier::Id pid);
 

@@ -285,12 +285,17 @@ static_assert(std::ranges::all_of(Rows, [](const PidRow& row) { return row.senso
 
 }  // namespace
 
-const PidRow& findPidRow(ParameterIdentifier::Id pid) {
+const PidRow* lookUpPidRow(ParameterIdentifier::Id pid) {
   const auto* const found = std::ranges::lower_bound(Rows, pid, {}, &PidRow::pid);
-  if (found == std::end(Rows) || found->pid != pid) {
+  return found != std::end(Rows) && found->pid == pid ? found : nullptr;
+}
+
+const PidRow& findPidRow(ParameterIdentifier::Id pid) {
+  const PidRow* const row = lookUpPidRow(pid);
+  if (row == nullptr) {
     throw std::out_of_range("no such PID");
   }
-  return *found;
+  return *row;
 }
 
 }  // namespace obd

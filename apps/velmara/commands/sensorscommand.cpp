@@ -47,6 +47,7 @@ class SensorsCommand : public Command {
   std::string examples() const override {
     return "  velmara sensors                       all values, until Ctrl-C\n"
            "  velmara sensors 0C 0D consumption     engine speed, vehicle speed, fuel consumption\n"
+           "  velmara sensors --fast 0C 0D 05 11    several values with one request\n"
            "  velmara sensors --list                what there is to read\n"
            "  velmara sensors --once --unit imperial\n"
            "  velmara sensors --record trip.csv     keep them, for velmara plot or a spreadsheet\n"
@@ -65,6 +66,9 @@ class SensorsCommand : public Command {
     options.value("--for", m_seconds, "SECONDS", "Read for so long")
         .between(0.001, LongestRun)
         .excludes(once);
+    options.flag("--fast", m_fast,
+                 "Ask for up to six values with one request, where the\n"
+                 "vehicle answers that; see velmara settings fast");
     const Option list = options.flag("--list", m_list, "Only list what can be read, with units and ranges");
     const Option json = options.flag("--json", m_json, "Print one JSON object per value and line");
     const Option record =
@@ -79,6 +83,9 @@ class SensorsCommand : public Command {
     const std::vector<int> wanted = parseParameters(m_wanted);
     if (!m_record.empty() && m_record != StandardOutput) {
       claimFile();
+    }
+    if (int fast = 0; program.settings->value(FastSetting, fast)) {
+      m_fast = m_fast || fast != 0;
     }
     ProgramSession session(program);
     session.connect();
@@ -234,17 +241,19 @@ class SensorsCommand : public Command {
     m_start = Clock::now();
     Clock::time_point nextDraw = m_start;
     const auto draw = [&] {
-      area.draw(liveLines(poller.readings(), program.out.width()), 2);
+      area.draw(liveLines(poller, program.out.width()), 2);
       nextDraw = Clock::now() + DrawTime;
     };
     std::optional<milliseconds> limit;
     if (m_seconds > 0) {
       limit = std::chrono::ceil<milliseconds>(std::chrono::duration<double>(m_seconds));
     }
-    poller.start(parameters, m_once ? 1 : m_count,
-                 [&](int /*parameter*/, const std::vector<SensorReading>& readings) {
-                   onReadings(program.out, readings, live);
-                 });
+    poller.start(
+        parameters, m_once ? 1 : m_count,
+        [&](int /*parameter*/, const std::vector<SensorReading>& readings) {
+          onReadings(program.out, readings, live);
+        },
+        m_fast);
     poller.run(
         [&] {
           if (live && Clock::now() >= nextDraw) {
@@ -260,6 +269,10 @@ class SensorsCommand : public Command {
       printValues(program.out);
     }
     program.out.flush();
+    if (poller.pace() != Pace::Single) {
+      program.notes.note(fmt::format("{} readings in {:.1f} s, {:.0f} a second{}.", poller.readings(),
+                                     seconds(), rate(poller), paceWords(poller.pace())));
+    }
     return verdict(program, poller);
   }
 
@@ -357,11 +370,28 @@ class SensorsCommand : public Command {
     return table;
   }
 
-  std::vector<std::string> liveLines(std::size_t readings, std::size_t width) const {
+  double rate(const Poller& poller) const {
     const double time = seconds();
-    std::vector<std::string> lines = {fmt::format("{}  {:.0f} s, {:.0f} readings/s, Ctrl-C ends", m_title,
-                                                  time,
-                                                  time > 0 ? static_cast<double>(readings) / time : 0.0)};
+    return time > 0 ? static_cast<double>(poller.readings()) / time : 0.0;
+  }
+
+  // How values are asked for, where that is worth a word.
+  static std::string paceWords(Pace pace) {
+    switch (pace) {
+      case Pace::Grouped:
+        return " in groups";
+      case Pace::Declined:
+        return " one by one, as the vehicle answers no groups";
+      case Pace::Unavailable:
+        return " one by one, as this protocol has no groups";
+      default:
+        return "";
+    }
+  }
+
+  std::vector<std::string> liveLines(const Poller& poller, std::size_t width) const {
+    std::vector<std::string> lines = {fmt::format("{}  {:.0f} s, {:.0f} readings/s{}, Ctrl-C ends", m_title,
+                                                  seconds(), rate(poller), paceWords(poller.pace()))};
     const std::vector<std::string> table = valueTable(true).lines(width);
     lines.insert(lines.end(), table.begin(), table.end());
     return lines;
@@ -374,6 +404,7 @@ class SensorsCommand : public Command {
   std::string m_record;
   bool m_force = false;
   bool m_once = false;
+  bool m_fast = false;
   bool m_watch = false;
   bool m_list = false;
   bool m_json = false;

@@ -132,6 +132,22 @@ std::vector<Setting> makeSettings() {
                                                                              : obd::UnitSystem::Metric);
          return true;
        }},
+      {"fast",
+       "",
+       "Read live values in groups, as with sensors --fast",
+       "yes or no",
+       {FastSetting},
+       [](Program& program, Library&) {
+         int fast = 0;
+         return std::string(program.settings->value(FastSetting, fast) && fast != 0 ? "yes" : "no");
+       },
+       [](Program& program, Library&, const std::string& text) {
+         if (text != "yes" && text != "no") {
+           return false;
+         }
+         program.settings->setValue(FastSetting, text == "yes" ? 1 : 0);
+         return true;
+       }},
       numeric<int>("weight", "kg", "Weight of the vehicle, for power and torque", "1 to 100000",
                    "common/vehicleweight", 1, 100000, &Library::vehicleWeight, &Library::setVehicleWeight),
       numeric<float>("displacement", "L", "Displacement of the engine, for the consumption", "0.05 to 100",

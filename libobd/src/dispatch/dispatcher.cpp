@@ -44,11 +44,19 @@ class DispatcherTask {
       return false;
     }
     m_used = true;
-    return m_input.push(task);
+    return push(task);
   }
 
   // For a worker that is running.
-  bool push(const std::weak_ptr<IDispatchable>& task) { return m_input.push(task); }
+  bool push(const std::weak_ptr<IDispatchable>& task) {
+    if (!m_input.push(task)) {
+      return false;
+    }
+    const std::lock_guard guard(m_mutex);
+    m_woken = true;
+    m_wake.notifyOne();
+    return true;
+  }
 
   void release(const std::shared_ptr<void>& owner) {
     m_held = false;
@@ -102,8 +110,9 @@ class DispatcherTask {
     while (!m_stop.load()) {
       std::weak_ptr<IDispatchable> entry;
       if (!m_input.take(entry)) {
-        CTime::msleep(IdleSleep);
-        m_observer.onIdle();
+        if (!sleep()) {
+          m_observer.onIdle();
+        }
         continue;
       }
       if (const std::shared_ptr<IDispatchable> task = entry.lock()) {
@@ -113,6 +122,21 @@ class DispatcherTask {
       }
     }
     debugStream << "DispatcherTask::updateTask about to exit";
+  }
+
+  // Until something is pushed, at most for an idle sleep. False if nothing was.
+  bool sleep() {
+    std::unique_lock lock(m_mutex);
+    const std::uint32_t start = CTime::milliseconds();
+    while (!m_woken) {
+      const std::uint32_t slept = CTime::milliseconds() - start;
+      if (slept >= IdleSleep) {
+        return false;
+      }
+      m_wake.wait(lock, IdleSleep - slept);
+    }
+    m_woken = false;
+    return true;
   }
 
   // The worker outlives what a task throws, and so does the process.
@@ -132,8 +156,10 @@ class DispatcherTask {
   DispatcherTaskObserver& m_observer;
   UpdateQueue m_input;
   UpdateQueue m_output;
-  std::mutex m_mutex;
+  std::mutex m_mutex;  // guards the proxy and the waking
   std::shared_ptr<IObdProxy> m_proxy;
+  hostos::WaitCondition m_wake;
+  bool m_woken = false;  // pushed to since the last sleep
   bool m_held = true;
   bool m_used = false;
   std::atomic<bool> m_running{false};

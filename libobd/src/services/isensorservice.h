@@ -63,6 +63,14 @@ class VELMARA_EXPORT ISensorServiceObserver {
   virtual void onInvalidated() {}
 };
 
+/// How `ISensorService::refresh` asks.
+enum class SensorGrouping : int {
+  Off,          ///< one request per parameter
+  On,           ///< up to six PIDs in one request
+  Declined,     ///< wished for, but the control unit does not answer such requests
+  Unavailable,  ///< wished for, but there are none before CAN
+};
+
 /// Live sensors of the selected control unit, with statistics. Only `readSensors` waits for the vehicle. For
 /// the thread that calls `Dispatcher::dispatch`.
 class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorServiceObserver> {
@@ -80,6 +88,21 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   /// Reads one parameter of the control unit and waits for it, queries that were queued before included, but
   /// no longer than 1.55 s; empty on failure. Calculated values cannot be read this way.
   virtual std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) = 0;
+
+  /// Lets `refresh` and `refreshOnce` ask for up to six PIDs with one request, as SAE J1979 allows on CAN,
+  /// where more than one is polled. Off at first. Counts from the next `refresh` on, and gives a unit that
+  /// has declined another chance.
+  ///
+  /// Values and observer calls are those of single requests, but for their rhythm: load, pressure, speeds,
+  /// timing, air flow, positions, oxygen sensors and torque come with every request, or in turns where there
+  /// are more than six; temperatures, counters and the rest share what places are left, one at least. So
+  /// statistics of the former rest on more values. A calculated value takes what it needs from the same
+  /// reply. Each PID is asked for alone until it has answered in its own length, and for good if the unit
+  /// does not answer it together with others; a unit that refuses groups, cuts them short, or answers what
+  /// cannot be taken apart without doubt is asked one by one. Nothing of a doubtful reply is ever told.
+  virtual void setGrouping(bool on) = 0;
+  /// How parameters are asked for now.
+  virtual SensorGrouping grouping() = 0;
 };
 
 namespace SensorServiceBuilder {

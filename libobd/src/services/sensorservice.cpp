@@ -12,6 +12,7 @@
 #include "powertrain/parameterfactory.h"
 #include "powertrain/sensorvalue.h"
 #include "services/facade.h"
+#include "services/grouppoller.h"
 #include "services/isensorservice.h"
 #include "services/sensormodels.h"
 #include "services/service.h"
@@ -80,17 +81,24 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
     m_stopped = true;
   }
 
-  void refresh(const std::vector<int>& identifiers) override {
-    if (!isConnected()) {
-      return;
+  void refresh(const std::vector<int>& identifiers) override;
+
+  void setGrouping(bool on) override {
+    m_grouping = on;
+    m_declined = false;
+    if (!on) {
+      ungroup();
     }
-    m_stopped = false;
-    for (const int identifier : identifiers) {
-      const auto found = m_queries.find(ParameterIdentifier(identifier).id());
-      if (found != m_queries.end()) {
-        dispatchQuery(found->first, *found->second);
-      }
+  }
+
+  SensorGrouping grouping() override {
+    if (!m_grouping) {
+      return SensorGrouping::Off;
     }
+    if (ecu() && !isCan(ecu()->protocol())) {
+      return SensorGrouping::Unavailable;
+    }
+    return m_declined ? SensorGrouping::Declined : SensorGrouping::On;
   }
 
   void reset() override {
@@ -149,15 +157,18 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
       m_queries[id] = std::make_shared<SensorQuery>(parameter);
     }
     buildSensorData();
+    m_declined = false;
   }
 
   void cancelAll() {
+    endGroups();
     for (const auto& [id, query] : m_queries) {
       query->cancel();
     }
   }
 
   void clearAll() {
+    endGroups();
     m_sensorData.clear();
     m_queries.clear();
     m_parameters.clear();
@@ -172,12 +183,86 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
 
   void onQueryDone(ParameterIdentifier::Id id, bool success,
                    const std::shared_ptr<PowertrainParameter>& subject);
+  void onGroupedDone(bool success, const std::shared_ptr<PowertrainParameter>& subject);
+  void tell(const std::shared_ptr<PowertrainParameter>& subject);
+
+  void poll(ParameterIdentifier::Id id);
+  void beginGroups();
+  void endGroups();
+  void ungroup();
 
   std::map<ParameterIdentifier::Id, std::shared_ptr<PowertrainParameter>> m_parameters;
   std::map<ParameterIdentifier::Id, std::shared_ptr<SensorQuery>> m_queries;
   std::map<int, std::shared_ptr<SensorData>> m_sensorData;  // by uid
+  std::shared_ptr<GroupPoller> m_groups;                    // while parameters are polled in groups
   bool m_stopped = false;
+  bool m_grouping = false;
+  bool m_declined = false;  // by this control unit
 };
+
+void SensorService::refresh(const std::vector<int>& identifiers) {
+  if (!isConnected()) {
+    return;
+  }
+  m_stopped = false;
+  std::vector<ParameterIdentifier::Id> wanted;
+  for (const int identifier : identifiers) {
+    const auto found = m_queries.find(ParameterIdentifier(identifier).id());
+    if (found != m_queries.end()) {
+      wanted.push_back(found->first);
+    }
+  }
+  const bool single = wanted.size() == 1 && std::ranges::all_of(m_queries, [&](const auto& entry) {
+                        return entry.first == wanted.front() || !entry.second->underWay();
+                      });
+  if (!m_groups && !wanted.empty() && !single && grouping() == SensorGrouping::On) {
+    beginGroups();
+  }
+  for (const ParameterIdentifier::Id id : wanted) {
+    poll(id);
+  }
+}
+
+// One that is on its way joins the groups when it has come.
+void SensorService::poll(ParameterIdentifier::Id id) {
+  SensorQuery& query = *m_queries.at(id);
+  if (!m_groups) {
+    dispatchQuery(id, query);
+  } else if (!query.underWay()) {
+    m_groups->add(query.subject());
+    m_groups->run();
+  }
+}
+
+void SensorService::beginGroups() {
+  m_groups = std::make_shared<GroupPoller>(
+      ecu()->id(),
+      [this](bool success, const std::shared_ptr<PowertrainParameter>& subject) {
+        onGroupedDone(success, subject);
+      },
+      [this] {
+        m_declined = true;
+        ungroup();
+      });
+}
+
+void SensorService::endGroups() {
+  if (m_groups) {
+    m_groups->end();
+    m_groups.reset();
+  }
+}
+
+// What was polled in groups is polled one by one.
+void SensorService::ungroup() {
+  const std::shared_ptr<GroupPoller> groups = m_groups;
+  endGroups();
+  if (groups) {
+    for (const std::shared_ptr<PowertrainParameter>& parameter : groups->parameters()) {
+      poll(parameter->pid());
+    }
+  }
+}
 
 void SensorService::build() {
   if (!ecu()) {
@@ -215,22 +300,42 @@ void SensorService::onQueryDone(ParameterIdentifier::Id id, bool success,
   if (!self) {
     return;
   }
-  if (success && ecu()) {
-    std::vector<std::shared_ptr<SensorValueDataModel>> models;
-    for (const std::shared_ptr<SensorValue>& value : subject->values(*ecu(), unitSystem())) {
-      const auto found = m_sensorData.find(value->uid());
-      if (found != m_sensorData.end()) {
-        found->second->update(value);
-        models.push_back(found->second->model(value->uid()));
-      }
-    }
-    const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
-    fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
+  if (success) {
+    tell(subject);
   }
   const auto found = m_queries.find(id);
   if (!m_stopped && found != m_queries.end() && found->second->subject() == subject) {
-    dispatchQuery(id, *found->second);
+    poll(id);
   }
+}
+
+void SensorService::onGroupedDone(bool success, const std::shared_ptr<PowertrainParameter>& subject) {
+  const std::shared_ptr<SensorService> self = weak_from_this().lock();
+  if (!self) {
+    return;
+  }
+  if (success) {
+    tell(subject);
+  }
+  if (m_stopped && m_groups) {
+    m_groups->remove(subject);
+  }
+}
+
+void SensorService::tell(const std::shared_ptr<PowertrainParameter>& subject) {
+  if (!ecu()) {
+    return;
+  }
+  std::vector<std::shared_ptr<SensorValueDataModel>> models;
+  for (const std::shared_ptr<SensorValue>& value : subject->values(*ecu(), unitSystem())) {
+    const auto found = m_sensorData.find(value->uid());
+    if (found != m_sensorData.end()) {
+      found->second->update(value);
+      models.push_back(found->second->model(value->uid()));
+    }
+  }
+  const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
+  fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
 }
 
 std::vector<std::shared_ptr<SensorDataModel>> SensorService::readSensors(int identifier) {

@@ -37,6 +37,14 @@ struct SensorReading {
   std::string average;
 };
 
+/// How a poller asks.
+enum class Pace {
+  Single,       ///< one request per parameter
+  Grouped,      ///< up to six parameters with one request
+  Declined,     ///< grouping was wished for, but the control unit does not answer such requests
+  Unavailable,  ///< grouping was wished for, but the protocol has no such requests
+};
+
 /// Reads live values of one control unit over and over, or a number of times, and knows which of them do not
 /// answer. For the thread of the session, before which it goes.
 ///
@@ -60,7 +68,11 @@ class VELMARA_EXPORT Poller {
 
   /// Begins. Each parameter is read `rounds` times, or without an end for 0; it is given up after three
   /// failures in a row if the rounds are limited. Parameters that the unit does not offer count as silent.
-  void start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings);
+  ///
+  /// `fast` wishes for several parameters with one request, for rounds without an end. What changes fast then
+  /// comes more often than temperatures and counters where more than six are read; see
+  /// `obd::ISensorService::setGrouping`.
+  void start(const std::vector<int>& parameters, unsigned rounds, OnReadings onReadings, bool fast = false);
 
   /// Runs the event loop until all rounds are over, or until `stop` says so, which is asked after each turn,
   /// at most so long. True unless the time was up. Throws `Failure`: NoData if nothing came for `Patience`,
@@ -72,6 +84,8 @@ class VELMARA_EXPORT Poller {
   bool done() const;
   /// Parameters that were asked for and have not given a single value.
   std::vector<int> silent() const;
+  /// How it asks at present, once started.
+  Pace pace() const;
   /// How many readings of parameters have come since the start.
   std::size_t readings() const;
 
