@@ -30,7 +30,10 @@ inline std::shared_ptr<simulator::Vehicle> promptVehicle() {
       "01 0D = {speed : 1}\n"
       "01 0F = {intake + 40 : 1}\n"
       "01 10 = {maf * 100 : 2}\n"
-      "01 11 = {throttle * 2.55 : 1}\n",
+      "01 11 = {throttle * 2.55 : 1}\n"
+      "01 06 = 80\n01 07 = 80\n01 0E = 90\n01 1F = 01 00\n01 21 = 00 00\n01 2C = 20\n01 2F = 80\n"
+      "01 30 = 10\n01 31 = 01 00\n01 33 = 64\n01 42 = 36 B0\n01 43 = 00 40\n01 45 = 20\n01 46 = 40\n"
+      "01 49 = 30\n01 5C = 60\n",
       "prompt.vehicle");
 }
 

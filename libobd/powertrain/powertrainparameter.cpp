@@ -15,7 +15,8 @@ bool PowertrainParameter::fromBytes(const std::shared_ptr<IEcu>& ecu,
   if (data.size() <= header) {
     return false;
   }
-  return fromPayload(ecu, {data.begin() + static_cast<std::ptrdiff_t>(header), data.end()});
+  m_payload.assign(data.begin() + static_cast<std::ptrdiff_t>(header), data.end());
+  return fromPayload(ecu, m_payload);
 }
 
 }  // namespace obd

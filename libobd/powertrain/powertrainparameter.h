@@ -32,7 +32,7 @@ class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
 
  protected:
   void getRequestData(std::vector<unsigned char>& data) const override { data = request().bytes(); }
-  void getSignature(std::vector<unsigned char>& data) const override { data = request().signature(); }
+  void getSignature(std::vector<unsigned char>& data) const override { request().getSignature(data); }
   bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) override;
 
   /// Digests the data bytes of a reply, of which there is at least one. False if they are too few or make no
@@ -44,6 +44,7 @@ class VELMARA_EXPORT PowertrainParameter : public ObdParameter {
 
   unsigned char m_frame;
   ObdMode m_mode;
+  std::vector<unsigned char> m_payload;  // kept for its memory
 };
 
 }  // namespace obd

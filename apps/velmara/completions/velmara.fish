@@ -44,6 +44,7 @@ complete -c velmara -n '__fish_seen_subcommand_from sensors' -l once -d 'Read ea
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l watch -d 'Read until Ctrl-C'
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l count -x -d 'Read each value so many times'
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l for -x -d 'Read for so long'
+complete -c velmara -n '__fish_seen_subcommand_from sensors' -l fast -d 'Ask for up to six values with one request, where the'
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l list -d 'Only list what can be read, with units and ranges'
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l json -d 'Print one JSON object per value and line'
 complete -c velmara -n '__fish_seen_subcommand_from sensors' -l record -r -F -d 'Write the values to this file as CSV'
@@ -172,4 +173,4 @@ complete -c velmara -n '__fish_seen_subcommand_from settings' -s h -l help -d 'P
 complete -c velmara -n '__fish_seen_subcommand_from settings' -l log -r -F -d 'Write the library’s log to this file'
 complete -c velmara -n '__fish_seen_subcommand_from settings' -l quiet -d 'No progress on standard error'
 complete -c velmara -n '__fish_seen_subcommand_from settings' -l no-color -d 'No colors'
-complete -c velmara -n '__fish_seen_subcommand_from settings' -a 'link last-link unit weight displacement efficiency correction fuel'
+complete -c velmara -n '__fish_seen_subcommand_from settings' -a 'link last-link unit fast weight displacement efficiency correction fuel'

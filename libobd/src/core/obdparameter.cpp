@@ -109,15 +109,14 @@ IQuery::UpdateStatus ObdParameter::update(const std::shared_ptr<IObdProxy>& prox
 }
 
 bool ObdParameter::setResponseData(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) {
-  std::vector<unsigned char> signature;
-  getSignature(signature);
   if (!data.empty() && data.front() == NegativeResponse) {
     m_replies.set(ecu->id(), {UnitReply::Refused, nackOf(data)});
     setNack(ecu, data);
     return false;
   }
   m_replies.set(ecu->id(), {UnitReply::Unusable});
-  if (!matchesAt(signature, data, 0)) {
+  getSignature(m_signature);
+  if (!matchesAt(m_signature, data, 0)) {
     LogStream(Source, __LINE__, 2) << "Signature mismatch";
     return false;
   }

@@ -59,7 +59,7 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   /// Replaces `data` by the request bytes.
   virtual void getRequestData(std::vector<unsigned char>& data) const { data = m_request.bytes(); }
   /// Replaces `data` by the bytes with which every acceptable reply begins.
-  virtual void getSignature(std::vector<unsigned char>& data) const { data = m_request.signature(); }
+  virtual void getSignature(std::vector<unsigned char>& data) const { m_request.getSignature(data); }
   /// Digests a reply, signature included. True if it was usable.
   virtual bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) = 0;
 
@@ -73,6 +73,7 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
  private:
   Request m_request;
   std::atomic<int> m_nack{0};
+  std::vector<unsigned char> m_signature;  // kept for its memory
   EcuMap<UnitReply> m_replies;
 };
 

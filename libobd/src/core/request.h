@@ -38,12 +38,17 @@ class Request {
     return bytes;
   }
 
-  /// The bytes with which every reply begins: the service plus 0x40, and the identifiers.
-  std::vector<unsigned char> signature() const {
-    std::vector<unsigned char> bytes(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_size));
+  /// Replaces `bytes` by those with which every reply begins: the service plus 0x40, and the identifiers.
+  void getSignature(std::vector<unsigned char>& bytes) const {
+    bytes.assign(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_size));
     if (m_size > 0) {
       bytes[0] = static_cast<unsigned char>(bytes[0] + 0x40);
     }
+  }
+  /// The same as a vector of its own.
+  std::vector<unsigned char> signature() const {
+    std::vector<unsigned char> bytes;
+    getSignature(bytes);
     return bytes;
   }
 

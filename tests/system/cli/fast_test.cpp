@@ -1,0 +1,60 @@
+// velmara sensors --fast: what it asks for, and what it says of it.
+
+#include <set>
+
+#include "clifixture.h"
+
+namespace {
+
+using clitest::expectComplaint;
+using clitest::expectShown;
+using clitest::has;
+using clitest::json;
+using clitest::linesOf;
+
+class CliFast : public clitest::Cli {};
+
+// The same values, in JSON and in a recording, and several times as many.
+TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
+  const std::string sensors = "sensors --link demo: --for 2 0C 0D 05 10 11 04 ";
+  const std::string file = write("drives/note", "") + ".csv";
+  const auto oneByOne = start(sensors + "--json");
+  const auto inGroups = start(sensors + "--json --fast");
+  expectShown(run("settings fast yes"), {});
+  const auto recording = start(sensors + "--record " + file);
+  expectShown(run("settings fast"), {"yes"});
+  expectComplaint(run("settings fast perhaps"), 1, "It takes yes or no.");
+
+  const clitest::Result slow = oneByOne->finish();
+  const clitest::Result fast = inGroups->finish();
+  for (const clitest::Result* result : {&slow, &fast}) {
+    EXPECT_EQ(result->code, 0) << result->err;
+    std::set<std::string> pids;
+    for (const std::string& line : linesOf(result->out)) {
+      pids.insert(json::parse(line).at("pid"));
+    }
+    EXPECT_EQ(pids.size(), 6U);
+  }
+  EXPECT_GT(linesOf(fast.out).size(), 3 * linesOf(slow.out).size()) << fast.err;
+  EXPECT_TRUE(has(fast.err, "a second in groups.")) << fast.err;
+  EXPECT_FALSE(has(slow.err, "a second")) << slow.err;
+  EXPECT_TRUE(has(recording->finish().err, "a second in groups."));
+  EXPECT_GT(linesOf(read(file)).size(), 20U);
+}
+
+TEST_F(CliFast, SaysWhereTheVehicleDoesNot) {
+  const auto fast = [](const std::string& words) { return start("sensors --fast --for 3 " + words); };
+  const std::string refuses = write("refuses.vehicle",
+                                    "name = Refuses\nprotocol = 6\n[unit ECM 7E8]\ngroups = refuse 12\n"
+                                    "monitors = 04 00 00\n01 0C = 1A F8\n01 0D = 32\n");
+  const auto declines = fast("--link demo:" + refuses + " 0C 0D");
+  const auto old = fast("--link demo:kwp-fast 0C 0D");
+  const auto single = fast("--link demo: 0C");
+  const clitest::Result declined = declines->finish();
+  expectShown(declined, {"Engine RPM", "Vehicle Speed"});
+  EXPECT_TRUE(has(declined.err, "one by one, as the vehicle answers no groups.")) << declined.err;
+  EXPECT_TRUE(has(old->finish().err, "one by one, as this protocol has no groups."));
+  EXPECT_FALSE(has(single->finish().err, "one by one")) << "as always";
+}
+
+}  // namespace
