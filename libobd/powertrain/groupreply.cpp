@@ -23,6 +23,10 @@ bool isFuelTrim(unsigned char pid) {
 
 }  // namespace
 
+std::size_t standardLength(unsigned char pid) {
+  return isFuelTrim(pid) ? 0 : dataLength(pid);
+}
+
 bool fitsIntoGroup(unsigned char pid) {
   return dataLength(pid) != 0;
 }
@@ -51,7 +55,12 @@ bool takeApart(std::span<const PidLength> asked, std::span<const unsigned char> 
     parts.push_back({found->pid, reply.subspan(1, found->bytes)});
     reply = reply.subspan(1 + found->bytes);
   }
-  return true;
+  if (std::ranges::all_of(asked, &PidLength::proven) ||
+      std::ranges::equal(asked, parts, {}, &PidLength::pid, &GroupPart::pid)) {
+    return true;
+  }
+  parts.clear();
+  return false;
 }
 
 }  // namespace obd

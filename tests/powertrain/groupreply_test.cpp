@@ -28,7 +28,7 @@ std::string parts(const std::vector<obd::PidLength>& asked, const std::string& r
 }
 
 TEST(GroupReply, IsTakenApartOrNotAtAll) {
-  const std::vector<obd::PidLength> asked = {{0x0C, 2}, {0x0D, 1}, {0x05, 1}};
+  const std::vector<obd::PidLength> asked = {{0x0C, 2, true}, {0x0D, 1, true}, {0x05, 1, true}};
   const std::pair<const char*, const char*> cases[] = {
       {"41 0C 1A F8 0D 32 05 7B", "0C:1A F8 0D:32 05:7B"},
       {"41 05 7B 0D 32 0C 1A F8", "05:7B 0D:32 0C:1A F8"},  // in another order
@@ -49,7 +49,12 @@ TEST(GroupReply, IsTakenApartOrNotAtAll) {
   for (const auto& [reply, expected] : cases) {
     EXPECT_EQ(parts(asked, reply), expected) << reply;
   }
-  EXPECT_EQ(parts({{0x0C, 0}, {0x0D, 1}}, "41 0C 0D 32"), "doubt") << "a length that nobody knows";
+  EXPECT_EQ(parts({{0x0C, 0, true}, {0x0D, 1, true}}, "41 0C 0D 32"), "doubt")
+      << "a length that nobody knows";
+  const std::vector<obd::PidLength> unproven = {{0x0C, 2, true}, {0x0D, 1, false}};
+  EXPECT_EQ(parts(unproven, "41 0C 1A F8 0D 32"), "0C:1A F8 0D:32");
+  EXPECT_EQ(parts(unproven, "41 0D 32 0C 1A F8"), "doubt");
+  EXPECT_EQ(parts(unproven, "41 0C 1A F8"), "doubt");
 }
 
 TEST(GroupReply, OnlyTheLengthOfThePidProvesIt) {
@@ -64,6 +69,8 @@ TEST(GroupReply, OnlyTheLengthOfThePidProvesIt) {
   EXPECT_EQ(length(0x06, "41 06 80"), 1U) << "a fuel trim of two banks";
   EXPECT_EQ(length(0x58, "41 58 80 80"), 2U);
   EXPECT_EQ(length(0x09, "41 09 80 80 80"), 0U);
+  EXPECT_EQ(obd::standardLength(0x0C), 2U);
+  EXPECT_EQ(obd::standardLength(0x06), 0U);
   EXPECT_TRUE(obd::fitsIntoGroup(0x0C) && obd::fitsIntoGroup(0x7F));
   EXPECT_FALSE(obd::fitsIntoGroup(0x00) || obd::fitsIntoGroup(240) || obd::fitsIntoGroup(0xFF));
 }

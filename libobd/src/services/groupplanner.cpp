@@ -37,6 +37,8 @@ void GroupPlanner::add(unsigned char pid) {
     member = &m_members.emplace_back();
     member->pid = pid;
     member->fast = changesFast(pid);
+    member->length = {pid, standardLength(pid), false};
+    member->standing = member->length.bytes == 0 ? Standing::Unproven : Standing::Candidate;
   }
   member->shown = true;
 }
@@ -109,7 +111,7 @@ bool GroupPlanner::pickSingle(bool (*isDue)(const Member& member)) {
     }
   }
   if (longest != nullptr) {
-    m_picked.push_back({longest->pid, longest->length});
+    m_picked.push_back(longest->length);
   }
   return longest != nullptr;
 }
@@ -124,7 +126,7 @@ bool GroupPlanner::pickTest() {
   }
   for (Member* const member : {suspect, beside}) {
     ++member->tests;
-    m_picked.push_back({member->pid, member->length});
+    m_picked.push_back(member->length);
   }
   return true;
 }
@@ -173,7 +175,7 @@ void GroupPlanner::take(const Item& item, std::size_t places) {
   const std::size_t before = m_picked.size();
   const auto want = [this](unsigned char pid) {
     if (!isPicked(pid)) {
-      m_picked.push_back({pid, find(pid)->length});
+      m_picked.push_back(find(pid)->length);
     }
   };
   if (item.block != nullptr) {
@@ -203,7 +205,7 @@ void GroupPlanner::reportSingle(unsigned char pid, bool answered, std::size_t le
   }
   member->failures = answered ? 0 : member->failures + 1;
   if (answered && member->standing == Standing::Unproven) {
-    member->length = length;
+    member->length = {pid, length, true};
     member->standing = length == 0         ? Standing::Alone
                        : member->suspected ? Standing::Suspect
                                            : Standing::Candidate;
@@ -229,6 +231,7 @@ void GroupPlanner::reportGroup(std::span<const PidLength> asked, std::span<const
     if (std::ranges::find(read, one.pid) != read.end()) {
       member->standing = Standing::Good;
       member->suspected = false;
+      member->length.proven = true;
       member->misses = 0;
     } else if (++member->misses >= MostMisses) {
       member->standing = Standing::Alone;

@@ -12,7 +12,8 @@ namespace obd {
 /// Decides which PIDs go into the next request, and learns from the replies which of them the control unit
 /// answers together.
 ///
-/// A PID is asked for alone until it has answered in its own length; then it may go into groups of up to six.
+/// PIDs go into groups of up to six. One whose length is not the same in all vehicles is asked for alone
+/// first; that of the others counts as proven when a group has come back complete and as it was asked for.
 /// What changes fast comes in every request: where more than six are wanted, the slow ones (temperatures,
 /// counters, levels) share the places that the fast ones leave, one at least, in turns. Where there are more
 /// than six fast ones, they take turns as well.
@@ -49,11 +50,11 @@ class GroupPlanner {
 
  private:
   enum class Standing {
-    Unproven,  // has to answer alone first
-    Candidate,
-    Suspect,  // was in a group that failed
-    Good,     // has answered in a group
-    Alone     // is asked for alone for good
+    Unproven,   // has to answer alone first
+    Candidate,  // has been in no group
+    Suspect,    // was in a group that failed
+    Good,       // has answered in a group
+    Alone       // is asked for alone for good
   };
 
   struct Member {
@@ -62,7 +63,7 @@ class GroupPlanner {
     bool shown = false;  // or else only needed for a calculated value
     Standing standing = Standing::Unproven;
     bool suspected = false;    // will be a suspect once it has answered alone
-    std::size_t length = 0;    // in a group
+    PidLength length{};        // in a group
     unsigned failures = 0;     // alone, in a row
     unsigned misses = 0;       // in groups, in a row
     unsigned tests = 0;        // as a suspect

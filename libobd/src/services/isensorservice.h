@@ -97,9 +97,11 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   /// timing, air flow, positions, oxygen sensors and torque come with every request, or in turns where there
   /// are more than six; temperatures, counters and the rest share what places are left, one at least. So
   /// statistics of the former rest on more values. A calculated value takes what it needs from the same
-  /// reply. Each PID is asked for alone until it has answered in its own length, and for good if the unit
-  /// does not answer it together with others; a unit that refuses groups, cuts them short, or answers what
-  /// cannot be taken apart without doubt is asked one by one. Nothing of a doubtful reply is ever told.
+  /// reply. The first group has to come back
+  /// complete and as it was asked for; otherwise each PID is asked for alone, until it has answered in its
+  /// own length, and for good if the unit does not answer it together with others. A unit that refuses
+  /// groups, cuts them short, or answers what cannot be taken apart without doubt is asked one by one.
+  /// Nothing of a doubtful reply is ever told.
   virtual void setGrouping(bool on) = 0;
   /// How parameters are asked for now.
   virtual SensorGrouping grouping() = 0;

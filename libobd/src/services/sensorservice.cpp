@@ -187,6 +187,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
   void tell(const std::shared_ptr<PowertrainParameter>& subject);
 
   void poll(ParameterIdentifier::Id id);
+  void runGroups();
   void beginGroups();
   void endGroups();
   void ungroup();
@@ -221,6 +222,7 @@ void SensorService::refresh(const std::vector<int>& identifiers) {
   for (const ParameterIdentifier::Id id : wanted) {
     poll(id);
   }
+  runGroups();
 }
 
 // One that is on its way joins the groups when it has come.
@@ -230,6 +232,11 @@ void SensorService::poll(ParameterIdentifier::Id id) {
     dispatchQuery(id, query);
   } else if (!query.underWay()) {
     m_groups->add(query.subject());
+  }
+}
+
+void SensorService::runGroups() {
+  if (m_groups) {
     m_groups->run();
   }
 }
@@ -306,6 +313,7 @@ void SensorService::onQueryDone(ParameterIdentifier::Id id, bool success,
   const auto found = m_queries.find(id);
   if (!m_stopped && found != m_queries.end() && found->second->subject() == subject) {
     poll(id);
+    runGroups();
   }
 }
 
