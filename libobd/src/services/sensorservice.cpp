@@ -64,6 +64,9 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
       buildAll();
     }
   }
+  SensorService(const SensorService&) = delete;
+  SensorService& operator=(const SensorService&) = delete;
+  ~SensorService() override { endGroups(); }
 
   std::vector<std::shared_ptr<ParameterDescriptor>> parameters() override {
     std::vector<std::shared_ptr<ParameterDescriptor>> result;
