@@ -50,8 +50,9 @@ struct DtcReader::Database {
 
   // The rows of one code.
   std::span<Entry> find(std::string_view code) {
-    return std::ranges::equal_range(entries, code, {},
-                                    [this](const Entry& entry) { return table->codeOf(*entry.row); });
+    const auto codeOf = [this](const Entry& entry) { return table->codeOf(*entry.row); };
+    return {std::ranges::lower_bound(entries, code, {}, codeOf),
+            std::ranges::upper_bound(entries, code, {}, codeOf)};
   }
 
   std::vector<std::shared_ptr<DtcDataModel>> recordsOf(std::span<Entry> wanted) const {

@@ -39,7 +39,7 @@ constexpr unsigned char StandardTids = 10;
 constexpr std::size_t SensorsOfFourBanks = 8;  // all that PID 0x1D can tell
 
 bool contains(const std::vector<unsigned char>& list, unsigned int id) {
-  return std::find(list.begin(), list.end(), id) != list.end();
+  return std::ranges::find(list, id) != list.end();
 }
 
 /// The number of entry `id` of the block behind `offset`; the last entry of the last block wraps to 0.

@@ -68,11 +68,9 @@ std::shared_ptr<IEcu> ObdProxy::currentEcu() {
 
 std::shared_ptr<IEcu> ObdProxy::ecu(unsigned int id) {
   // In the order of the replies, in which identifiers have a sign.
-  const auto before = [](const std::shared_ptr<IEcu>& candidate, unsigned int wanted) {
-    return static_cast<int>(candidate->id()) < static_cast<int>(wanted);
-  };
+  const auto place = [](const std::shared_ptr<IEcu>& ecu) { return static_cast<int>(ecu->id()); };
   const std::lock_guard guard(m_ecuMutex);
-  const auto found = std::lower_bound(m_ecus.begin(), m_ecus.end(), id, before);
+  const auto found = std::ranges::lower_bound(m_ecus, static_cast<int>(id), {}, place);
   return found != m_ecus.end() && (*found)->id() == id ? *found : nullptr;
 }
 
