@@ -63,10 +63,7 @@ class MonitorService final : public RefreshingService<IMonitorService, Observer>
   DiagnosticMonitors readOnboardMonitors() override;
 
  protected:
-  void onConnected() override {
-    retire(m_testRefreshers);
-    buildTestRefreshers();
-  }
+  void onConnected() override { buildTestRefreshers(); }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -74,7 +71,6 @@ class MonitorService final : public RefreshingService<IMonitorService, Observer>
   }
   void onEcuChanged() override {
     cancelAll();
-    retire(m_testRefreshers);
     buildTestRefreshers();
     fireEvent(&Observer::invalidated);
   }
@@ -175,6 +171,7 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
 }
 
 void MonitorService::buildTestRefreshers() {
+  retire(m_testRefreshers);
   if (!ecu()) {
     return;
   }

@@ -43,10 +43,7 @@ class OxygenSensorMonitorService final : public RefreshingService<IOxygenSensorM
   }
 
  protected:
-  void onConnected() override {
-    retire(m_testRefreshers);
-    buildTestRefreshers();
-  }
+  void onConnected() override { buildTestRefreshers(); }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -66,7 +63,6 @@ class OxygenSensorMonitorService final : public RefreshingService<IOxygenSensorM
  private:
   void buildTestRefreshers();
   void invalidate() {
-    retire(m_testRefreshers);
     buildTestRefreshers();
     fireEvent(&Observer::onInvalidated);
   }
@@ -81,6 +77,7 @@ class OxygenSensorMonitorService final : public RefreshingService<IOxygenSensorM
 };
 
 void OxygenSensorMonitorService::buildTestRefreshers() {
+  retire(m_testRefreshers);
   if (!ecu()) {
     return;
   }

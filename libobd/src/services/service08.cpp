@@ -41,9 +41,9 @@ class Service08 final : public RefreshingService<IService08, IService08Observer>
   }
 
   bool isSupported() override { return isConnected() && !m_tests.empty(); }
-  Tests tests() override;
+  Tests tests() override { return models(true); }
   bool startTest(int tid) override;
-  Tests availableTests() override;
+  Tests availableTests() override { return models(false); }
   std::shared_ptr<TestRoutineDataModel> runTest(int tid) override;
 
  protected:
@@ -63,6 +63,7 @@ class Service08 final : public RefreshingService<IService08, IService08Observer>
   void onAllFinished() override { fireEvent(&IService08Observer::onRefreshDone); }
 
  private:
+  Tests models(bool withResults);
   void buildTests();
   void forgetTests() {
     Refreshers refreshers;
@@ -96,21 +97,13 @@ void Service08::buildTests() {
   }
 }
 
-IService08::Tests Service08::tests() {
+// Of the tests on offer.
+IService08::Tests Service08::models(bool withResults) {
   Tests models;
   if (hasUnit()) {
     for (const auto& [tid, test] : m_tests) {
-      models.push_back(makeModel(*ecu(), *test.query));
-    }
-  }
-  return models;
-}
-
-IService08::Tests Service08::availableTests() {
-  Tests models;
-  if (hasUnit()) {
-    for (const auto& [tid, test] : m_tests) {
-      models.push_back(makeModel(*ecu(), OnBoardTest(test.query->tid(), ecu()->protocol())));
+      const OnBoardTest fresh(test.query->tid(), ecu()->protocol());
+      models.push_back(makeModel(*ecu(), withResults ? *test.query : fresh));
     }
   }
   return models;
