@@ -1,5 +1,7 @@
 #include "powertrain/monitorstatus.h"
 
+#include <algorithm>
+
 namespace obd {
 
 namespace {
@@ -34,12 +36,9 @@ constexpr const char* Descriptions[] = {
 static_assert(std::size(Descriptions) == MonitorRecord::IGNITION_MONITOR_TEST);
 
 const MonitorRecord::MonitorTestInfo* findTest(ObdTest test) {
-  for (const MonitorRecord::MonitorTestInfo& info : MonitorRecord::TEST_INFO_ARRAY) {
-    if (info.test == test) {
-      return &info;
-    }
-  }
-  return nullptr;
+  const auto* const info =
+      std::ranges::find(MonitorRecord::TEST_INFO_ARRAY, test, &MonitorRecord::MonitorTestInfo::test);
+  return info == std::end(MonitorRecord::TEST_INFO_ARRAY) ? nullptr : info;
 }
 
 }  // namespace

@@ -9,8 +9,8 @@ ParameterDescriptor::ParameterDescriptor(const std::shared_ptr<PowertrainParamet
     : m_parameter(parameter), m_ecu(ecu), m_system(system) {}
 
 bool ParameterDescriptor::hasNumericSensors() const {
-  const auto infos = m_parameter->sensorInfo(*m_ecu);
-  return std::any_of(infos.begin(), infos.end(), [](const auto& info) { return info->isNumeric(); });
+  return std::ranges::any_of(m_parameter->sensorInfo(*m_ecu),
+                             [](const auto& info) { return info->isNumeric(); });
 }
 
 std::vector<std::shared_ptr<SensorDescriptor>> ParameterDescriptor::sensors() const {

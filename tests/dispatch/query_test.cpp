@@ -23,9 +23,9 @@ using obd::IQuery;
 using FakeRefresher = obd::Refresher<FakeQuery>;
 constexpr unsigned int Automatic = obd::IRefresher::AutomaticId;
 
-class Observer : public obd::IRefreshObserver<FakeQuery> {
+class Observer : public obd::IRefreshObserver {
  public:
-  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<FakeQuery>& subject) override {
+  void tell(unsigned int id, bool success, const std::shared_ptr<FakeQuery>& subject) {
     events +=
         "done" + std::to_string(id) + (success ? "+" : "-") + std::to_string(subject->values.size()) + " ";
     if (onDone) {
@@ -58,6 +58,13 @@ class QueryTest : public testing::Test {
     }
   }
 
+  std::unique_ptr<FakeRefresher> makeRefresher(const std::shared_ptr<FakeQuery>& query) {
+    return std::make_unique<FakeRefresher>(
+        query, observer, [to = observer.get()](unsigned int id, bool success, const auto& read) {
+          to->tell(id, success, read);
+        });
+  }
+
   // What the observer hears of a refresh.
   std::string heard(unsigned int id = Automatic, std::uint32_t time = 100) {
     refresher->refresh(id);
@@ -70,7 +77,7 @@ class QueryTest : public testing::Test {
   fake::Log log;
   std::shared_ptr<FakeQuery> subject = std::make_shared<FakeQuery>();
   std::shared_ptr<Observer> observer = std::make_shared<Observer>();
-  std::unique_ptr<FakeRefresher> refresher = std::make_unique<FakeRefresher>(subject, observer);
+  std::unique_ptr<FakeRefresher> refresher = makeRefresher(subject);
 };
 
 TEST_F(QueryTest, RefreshTellsStartOutcomeAndEndAndCountsFinishedRuns) {
@@ -207,14 +214,14 @@ TEST_F(QueryTest, RefusedByAFullQueueItIsFreeAgain) {
   const auto filler = std::make_shared<obd::Callback>();
   while (dispatcher.update(filler)) {
   }
-  FakeRefresher refused(std::make_shared<FakeQuery>(), observer);
-  EXPECT_EQ(refused.refresh(5), 5U);
+  const auto refused = makeRefresher(std::make_shared<FakeQuery>());
+  EXPECT_EQ(refused->refresh(5), 5U);
   const std::uint32_t start = CTime::milliseconds();
   EXPECT_FALSE(obd::fetch(std::make_shared<FakeQuery>()));
   EXPECT_EQ(CTime::milliseconds(), start);
   EXPECT_EQ(observer->take(), "");
   pump(3000);
-  refused.refresh(5);
+  refused->refresh(5);
   EXPECT_EQ(observer->take(), "done0+1 finished started ");
 }
 
@@ -276,7 +283,7 @@ TEST_F(QueryTest, SurvivesCancelRefreshAndDestructionAtAnyMoment) {
     if (i % 17 == 0) {
       refresher.reset();
       dispatcher.cancel();  // the old run is over, so the subject may have a new owner
-      refresher = std::make_unique<FakeRefresher>(subject, observer);
+      refresher = makeRefresher(subject);
     }
     dispatcher.dispatch();
   }

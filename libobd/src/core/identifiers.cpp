@@ -8,9 +8,8 @@ namespace {
 
 // The freeze frame's code goes where it belongs, before the next identifier.
 void insertFreezeFrameCode(std::vector<unsigned char>& ids) {
-  const auto next =
-      std::find_if(ids.begin(), ids.end(), [](unsigned char id) { return id > FreezeFrameCodePid; });
-  if (next != ids.end() && std::find(ids.begin(), ids.end(), FreezeFrameCodePid) == ids.end()) {
+  const auto next = std::ranges::find_if(ids, [](unsigned char id) { return id > FreezeFrameCodePid; });
+  if (next != ids.end() && std::ranges::find(ids, FreezeFrameCodePid) == ids.end()) {
     ids.insert(next, FreezeFrameCodePid);
   }
 }
@@ -19,8 +18,7 @@ void insertFreezeFrameCode(std::vector<unsigned char>& ids) {
 
 bool hasList(const IEcu& ecu, ObdMode mode) {
   // The first list, which everybody is asked for, stands there from the beginning.
-  const std::vector<unsigned char> ids = ecu.supportedIds(mode, 0);
-  return std::any_of(ids.begin(), ids.end(), [](unsigned char id) { return id != 0; });
+  return std::ranges::any_of(ecu.supportedIds(mode, 0), [](unsigned char id) { return id != 0; });
 }
 
 std::vector<unsigned char> supportedIdentifiers(const IEcu& ecu, ObdMode mode, unsigned char frame) {

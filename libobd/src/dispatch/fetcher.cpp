@@ -1,6 +1,7 @@
 #include "dispatch/fetcher.h"
 
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include <hostos/time.h>
@@ -31,8 +32,7 @@ class FetchTask : public IDispatchable {
     }
     debugStream << "Fetch done with " << (success ? "success" : "failure");
     const std::lock_guard guard(m_mutex);
-    m_done = true;
-    m_success = success;
+    m_outcome = success;
     m_ready.notifyAll();
   }
 
@@ -41,7 +41,7 @@ class FetchTask : public IDispatchable {
   bool wait(std::uint32_t limit) {
     std::unique_lock lock(m_mutex);
     const std::uint32_t start = CTime::milliseconds();
-    while (!m_done) {
+    while (!m_outcome) {
       const std::uint32_t waited = CTime::milliseconds() - start;
       if (waited >= limit) {
         LogStream(Source, __LINE__, 2) << "Future not ready";
@@ -50,7 +50,7 @@ class FetchTask : public IDispatchable {
       }
       m_ready.wait(lock, limit - waited);
     }
-    return m_success;
+    return *m_outcome;
   }
 
  private:
@@ -62,8 +62,7 @@ class FetchTask : public IDispatchable {
   const std::shared_ptr<IQuery> m_subject;
   std::mutex m_mutex;
   hostos::WaitCondition m_ready;
-  bool m_done = false;
-  bool m_success = false;
+  std::optional<bool> m_outcome;
   bool m_cancelled = false;
 };
 

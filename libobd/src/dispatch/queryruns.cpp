@@ -114,9 +114,7 @@ void QueryRuns::notify(QueryRun& run) {
 
 // Entries leave the queues in order, so those of older runs, if they have not come by now, were dropped.
 void QueryRuns::retire(const QueryRun& run) {
-  const auto found =
-      std::find_if(m_underWay.begin(), m_underWay.end(),
-                   [&](const std::shared_ptr<QueryRun>& other) { return other.get() == &run; });
+  const auto found = std::ranges::find_if(m_underWay, [&](const auto& other) { return other.get() == &run; });
   if (found != m_underWay.end()) {
     m_spare = *found;
     m_underWay.erase(m_underWay.begin(), found + 1);

@@ -1,27 +1,25 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include "dispatch/query.h"
 
 namespace obd {
 
-/// Hears of the runs of a `Refresher<T>`. Every `onUpdateStarted` is followed by one `onUpdateFinished`, or
-/// by one `onUpdateDropped`, or by nothing where the entry of the run does not come back: after
+/// Hears of the runs of refreshers. Every `onUpdateStarted` is followed by one `onUpdateFinished`, or by one
+/// `onUpdateDropped`, or by nothing where the entry of the run does not come back: after
 /// `Dispatcher::cancel`, with a queue full, or with the refresher gone.
-template <typename T>
 class IRefreshObserver {
  public:
   virtual ~IRefreshObserver() = default;
-  /// Comes in front of each `onUpdateDone`, with the same subject.
+  /// Comes in front of each `Refresher::Done`, with the same subject.
   virtual void onReplied(bool /*success*/, const IQuery& /*subject*/) {}
-  /// A run is over, on the thread that calls `Dispatcher::dispatch`. After a failure the subject is empty or
-  /// partly filled. Copy what is to be kept.
-  virtual void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<T>& subject) = 0;
   /// A run has been queued, on the thread that called `refresh`.
   virtual void onUpdateStarted() = 0;
-  /// Follows each `onUpdateDone`. Comes without one for a run that was cancelled and begun anew.
+  /// Follows each `Refresher::Done`. Comes without one for a run that was cancelled and begun anew.
   virtual void onUpdateFinished() = 0;
   /// The same for a run that was cancelled and not begun anew: nothing more is told of it.
   virtual void onUpdateDropped() {}
@@ -47,32 +45,36 @@ class IRefresher {
 template <typename T>
 class Refresher : public IRefresher {
  public:
-  /// The observer is kept weakly: a refresher never keeps its service alive.
-  Refresher(const std::shared_ptr<T>& subject, const std::weak_ptr<IRefreshObserver<T>>& observer)
-      : m_observer(observer), m_query(subject, [observer](bool begunAnew) {
-          if (const std::shared_ptr<IRefreshObserver<T>> present = observer.lock()) {
+  /// A run is over, on the thread that calls `Dispatcher::dispatch`. After a failure the subject is empty or
+  /// partly filled. Copy what is to be kept.
+  using Done = std::function<void(unsigned int id, bool success, const std::shared_ptr<T>& subject)>;
+
+  /// The observer is kept weakly: a refresher never keeps its service alive. Nothing is called without it.
+  Refresher(const std::shared_ptr<T>& subject, const std::weak_ptr<IRefreshObserver>& observer, Done done)
+      : m_shared(std::make_shared<Shared>(observer, std::move(done))),
+        m_query(subject, [observer](bool begunAnew) {
+          if (const std::shared_ptr<IRefreshObserver> present = observer.lock()) {
             begunAnew ? present->onUpdateFinished() : present->onUpdateDropped();
           }
         }) {}
 
   unsigned int refresh(unsigned int id) override {
     if (id == AutomaticId) {
-      id = m_counts->finished.load();
+      id = m_shared->finished.load();
     }
-    const bool queued =
-        m_query.dispatch([weak = m_observer, counts = m_counts, id, forgotten = m_counts->forgotten.load()](
-                             bool success, const std::shared_ptr<T>& subject) {
-          if (const std::shared_ptr<IRefreshObserver<T>> observer = weak.lock()) {
-            ++counts->finished;
-            observer->onReplied(success, *subject);
-            observer->onUpdateDone(id, success, subject);
-            if (counts->forgotten == forgotten) {
-              observer->onUpdateFinished();
-            }
-          }
-        });
+    const bool queued = m_query.dispatch([shared = m_shared, id, forgotten = m_shared->forgotten.load()](
+                                             bool success, const std::shared_ptr<T>& subject) {
+      if (const std::shared_ptr<IRefreshObserver> observer = shared->observer.lock()) {
+        ++shared->finished;
+        observer->onReplied(success, *subject);
+        shared->onUpdateDone(id, success, subject);
+        if (shared->forgotten == forgotten) {
+          observer->onUpdateFinished();
+        }
+      }
+    });
     if (queued) {
-      if (const std::shared_ptr<IRefreshObserver<T>> observer = m_observer.lock()) {
+      if (const std::shared_ptr<IRefreshObserver> observer = m_shared->observer.lock()) {
         observer->onUpdateStarted();
       }
     }
@@ -81,20 +83,24 @@ class Refresher : public IRefresher {
 
   void cancel() override { m_query.cancel(); }
   void forget() override {
-    ++m_counts->forgotten;
+    ++m_shared->forgotten;
     m_query.forget();
   }
   bool underWay() const override { return m_query.underWay(); }
 
  private:
-  // Shared with the callback, which an observer may destroy this object from.
-  struct Counts {
+  // With the callback, which an observer may destroy this object from.
+  struct Shared {
+    Shared(std::weak_ptr<IRefreshObserver> itsObserver, Done done)
+        : observer(std::move(itsObserver)), onUpdateDone(std::move(done)) {}
+
+    const std::weak_ptr<IRefreshObserver> observer;
+    const Done onUpdateDone;
     std::atomic<unsigned int> finished{0};   // the next automatic id
     std::atomic<unsigned int> forgotten{0};  // calls of `forget`
   };
 
-  const std::weak_ptr<IRefreshObserver<T>> m_observer;
-  const std::shared_ptr<Counts> m_counts = std::make_shared<Counts>();
+  const std::shared_ptr<Shared> m_shared;
   Query<T> m_query;
 };
 

@@ -20,6 +20,23 @@ namespace {
 constexpr std::string_view Reserved = "ISO/SAE Reserved";
 constexpr std::string_view GenericMake = ManufacturerTexts[0];
 
+// What the first letter of a code tells, and with which characters behind it a code is the makes' own. P2
+// counts as generic and P3 does not, U3 as the makes' and B3 and C3 do not: this is how the database divides
+// the codes it does not hold, whatever SAE J2012 has given out since.
+struct SystemRow {
+  char letter;
+  std::string_view name;
+  std::string_view ofMakes;
+};
+constexpr SystemRow Systems[] = {
+    {'P', "Powertrain", "13"}, {'B', "Body", "12"}, {'C', "Chassis", "12"}, {'U', "Network", "123"}};
+constexpr SystemRow Undefined = {'\0', "Undefined", ""};
+
+const SystemRow& systemOf(std::string_view code) {
+  const auto* const row = std::ranges::find(Systems, code.empty() ? '\0' : code[0], &SystemRow::letter);
+  return row == std::end(Systems) ? Undefined : *row;
+}
+
 }  // namespace
 
 // Every loaded row in the order of the whole list: by code, then by make; within a make the last load first,
@@ -33,12 +50,9 @@ struct DtcReader::Database {
 
   // The rows of one code.
   std::span<Entry> find(std::string_view code) {
-    const auto first = std::lower_bound(
-        entries.begin(), entries.end(), code,
-        [this](const Entry& entry, std::string_view wanted) { return table->codeOf(*entry.row) < wanted; });
-    const auto last = std::find_if(first, entries.end(),
-                                   [&](const Entry& entry) { return table->codeOf(*entry.row) != code; });
-    return {first, last};
+    const auto codeOf = [this](const Entry& entry) { return table->codeOf(*entry.row); };
+    return {std::ranges::lower_bound(entries, code, {}, codeOf),
+            std::ranges::upper_bound(entries, code, {}, codeOf)};
   }
 
   std::vector<std::shared_ptr<DtcDataModel>> recordsOf(std::span<Entry> wanted) const {
@@ -138,43 +152,14 @@ std::string DtcReader::getSystem(const std::string& code) const {
 }
 
 std::string_view DtcReader::system(std::string_view code) {
-  switch (code.empty() ? '\0' : code[0]) {
-    case 'P':
-      return "Powertrain";
-    case 'B':
-      return "Body";
-    case 'C':
-      return "Chassis";
-    case 'U':
-      return "Network";
-    default:
-      return "Undefined";
-  }
+  return systemOf(code).name;
 }
 
-// P2 counts as generic and P3 does not, U3 as the makes' and B3 and C3 do not: this is how the database
-// divides the codes it does not hold, whatever SAE J2012 has given out since.
 std::string_view DtcReader::getDefaultManufacturer(const std::string& code) {
   if (code.size() < 2) {
     throw std::out_of_range("invalid string position");
   }
-  const char digit = code[1];
-  bool make = false;
-  switch (code[0]) {
-    case 'P':
-      make = digit == '1' || digit == '3';
-      break;
-    case 'B':
-    case 'C':
-      make = digit == '1' || digit == '2';
-      break;
-    case 'U':
-      make = digit >= '1' && digit <= '3';
-      break;
-    default:
-      break;
-  }
-  return make ? "Unknown" : GenericMake;
+  return systemOf(code).ofMakes.find(code[1]) == std::string_view::npos ? GenericMake : "Unknown";
 }
 
 }  // namespace obd

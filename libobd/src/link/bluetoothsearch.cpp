@@ -66,17 +66,10 @@ void BluetoothSearch::onSearchDone() {
   notifySearchDone();
 }
 
-void BluetoothSearch::notifySearchStarted() {
+void BluetoothSearch::tell(void (IBluetoothObserver::*event)()) {
   const std::lock_guard guard(m_mutex);
   for (IBluetoothObserver* observer : m_observers) {
-    observer->onSearchStarted();
-  }
-}
-
-void BluetoothSearch::notifySearchDone() {
-  const std::lock_guard guard(m_mutex);
-  for (IBluetoothObserver* observer : m_observers) {
-    observer->onSearchDone();
+    (observer->*event)();
   }
 }
 

@@ -61,8 +61,9 @@ class VELMARA_EXPORT BluetoothSearch : public IBluetoothSearch, public hostos::I
   void onDeviceFound(const std::string& name, const std::string& address, int port) override;
   void onSearchDone() override;
 
-  void notifySearchStarted();
-  void notifySearchDone();
+  void notifySearchStarted() { tell(&IBluetoothObserver::onSearchStarted); }
+  void notifySearchDone() { tell(&IBluetoothObserver::onSearchDone); }
+  void tell(void (IBluetoothObserver::*event)());
 
   std::atomic<bool> m_scanning{false};  // an inquiry is under way
   std::atomic<bool> m_stopped{true};    // results are not wanted

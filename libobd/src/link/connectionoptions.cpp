@@ -29,15 +29,11 @@ const std::string SerialDescriptionKey = "connection/serial/description";
 const std::string TcpAddressKey = "connection/tcp/address";
 const std::string TcpPortKey = "connection/tcp/port";
 const std::string DeviceCountKey = "bluetooth/size";
+constexpr const char* NameField = "/name";
+constexpr const char* AddressField = "/address";
 
 std::string deviceKey(int number, const char* field) {
   return "bluetooth/" + std::to_string(number) + field;
-}
-std::string deviceNameKey(int number) {
-  return deviceKey(number, "/name");
-}
-std::string deviceAddressKey(int number) {
-  return deviceKey(number, "/address");
 }
 
 BluetoothDescriptor defaultBluetooth() {
@@ -103,35 +99,8 @@ void ConnectionOptions::save() {
   m_settings->setValue(TcpPortKey, m_tcp.port());
 }
 
-void ConnectionOptions::setBus(std::uint32_t bus) {
-  m_bus = bus;
-  fire(ConnectionOptionsEvent::BusChanged);
-}
-
-void ConnectionOptions::setProtocol(VehicleProtocol protocol) {
-  m_protocol = protocol;
-  fire(ConnectionOptionsEvent::ProtocolChanged);
-}
-
-void ConnectionOptions::setBluetoothDescriptor(const BluetoothDescriptor& descriptor) {
-  m_bluetooth = descriptor;
-  fire(ConnectionOptionsEvent::BluetoothChanged);
-}
-
-void ConnectionOptions::setSerialDescriptor(const SerialDescriptor& descriptor) {
-  m_serial = descriptor;
-  fire(ConnectionOptionsEvent::SerialChanged);
-}
-
-void ConnectionOptions::setTcpDescriptor(const TcpDescriptor& descriptor) {
-  m_tcp = descriptor;
-  fire(ConnectionOptionsEvent::TcpChanged);
-}
-
 void ConnectionOptions::addBluetoothDevice(const BluetoothDescriptor& descriptor) {
-  const auto known = std::find_if(m_devices.begin(), m_devices.end(), [&](const BluetoothDescriptor& device) {
-    return device.address() == descriptor.address();
-  });
+  const auto known = std::ranges::find(m_devices, descriptor.address(), &BluetoothDescriptor::address);
   if (known != m_devices.end()) {
     if (known->name() == descriptor.name()) {
       return;
@@ -157,7 +126,8 @@ void ConnectionOptions::loadDevices() {
   for (int i = 1; i <= count; ++i) {
     std::string name;
     std::string address;
-    if (m_settings->value(deviceNameKey(i), name) && m_settings->value(deviceAddressKey(i), address)) {
+    if (m_settings->value(deviceKey(i, NameField), name) &&
+        m_settings->value(deviceKey(i, AddressField), address)) {
       m_devices.emplace_back(name, address, DefaultBluetoothPort);
     }
   }
@@ -167,8 +137,8 @@ void ConnectionOptions::saveDevices() {
   int number = 0;
   for (const BluetoothDescriptor& device : m_devices) {
     ++number;
-    m_settings->setValue(deviceNameKey(number), device.name());
-    m_settings->setValue(deviceAddressKey(number), device.address());
+    m_settings->setValue(deviceKey(number, NameField), device.name());
+    m_settings->setValue(deviceKey(number, AddressField), device.address());
   }
   m_settings->setValue(DeviceCountKey, number);
 }

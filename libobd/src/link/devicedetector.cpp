@@ -17,20 +17,19 @@ constexpr int SearchRates[] = {9600, 19200, 38400, 57600, 115200};
 constexpr int IncreaseRates[] = {115200, 57600, 38400, 19200, 9600};
 constexpr unsigned int BaudrateTimeout = 200;  // ms
 
-bool resetAdapter(ElmScantool& device) {
-  const bool result = device.resetAdapter();
+bool succeeded(bool result, const char* failure) {
   if (!result) {
-    LogStream(Source, __LINE__, 3) << "Failed to reset interface";
+    LogStream(Source, __LINE__, 3) << failure;
   }
   return result;
 }
 
+bool resetAdapter(ElmScantool& device) {
+  return succeeded(device.resetAdapter(), "Failed to reset interface");
+}
+
 bool identify(ElmScantool& device) {
-  const bool result = device.identify();
-  if (!result) {
-    LogStream(Source, __LINE__, 3) << "Failed to identify interface";
-  }
-  return result;
+  return succeeded(device.identify(), "Failed to identify interface");
 }
 
 }  // namespace
@@ -114,11 +113,7 @@ bool DeviceDetector::changeBaudrate(ElmScantool& device, int rate) {
 }
 
 bool DeviceDetector::setBusBaudrate(int rate) {
-  if (m_serialBus->setBaudrate(rate)) {
-    return true;
-  }
-  LogStream(Source, __LINE__, 3) << "Failed to set baud rate to bus";
-  return false;
+  return succeeded(m_serialBus->setBaudrate(rate), "Failed to set baud rate to bus");
 }
 
 }  // namespace obd

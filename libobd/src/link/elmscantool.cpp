@@ -1,7 +1,6 @@
 #include "link/elmscantool.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <charconv>
 #include <initializer_list>
@@ -94,19 +93,8 @@ std::string twoDigits(unsigned int byte) {
   return text.size() < 2 ? "0" + text : text;
 }
 
-// Makes a reply comparable. `command` is what an adapter with echo on has sent back.
-void cleanReply(const std::string& command, std::string& text) {
-  makeUpper(text);
-  removeBlanks(text);
-  removeFirst(text, command);
-  removeFirst(text, "?");
-}
-
 bool isKnownInterface(const std::string& text) {
-  if (text.size() > 4) {
-    return true;
-  }
-  return contains(upper(text), Elm);  // the other markers are longer than that
+  return text.size() > 4 || contains(upper(text), Elm);  // the other markers are longer than that
 }
 
 // The nth word of a text, or the last one there is.
@@ -222,11 +210,6 @@ void ElmScantool::store(Change change) {
   }
 }
 
-ElmScantool::Identity ElmScantool::identity() const {
-  const std::lock_guard guard(m_mutex);
-  return m_identity;
-}
-
 void ElmScantool::resetState() {
   const std::lock_guard guard(m_mutex);
   m_disconnected = true;
@@ -234,38 +217,20 @@ void ElmScantool::resetState() {
   m_identity = Identity();
 }
 
-std::string ElmScantool::interfaceName() {
-  return identity().interfaceName;
-}
-std::string ElmScantool::deviceDescription() {
-  return identity().deviceDescription;
-}
-std::string ElmScantool::deviceIdentifier() {
-  return identity().deviceIdentifier;
-}
-std::string ElmScantool::protocolName() {
-  return identity().protocolName;
-}
-
-ObdProtocol ElmScantool::obdProtocol() {
-  const std::lock_guard guard(m_mutex);
-  return toObdProtocol(m_identity.protocol);
-}
-
 bool ElmScantool::isDiamex() const {
-  return contains(upper(identity().interfaceName), Diamex);
+  return contains(upper(read(&Identity::interfaceName)), Diamex);
 }
 bool ElmScantool::isObdPro() const {
-  return contains(upper(identity().deviceDescription), ObdPro);
+  return contains(upper(read(&Identity::deviceDescription)), ObdPro);
 }
 
 // --- One exchange ---
 
-bool ElmScantool::writeCommand(const std::string& command) {
+bool ElmScantool::write(const std::vector<unsigned char>& text) {
   if (m_disconnected) {
     return false;
   }
-  if (ElmTransport::send(*m_connection, {command.begin(), command.end()}) != ElmTransport::Done) {
+  if (ElmTransport::send(*m_connection, text) != ElmTransport::Done) {
     resetState();
     return false;
   }
@@ -294,7 +259,7 @@ bool ElmScantool::receiveBytes(std::vector<unsigned char>& bytes, unsigned int t
 
 AdapterError ElmScantool::scanForError(const std::vector<unsigned char>& reply) {
   // Every word holds a letter that is no hexadecimal digit, so plain data needs no search.
-  if (std::all_of(reply.begin(), reply.end(), isHexadecimal)) {
+  if (std::ranges::all_of(reply, isHexadecimal)) {
     return AdapterError::NoError;
   }
   std::string text(reply.begin(), reply.end());
@@ -329,27 +294,30 @@ std::string ElmScantool::commandText(const AdapterCommand& command, const std::s
   return std::string(diamex ? command.diamex : command.text) + argument;
 }
 
-bool ElmScantool::ask(const AdapterCommand& command, const std::string& text, std::string& reply) {
-  if (!writeCommand(text)) {
-    return false;
+std::optional<std::string> ElmScantool::ask(const AdapterCommand& command, const std::string& argument) {
+  const std::string text = commandText(command, argument);
+  return write({text.begin(), text.end()}) ? std::optional(readReply(command.reads)) : std::nullopt;
+}
+
+std::optional<std::string> ElmScantool::askPlain(const AdapterCommand& command, const std::string& argument) {
+  const std::string text = commandText(command, argument);
+  std::optional<std::string> reply = ask(command, argument);
+  if (reply) {
+    makeUpper(*reply);
+    removeBlanks(*reply);
+    removeFirst(*reply, text);  // from an adapter with echo on
   }
-  reply = readReply(command.reads);
-  return true;
+  return reply;
 }
 
 bool ElmScantool::demand(const AdapterCommand& command, const std::string& argument,
                          const std::string& expected) {
-  const std::string text = commandText(command, argument);
-  std::string reply;
-  if (!ask(command, text, reply)) {
-    return false;
+  const std::optional<std::string> reply = askPlain(command, argument);
+  const bool result = reply && contains(*reply, expected);
+  if (reply && !result) {
+    LogStream(Source, __LINE__, 3) << command.failure << ". Response: " << *reply;
   }
-  cleanReply(text, reply);
-  if (contains(reply, expected)) {
-    return true;
-  }
-  LogStream(Source, __LINE__, 3) << command.failure << ". Response: " << reply;
-  return false;
+  return result;
 }
 
 // --- Identity of the adapter ---
@@ -363,9 +331,8 @@ bool ElmScantool::parseInterface(std::string text) {
   }
   removeFirst(text, "OK");
   const std::string upperCase = upper(text);
-  const auto* const row =
-      std::find_if(std::begin(Interfaces), std::end(Interfaces),
-                   [&](const InterfaceRow& known) { return contains(upperCase, known.marker); });
+  const auto* const row = std::ranges::find_if(
+      Interfaces, [&](const InterfaceRow& known) { return contains(upperCase, known.marker); });
   if (row != std::end(Interfaces)) {
     debugStream << row->line << text;
     const Version version = parseVersion(word(text, row->versionToken));
@@ -386,52 +353,40 @@ bool ElmScantool::parseInterface(std::string text) {
 
 bool ElmScantool::resetAdapter() {
   readText(DrainTime);
-  std::string reply;
-  return ask(command::Reset, commandText(command::Reset), reply) && parseInterface(reply);
+  const std::optional<std::string> reply = ask(command::Reset);
+  return reply && parseInterface(*reply);
 }
 
 bool ElmScantool::identify() {
-  std::string reply;
-  if (!ask(command::Identify, commandText(command::Identify), reply)) {
+  const std::optional<std::string> reply = ask(command::Identify);
+  if (!reply) {
     return false;
   }
-  const bool result = parseInterface(reply);
-  readDeviceDescription();
+  const bool result = parseInterface(*reply);
+  readDeviceText(command::Description, &Identity::deviceDescription);
   return result;
 }
 
-void ElmScantool::readDeviceDescription() {
-  const std::string text = commandText(command::Description);
-  std::string reply;
-  if (ask(command::Description, text, reply)) {
-    removeFirst(reply, text);
-    store([&](Identity& identity) { identity.deviceDescription = trimmed(reply); });
-  }
-}
-
-void ElmScantool::readDeviceIdentifier() {
-  const std::string text = commandText(command::Identifier);
-  std::string reply;
-  if (ask(command::Identifier, text, reply)) {
-    if (reply.empty()) {
-      reply = readText(IdentifierTime);
+// Gives an adapter that is slow with it `patience` milliseconds more.
+void ElmScantool::readDeviceText(const AdapterCommand& command, std::string Identity::*text,
+                                 unsigned int patience) {
+  const std::string echo = commandText(command);
+  if (std::optional<std::string> reply = ask(command)) {
+    if (reply->empty() && patience != 0) {
+      reply = readText(patience);
     }
-    removeFirst(reply, text);
-    removeFirst(reply, "?");
-    store([&](Identity& identity) { identity.deviceIdentifier = trimmed(reply); });
+    removeFirst(*reply, echo);
+    store([&](Identity& identity) { identity.*text = trimmed(*reply); });
   }
 }
 
 bool ElmScantool::probeInterface() {
-  std::string reply;
-  if (!ask(command::Probe, commandText(command::Probe), reply)) {
-    return false;
+  std::optional<std::string> reply = ask(command::Probe);
+  if (reply && !reply->empty() && !isKnownInterface(*reply)) {
+    // Something short came: noise of a wrong rate, or the end of an earlier reply.
+    reply = ask(command::Probe);
   }
-  if (isKnownInterface(reply)) {
-    return true;
-  }
-  // Something short came: noise of a wrong rate, or the end of an earlier reply.
-  return !reply.empty() && ask(command::Probe, commandText(command::Probe), reply) && isKnownInterface(reply);
+  return reply && isKnownInterface(*reply);
 }
 
 // --- Set-up ---
@@ -441,19 +396,20 @@ bool ElmScantool::init() {
   if (!identify()) {
     return false;
   }
-  readDeviceIdentifier();
+  readDeviceText(command::Identifier, &Identity::deviceIdentifier, IdentifierTime);
   readText(SettleTime);
   m_connection->setDelimiter(Prompt);  // a baud rate change may have left another one
   readText(SettleTime);
   if (!demand(command::EchoOff) || !demand(command::LineFeedOff)) {
     return false;
   }
-  const Identity adapter = identity();
-  if (adapter.majorVersion > 1 || (adapter.majorVersion == 1 && adapter.minorVersion >= 3)) {
+  const int major = read(&Identity::majorVersion);
+  if (major > 1 || (major == 1 && read(&Identity::minorVersion) >= 3)) {
     demand(command::SpacesOff);
   }
   demand(command::MemoryOff);
-  setTimeout(VehicleTimeout);
+  debugStream << "Set timeout to " << VehicleTimeout << " ms";
+  demand(command::Timeout, hexadecimal(VehicleTimeout / 4));
   return true;
 }
 
@@ -461,22 +417,12 @@ bool ElmScantool::restoreDefaults() {
   return demand(command::Defaults);
 }
 
-bool ElmScantool::setTimeout(unsigned int milliseconds) {
-  const unsigned int limited = std::min(milliseconds, 1020U);
-  debugStream << "Set timeout to " << limited << " ms";
-  return demand(command::Timeout, hexadecimal(limited / 4));
-}
-
 bool ElmScantool::setBaudrateTimeout(unsigned int milliseconds) {
-  if (isObdPro()) {
-    return true;
-  }
-  return demand(command::BaudrateTimeout, twoDigits(std::min(milliseconds, 1275U) / 5));
+  return isObdPro() || demand(command::BaudrateTimeout, twoDigits(std::min(milliseconds, 1275U) / 5));
 }
 
 bool ElmScantool::requestBaudrate(int rate) {
-  const auto* const row = std::find_if(std::begin(Baudrates), std::end(Baudrates),
-                                       [rate](const BaudrateRow& known) { return known.rate == rate; });
+  const auto* const row = std::ranges::find(Baudrates, rate, &BaudrateRow::rate);
   const bool obdPro = isObdPro();
   const char* argument = nullptr;
   if (!obdPro && contains(upper(interfaceName()), ObdKey)) {
@@ -532,8 +478,8 @@ bool ElmScantool::probeProtocol(VehicleProtocol protocol) {
   if (!(canTry && tryProtocol(protocol)) && !setProtocol(protocol)) {
     return false;
   }
-  std::string reply;
-  if (!ask(command::FirstRequest, commandText(command::FirstRequest), reply) || reply.empty()) {
+  const std::optional<std::string> reply = ask(command::FirstRequest);
+  if (!reply || reply->empty()) {
     LogStream(Source, __LINE__, 3) << command::FirstRequest.failure;
     return false;
   }
@@ -564,33 +510,29 @@ bool ElmScantool::setProtocol(VehicleProtocol protocol) {
   if (!isDiamex()) {
     return demand(command::SetProtocol, number);
   }
-  const std::string text = commandText(command::SetProtocol, number);
-  std::string reply;
-  if (!ask(command::SetProtocol, text, reply)) {
+  const std::optional<std::string> reply = askPlain(command::SetProtocol, number);
+  if (!reply) {
     return false;
   }
-  cleanReply(text, reply);
-  if (contains(reply, number + "=")) {
+  if (contains(*reply, number + "=")) {
     return true;
   }
   LogStream(Source, __LINE__, 3) << "Failed to find " << number << "=, looking for AUTO";
-  if (contains(reply, "AUTO")) {
+  if (contains(*reply, "AUTO")) {
     return true;
   }
-  LogStream(Source, __LINE__, 3) << "Failed to set protocol. Response: " << reply;
+  LogStream(Source, __LINE__, 3) << "Failed to set protocol. Response: " << *reply;
   return false;
 }
 
 bool ElmScantool::readProtocolNumber() {
-  const std::string text = commandText(command::ProtocolNumber);
-  std::string reply;
-  if (!ask(command::ProtocolNumber, text, reply)) {
+  const std::optional<std::string> reply = askPlain(command::ProtocolNumber);
+  if (!reply) {
     return false;
   }
-  cleanReply(text, reply);
-  const auto digit = std::find_if(reply.begin(), reply.end(), isDigit);
-  if (digit == reply.end()) {
-    LogStream(Source, __LINE__, 3) << command::ProtocolNumber.failure << reply;
+  const auto digit = std::ranges::find_if(*reply, isDigit);
+  if (digit == reply->end()) {
+    LogStream(Source, __LINE__, 3) << command::ProtocolNumber.failure << *reply;
     return false;
   }
   store([&](Identity& identity) { identity.protocol = static_cast<VehicleProtocol>(*digit - '0'); });
@@ -598,15 +540,15 @@ bool ElmScantool::readProtocolNumber() {
 }
 
 bool ElmScantool::readProtocolName() {
-  std::string reply;
-  if (!ask(command::ProtocolName, commandText(command::ProtocolName), reply)) {
+  std::optional<std::string> reply = ask(command::ProtocolName);
+  if (!reply) {
     return false;
   }
   for (const std::string_view part :
        {command::ProtocolName.text, std::string_view("AUTO"), std::string_view(",")}) {
-    removeFirst(reply, part);
+    removeFirst(*reply, part);
   }
-  store([&](Identity& identity) { identity.protocolName = reply.empty() ? "AUTO" : trimmed(reply); });
+  store([&](Identity& identity) { identity.protocolName = reply->empty() ? "AUTO" : trimmed(*reply); });
   return true;
 }
 
@@ -621,7 +563,7 @@ bool ElmScantool::setCanFilter(std::uint32_t id) {
 // --- Running ---
 
 int ElmScantool::sendCommand(const std::string& command, std::string& reply, unsigned int timeout) {
-  if (!writeCommand(command)) {
+  if (!write({command.begin(), command.end()})) {
     return RequestLinkDown;
   }
   reply = readText(timeout);
@@ -640,11 +582,7 @@ int ElmScantool::sendRequest(const std::vector<unsigned char>& request, Response
     text.push_back(static_cast<unsigned char>(Digits[byte >> 4]));
     text.push_back(static_cast<unsigned char>(Digits[byte & 0x0F]));
   }
-  if (m_disconnected) {
-    return RequestLinkDown;
-  }
-  if (ElmTransport::send(*m_connection, text) != ElmTransport::Done) {
-    resetState();
+  if (!write(text)) {
     return RequestLinkDown;
   }
   std::vector<unsigned char> reply;
@@ -664,8 +602,8 @@ int ElmScantool::sendRequest(const std::vector<unsigned char>& request, Response
 }
 
 bool ElmScantool::batteryVoltage(float& volts) {
-  std::string reply;
-  return ask(command::Voltage, commandText(command::Voltage), reply) && parseVoltage(reply, volts);
+  const std::optional<std::string> reply = ask(command::Voltage);
+  return reply && parseVoltage(*reply, volts);
 }
 
 bool ElmScantool::parseVoltage(const std::string& text, float& volts) {
@@ -691,19 +629,15 @@ bool ElmScantool::parseVoltage(const std::string& text, float& volts) {
 
 void ElmScantool::close() {
   if (m_connection->isConnected()) {
-    enterLowPower();
+    if (const std::optional<std::string> reply = ask(command::LowPower)) {
+      debugStream << "Sent low power command, response: " << *reply;
+    } else {
+      debugStream << "Failed to set to low power mode. Do quick reset.";
+      const std::string text = commandText(command::Reset);
+      write({text.begin(), text.end()});
+    }
   }
   resetState();
-}
-
-void ElmScantool::enterLowPower() {
-  std::string reply;
-  if (ask(command::LowPower, commandText(command::LowPower), reply)) {
-    debugStream << "Sent low power command, response: " << reply;
-  } else {
-    debugStream << "Failed to set to low power mode. Do quick reset.";
-    writeCommand(commandText(command::Reset));
-  }
 }
 
 }  // namespace obd

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,12 +39,12 @@ class ElmScantool : public IDevice {
   /// Sets the connection's delimiter to the prompt. The connection is not owned.
   explicit ElmScantool(IConnection* connection);
 
-  std::string interfaceName() override;
-  std::string deviceDescription() override;
-  std::string deviceIdentifier() override;
+  std::string interfaceName() override { return read(&Identity::interfaceName); }
+  std::string deviceDescription() override { return read(&Identity::deviceDescription); }
+  std::string deviceIdentifier() override { return read(&Identity::deviceIdentifier); }
   bool batteryVoltage(float& volts) override;
-  ObdProtocol obdProtocol() override;
-  std::string protocolName() override;
+  ObdProtocol obdProtocol() override { return toObdProtocol(read(&Identity::protocol)); }
+  std::string protocolName() override { return read(&Identity::protocolName); }
   bool init() override;
   bool detectProtocol(VehicleProtocol protocol) override;
   void close() override;
@@ -81,33 +82,37 @@ class ElmScantool : public IDevice {
 
   template <typename Change>
   void store(Change change);
-  Identity identity() const;
+  template <typename T>
+  T read(T Identity::*member) const {
+    const std::lock_guard guard(m_mutex);
+    return m_identity.*member;
+  }
   void resetState();
 
   bool isDiamex() const;
   bool isObdPro() const;
 
-  bool writeCommand(const std::string& command);
+  bool write(const std::vector<unsigned char>& text);
   bool receiveBytes(std::vector<unsigned char>& bytes, unsigned int timeout);
   std::string readText(unsigned int timeout);
   std::string readReply(const std::array<unsigned short, 3>& timeouts);
   std::string commandText(const AdapterCommand& command, const std::string& argument = std::string()) const;
-  // Sends a text and reads as the command wants it. False, with nothing read, if the text could not be sent.
-  bool ask(const AdapterCommand& command, const std::string& text, std::string& reply);
+  // Sends a command and reads as it wants. Nothing, with nothing read, if it could not be sent.
+  std::optional<std::string> ask(const AdapterCommand& command, const std::string& argument = std::string());
+  // The same; makes the answer comparable.
+  std::optional<std::string> askPlain(const AdapterCommand& command,
+                                      const std::string& argument = std::string());
   // Sends a command whose answer must hold `expected`; another answer is logged.
   bool demand(const AdapterCommand& command, const std::string& argument = std::string(),
               const std::string& expected = "OK");
 
   bool parseInterface(std::string text);
-  void readDeviceDescription();
-  void readDeviceIdentifier();
-  bool setTimeout(unsigned int milliseconds);
+  void readDeviceText(const AdapterCommand& command, std::string Identity::*text, unsigned int patience = 0);
   bool probeProtocol(VehicleProtocol protocol);
   bool tryProtocol(VehicleProtocol protocol);
   bool setProtocol(VehicleProtocol protocol);
   bool readProtocolNumber();
   bool readProtocolName();
-  void enterLowPower();
 
   IConnection* const m_connection;
   std::atomic<bool> m_enabled{false};

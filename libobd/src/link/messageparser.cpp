@@ -193,21 +193,6 @@ bool parseLineResponses(const Bytes& message, ResponseMap& responses, Collect co
   return result;
 }
 
-bool parse(ObdProtocol protocol, const Bytes& message, ResponseMap& responses) {
-  switch (protocol) {
-    case ObdProtocol::Iso9141:
-    case ObdProtocol::SaeJ1850:
-      return parseLineResponses(message, responses, collectLineFrames);
-    case ObdProtocol::Iso14230:
-      return parseLineResponses(message, responses, collectIso14230Frames);
-    case ObdProtocol::Iso15765Can11Bit:
-    case ObdProtocol::Iso15765Can29Bit:
-      return parseCanResponses(protocol, message, responses);
-    default:
-      return false;
-  }
-}
-
 void logFailure(ObdProtocol protocol, const Bytes& message) {
   LogStream log(Source, __LINE__, 3);
   log << "Failed MessageParser::parseResponseMessage (protocol:" << static_cast<int>(protocol) << std::hex;
@@ -222,7 +207,18 @@ void logFailure(ObdProtocol protocol, const Bytes& message) {
 bool MessageParser::parseResponseMessage(ObdProtocol protocol, const std::vector<unsigned char>& message,
                                          ResponseMap& responses) {
   try {
-    return parse(protocol, message, responses);
+    switch (protocol) {
+      case ObdProtocol::Iso9141:
+      case ObdProtocol::SaeJ1850:
+        return parseLineResponses(message, responses, collectLineFrames);
+      case ObdProtocol::Iso14230:
+        return parseLineResponses(message, responses, collectIso14230Frames);
+      case ObdProtocol::Iso15765Can11Bit:
+      case ObdProtocol::Iso15765Can29Bit:
+        return parseCanResponses(protocol, message, responses);
+      default:
+        return false;
+    }
   } catch (...) {
     logFailure(protocol, message);
     throw;

@@ -97,12 +97,4 @@ void BaseService::onSettingChanged(VelmaraSettingsEvent event) {
   }
 }
 
-void BaseService::attachConnectionLogger(IConnectionLogger* logger) {
-  m_facade->connectionManager->addLogger(logger);
-}
-
-void BaseService::detachConnectionLogger(IConnectionLogger* logger) {
-  m_facade->connectionManager->removeLogger(logger);
-}
-
 }  // namespace obd

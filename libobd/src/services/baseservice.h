@@ -47,9 +47,6 @@ class BaseService {
   /// Any change of a setting. A service that overrides this calls the base first.
   virtual void onSettingChanged(VelmaraSettingsEvent event);
 
-  void attachConnectionLogger(IConnectionLogger* logger);
-  void detachConnectionLogger(IConnectionLogger* logger);
-
   const FacadeParts& facade() const { return *m_facade; }
   /// The selected control unit; null if there is none.
   const std::shared_ptr<IEcu>& ecu() const { return m_ecu; }

@@ -26,18 +26,7 @@ constexpr std::uint32_t RetryTime = 20;   // ms between attempts to break off a 
 
 }  // namespace
 
-class ConnectionManager::DisconnectListener : public IDisconnectListener {
- public:
-  explicit DisconnectListener(ConnectionManager& manager) : m_manager(manager) {}
-  void onDisconnected() override { m_manager.notifyDisconnected(); }
-
- private:
-  ConnectionManager& m_manager;
-};
-
-ConnectionManager::ConnectionManager()
-    : m_proxy(ObdProxyBuilder::createObdProxy()),
-      m_disconnectListener(std::make_unique<DisconnectListener>(*this)) {
+ConnectionManager::ConnectionManager() : m_proxy(ObdProxyBuilder::createObdProxy()) {
   Dispatcher::getInstance().setProxy(m_proxy);
 }
 
@@ -308,7 +297,7 @@ bool ConnectionManager::connect() {
 }
 
 bool ConnectionManager::makeDevice() {
-  m_connection->setDisconnectListener(m_disconnectListener.get());
+  m_connection->setDisconnectListener(this);
   std::unique_ptr<IDevice> detected = m_detector.detect(m_connection.get());
   {
     const std::lock_guard guard(m_objectsMutex);

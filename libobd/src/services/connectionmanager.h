@@ -21,7 +21,7 @@ namespace obd {
 ///
 /// Locks, outermost first: `m_operationMutex` for a whole open operation or `close`; `m_listenerMutex` while
 /// listeners run; `m_objectsMutex` for moments. The opening's thread takes only the last two.
-class ConnectionManager final : public IConnectionManager {
+class ConnectionManager final : public IConnectionManager, private IDisconnectListener {
  public:
   ConnectionManager();
   ConnectionManager(const ConnectionManager&) = delete;
@@ -43,8 +43,6 @@ class ConnectionManager final : public IConnectionManager {
   bool openBus(const std::shared_ptr<hostos::IMessageBus>& bus, VehicleProtocol protocol) override;
 
  private:
-  class DisconnectListener;
-
   enum class State {
     Closed,
     Opening,     // the opening's thread is at work
@@ -71,6 +69,7 @@ class ConnectionManager final : public IConnectionManager {
   State state();
   bool change(State from, State to);
 
+  void onDisconnected() override { notifyDisconnected(); }  // the link failed
   void openConnection();
   void runOpening();
   bool connect();
@@ -86,7 +85,6 @@ class ConnectionManager final : public IConnectionManager {
   void notifyConnected();
 
   const std::shared_ptr<IObdProxy> m_proxy;
-  const std::unique_ptr<DisconnectListener> m_disconnectListener;
   std::unique_ptr<hostos::CThread> m_openThread;
   DeviceDetector m_detector;
   VehicleProtocol m_protocol = VehicleProtocol::Automatic;

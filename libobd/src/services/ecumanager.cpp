@@ -29,10 +29,6 @@ EcuManager::EcuManager(IConnectionNotifier& notifier, const std::shared_ptr<IObd
   m_unitSystem = m_settings.unitSystem();
 }
 
-EcuManager::~EcuManager() {
-  leave();
-}
-
 void EcuManager::leave() {
   m_settings.detach(this);
   m_notifier.detach(Priority, this);
@@ -57,18 +53,6 @@ void EcuManager::ecuIds(std::vector<unsigned int>& ids) {
 std::vector<std::shared_ptr<IEcu>> EcuManager::ecus() {
   const std::lock_guard guard(m_mutex);
   return m_ecus;
-}
-
-std::string EcuManager::ecuName(unsigned int id) {
-  const std::unique_lock lock(m_mutex);
-  const std::shared_ptr<IEcu> ecu = find(id);
-  return ecu ? ecu->name() : std::string();
-}
-
-std::string EcuManager::ecuDescription(unsigned int id) {
-  const std::unique_lock lock(m_mutex);
-  const std::shared_ptr<IEcu> ecu = find(id);
-  return ecu ? ecu->description() : std::string();
 }
 
 std::shared_ptr<IEcu> EcuManager::currentEcu() {
@@ -127,9 +111,14 @@ void EcuManager::onEvent(const VelmaraSettingsEvent& event) {
 
 // Mutex held. Null for an unknown identifier.
 std::shared_ptr<IEcu> EcuManager::find(unsigned int id) {
-  const auto found = std::find_if(m_ecus.begin(), m_ecus.end(),
-                                  [id](const std::shared_ptr<IEcu>& ecu) { return ecu->id() == id; });
+  const auto found = std::ranges::find(m_ecus, id, [](const auto& ecu) { return ecu->id(); });
   return found != m_ecus.end() ? *found : nullptr;
+}
+
+std::string EcuManager::textOf(unsigned int id, std::string (IEcu::*text)() const) {
+  const std::lock_guard guard(m_mutex);
+  const std::shared_ptr<IEcu> ecu = find(id);
+  return ecu ? (ecu.get()->*text)() : std::string();
 }
 
 void EcuManager::set(std::vector<std::shared_ptr<IEcu>> ecus, std::shared_ptr<IEcu> current) {

@@ -26,7 +26,7 @@ class EcuManager final
              IVelmaraSettings& settings);
   EcuManager(const EcuManager&) = delete;
   EcuManager& operator=(const EcuManager&) = delete;
-  ~EcuManager() override;
+  ~EcuManager() override { leave(); }
 
   /// Hears and tells no more: the facade ends. Thread of the front end.
   void leave();
@@ -34,8 +34,8 @@ class EcuManager final
   void selectEcu(unsigned int id) override;
   void ecuIds(std::vector<unsigned int>& ids) override;
   std::vector<std::shared_ptr<IEcu>> ecus() override;
-  std::string ecuName(unsigned int id) override;
-  std::string ecuDescription(unsigned int id) override;
+  std::string ecuName(unsigned int id) override { return textOf(id, &IEcu::name); }
+  std::string ecuDescription(unsigned int id) override { return textOf(id, &IEcu::description); }
   std::vector<std::shared_ptr<ParameterDescriptor>> sensors(unsigned int id) override;
   std::shared_ptr<IEcu> currentEcu() override;
 
@@ -45,6 +45,7 @@ class EcuManager final
 
  private:
   std::shared_ptr<IEcu> find(unsigned int id);
+  std::string textOf(unsigned int id, std::string (IEcu::*text)() const);
   void set(std::vector<std::shared_ptr<IEcu>> ecus, std::shared_ptr<IEcu> current);
   void fireAll();
 

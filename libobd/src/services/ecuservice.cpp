@@ -32,23 +32,13 @@ enum InformationType : unsigned char {
   TypeApproval = 0x0F
 };
 
-class EcuService final
-    : public RefreshingService<IEcuService, IEcuServiceObserver, VehicleIdentificationNumber, CalibrationIds,
-                               CalibrationVerificationNumbers, PerformanceTrackingSpark,
-                               PerformanceTrackingCompression, EngineSerialNumber, Erotan> {
+using Observer = IEcuServiceObserver;
+
+class EcuService final : public RefreshingService<IEcuService, Observer> {
  public:
   using RefreshingService::RefreshingService;
 
-  void init() {
-    m_refreshers = {{Vin, makeRefresher<VehicleIdentificationNumber>()},
-                    {CalibrationId, makeRefresher<CalibrationIds>()},
-                    {Cvn, makeRefresher<CalibrationVerificationNumbers>()},
-                    {SparkCounters, makeRefresher<PerformanceTrackingSpark>()},
-                    {CompressionCounters, makeRefresher<PerformanceTrackingCompression>()},
-                    {SerialNumber, makeRefresher<EngineSerialNumber>()},
-                    {TypeApproval, makeRefresher<Erotan>()}};
-  }
-
+  void init();
   bool refresh(int kind) override;
   std::vector<std::shared_ptr<ParameterDescriptor>> allParameters() override;
   bool isParameterSupported(const std::shared_ptr<ParameterDescriptor>& parameter) override {
@@ -80,60 +70,23 @@ class EcuService final
   }
   std::string readEroTan() override { return read(TypeApproval, &Erotan::erotan); }
 
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<VehicleIdentificationNumber>& subject) override {
-    using Number = VehicleIdentificationNumber;
-    fireEvent(&IEcuServiceObserver::onVehicleIdentificationNumberUpdated, success,
-              valueOf(success, *subject, &Number::vehicleIdentificationNumber),
-              valueOf(success, *subject, &Number::vehicleModelYear));
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<CalibrationIds>& subject) override {
-    fireEvent(&IEcuServiceObserver::onCalibrationIdentificationsUpdated, success,
-              valueOf(success, *subject, &CalibrationIds::calibrationIds));
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<CalibrationVerificationNumbers>& subject) override {
-    fireEvent(&IEcuServiceObserver::onCalibrationVerificationNumbersUpdated, success,
-              valueOf(success, *subject, &CalibrationVerificationNumbers::verificationNumbers));
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<PerformanceTrackingSpark>& subject) override {
-    fireCounters(success, *subject);
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<PerformanceTrackingCompression>& subject) override {
-    fireCounters(success, *subject);
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<EngineSerialNumber>& subject) override {
-    fireEvent(&IEcuServiceObserver::onEngineSerialNumberUpdate, success,
-              valueOf(success, *subject, &EngineSerialNumber::engineSerialNumber));
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success, const std::shared_ptr<Erotan>& subject) override {
-    fireEvent(&IEcuServiceObserver::onExhaustRequlationOrTypeApprovalNumberUpdated, success,
-              valueOf(success, *subject, &Erotan::erotan));
-  }
-
  protected:
   void onConnected() override { updateSupportedParameters(); }
   void onDisconnected() override { cancelAll(); }
   void onEcuChanged() override {
     cancelAll();
     updateSupportedParameters();
-    fireEvent(&IEcuServiceObserver::onInvalidated);
+    fireEvent(&Observer::onInvalidated);
   }
-  void onAllFinished() override { fireEvent(&IEcuServiceObserver::onRefreshDone); }
+  void onAllFinished() override { fireEvent(&Observer::onRefreshDone); }
 
  private:
-  bool isSupported(InformationType type) {
-    return isConnected() && ecu() && ecu()->isSupported(ObdMode::Mode09, type, 0);
-  }
+  bool isSupported(InformationType type) { return hasUnit() && ecu()->isSupported(ObdMode::Mode09, type, 0); }
   bool refreshIfSupported(InformationType type) {
     return isSupported(type) && refreshIfConnected(m_refreshers.at(type));
   }
   std::string ecuText(std::string (IEcu::*text)() const) {
-    return isConnected() && ecu() ? (ecu().get()->*text)() : std::string();
+    return hasUnit() ? (ecu().get()->*text)() : std::string();
   }
 
   // What the selected unit has answered.
@@ -146,24 +99,34 @@ class EcuService final
   // without a list may have it all the same.
   template <typename T, typename Value>
   Value read(InformationType type, Value (T::*value)(const std::shared_ptr<IEcu>&) const) {
-    if (!isConnected() || !ecu() ||
-        (hasList(*ecu(), ObdMode::Mode09) && !ecu()->isSupported(ObdMode::Mode09, type, 0))) {
+    if (!hasUnit() || (hasList(*ecu(), ObdMode::Mode09) && !isSupported(type))) {
       return {};
     }
-    const auto subject = std::make_shared<T>();
-    return valueOf(fetch(subject), *subject, value);
+    const auto subject = fetchNew<T>();
+    return subject ? (*subject.*value)(ecu()) : Value();
+  }
+
+  // A refresher that tells `event` what the unit has answered.
+  template <typename T, typename Value>
+  RefresherPtr makeReader(Value (T::*value)(const std::shared_ptr<IEcu>&) const,
+                          void (Observer::*event)(bool, const Value&)) {
+    return makeRefresher<T>([=, this](unsigned int, bool success, const std::shared_ptr<T>& subject) {
+      fireEvent(event, success, valueOf(success, *subject, value));
+    });
   }
 
   template <typename T>
-  void fireCounters(bool success, const T& subject) {
-    IEcuServiceObserver::Counters counters;
-    if (success && ecu()) {
-      for (const auto counter : subject.supportedCounters(*ecu())) {
-        counters.push_back(std::make_shared<CounterDescriptor>(subject.counterDescription(counter),
-                                                               subject.counterValue(*ecu(), counter)));
+  RefresherPtr makeCounterReader() {
+    return makeRefresher<T>([this](unsigned int, bool success, const std::shared_ptr<T>& subject) {
+      Observer::Counters counters;
+      if (success && ecu()) {
+        for (const auto counter : subject->supportedCounters(*ecu())) {
+          counters.push_back(std::make_shared<CounterDescriptor>(subject->counterDescription(counter),
+                                                                 subject->counterValue(*ecu(), counter)));
+        }
       }
-    }
-    fireEvent(&IEcuServiceObserver::onPerformanceCountersUpdated, success, counters);
+      fireEvent(&Observer::onPerformanceCountersUpdated, success, counters);
+    });
   }
 
   void updateSupportedParameters();
@@ -177,6 +140,26 @@ class EcuService final
   std::map<InformationType, RefresherPtr> m_refreshers;
   std::set<ParameterIdentifier::Id> m_supportedParameters;
 };
+
+void EcuService::init() {
+  using Number = VehicleIdentificationNumber;
+  const auto tellVin = [this](unsigned int, bool success, const auto& subject) {
+    fireEvent(&Observer::onVehicleIdentificationNumberUpdated, success,
+              valueOf(success, *subject, &Number::vehicleIdentificationNumber),
+              valueOf(success, *subject, &Number::vehicleModelYear));
+  };
+  m_refreshers = {
+      {Vin, makeRefresher<Number>(tellVin)},
+      {CalibrationId,
+       makeReader(&CalibrationIds::calibrationIds, &Observer::onCalibrationIdentificationsUpdated)},
+      {Cvn, makeReader(&CalibrationVerificationNumbers::verificationNumbers,
+                       &Observer::onCalibrationVerificationNumbersUpdated)},
+      {SparkCounters, makeCounterReader<PerformanceTrackingSpark>()},
+      {CompressionCounters, makeCounterReader<PerformanceTrackingCompression>()},
+      {SerialNumber,
+       makeReader(&EngineSerialNumber::engineSerialNumber, &Observer::onEngineSerialNumberUpdate)},
+      {TypeApproval, makeReader(&Erotan::erotan, &Observer::onExhaustRequlationOrTypeApprovalNumberUpdated)}};
+}
 
 bool EcuService::refresh(int kind) {
   switch (kind) {
@@ -196,7 +179,7 @@ bool EcuService::refresh(int kind) {
 
 std::vector<std::shared_ptr<ParameterDescriptor>> EcuService::allParameters() {
   std::vector<std::shared_ptr<ParameterDescriptor>> result;
-  if (!isConnected() || !ecu()) {
+  if (!hasUnit()) {
     return result;
   }
   const auto add = [&](const std::shared_ptr<PowertrainParameter>& parameter) {

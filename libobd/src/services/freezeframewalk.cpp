@@ -122,10 +122,8 @@ void FreezeFrameWalk::cancel() {
         refresher->cancel();
       }
     }
-    if (frame.sensors) {
-      for (const RefresherPtr& sensor : *frame.sensors) {
-        sensor->cancel();
-      }
+    for (const RefresherPtr& sensor : frame.sensors.value_or(Refreshers())) {
+      sensor->cancel();
     }
   }
 }

@@ -13,6 +13,24 @@
 
 namespace obd {
 
+/// Lets a control unit find out what a freeze frame holds.
+class FreezeFrameConfigurationQuery final : public IQuery {
+ public:
+  FreezeFrameConfigurationQuery(unsigned int ecuId, unsigned char frame) : m_ecuId(ecuId), m_frame(frame) {}
+
+  UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override {
+    const std::shared_ptr<IEcu> ecu = proxy->ecu(m_ecuId);
+    return ecu && ecu->detectFreezeFrameConfiguration(m_frame) ? Updated : NoData;
+  }
+  void clear() override {}
+
+  unsigned char frame() const { return m_frame; }
+
+ private:
+  unsigned int m_ecuId;
+  unsigned char m_frame;
+};
+
 /// The walk over the freeze frames of a control unit: the code of frame n, then the list of its sensors, then
 /// these and the code of frame n + 1. It ends at the first frame without a code, or behind frame 255.
 ///

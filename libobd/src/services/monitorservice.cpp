@@ -38,14 +38,17 @@ std::shared_ptr<DiagnosticMonitorDataModel> makeModel(const ObdMonitorTestItem& 
                                                       tests);
 }
 
-class MonitorService final : public RefreshingService<IMonitorService, IMonitorServiceObserver, MonitorStatus,
-                                                      MonitorStatusThisCycle, MonitorTestResult> {
+using Observer = IMonitorServiceObserver;
+
+class MonitorService final : public RefreshingService<IMonitorService, Observer> {
  public:
   using RefreshingService::RefreshingService;
 
   void init() {
-    m_sinceResetRefresher = makeRefresherOn(m_status);
-    m_thisCycleRefresher = makeRefresher<MonitorStatusThisCycle>();
+    m_sinceResetRefresher =
+        makeRefresherOn(m_status, tellerOf<MonitorStatus>(&Observer::readinessMonitorsSinceResetUpdated));
+    m_thisCycleRefresher = makeRefresher<MonitorStatusThisCycle>(
+        tellerOf<MonitorStatusThisCycle>(&Observer::readinessMonitorsThisCycleUpdated));
     if (isConnected()) {
       buildTestRefreshers();
     }
@@ -59,30 +62,8 @@ class MonitorService final : public RefreshingService<IMonitorService, IMonitorS
   }
   DiagnosticMonitors readOnboardMonitors() override;
 
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<MonitorStatus>& subject) override {
-    fireEvent(&IMonitorServiceObserver::readinessMonitorsSinceResetUpdated, success,
-              success ? readinessMonitors(*subject) : ReadinessMonitors());
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<MonitorStatusThisCycle>& subject) override {
-    fireEvent(&IMonitorServiceObserver::readinessMonitorsThisCycleUpdated, success,
-              success ? readinessMonitors(*subject) : ReadinessMonitors());
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<MonitorTestResult>& subject) override {
-    DiagnosticMonitors monitors;
-    if (success && ecu()) {
-      appendMonitors(*subject, monitors);
-    }
-    fireEvent(&IMonitorServiceObserver::onboardMonitorUpdated, success, monitors);
-  }
-
  protected:
-  void onConnected() override {
-    retire(m_testRefreshers);
-    buildTestRefreshers();
-  }
+  void onConnected() override { buildTestRefreshers(); }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -90,13 +71,20 @@ class MonitorService final : public RefreshingService<IMonitorService, IMonitorS
   }
   void onEcuChanged() override {
     cancelAll();
-    retire(m_testRefreshers);
     buildTestRefreshers();
-    fireEvent(&IMonitorServiceObserver::invalidated);
+    fireEvent(&Observer::invalidated);
   }
-  void onAllFinished() override { fireEvent(&IMonitorServiceObserver::refreshDone); }
+  void onAllFinished() override { fireEvent(&Observer::refreshDone); }
 
  private:
+  // Tells `event` of the monitors.
+  template <typename T>
+  typename Refresher<T>::Done tellerOf(void (Observer::*event)(bool, const ReadinessMonitors&)) {
+    return [this, event](unsigned int, bool success, const std::shared_ptr<T>& subject) {
+      fireEvent(event, success, success ? readinessMonitors(*subject) : ReadinessMonitors());
+    };
+  }
+
   ReadinessMonitors readinessMonitors(const MonitorRecord& subject) const;
   ReadinessMonitors readReadinessMonitors(const std::shared_ptr<MonitorRecord>& subject) {
     return isConnected() && fetch(subject) ? readinessMonitors(*subject) : ReadinessMonitors();
@@ -167,7 +155,7 @@ IMonitorService::ReadinessMonitors MonitorService::readinessMonitors(const Monit
 
 IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
   DiagnosticMonitors monitors;
-  if (!isConnected() || !ecu()) {
+  if (!hasUnit()) {
     return monitors;
   }
   for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
@@ -175,8 +163,7 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
     if (!isConnected()) {
       break;
     }
-    const auto subject = std::make_shared<MonitorTestResult>(id);
-    if (fetch(subject)) {
+    if (const auto subject = fetchNew<MonitorTestResult>(id)) {
       appendMonitors(*subject, monitors);
     }
   }
@@ -184,10 +171,19 @@ IMonitorService::DiagnosticMonitors MonitorService::readOnboardMonitors() {
 }
 
 void MonitorService::buildTestRefreshers() {
-  if (ecu()) {
-    for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
-      m_testRefreshers.push_back(makeRefresher<MonitorTestResult>(id));
+  retire(m_testRefreshers);
+  if (!ecu()) {
+    return;
+  }
+  const auto tell = [this](unsigned int, bool success, const auto& subject) {
+    DiagnosticMonitors monitors;
+    if (success && ecu()) {
+      appendMonitors(*subject, monitors);
     }
+    fireEvent(&Observer::onboardMonitorUpdated, success, monitors);
+  };
+  for (const unsigned char id : supportedIdentifiers(*ecu(), ObdMode::Mode06)) {
+    m_testRefreshers.push_back(makeRefresher<MonitorTestResult>(tell, id));
   }
 }
 

@@ -16,14 +16,18 @@ using tavrix::debugStream;
 
 namespace {
 
-class OxygenSensorMonitorService final
-    : public RefreshingService<IOxygenSensorMonitorService, IOxygenSensorMonitorServiceObserver,
-                               MonitorStatus, OxygenSensorTestResult> {
+using Observer = IOxygenSensorMonitorServiceObserver;
+
+class OxygenSensorMonitorService final : public RefreshingService<IOxygenSensorMonitorService, Observer> {
  public:
   using RefreshingService::RefreshingService;
 
   void init() {
-    m_monitorRefresher = makeRefresher<MonitorStatus>();
+    m_monitorRefresher =
+        makeRefresher<MonitorStatus>([this](unsigned int, bool success, const auto& subject) {
+          const bool complete = success && ecu() && subject->isTestComplete(*ecu(), ObdTest::OxygenSensor);
+          fireEvent(&Observer::onMonitorStatusUpdated, success, complete);
+        });
     if (isConnected()) {
       buildTestRefreshers();
     }
@@ -35,25 +39,11 @@ class OxygenSensorMonitorService final
     refreshIfConnected(m_testRefreshers);
   }
   std::vector<OxygenSensorLocation> sensorLocations() override {
-    return isConnected() && ecu() ? ecu()->oxygenSensorLocations() : std::vector<OxygenSensorLocation>();
-  }
-
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<MonitorStatus>& subject) override {
-    const bool complete = success && ecu() && subject->isTestComplete(*ecu(), ObdTest::OxygenSensor);
-    fireEvent(&IOxygenSensorMonitorServiceObserver::onMonitorStatusUpdated, success, complete);
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<OxygenSensorTestResult>& subject) override {
-    fireEvent(&IOxygenSensorMonitorServiceObserver::onTestResultUpdated, success,
-              success && ecu() ? subject->getResult(ecu()) : nullptr);
+    return hasUnit() ? ecu()->oxygenSensorLocations() : std::vector<OxygenSensorLocation>();
   }
 
  protected:
-  void onConnected() override {
-    retire(m_testRefreshers);
-    buildTestRefreshers();
-  }
+  void onConnected() override { buildTestRefreshers(); }
   void onDisconnected() override {
     cancelAll();
     m_testRefreshers.clear();
@@ -68,14 +58,13 @@ class OxygenSensorMonitorService final
       invalidate();
     }
   }
-  void onAllFinished() override { fireEvent(&IOxygenSensorMonitorServiceObserver::onRefreshDone); }
+  void onAllFinished() override { fireEvent(&Observer::onRefreshDone); }
 
  private:
   void buildTestRefreshers();
   void invalidate() {
-    retire(m_testRefreshers);
     buildTestRefreshers();
-    fireEvent(&IOxygenSensorMonitorServiceObserver::onInvalidated);
+    fireEvent(&Observer::onInvalidated);
   }
   void cancelAll() {
     m_monitorRefresher->cancel();
@@ -88,15 +77,20 @@ class OxygenSensorMonitorService final
 };
 
 void OxygenSensorMonitorService::buildTestRefreshers() {
+  retire(m_testRefreshers);
   if (!ecu()) {
     return;
   }
+  const auto tell = [this](unsigned int, bool success, const auto& subject) {
+    fireEvent(&Observer::onTestResultUpdated, success,
+              success && ecu() ? subject->getResult(ecu()) : nullptr);
+  };
   for (const OxygenSensorLocation location : ecu()->oxygenSensorLocations()) {
     for (const unsigned char tid : ecu()->supportedTids(location)) {
       if (!isIdentifierList(tid)) {
         debugStream << "Supported test for location " << static_cast<int>(location) << ": "
                     << static_cast<int>(tid);
-        m_testRefreshers.push_back(makeRefresher<OxygenSensorTestResult>(tid, location));
+        m_testRefreshers.push_back(makeRefresher<OxygenSensorTestResult>(tell, tid, location));
       }
     }
   }

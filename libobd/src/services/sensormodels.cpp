@@ -20,7 +20,7 @@ using tavrix::debugStream;
 
 bool isExtendedSensor(int uid) {
   constexpr int Basic[] = {0x05, 0x0C, 0x0D, 0x0F};
-  return std::none_of(std::begin(Basic), std::end(Basic), [uid](int pid) { return uid == Pid2Uid(pid); });
+  return std::ranges::none_of(Basic, [uid](int pid) { return uid == Pid2Uid(pid); });
 }
 
 std::vector<std::shared_ptr<SensorDataModel>> makeSensorModels(

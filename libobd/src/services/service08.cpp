@@ -30,7 +30,7 @@ std::shared_ptr<TestRoutineDataModel> makeModel(const IEcu& ecu, const OnBoardTe
   return model;
 }
 
-class Service08 final : public RefreshingService<IService08, IService08Observer, OnBoardTest> {
+class Service08 final : public RefreshingService<IService08, IService08Observer> {
  public:
   using RefreshingService::RefreshingService;
 
@@ -41,14 +41,10 @@ class Service08 final : public RefreshingService<IService08, IService08Observer,
   }
 
   bool isSupported() override { return isConnected() && !m_tests.empty(); }
-  Tests tests() override;
+  Tests tests() override { return models(true); }
   bool startTest(int tid) override;
-  Tests availableTests() override;
+  Tests availableTests() override { return models(false); }
   std::shared_ptr<TestRoutineDataModel> runTest(int tid) override;
-
-  void onUpdateDone(unsigned int /*id*/, bool success, const std::shared_ptr<OnBoardTest>& subject) override {
-    fireEvent(&IService08Observer::onTestUpdated, success, ecu() ? makeModel(*ecu(), *subject) : nullptr);
-  }
 
  protected:
   void onConnected() override {
@@ -67,50 +63,47 @@ class Service08 final : public RefreshingService<IService08, IService08Observer,
   void onAllFinished() override { fireEvent(&IService08Observer::onRefreshDone); }
 
  private:
+  Tests models(bool withResults);
   void buildTests();
   void forgetTests() {
     Refreshers refreshers;
-    for (auto& [tid, refresher] : m_refreshers) {
-      refreshers.push_back(std::move(refresher));
+    for (auto& [tid, test] : m_tests) {
+      refreshers.push_back(std::move(test.refresher));
     }
     retire(refreshers);
-    m_refreshers.clear();
     m_tests.clear();
     silenceBatch();
   }
 
-  std::map<int, std::shared_ptr<OnBoardTest>> m_tests;  // by test id
-  std::map<int, RefresherPtr> m_refreshers;             // on these tests
+  struct Test {
+    std::shared_ptr<OnBoardTest> query;
+    RefresherPtr refresher;
+  };
+  std::map<int, Test> m_tests;  // by test id
 };
 
 void Service08::buildTests() {
   if (!ecu()) {
     return;
   }
+  const auto tell = [this](unsigned int, bool success, const auto& subject) {
+    fireEvent(&IService08Observer::onTestUpdated, success, ecu() ? makeModel(*ecu(), *subject) : nullptr);
+  };
   for (const unsigned char tid : supportedIdentifiers(*ecu(), ObdMode::Mode08)) {
     if (tid <= LastKnownTid) {
-      const auto test = std::make_shared<OnBoardTest>(tid, ecu()->protocol());
-      m_tests.insert_or_assign(tid, test);
-      m_refreshers.insert_or_assign(tid, makeRefresherOn(test));
+      const auto query = std::make_shared<OnBoardTest>(tid, ecu()->protocol());
+      m_tests.insert_or_assign(tid, Test{query, makeRefresherOn(query, tell)});
     }
   }
 }
 
-IService08::Tests Service08::tests() {
+// Of the tests on offer.
+IService08::Tests Service08::models(bool withResults) {
   Tests models;
-  if (isConnected() && ecu()) {
+  if (hasUnit()) {
     for (const auto& [tid, test] : m_tests) {
-      models.push_back(makeModel(*ecu(), *test));
-    }
-  }
-  return models;
-}
-
-IService08::Tests Service08::availableTests() {
-  Tests models;
-  if (isConnected() && ecu()) {
-    for (const auto& [tid, test] : m_tests) {
-      models.push_back(makeModel(*ecu(), OnBoardTest(test->tid(), ecu()->protocol())));
+      const OnBoardTest fresh(test.query->tid(), ecu()->protocol());
+      models.push_back(makeModel(*ecu(), withResults ? *test.query : fresh));
     }
   }
   return models;
@@ -120,17 +113,17 @@ bool Service08::startTest(int tid) {
   if (!isConnected()) {
     return false;
   }
-  const auto found = m_refreshers.find(tid);
-  if (found == m_refreshers.end()) {
+  const auto found = m_tests.find(tid);
+  if (found == m_tests.end()) {
     LogStream(Source, __LINE__, 2) << "Failed to find test for TID " << tid;
     return false;
   }
-  return refreshIfConnected(found->second);
+  return refreshIfConnected(found->second.refresher);
 }
 
 std::shared_ptr<TestRoutineDataModel> Service08::runTest(int tid) {
   // A number that is no byte must not be cut down to the test of another.
-  if (!isConnected() || !ecu() || tid < 0 || tid > LargestTid) {
+  if (!hasUnit() || tid < 0 || tid > LargestTid) {
     return nullptr;
   }
   const auto test = std::make_shared<OnBoardTest>(static_cast<unsigned char>(tid), ecu()->protocol());

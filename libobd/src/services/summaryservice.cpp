@@ -24,46 +24,30 @@ unsigned int countDistinct(const std::vector<std::shared_ptr<DtcDataModel>>& cod
   return static_cast<unsigned int>(distinct.size());
 }
 
-class SummaryService final
-    : public RefreshingService<ISummaryService, ISummaryServiceObserver, ConfirmedTroubleCodes,
-                               PendingTroubleCodes, MonitorStatus, FreezeFrameTroubleCode> {
+using Observer = ISummaryServiceObserver;
+
+class SummaryService final : public RefreshingService<ISummaryService, Observer> {
  public:
   using RefreshingService::RefreshingService;
 
-  void init() {
-    constexpr unsigned char FirstFrame = 0;
-    m_refreshers = {makeRefresher<ConfirmedTroubleCodes>(), makeRefresher<PendingTroubleCodes>(),
-                    makeRefresher<MonitorStatus>(), makeRefresher<FreezeFrameTroubleCode>(FirstFrame)};
-  }
-
+  void init();
   bool refresh() override { return refreshIfConnected(m_refreshers); }
-
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<ConfirmedTroubleCodes>& subject) override {
-    tellCodes(success, *subject, m_confirmedCount);
-  }
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<PendingTroubleCodes>& subject) override {
-    tellCodes(success, *subject, m_pendingCount);
-  }
-  void onUpdateDone(unsigned int id, bool success, const std::shared_ptr<MonitorStatus>& subject) override;
-  void onUpdateDone(unsigned int /*id*/, bool success,
-                    const std::shared_ptr<FreezeFrameTroubleCode>& subject) override {
-    const std::shared_ptr<DtcDataModel> code = success && ecu() ? subject->getTroubleCode(*ecu()) : nullptr;
-    fireEvent(&ISummaryServiceObserver::onFreezeFrameUpdated, success, code && !code->code().empty());
-  }
 
  protected:
   void onConnected() override {}
   void onDisconnected() override { clearAll(); }
   void onEcuChanged() override { clearAll(); }
-  void onAllFinished() override { fireEvent(&ISummaryServiceObserver::refreshDone); }
+  void onAllFinished() override { fireEvent(&Observer::refreshDone); }
 
  private:
-  void tellCodes(bool success, const DtcParameter& subject, unsigned int& count) {
-    count = success && ecu() ? countDistinct(subject.getTroubleCodes(*ecu())) : 0;
-    fireEvent(&ISummaryServiceObserver::onCodeCountsUpdated, success, m_confirmedCount, m_pendingCount);
+  // Tells of the codes, which `count` counts.
+  auto tellerOf(unsigned int& count) {
+    return [this, &count](unsigned int, bool success, const auto& subject) {
+      count = success && ecu() ? countDistinct(subject->getTroubleCodes(*ecu())) : 0;
+      fireEvent(&Observer::onCodeCountsUpdated, success, m_confirmedCount, m_pendingCount);
+    };
   }
+  void tellMonitors(bool success, const MonitorStatus& subject);
 
   // Another connection or unit starts from the beginning: no run of before counts any more.
   void clearAll() {
@@ -80,18 +64,31 @@ class SummaryService final
   unsigned int m_pendingCount = 0;
 };
 
-void SummaryService::onUpdateDone(unsigned int /*id*/, bool success,
-                                  const std::shared_ptr<MonitorStatus>& subject) {
+void SummaryService::init() {
+  constexpr unsigned char FirstFrame = 0;
+  const auto tellFrame = [this](unsigned int, bool success, const auto& subject) {
+    const std::shared_ptr<DtcDataModel> code = success && ecu() ? subject->getTroubleCode(*ecu()) : nullptr;
+    fireEvent(&Observer::onFreezeFrameUpdated, success, code && !code->code().empty());
+  };
+  m_refreshers = {makeRefresher<ConfirmedTroubleCodes>(tellerOf(m_confirmedCount)),
+                  makeRefresher<PendingTroubleCodes>(tellerOf(m_pendingCount)),
+                  makeRefresher<MonitorStatus>([this](unsigned int, bool success, const auto& subject) {
+                    tellMonitors(success, *subject);
+                  }),
+                  makeRefresher<FreezeFrameTroubleCode>(tellFrame, FirstFrame)};
+}
+
+void SummaryService::tellMonitors(bool success, const MonitorStatus& subject) {
   unsigned int complete = 0;
   unsigned int incomplete = 0;
   if (success) {
-    for (const ObdTest test : applicableTests(*subject, ecu().get())) {
-      if (subject->isTestAvailable(*ecu(), test)) {
-        ++(subject->isTestComplete(*ecu(), test) ? complete : incomplete);
+    for (const ObdTest test : applicableTests(subject, ecu().get())) {
+      if (subject.isTestAvailable(*ecu(), test)) {
+        ++(subject.isTestComplete(*ecu(), test) ? complete : incomplete);
       }
     }
   }
-  fireEvent(&ISummaryServiceObserver::onMonitorCountsUpdated, success, complete, incomplete);
+  fireEvent(&Observer::onMonitorCountsUpdated, success, complete, incomplete);
 }
 
 }  // namespace

@@ -1,13 +1,15 @@
-#include "services/troublecodeservice.h"
-
-#include <utility>
+#include "services/itroublecodeservice.h"
 
 #include <tavrix/tracelog.h>
 
 #include "core/identifiers.h"
-#include "dispatch/fetcher.h"
+#include "parameters/cleartroublecodes.h"
+#include "parameters/dtcparameter.h"
+#include "parameters/freezeframetroublecode.h"
+#include "powertrain/monitorstatus.h"
 #include "powertrain/parameterfactory.h"
-#include "services/facade.h"
+#include "powertrain/pidparameters.h"
+#include "services/freezeframewalk.h"
 #include "services/sensormodels.h"
 
 namespace obd {
@@ -15,6 +17,8 @@ namespace obd {
 using tavrix::debugStream;
 
 namespace {
+
+using Observer = ITroubleCodeServiceObserver;
 
 // The one sensor of a distance or run time, with its value.
 struct FirstSensor {
@@ -24,187 +28,204 @@ struct FirstSensor {
 
 FirstSensor firstSensor(const std::shared_ptr<PowertrainParameter>& parameter,
                         const std::shared_ptr<IEcu>& ecu, UnitSystem system) {
-  FirstSensor first;
   const auto sensors = ParameterDescriptor(parameter, ecu, system).sensors();
   const auto values = parameter->values(*ecu, system);
-  if (!sensors.empty()) {
-    first.descriptor = sensors.front();
-  }
-  if (!values.empty()) {
-    first.value = values.front();
-  }
-  return first;
+  return {sensors.empty() ? nullptr : sensors.front(), values.empty() ? nullptr : values.front()};
 }
 
-}  // namespace
+class TroubleCodeService final : public RefreshingService<ITroubleCodeService, Observer> {
+ public:
+  using RefreshingService::RefreshingService;
 
-TroubleCodeService::~TroubleCodeService() {
-  cancelAll();
-}
+  void init();
+
+  bool refreshMilStatus() override { return refreshIfConnected(m_milStatus); }
+  bool refreshConfirmedCodes() override { return refreshIfConnected(m_confirmed); }
+  bool refreshPendingCodes() override { return refreshIfConnected(m_pending); }
+  bool refreshPermanentCodes() override { return refreshIfConnected(m_permanent); }
+  bool clearCodes() override { return refreshIfConnected(m_clear); }
+  unsigned int refreshFreezeFrames() override { return m_walk.start(); }
+
+  Codes readConfirmedCodes() override { return readCodes<ConfirmedTroubleCodes>(); }
+  Codes readPendingCodes() override { return readCodes<PendingTroubleCodes>(); }
+  Codes readPermanentCodes() override { return readCodes<PermanentTroubleCodes>(); }
+  std::shared_ptr<MilStatus> readMilStatus() override;
+  std::shared_ptr<SensorDataModel> readDistance(bool sinceFault) override {
+    return sinceFault ? readSensor<MilDistance>() : readSensor<DistanceTraveled>();
+  }
+  std::shared_ptr<SensorDataModel> readRuntime(bool sinceFault) override {
+    return sinceFault ? readSensor<EngineRuntimeMil>() : readSensor<EngineRuntimeDtc>();
+  }
+  std::shared_ptr<DtcDataModel> readFreezeFrameCode() override {
+    const auto subject = fetchNew<FreezeFrameTroubleCode>(static_cast<unsigned char>(0));
+    return subject ? subject->getTroubleCode(*ecu()) : nullptr;
+  }
+  std::vector<int> readFreezeFrameIdentifiers() override;
+  std::vector<std::shared_ptr<SensorDataModel>> readFreezeFrameSensors(int identifier) override;
+  bool clearCodesNow() override;
+
+ protected:
+  void onConnected() override {}
+  void onDisconnected() override {
+    cancelAll();
+    m_walk.forgetFrames();
+    dropRetired();
+  }
+  void onEcuChanged() override {
+    cancelAll();
+    m_walk.forgetFrames();
+    fireEvent(&Observer::onInvalidated);
+  }
+  void onUnitSystemChanged() override {
+    if (isConnected()) {
+      m_walk.forgetSensors();
+      fireEvent(&Observer::onInvalidated);
+    }
+  }
+  void onAllFinished() override { fireEvent(&Observer::onRefreshDone); }
+
+ private:
+  // A refresher that tells `event` of the codes.
+  template <typename T>
+  RefresherPtr makeCodes(void (Observer::*event)(bool, const Codes&)) {
+    return makeRefresher<T>([this, event](unsigned int, bool success, const std::shared_ptr<T>& subject) {
+      fireEvent(event, success, success && ecu() ? subject->getTroubleCodes(*ecu()) : Codes());
+    });
+  }
+
+  // A refresher that tells `event` of a distance or run time.
+  template <typename T>
+  RefresherPtr makeSensor(void (Observer::*event)(bool, const std::shared_ptr<SensorDescriptor>&,
+                                                  const std::shared_ptr<SensorValue>&)) {
+    const auto done = [this, event](unsigned int, bool success, const std::shared_ptr<T>& subject) {
+      const auto [descriptor, value] =
+          success && ecu() ? firstSensor(subject, ecu(), unitSystem()) : FirstSensor();
+      fireEvent(event, success, descriptor, value);
+    };
+    return makeRefresher<T>(done, ObdMode::Mode01, static_cast<unsigned char>(0));
+  }
+
+  void tellMilStatus(bool success, const MonitorStatus& subject);
+  void tellCleared(bool success, const ClearTroubleCodes& subject);
+  void tellFrameCode(unsigned int id, bool success, const FreezeFrameTroubleCode& subject);
+  void tellFrameSensor(unsigned int id, bool success, const std::shared_ptr<PowertrainParameter>& subject);
+  void refreshIfSupported(unsigned char pid, const RefresherPtr& refresher) {
+    if (ecu()->isSupported(ObdMode::Mode01, pid, 0)) {
+      refreshIfConnected(refresher);
+    }
+  }
+
+  template <typename T>
+  Codes readCodes() {
+    const auto subject = fetchNew<T>();
+    return subject ? subject->getTroubleCodes(*ecu()) : Codes();
+  }
+  template <typename T>
+  std::shared_ptr<SensorDataModel> readSensor();
+
+  // A new fault will bring new frames.
+  void codesCleared() {
+    ecu()->resetFreezeFrameConfiguration();
+    m_walk.forgetFrames();
+  }
+  void cancelAll() {
+    cancel({m_confirmed, m_pending, m_permanent, m_clear, m_milStatus});
+    m_walk.cancel();
+    cancel({m_distanceSinceReset, m_runtimeSinceReset, m_distanceSinceFault, m_runtimeSinceFault});
+    silenceBatch();
+  }
+
+  RefresherPtr m_confirmed;
+  RefresherPtr m_pending;
+  RefresherPtr m_permanent;
+  RefresherPtr m_clear;
+  RefresherPtr m_milStatus;
+  FreezeFrameWalk m_walk;
+  RefresherPtr m_distanceSinceReset;
+  RefresherPtr m_runtimeSinceReset;
+  RefresherPtr m_distanceSinceFault;
+  RefresherPtr m_runtimeSinceFault;
+};
 
 void TroubleCodeService::init() {
-  constexpr ObdMode Live = ObdMode::Mode01;
-  constexpr unsigned char NoFrame = 0;
-  m_confirmedRefresher = makeRefresher<ConfirmedTroubleCodes>();
-  m_pendingRefresher = makeRefresher<PendingTroubleCodes>();
-  m_permanentRefresher = makeRefresher<PermanentTroubleCodes>();
-  m_clearRefresher = makeRefresher<ClearTroubleCodes>();
-  m_milRefresher = makeRefresher<MonitorStatus>();
-  m_distanceSinceResetRefresher = makeRefresher<DistanceTraveled>(Live, NoFrame);
-  m_runtimeSinceResetRefresher = makeRefresher<EngineRuntimeDtc>(Live, NoFrame);
-  m_distanceSinceFaultRefresher = makeRefresher<MilDistance>(Live, NoFrame);
-  m_runtimeSinceFaultRefresher = makeRefresher<EngineRuntimeMil>(Live, NoFrame);
-  m_walk.setHost({.isConnected = [this] { return isConnected(); },
-                  .makeCode = [this](auto frame) { return makeRefresher<FreezeFrameTroubleCode>(frame); },
-                  .makeConfiguration =
-                      [this](auto ecuId, auto frame) {
-                        return makeRefresher<FreezeFrameConfigurationQuery>(ecuId, frame);
-                      },
-                  .makeSensor = [this](const auto& sensor) { return makeRefresherOn(sensor); },
-                  .retire = [this](Refreshers& refreshers) { retire(refreshers); }});
+  m_confirmed = makeCodes<ConfirmedTroubleCodes>(&Observer::onConfirmedCodesUpdated);
+  m_pending = makeCodes<PendingTroubleCodes>(&Observer::onPendingCodesUpdated);
+  m_permanent = makeCodes<PermanentTroubleCodes>(&Observer::onPermanentCodesUpdated);
+  m_clear = makeRefresher<ClearTroubleCodes>(
+      [this](unsigned int, bool success, const auto& subject) { tellCleared(success, *subject); });
+  m_milStatus = makeRefresher<MonitorStatus>(
+      [this](unsigned int, bool success, const auto& subject) { tellMilStatus(success, *subject); });
+  m_distanceSinceReset = makeSensor<DistanceTraveled>(&Observer::onDistanceSinceResetUpdated);
+  m_runtimeSinceReset = makeSensor<EngineRuntimeDtc>(&Observer::onRuntimeSinceResetUpdated);
+  m_distanceSinceFault = makeSensor<MilDistance>(&Observer::onDistanceSinceFaultUpdated);
+  m_runtimeSinceFault = makeSensor<EngineRuntimeMil>(&Observer::onRuntimeSinceFaultUpdated);
+
+  const auto frameCode = [this](unsigned int id, bool success, const auto& subject) {
+    tellFrameCode(id, success, *subject);
+  };
+  const auto configuration = [this](unsigned int id, bool success, const auto& subject) {
+    debugStream << "FreezeFrameConfigurationQuery::onUpdateDone " << (success ? "success" : "failure")
+                << subject->frame();
+    m_walk.onConfiguration(id, subject->frame(), success, ecu());
+  };
+  const auto frameSensor = [this](unsigned int id, bool success, const auto& subject) {
+    tellFrameSensor(id, success, subject);
+  };
+  m_walk.setHost(
+      {.isConnected = [this] { return isConnected(); },
+       .makeCode = [=, this](auto frame) { return makeRefresher<FreezeFrameTroubleCode>(frameCode, frame); },
+       .makeConfiguration =
+           [=, this](auto ecuId, auto frame) {
+             return makeRefresher<FreezeFrameConfigurationQuery>(configuration, ecuId, frame);
+           },
+       .makeSensor = [=, this](const auto& sensor) { return makeRefresherOn(sensor, frameSensor); },
+       .retire = [this](Refreshers& refreshers) { retire(refreshers); }});
 }
 
 // --- Refreshing ---
 
-bool TroubleCodeService::refreshMilStatus() {
-  return refreshIfConnected(m_milRefresher);
-}
-bool TroubleCodeService::refreshConfirmedCodes() {
-  return refreshIfConnected(m_confirmedRefresher);
-}
-bool TroubleCodeService::refreshPendingCodes() {
-  return refreshIfConnected(m_pendingRefresher);
-}
-bool TroubleCodeService::refreshPermanentCodes() {
-  return refreshIfConnected(m_permanentRefresher);
-}
-bool TroubleCodeService::clearCodes() {
-  return refreshIfConnected(m_clearRefresher);
-}
-
-void TroubleCodeService::refreshIfSupported(unsigned char pid, const RefresherPtr& refresher) {
-  if (ecu()->isSupported(ObdMode::Mode01, pid, 0)) {
-    refreshIfConnected(refresher);
-  }
-}
-
-void TroubleCodeService::onAllFinished() {
-  fireEvent(&ITroubleCodeServiceObserver::onRefreshDone);
-}
-
-void TroubleCodeService::fireCodes(CodesEvent event, bool success, const DtcParameter& subject) {
-  fireEvent(event, success, success && ecu() ? subject.getTroubleCodes(*ecu()) : Codes());
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<ConfirmedTroubleCodes>& subject) {
-  fireCodes(&ITroubleCodeServiceObserver::onConfirmedCodesUpdated, success, *subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<PendingTroubleCodes>& subject) {
-  fireCodes(&ITroubleCodeServiceObserver::onPendingCodesUpdated, success, *subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<PermanentTroubleCodes>& subject) {
-  fireCodes(&ITroubleCodeServiceObserver::onPermanentCodesUpdated, success, *subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<MonitorStatus>& subject) {
+void TroubleCodeService::tellMilStatus(bool success, const MonitorStatus& subject) {
   MilStatus status = MilStatus::MilOff;
   if (success && ecu()) {
-    if (subject->isMalfunctionIndicatorLightOn(*ecu())) {
+    if (subject.isMalfunctionIndicatorLightOn(*ecu())) {
       debugStream << "MIL on";
       status = MilStatus::MilOn;
-      refreshIfSupported(0x21, m_distanceSinceFaultRefresher);
-      refreshIfSupported(0x4D, m_runtimeSinceFaultRefresher);
+      refreshIfSupported(0x21, m_distanceSinceFault);
+      refreshIfSupported(0x4D, m_runtimeSinceFault);
     } else {
       debugStream << "MIL off";
-      refreshIfSupported(0x31, m_distanceSinceResetRefresher);
-      refreshIfSupported(0x4E, m_runtimeSinceResetRefresher);
+      refreshIfSupported(0x31, m_distanceSinceReset);
+      refreshIfSupported(0x4E, m_runtimeSinceReset);
     }
   }
-  fireEvent(&ITroubleCodeServiceObserver::onMilStatusUpdated, success, status);
+  fireEvent(&Observer::onMilStatusUpdated, success, status);
 }
 
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<ClearTroubleCodes>& subject) {
+void TroubleCodeService::tellCleared(bool success, const ClearTroubleCodes& subject) {
   bool cleared = false;
   if (success && ecu()) {
     codesCleared();
-    cleared = subject->isCleared(*ecu());
+    cleared = subject.isCleared(*ecu());
   }
-  fireEvent(&ITroubleCodeServiceObserver::onMilResetUpdated, success, cleared);
+  fireEvent(&Observer::onMilResetUpdated, success, cleared);
 }
 
-void TroubleCodeService::fireSensor(SensorEvent event, bool success,
-                                    const std::shared_ptr<PowertrainParameter>& subject) {
-  FirstSensor first;
-  if (success && ecu()) {
-    first = firstSensor(subject, ecu(), unitSystem());
-  }
-  fireEvent(event, success, first.descriptor, first.value);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<DistanceTraveled>& subject) {
-  fireSensor(&ITroubleCodeServiceObserver::onDistanceSinceResetUpdated, success, subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<EngineRuntimeDtc>& subject) {
-  fireSensor(&ITroubleCodeServiceObserver::onRuntimeSinceResetUpdated, success, subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<MilDistance>& subject) {
-  fireSensor(&ITroubleCodeServiceObserver::onDistanceSinceFaultUpdated, success, subject);
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int /*id*/, bool success,
-                                      const std::shared_ptr<EngineRuntimeMil>& subject) {
-  fireSensor(&ITroubleCodeServiceObserver::onRuntimeSinceFaultUpdated, success, subject);
-}
-
-// --- Freeze frames ---
-
-unsigned int TroubleCodeService::refreshFreezeFrames() {
-  return m_walk.start();
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
-                                      const std::shared_ptr<FreezeFrameTroubleCode>& subject) {
-  const unsigned char frame = subject->frame();
+void TroubleCodeService::tellFrameCode(unsigned int id, bool success, const FreezeFrameTroubleCode& subject) {
+  const unsigned char frame = subject.frame();
   debugStream << "FreezeFrameTroubleCode::onUpdateDone " << (success ? "success" : "failure")
               << " for frame: " << frame;
   std::shared_ptr<DtcDataModel> code;
   if (success && ecu()) {
-    code = subject->getTroubleCode(*ecu());
+    code = subject.getTroubleCode(*ecu());
     m_walk.onCode(id, frame, code ? code->code() : std::string(), ecu());
   }
-  fireEvent(&ITroubleCodeServiceObserver::onFreezeFrameCodeUpdated, static_cast<int>(id), success, code,
-            static_cast<int>(frame));
+  fireEvent(&Observer::onFreezeFrameCodeUpdated, static_cast<int>(id), success, code, frame);
 }
 
-void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
-                                      const std::shared_ptr<FreezeFrameConfigurationQuery>& subject) {
-  debugStream << "FreezeFrameConfigurationQuery::onUpdateDone " << (success ? "success" : "failure")
-              << subject->frame();
-  m_walk.onConfiguration(id, subject->frame(), success, ecu());
-}
-
-// A new fault will bring new frames.
-void TroubleCodeService::codesCleared() {
-  ecu()->resetFreezeFrameConfiguration();
-  m_walk.forgetFrames();
-}
-
-void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
-                                      const std::shared_ptr<PowertrainParameter>& subject) {
+void TroubleCodeService::tellFrameSensor(unsigned int id, bool success,
+                                         const std::shared_ptr<PowertrainParameter>& subject) {
   std::shared_ptr<ParameterDescriptor> descriptor;
-  ITroubleCodeServiceObserver::SensorValues models;
+  Observer::SensorValues models;
   if (success && ecu()) {
     descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
     for (const auto& value : subject->values(*ecu(), unitSystem())) {
@@ -214,88 +235,39 @@ void TroubleCodeService::onUpdateDone(unsigned int id, bool success,
           numeric != nullptr ? numeric->toString(numeric->numericValue()) : value->textualValue()));
     }
   }
-  fireEvent(&ITroubleCodeServiceObserver::onFreezeFrameSensorUpdated, static_cast<int>(id), success,
-            descriptor, models, static_cast<int>(subject->frame()));
+  fireEvent(&Observer::onFreezeFrameSensorUpdated, static_cast<int>(id), success, descriptor, models,
+            subject->frame());
 }
 
 // --- Reading while the caller waits ---
 
-template <typename T>
-ITroubleCodeService::Codes TroubleCodeService::readCodes() {
-  if (isConnected() && ecu()) {
-    const auto subject = std::make_shared<T>();
-    if (fetch(subject)) {
-      return subject->getTroubleCodes(*ecu());
-    }
-  }
-  return {};
-}
-
-ITroubleCodeService::Codes TroubleCodeService::readConfirmedCodes() {
-  return readCodes<ConfirmedTroubleCodes>();
-}
-ITroubleCodeService::Codes TroubleCodeService::readPendingCodes() {
-  return readCodes<PendingTroubleCodes>();
-}
-ITroubleCodeService::Codes TroubleCodeService::readPermanentCodes() {
-  return readCodes<PermanentTroubleCodes>();
-}
-
 std::shared_ptr<ITroubleCodeService::MilStatus> TroubleCodeService::readMilStatus() {
-  if (isConnected() && ecu()) {
-    const auto subject = std::make_shared<MonitorStatus>();
-    if (fetch(subject)) {
-      const bool on = subject->isMalfunctionIndicatorLightOn(*ecu());
-      debugStream << (on ? "MIL on" : "MIL off");
-      return std::make_shared<MilStatus>(on ? MilStatus::MilOn : MilStatus::MilOff);
-    }
-  }
-  return nullptr;
-}
-
-std::shared_ptr<SensorDataModel> TroubleCodeService::readDistance(bool sinceFault) {
-  if (sinceFault) {
-    return readSensor(std::make_shared<MilDistance>(ObdMode::Mode01, 0));
-  }
-  return readSensor(std::make_shared<DistanceTraveled>(ObdMode::Mode01, 0));
-}
-
-std::shared_ptr<SensorDataModel> TroubleCodeService::readRuntime(bool sinceFault) {
-  if (sinceFault) {
-    return readSensor(std::make_shared<EngineRuntimeMil>(ObdMode::Mode01, 0));
-  }
-  return readSensor(std::make_shared<EngineRuntimeDtc>(ObdMode::Mode01, 0));
-}
-
-std::shared_ptr<SensorDataModel> TroubleCodeService::readSensor(
-    const std::shared_ptr<PowertrainParameter>& parameter) {
-  if (!isConnected() || !ecu() ||
-      !ecu()->isSupported(ObdMode::Mode01, ParameterIdentifier(parameter->pid()).toOid(), 0) ||
-      !fetch(parameter)) {
+  const auto subject = fetchNew<MonitorStatus>();
+  if (!subject) {
     return nullptr;
   }
-  const FirstSensor first = firstSensor(parameter, ecu(), unitSystem());
-  if (!first.descriptor || !first.value) {
-    return nullptr;
-  }
-  const auto value = std::make_shared<SensorValueDataModel>(first.value->uid(), first.value->textualValue());
-  return std::make_shared<SensorDataModel>(isExtendedSensor(first.descriptor->uid()), first.descriptor->uid(),
-                                           first.descriptor->description(), first.descriptor->unit(), value,
-                                           nullptr);
+  const bool on = subject->isMalfunctionIndicatorLightOn(*ecu());
+  debugStream << (on ? "MIL on" : "MIL off");
+  return std::make_shared<MilStatus>(on ? MilStatus::MilOn : MilStatus::MilOff);
 }
 
-std::shared_ptr<DtcDataModel> TroubleCodeService::readFreezeFrameCode() {
-  if (isConnected() && ecu()) {
-    const auto subject = std::make_shared<FreezeFrameTroubleCode>(static_cast<unsigned char>(0));
-    if (fetch(subject)) {
-      return subject->getTroubleCode(*ecu());
-    }
+template <typename T>
+std::shared_ptr<SensorDataModel> TroubleCodeService::readSensor() {
+  if (!hasUnit() || !ecu()->isSupported(ObdMode::Mode01, ParameterIdentifier(T::Pid).toOid(), 0)) {
+    return nullptr;
   }
-  return nullptr;
+  const auto parameter = fetchNew<T>(ObdMode::Mode01, static_cast<unsigned char>(0));
+  const auto [sensor, read] = parameter ? firstSensor(parameter, ecu(), unitSystem()) : FirstSensor();
+  if (!sensor || !read) {
+    return nullptr;
+  }
+  const auto value = std::make_shared<SensorValueDataModel>(read->uid(), read->textualValue());
+  return std::make_shared<SensorDataModel>(isExtendedSensor(sensor->uid()), sensor->uid(),
+                                           sensor->description(), sensor->unit(), value, nullptr);
 }
 
 std::vector<int> TroubleCodeService::readFreezeFrameIdentifiers() {
-  if (!isConnected() || !ecu()) {
+  if (!hasUnit()) {
     return {};
   }
   if (ecu()->detectFreezeFrameConfiguration(0)) {
@@ -311,56 +283,24 @@ std::vector<int> TroubleCodeService::readFreezeFrameIdentifiers() {
 }
 
 std::vector<std::shared_ptr<SensorDataModel>> TroubleCodeService::readFreezeFrameSensors(int identifier) {
-  if (!isConnected() || !ecu()) {
-    return {};
-  }
   const auto parameter =
       ParameterFactory().createFreezeFrameParameter(ParameterIdentifier(identifier).id(), 0);
-  if (!parameter || !fetch(parameter)) {
+  if (!parameter || !hasUnit() || !fetch(parameter)) {
     return {};
   }
   return makeSensorModels(parameter, ecu(), unitSystem());
 }
 
 bool TroubleCodeService::clearCodesNow() {
-  if (isConnected() && ecu()) {
-    const auto subject = std::make_shared<ClearTroubleCodes>();
-    if (fetch(subject)) {
-      codesCleared();
-      return subject->isCleared(*ecu());
-    }
+  const auto subject = fetchNew<ClearTroubleCodes>();
+  if (!subject) {
+    return false;
   }
-  return false;
+  codesCleared();
+  return subject->isCleared(*ecu());
 }
 
-// --- Hooks ---
-
-void TroubleCodeService::cancelAll() {
-  cancel({m_confirmedRefresher, m_pendingRefresher, m_permanentRefresher, m_clearRefresher, m_milRefresher});
-  m_walk.cancel();
-  cancel({m_distanceSinceResetRefresher, m_runtimeSinceResetRefresher, m_distanceSinceFaultRefresher,
-          m_runtimeSinceFaultRefresher});
-  silenceBatch();
-}
-
-void TroubleCodeService::onDisconnected() {
-  cancelAll();
-  m_walk.forgetFrames();
-  dropRetired();
-}
-
-void TroubleCodeService::onEcuChanged() {
-  cancelAll();
-  m_walk.forgetFrames();
-  fireEvent(&ITroubleCodeServiceObserver::onInvalidated);
-}
-
-void TroubleCodeService::onUnitSystemChanged() {
-  if (isConnected()) {
-    m_walk.forgetSensors();
-    fireEvent(&ITroubleCodeServiceObserver::onInvalidated);
-  }
-}
+}  // namespace
 
 std::shared_ptr<ITroubleCodeService> TroubleCodeServiceBuilder::createTroubleCodeService() {
   return makeService<TroubleCodeService>();

@@ -57,10 +57,10 @@ class TroubleshootingService final : public Service<ITroubleshootingService, ITr
                                      public std::enable_shared_from_this<TroubleshootingService> {
  public:
   explicit TroubleshootingService(const std::shared_ptr<FacadeParts>& parts) : Service(parts) {
-    attachConnectionLogger(this);
+    parts->connectionManager->addLogger(this);
   }
   // First of all: afterwards no connection's thread is in here, and none comes any more.
-  ~TroubleshootingService() override { detachConnectionLogger(this); }
+  ~TroubleshootingService() override { facade().connectionManager->removeLogger(this); }
 
   void sendRequest(const std::string& request, int timeout) override;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
 #include "link/connectionoptions.h"
@@ -13,30 +14,38 @@ class VelmaraSettings final
     : public tavrix::EventProducer<VelmaraSettingsEvent, tavrix::IEventListener<VelmaraSettingsEvent>>,
       public IVelmaraSettings {
  public:
-  explicit VelmaraSettings(const std::shared_ptr<ISettings>& store);
+  explicit VelmaraSettings(const std::shared_ptr<ISettings>& store)
+      : m_store(store), m_connectionOptions(store) {}
 
   IConnectionOptions* connectionOptions() override { return &m_connectionOptions; }
-  UnitSystem unitSystem() override;
-  void setUnitSystem(UnitSystem system) override;
-  int language() override;
-  void setLanguage(int language) override;
-  bool fuelTypeOverride() override;
-  void setFuelTypeOverride(bool override) override;
-  IgnitionType ignitionType() override;
-  void setIgnitionType(IgnitionType type) override;
-  float fuelCorrectionFactor() override;
-  void setFuelCorrectionFactor(float factor) override;
-  int volumetricEfficiency() override;
-  void setVolumetricEfficiency(int percent) override;
-  float engineDisplacement() override;
-  void setEngineDisplacement(float liters) override;
-  int vehicleWeight() override;
-  void setVehicleWeight(int kilograms) override;
+  UnitSystem unitSystem() override { return static_cast<UnitSystem>(integer(UnitSystemChanged)); }
+  void setUnitSystem(UnitSystem system) override { store(UnitSystemChanged, static_cast<int>(system)); }
+  int language() override { return integer(LanguageChanged); }
+  void setLanguage(int language) override { store(LanguageChanged, language); }
+  bool fuelTypeOverride() override { return integer(FuelTypeOverrideChanged) != 0; }
+  void setFuelTypeOverride(bool override) override { store(FuelTypeOverrideChanged, override ? 1 : 0); }
+  IgnitionType ignitionType() override { return static_cast<IgnitionType>(integer(IgnitionTypeChanged)); }
+  void setIgnitionType(IgnitionType type) override { store(IgnitionTypeChanged, static_cast<int>(type)); }
+  float fuelCorrectionFactor() override { return hundredths(FuelCorrectionFactorChanged); }
+  void setFuelCorrectionFactor(float factor) override {
+    storeHundredths(FuelCorrectionFactorChanged, factor);
+  }
+  int volumetricEfficiency() override { return integer(VolumetricEfficiencyChanged); }
+  void setVolumetricEfficiency(int percent) override {
+    store(VolumetricEfficiencyChanged, std::clamp(percent, 0, 100));
+  }
+  float engineDisplacement() override { return hundredths(EngineDisplacementChanged); }
+  void setEngineDisplacement(float liters) override { storeHundredths(EngineDisplacementChanged, liters); }
+  int vehicleWeight() override { return integer(VehicleWeightChanged); }
+  void setVehicleWeight(int kilograms) override { store(VehicleWeightChanged, kilograms); }
 
  private:
+  using enum VelmaraSettingsEvent;
+
   int integer(VelmaraSettingsEvent event) const;
-  float hundredths(VelmaraSettingsEvent event) const;
+  float hundredths(VelmaraSettingsEvent event) const { return static_cast<float>(integer(event)) / 100.0F; }
   void store(VelmaraSettingsEvent event, int value);
+  void storeHundredths(VelmaraSettingsEvent event, float value);
 
   const std::shared_ptr<ISettings> m_store;
   ConnectionOptions m_connectionOptions;

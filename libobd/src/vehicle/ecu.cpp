@@ -1,9 +1,10 @@
 #include "vehicle/ecu.h"
 
 #include <algorithm>
+#include <functional>
 #include <iomanip>
+#include <numeric>
 #include <optional>
-#include <utility>
 
 #include <tavrix/classicstream.h>
 #include <tavrix/tracelog.h>
@@ -21,6 +22,7 @@ namespace obd {
 
 namespace {
 
+using Id = ParameterIdentifier;
 using tavrix::debugStream;
 using tavrix::LogStream;
 
@@ -31,18 +33,13 @@ constexpr unsigned char FirstBlock = 0x00;
 constexpr unsigned int BlockSize = 32;
 constexpr unsigned int LastBlock = 224;
 
-constexpr unsigned char MonitorStatusPid = 0x01;
-constexpr unsigned char OxygenSensorsTwoBanksPid = 0x13;
-constexpr unsigned char ObdStandardPid = 0x1C;
-constexpr unsigned char OxygenSensorsFourBanksPid = 0x1D;
-constexpr unsigned char TesterConfiguration1Pid = 0x4F;
-constexpr unsigned char TesterConfiguration2Pid = 0x50;
-constexpr unsigned char FuelConsumptionId = 240;  // calculated, never on the wire
-constexpr unsigned char EcuNameType = 0x0A;       // of service 09
+constexpr unsigned char NoFrame = 0x00;
+constexpr unsigned char EcuNameType = 0x0A;  // of service 09
 constexpr unsigned char StandardTids = 10;
+constexpr std::size_t SensorsOfFourBanks = 8;  // all that PID 0x1D can tell
 
 bool contains(const std::vector<unsigned char>& list, unsigned int id) {
-  return std::find(list.begin(), list.end(), id) != list.end();
+  return std::ranges::find(list, id) != list.end();
 }
 
 /// The number of entry `id` of the block behind `offset`; the last entry of the last block wraps to 0.
@@ -62,37 +59,32 @@ Ecu::Ecu(unsigned int id, ObdProtocol protocol, const std::string& protocolDescr
       m_protocol(protocol),
       m_protocolDescription(protocolDescription),
       m_proxy(proxy),
-      m_mode01Ids(newList()),
-      m_mode06Ids(newList()),
-      m_mode08Ids(newList()),
-      m_mode09Ids(newList()) {}
+      m_ids{{{ObdMode::Mode01, 0}, newList()},
+            {{ObdMode::Mode06, 0}, newList()},
+            {{ObdMode::Mode08, 0}, newList()},
+            {{ObdMode::Mode09, 0}, newList()}} {}
 
 bool Ecu::init(unsigned int index) {
   if (!detectConfiguration(ObdMode::Mode01, 0)) {
     return false;
   }
-  if (isConnected()) {
-    detectTesterConfiguration1();
-    detectTesterConfiguration2();
-    detectIgnitionAndFuelType();
-  }
-  for (const ObdMode mode : {ObdMode::Mode06, ObdMode::Mode08, ObdMode::Mode09}) {
+  const std::function<void()> steps[] = {
+      [this] {
+        detectLimits();
+        detectIgnitionAndFuelType();
+      },
+      [this] { detectConfiguration(ObdMode::Mode06, 0); },
+      [this] { detectConfiguration(ObdMode::Mode08, 0); },
+      [this] { detectConfiguration(ObdMode::Mode09, 0); },
+      [this] { detectStandard(); },
+      [this] { detectOxygenSensors(); },
+      [this] { detectMode05Configuration(); },
+      [this, index] { detectEcuName(index); },
+  };
+  for (const std::function<void()>& step : steps) {
     if (isConnected()) {
-      detectConfiguration(mode, 0);
+      step();
     }
-  }
-  if (isConnected()) {
-    detectStandard();
-  }
-  if (isConnected()) {
-    detectOxygenSensors();
-    setFuelTrimByteUsage();
-  }
-  if (isConnected()) {
-    detectMode05Configuration();
-  }
-  if (isConnected()) {
-    detectEcuName(index);
   }
   return true;
 }
@@ -100,7 +92,7 @@ bool Ecu::init(unsigned int index) {
 bool Ecu::detectFreezeFrameConfiguration(unsigned char frame) {
   {
     const std::lock_guard guard(m_mutex);
-    if (!m_mode02Ids.try_emplace(frame, newList()).second) {
+    if (!m_ids.try_emplace({ObdMode::Mode02, frame}, newList()).second) {
       debugStream << "Configuration already detected";
       return true;
     }
@@ -108,7 +100,7 @@ bool Ecu::detectFreezeFrameConfiguration(unsigned char frame) {
   if (!detectConfiguration(ObdMode::Mode02, frame)) {
     LogStream(Source, __LINE__, 2) << "Failed to detect configuration -> remove frame details";
     const std::lock_guard guard(m_mutex);
-    m_mode02Ids.erase(frame);
+    m_ids.erase({ObdMode::Mode02, frame});
     return false;
   }
   return true;
@@ -116,16 +108,12 @@ bool Ecu::detectFreezeFrameConfiguration(unsigned char frame) {
 
 void Ecu::resetFreezeFrameConfiguration() {
   const std::lock_guard guard(m_mutex);
-  m_mode02Ids.clear();
+  std::erase_if(m_ids, [](const auto& entry) { return entry.first.first == ObdMode::Mode02; });
 }
 
 std::vector<unsigned char> Ecu::supportedIds(ObdMode mode, unsigned char frame) const {
   const std::shared_ptr<IdList> list = getOids(mode, frame);
-  if (!list) {
-    return {};
-  }
-  const std::lock_guard guard(m_mutex);
-  return *list;
+  return list ? guarded(*list) : IdList();
 }
 
 bool Ecu::isSupported(OxygenSensorLocation location, unsigned char tid) const {
@@ -136,11 +124,8 @@ bool Ecu::isSupported(OxygenSensorLocation location, unsigned char tid) const {
 
 bool Ecu::isSupported(ObdMode mode, unsigned char id, unsigned char frame) const {
   const std::shared_ptr<IdList> list = getOids(mode, frame);
-  if (!list) {
-    return false;
-  }
   const std::lock_guard guard(m_mutex);
-  return contains(*list, id);
+  return list && contains(*list, id);
 }
 
 std::vector<unsigned char> Ecu::supportedTids(OxygenSensorLocation location) const {
@@ -149,68 +134,12 @@ std::vector<unsigned char> Ecu::supportedTids(OxygenSensorLocation location) con
   return found == m_mode05Tids.end() ? IdList() : found->second;
 }
 
-ObdStandard Ecu::standard() const {
-  const std::lock_guard guard(m_mutex);
-  return m_standard;
-}
-
-std::string Ecu::standardDescription() const {
-  const std::lock_guard guard(m_mutex);
-  return m_standardDescription;
-}
-
-std::string Ecu::name() const {
-  const std::lock_guard guard(m_mutex);
-  return m_name;
-}
-
-std::string Ecu::description() const {
-  const std::lock_guard guard(m_mutex);
-  return m_description;
-}
-
 OxygenSensorBank Ecu::oxygenSensorBanks() const {
   // A unit that reports both PIDs counts as one of two banks.
-  if (isSupported(ObdMode::Mode01, OxygenSensorsTwoBanksPid, 0)) {
+  if (offers(Id::OxygenSensorsPresent13)) {
     return OxygenSensorBank::TwoBanks;
   }
-  return isSupported(ObdMode::Mode01, OxygenSensorsFourBanksPid, 0) ? OxygenSensorBank::FourBanks
-                                                                    : OxygenSensorBank::NoBanks;
-}
-
-std::vector<OxygenSensorLocation> Ecu::oxygenSensorLocations() const {
-  const std::lock_guard guard(m_mutex);
-  return m_oxygenSensorLocations;
-}
-
-unsigned int Ecu::equivalenceRatioMax() const {
-  const std::lock_guard guard(m_mutex);
-  return m_limits.equivalenceRatio;
-}
-
-unsigned int Ecu::oxygenSensorVoltageMax() const {
-  const std::lock_guard guard(m_mutex);
-  return m_limits.oxygenSensorVoltage;
-}
-
-unsigned int Ecu::oxygenSensorCurrentMax() const {
-  const std::lock_guard guard(m_mutex);
-  return m_limits.oxygenSensorCurrent;
-}
-
-unsigned int Ecu::intakeManifoldAbsolutePressureMax() const {
-  const std::lock_guard guard(m_mutex);
-  return m_limits.intakeManifoldAbsolutePressure;
-}
-
-float Ecu::airFlowRateMax() const {
-  const std::lock_guard guard(m_mutex);
-  return m_limits.airFlowRate;
-}
-
-IgnitionType Ecu::ignitionType() const {
-  const std::lock_guard guard(m_mutex);
-  return m_ignitionType;
+  return offers(Id::OxygenSensorsPresent1d) ? OxygenSensorBank::FourBanks : OxygenSensorBank::NoBanks;
 }
 
 bool Ecu::isConnected() const {
@@ -237,9 +166,6 @@ bool Ecu::detectConfiguration(ObdMode mode, unsigned char frame) {
   for (unsigned int offset = 0; offset <= LastBlock && reports(offset); offset += BlockSize) {
     const std::unique_ptr<SupportedOids> parameter =
         getOidParameter(mode, static_cast<unsigned char>(offset), frame);
-    if (!parameter) {
-      continue;
-    }
     if (!ask(*parameter)) {
       LogStream(Source, __LINE__, 3) << "Failed to get supported " << std::setw(2) << std::setfill('0')
                                      << static_cast<int>(mode) << " IDs 0x" << std::hex << offset + 1
@@ -259,158 +185,124 @@ bool Ecu::detectConfiguration(ObdMode mode, unsigned char frame) {
   return detected;
 }
 
-bool Ecu::detectTesterConfiguration1() {
-  if (!isSupported(ObdMode::Mode01, TesterConfiguration1Pid, 0)) {
-    debugStream << "No tester 1 configuration";
-    return true;
+// Hands the limits, if the unit tells them, to `take` under the mutex.
+template <typename Configuration, typename Take>
+void Ecu::detectTesterConfiguration(int number, const Take& take) {
+  Configuration configuration(ObdMode::Mode01, 0);
+  if (!offers(configuration.pid())) {
+    debugStream << "No tester " << number << " configuration";
+  } else if (!ask(configuration)) {
+    LogStream(Source, __LINE__, 2) << "Updating tester configuration " << number << " failed";
+  } else {
+    const std::lock_guard guard(m_mutex);
+    take(configuration);
   }
-  TestEquipmentConfiguration1 configuration(ObdMode::Mode01, 0);
-  if (!ask(configuration)) {
-    LogStream(Source, __LINE__, 2) << "Updating tester configuration 1 failed";
-    return false;
-  }
-  const std::lock_guard guard(m_mutex);
-  m_limits.equivalenceRatio = configuration.equivalenceRatioMax(m_id);
-  m_limits.oxygenSensorVoltage = configuration.oxygenSensorVoltageMax(m_id);
-  m_limits.oxygenSensorCurrent = configuration.oxygenSensorCurrentMax(m_id);
-  m_limits.intakeManifoldAbsolutePressure = configuration.intakeManifoldAbsolutePressureMax(m_id);
-  return true;
 }
 
-bool Ecu::detectTesterConfiguration2() {
-  if (!isSupported(ObdMode::Mode01, TesterConfiguration2Pid, 0)) {
-    debugStream << "No tester 2 configuration";
-    return true;
-  }
-  TestEquipmentConfiguration2 configuration(ObdMode::Mode01, 0);
-  if (!ask(configuration)) {
-    LogStream(Source, __LINE__, 2) << "Updating tester configuration 2 failed";
-    return false;
-  }
-  const std::lock_guard guard(m_mutex);
-  m_limits.airFlowRate = configuration.airFlowRateMax(m_id);
-  return true;
+void Ecu::detectLimits() {
+  detectTesterConfiguration<TestEquipmentConfiguration1>(1, [this](const auto& told) {
+    m_limits.equivalenceRatio = told.equivalenceRatioMax(m_id);
+    m_limits.oxygenSensorVoltage = told.oxygenSensorVoltageMax(m_id);
+    m_limits.oxygenSensorCurrent = told.oxygenSensorCurrentMax(m_id);
+    m_limits.intakeManifoldAbsolutePressure = told.intakeManifoldAbsolutePressureMax(m_id);
+  });
+  detectTesterConfiguration<TestEquipmentConfiguration2>(
+      2, [this](const auto& told) { m_limits.airFlowRate = told.airFlowRateMax(m_id); });
 }
 
-bool Ecu::detectIgnitionAndFuelType() {
-  if (!isSupported(ObdMode::Mode01, MonitorStatusPid, 0)) {
-    return true;
-  }
+void Ecu::detectIgnitionAndFuelType() {
   MonitorStatus status;
-  if (!ask(status)) {
-    return false;
+  if (!offers(Id::MonitorStatus) || !ask(status)) {
+    return;
   }
   const IgnitionType type = status.getIgnitionType(*this);
-  {
-    const std::lock_guard guard(m_mutex);
-    m_ignitionType = type;
-  }
-  // The entry in the list of service 01 tells the services that consumption can be offered.
+  const char* consumption = nullptr;
   if (type == IgnitionType::CompressionIgnition) {
-    if (DieselConsumption::isValid(*this)) {
-      debugStream << "Diesel consumption";
-      addSupportedId(FuelConsumptionId);
-    }
+    consumption = DieselConsumption::isValid(*this) ? "Diesel consumption" : nullptr;
   } else if (GasConsumption::isValid(*this)) {
-    debugStream << "Gas (maf) consumption";
-    addSupportedId(FuelConsumptionId);
+    consumption = "Gas (maf) consumption";
   } else if (GasConsumptionMap::isValid(*this)) {
-    debugStream << "Gas (map) consumption";
-    addSupportedId(FuelConsumptionId);
+    consumption = "Gas (map) consumption";
   }
-  return true;
+  const std::lock_guard guard(m_mutex);
+  m_ignitionType = type;
+  if (consumption != nullptr) {
+    debugStream << consumption;
+    // The entry in the list of service 01 tells the services that consumption can be offered.
+    m_ids.at({ObdMode::Mode01, 0})->push_back(Id::FuelConsumption);
+  }
 }
 
-bool Ecu::detectStandard() {
+void Ecu::detectStandard() {
   SaeStandard parameter(ObdMode::Mode01, 0);
-  if (!isSupported(ObdMode::Mode01, ObdStandardPid, 0) || !ask(parameter)) {
-    return false;
+  if (!offers(SaeStandard::Pid) || !ask(parameter)) {
+    return;
   }
   const std::vector<std::shared_ptr<SensorValue>> values = parameter.values(*this, UnitSystem::Metric);
-  std::string text = values.empty() ? std::string() : values.front()->textualValue();
-  const ObdStandard standard = parameter.standard(*this);
   const std::lock_guard guard(m_mutex);
-  m_standard = standard;
-  m_standardDescription = std::move(text);
-  return true;
+  m_standard = parameter.standard(*this);
+  m_standardDescription = values.empty() ? std::string() : values.front()->textualValue();
 }
 
-bool Ecu::detectOxygenSensors() {
-  switch (oxygenSensorBanks()) {
-    case OxygenSensorBank::TwoBanks: {
-      OxygenSensorsPresent13 parameter(ObdMode::Mode01, 0);
-      return updateEcuOxygenSensorLocations(parameter);
-    }
-    case OxygenSensorBank::FourBanks: {
-      OxygenSensorsPresent1d parameter(ObdMode::Mode01, 0);
-      return updateEcuOxygenSensorLocations(parameter);
-    }
-    default:
-      debugStream << "No oxygen sensors banks";
-      return true;
+void Ecu::detectOxygenSensors() {
+  const OxygenSensorBank banks = oxygenSensorBanks();
+  if (banks == OxygenSensorBank::NoBanks) {
+    debugStream << "No oxygen sensors banks";
+    return;
   }
-}
-
-bool Ecu::updateEcuOxygenSensorLocations(OxygenSensorsPresent& parameter) {
+  const bool twoBanks = banks == OxygenSensorBank::TwoBanks;
+  OxygenSensorsPresent parameter(twoBanks ? Id::OxygenSensorsPresent13 : Id::OxygenSensorsPresent1d,
+                                 ObdMode::Mode01, 0);
   if (!ask(parameter)) {
     LogStream(Source, __LINE__, 3) << "Failed to get supported O2 sensors";
-    return false;
-  }
-  if (std::optional<std::vector<OxygenSensorLocation>> locations = parameter.locations(*this)) {
+  } else if (std::optional<std::vector<OxygenSensorLocation>> locations = parameter.locations(*this)) {
     const std::lock_guard guard(m_mutex);
     m_oxygenSensorLocations = std::move(*locations);
   } else {
     debugStream << "No oxygen sensors present";
   }
-  return true;
+  // With four full banks the second byte of the fuel trim PIDs carries banks 3 and 4.
+  if (!twoBanks && oxygenSensorLocations().size() == SensorsOfFourBanks) {
+    FuelTrim::setByteBInUse(true);
+  }
 }
 
 /// Service 05 exists only before CAN.
-bool Ecu::detectMode05Configuration() {
+void Ecu::detectMode05Configuration() {
   if (isCan(m_protocol)) {
-    return true;
+    return;
   }
   for (const OxygenSensorLocation location : oxygenSensorLocations()) {
     detectTestIdentifiers(location);
     debugStream << "Supported 05 TIDS for ECU " << m_id << " location " << static_cast<int>(location);
   }
-  return true;
 }
 
-bool Ecu::detectTestIdentifiers(OxygenSensorLocation location) {
-  const unsigned char sensor = sensorByte(location);
+void Ecu::detectTestIdentifiers(OxygenSensorLocation location) {
   IdList chain(1, FirstBlock);
-  Service05Oids first(FirstBlock, sensor);
-  if (!ask(first)) {
-    LogStream(Source, __LINE__, 3) << "Failed to get supported 05 TIDs 0x01 - 0x20";
-    return false;
-  }
-  IdList tids = first.ids(*this);
-  if (tids.empty()) {
-    // Some units do not report service 05 through bitmaps; the standard tests are assumed then.
-    debugStream << "No supported TIDs reported for ECU " << m_id;
-    for (unsigned char tid = 1; tid <= StandardTids; ++tid) {
-      tids.push_back(tid);
-    }
-  } else {
-    chain.insert(chain.end(), tids.begin(), tids.end());
-  }
-  addSupportedTids(location, tids);
-  for (unsigned int offset = BlockSize; offset <= LastBlock && contains(chain, offset); offset += BlockSize) {
-    Service05Oids block(static_cast<unsigned char>(offset), sensor);
+  for (unsigned int offset = 0; offset <= LastBlock && contains(chain, offset); offset += BlockSize) {
+    Service05Oids block(static_cast<unsigned char>(offset), sensorByte(location));
     if (!ask(block)) {
-      LogStream(Source, __LINE__, 3) << "Failed to get supported 05 TIDs 0x" << std::hex << offset + 1
-                                     << " - 0x" << offset + BlockSize;
-      break;
+      LogStream(Source, __LINE__, 3) << "Failed to get supported 05 TIDs 0x" << std::setw(2)
+                                     << std::setfill('0') << std::hex << offset + 1 << " - 0x"
+                                     << offset + BlockSize;
+      return;
     }
-    tids.clear();
+    IdList tids;
     for (const unsigned char id : block.ids(*this)) {
       tids.push_back(inBlock(offset, id));
     }
     chain.insert(chain.end(), tids.begin(), tids.end());
-    addSupportedTids(location, tids);
+    if (offset == FirstBlock && tids.empty()) {
+      // Some units do not report service 05 through bitmaps; the standard tests are assumed then.
+      debugStream << "No supported TIDs reported for ECU " << m_id;
+      tids.resize(StandardTids);
+      std::iota(tids.begin(), tids.end(), static_cast<unsigned char>(1));
+    }
+    const std::lock_guard guard(m_mutex);
+    IdList& list = m_mode05Tids[location];
+    list.insert(list.end(), tids.begin(), tids.end());
   }
-  return true;
 }
 
 void Ecu::detectEcuName(unsigned int index) {
@@ -447,59 +339,19 @@ void Ecu::detectEcuName(unsigned int index) {
   m_description = std::move(description);
 }
 
-bool Ecu::areAllPresentFor1D() const {
-  const std::vector<OxygenSensorLocation> present = oxygenSensorLocations();
-  using enum OxygenSensorLocation;
-  const auto required = {Bank1Sensor1, Bank1Sensor2, Bank2Sensor1, Bank2Sensor2,
-                         Bank3Sensor1, Bank3Sensor2, Bank4Sensor1, Bank4Sensor2};
-  return std::all_of(required.begin(), required.end(), [&](OxygenSensorLocation location) {
-    return std::find(present.begin(), present.end(), location) != present.end();
-  });
-}
-
-/// With four full banks the second byte of the fuel trim PIDs carries banks 3 and 4.
-void Ecu::setFuelTrimByteUsage() const {
-  if (oxygenSensorBanks() == OxygenSensorBank::FourBanks && areAllPresentFor1D()) {
-    FuelTrim::setByteBInUse(true);
-  }
-}
-
-void Ecu::addSupportedId(unsigned char id) {
-  const std::lock_guard guard(m_mutex);
-  m_mode01Ids->push_back(id);
-}
-
-void Ecu::addSupportedTids(OxygenSensorLocation location, const IdList& tids) {
-  const std::lock_guard guard(m_mutex);
-  IdList& list = m_mode05Tids[location];
-  list.insert(list.end(), tids.begin(), tids.end());
-}
-
 /// The list of a service, null if there is none.
 std::shared_ptr<std::vector<unsigned char>> Ecu::getOids(ObdMode mode, unsigned char frame) const {
-  switch (mode) {
-    case ObdMode::Mode01:
-      return m_mode01Ids;
-    case ObdMode::Mode06:
-      return m_mode06Ids;
-    case ObdMode::Mode08:
-      return m_mode08Ids;
-    case ObdMode::Mode09:
-      return m_mode09Ids;
-    case ObdMode::Mode02: {
-      {
-        const std::lock_guard guard(m_mutex);
-        const auto found = m_mode02Ids.find(frame);
-        if (found != m_mode02Ids.end()) {
-          return found->second;
-        }
-      }
-      LogStream(Source, __LINE__, 3) << "NO Oids for MODE 02 frame " << static_cast<int>(frame);
-      return nullptr;
+  {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_ids.find({mode, mode == ObdMode::Mode02 ? frame : NoFrame});
+    if (found != m_ids.end()) {
+      return found->second;
     }
-    default:
-      return nullptr;
   }
+  if (mode == ObdMode::Mode02) {
+    LogStream(Source, __LINE__, 3) << "NO Oids for MODE 02 frame " << static_cast<int>(frame);
+  }
+  return nullptr;
 }
 
 std::unique_ptr<SupportedOids> Ecu::getOidParameter(ObdMode mode, unsigned char oid,

@@ -4,15 +4,16 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/iecu.h"
 #include "core/iobdproxy.h"
 #include "core/iquery.h"
+#include "powertrain/parameteridentifier.h"
 
 namespace obd {
 
-class OxygenSensorsPresent;
 class SupportedOids;
 
 /// A control unit that has answered. `init` interrogates it once, on the thread that opens the connection;
@@ -37,18 +38,22 @@ class Ecu : public IEcu {
   std::vector<unsigned char> supportedTids(OxygenSensorLocation location) const override;
   ObdProtocol protocol() const override { return m_protocol; }
   std::string protocolDescription() const override { return m_protocolDescription; }
-  ObdStandard standard() const override;
-  std::string standardDescription() const override;
-  std::string name() const override;
-  std::string description() const override;
+  ObdStandard standard() const override { return guarded(m_standard); }
+  std::string standardDescription() const override { return guarded(m_standardDescription); }
+  std::string name() const override { return guarded(m_name); }
+  std::string description() const override { return guarded(m_description); }
   OxygenSensorBank oxygenSensorBanks() const override;
-  std::vector<OxygenSensorLocation> oxygenSensorLocations() const override;
-  unsigned int equivalenceRatioMax() const override;
-  unsigned int oxygenSensorVoltageMax() const override;
-  unsigned int oxygenSensorCurrentMax() const override;
-  unsigned int intakeManifoldAbsolutePressureMax() const override;
-  float airFlowRateMax() const override;
-  IgnitionType ignitionType() const override;
+  std::vector<OxygenSensorLocation> oxygenSensorLocations() const override {
+    return guarded(m_oxygenSensorLocations);
+  }
+  unsigned int equivalenceRatioMax() const override { return guarded(m_limits).equivalenceRatio; }
+  unsigned int oxygenSensorVoltageMax() const override { return guarded(m_limits).oxygenSensorVoltage; }
+  unsigned int oxygenSensorCurrentMax() const override { return guarded(m_limits).oxygenSensorCurrent; }
+  unsigned int intakeManifoldAbsolutePressureMax() const override {
+    return guarded(m_limits).intakeManifoldAbsolutePressure;
+  }
+  float airFlowRateMax() const override { return guarded(m_limits).airFlowRate; }
+  IgnitionType ignitionType() const override { return guarded(m_ignitionType); }
 
  private:
   using IdList = std::vector<unsigned char>;
@@ -62,24 +67,27 @@ class Ecu : public IEcu {
     float airFlowRate = 655.35F;
   };
 
+  template <typename T>
+  T guarded(const T& member) const {
+    const std::lock_guard guard(m_mutex);
+    return member;
+  }
+
   bool isConnected() const;
   bool ask(IQuery& query) const;
+  bool offers(ParameterIdentifier pid) const { return isSupported(ObdMode::Mode01, pid.toOid(), 0); }
 
   bool detectConfiguration(ObdMode mode, unsigned char frame);
-  bool detectTesterConfiguration1();
-  bool detectTesterConfiguration2();
-  bool detectIgnitionAndFuelType();
-  bool detectStandard();
-  bool detectOxygenSensors();
-  bool updateEcuOxygenSensorLocations(OxygenSensorsPresent& parameter);
-  bool detectMode05Configuration();
-  bool detectTestIdentifiers(OxygenSensorLocation location);
+  template <typename Configuration, typename Take>
+  void detectTesterConfiguration(int number, const Take& take);
+  void detectLimits();
+  void detectIgnitionAndFuelType();
+  void detectStandard();
+  void detectOxygenSensors();
+  void detectMode05Configuration();
+  void detectTestIdentifiers(OxygenSensorLocation location);
   void detectEcuName(unsigned int index);
-  bool areAllPresentFor1D() const;
-  void setFuelTrimByteUsage() const;
 
-  void addSupportedId(unsigned char id);
-  void addSupportedTids(OxygenSensorLocation location, const IdList& tids);
   std::shared_ptr<IdList> getOids(ObdMode mode, unsigned char frame) const;
   std::unique_ptr<SupportedOids> getOidParameter(ObdMode mode, unsigned char oid, unsigned char frame) const;
 
@@ -89,12 +97,8 @@ class Ecu : public IEcu {
   const std::weak_ptr<IObdProxy> m_proxy;  // weak, since the proxy holds its control units
 
   mutable std::mutex m_mutex;  // guards all that follows, the contents of the lists included
-  const std::shared_ptr<IdList> m_mode01Ids;
-  std::map<unsigned char, std::shared_ptr<IdList>> m_mode02Ids;  // by freeze frame
+  std::map<std::pair<ObdMode, unsigned char>, std::shared_ptr<IdList>> m_ids;  // by service and freeze frame
   std::map<OxygenSensorLocation, IdList> m_mode05Tids;
-  const std::shared_ptr<IdList> m_mode06Ids;
-  const std::shared_ptr<IdList> m_mode08Ids;
-  const std::shared_ptr<IdList> m_mode09Ids;
   ObdStandard m_standard = ObdStandard::Unknown;
   std::string m_standardDescription;
   std::string m_name;

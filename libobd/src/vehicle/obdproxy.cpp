@@ -35,8 +35,8 @@ void ObdProxy::setDevice(IDevice* device) {
 
 bool ObdProxy::initialize() {
   setEcus({});
-  std::vector<std::shared_ptr<Ecu>> found;
-  if (!detectEcus(found) || found.empty() || !found.front()->init(0)) {
+  const std::vector<std::shared_ptr<Ecu>> found = detectEcus();
+  if (found.empty() || !found.front()->init(0)) {
     return false;
   }
   // Only the first control unit must pass.
@@ -68,11 +68,9 @@ std::shared_ptr<IEcu> ObdProxy::currentEcu() {
 
 std::shared_ptr<IEcu> ObdProxy::ecu(unsigned int id) {
   // In the order of the replies, in which identifiers have a sign.
-  const auto before = [](const std::shared_ptr<IEcu>& candidate, unsigned int wanted) {
-    return static_cast<int>(candidate->id()) < static_cast<int>(wanted);
-  };
+  const auto place = [](const std::shared_ptr<IEcu>& ecu) { return static_cast<int>(ecu->id()); };
   const std::lock_guard guard(m_ecuMutex);
-  const auto found = std::lower_bound(m_ecus.begin(), m_ecus.end(), id, before);
+  const auto found = std::ranges::lower_bound(m_ecus, static_cast<int>(id), {}, place);
   return found != m_ecus.end() && (*found)->id() == id ? *found : nullptr;
 }
 
@@ -97,7 +95,7 @@ float ObdProxy::batteryVoltage() {
 }
 
 /// Asks every control unit for its first PIDs and takes whoever answers, whatever the answer says.
-bool ObdProxy::detectEcus(std::vector<std::shared_ptr<Ecu>>& found) {
+std::vector<std::shared_ptr<Ecu>> ObdProxy::detectEcus() {
   const Service01Oids query(0);
   std::vector<unsigned char> request;
   query.requestData(request);
@@ -105,27 +103,28 @@ bool ObdProxy::detectEcus(std::vector<std::shared_ptr<Ecu>>& found) {
   const int result = sendRequest(request, responses, query.timeout());
   if (result != RequestAnswered) {
     LogStream(Source, __LINE__, 3) << "Failed to detect ECUs, invalid status " << result;
-    return false;
+    return {};
   }
   if (responses.empty()) {
     LogStream(Source, __LINE__, 3) << "Failed to detect ECUs, empty response";
-    return false;
+    return {};
   }
   const std::lock_guard guard(m_deviceMutex);
   if (!hasDevice()) {
     LogStream(Source, __LINE__, 3) << "Failed to detect ECUs, device not enabled";
-    return false;
+    return {};
   }
   const ObdProtocol protocol = m_device->obdProtocol();
   const std::string protocolName = m_device->protocolName();
   const std::shared_ptr<IObdProxy> self = shared_from_this();
+  std::vector<std::shared_ptr<Ecu>> found;
   found.reserve(responses.size());
   for (const auto& [id, bytes] : responses) {
     debugStream << "Found ECU: 0x" << std::hex << id << " with protocol " << static_cast<int>(protocol);
     found.push_back(std::make_shared<Ecu>(static_cast<unsigned int>(id), protocol, protocolName, self));
   }
   setEcus({found.begin(), found.end()});
-  return true;
+  return found;
 }
 
 /// The caller holds the lock of the device or the mutex of its pointer.

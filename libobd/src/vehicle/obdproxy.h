@@ -30,7 +30,7 @@ class ObdProxy : public IObdProxy, public std::enable_shared_from_this<ObdProxy>
   float batteryVoltage() override;
 
  private:
-  bool detectEcus(std::vector<std::shared_ptr<Ecu>>& found);
+  std::vector<std::shared_ptr<Ecu>> detectEcus();
   bool hasDevice() const;
   void setEcus(std::vector<std::shared_ptr<IEcu>> ecus);
 
