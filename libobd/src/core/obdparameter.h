@@ -51,7 +51,7 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   /// The last negative response code of the latest update; 0 for none, 121 for one without a code.
   virtual int nack() const { return m_nack; }
   /// What came of a control unit to the latest update.
-  UnitReply reply(const IEcu& ecu) const { return m_replies.get(ecu.id()); }
+  virtual UnitReply reply(const IEcu& ecu) const { return m_replies.get(ecu.id()); }
 
  protected:
   explicit ObdParameter(const Request& request = Request()) : m_request(request) {}

@@ -7,6 +7,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "powertrain/measurementunit.h"
 #include "powertrain/parameterdescriptor.h"
 
@@ -80,6 +81,9 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   /// Reads one parameter of the control unit and waits for it, queries that were queued before included, but
   /// no longer than 1.55 s; empty on failure. Calculated values cannot be read this way.
   virtual std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) = 0;
+  /// What came of the selected control unit: within `onSensorUpdated` to the parameter that it tells of. Of a
+  /// calculated value, what came to its inputs.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace SensorServiceBuilder {

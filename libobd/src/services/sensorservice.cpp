@@ -100,6 +100,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
   }
 
   std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) override;
+  UnitReply lastReply() override { return m_lastReply; }
 
  protected:
   void onConnected() override {
@@ -176,6 +177,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
   std::map<ParameterIdentifier::Id, std::shared_ptr<PowertrainParameter>> m_parameters;
   std::map<ParameterIdentifier::Id, std::shared_ptr<SensorQuery>> m_queries;
   std::map<int, std::shared_ptr<SensorData>> m_sensorData;  // by uid
+  UnitReply m_lastReply;
   bool m_stopped = false;
 };
 
@@ -225,6 +227,7 @@ void SensorService::onQueryDone(ParameterIdentifier::Id id, bool success,
       }
     }
     const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
+    m_lastReply = subject->reply(*ecu());
     fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
   }
   const auto found = m_queries.find(id);

@@ -213,6 +213,11 @@ IgnitionType Ecu::ignitionType() const {
   return m_ignitionType;
 }
 
+bool Ecu::hasToldIgnitionType() const {
+  const std::lock_guard guard(m_mutex);
+  return m_ignitionTypeTold;
+}
+
 bool Ecu::isConnected() const {
   const std::shared_ptr<IObdProxy> proxy = m_proxy.lock();
   return proxy && proxy->isConnected();
@@ -304,6 +309,7 @@ bool Ecu::detectIgnitionAndFuelType() {
   {
     const std::lock_guard guard(m_mutex);
     m_ignitionType = type;
+    m_ignitionTypeTold = status.reply(*this).kind == UnitReply::Accepted;
   }
   // The entry in the list of service 01 tells the services that consumption can be offered.
   if (type == IgnitionType::CompressionIgnition) {

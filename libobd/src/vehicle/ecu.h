@@ -49,6 +49,7 @@ class Ecu : public IEcu {
   unsigned int intakeManifoldAbsolutePressureMax() const override;
   float airFlowRateMax() const override;
   IgnitionType ignitionType() const override;
+  bool hasToldIgnitionType() const override;
 
  private:
   using IdList = std::vector<unsigned char>;
@@ -101,6 +102,7 @@ class Ecu : public IEcu {
   std::string m_description;
   std::vector<OxygenSensorLocation> m_oxygenSensorLocations;
   IgnitionType m_ignitionType = IgnitionType::SparkIgnition;
+  bool m_ignitionTypeTold = false;
   Limits m_limits;
 };
 
