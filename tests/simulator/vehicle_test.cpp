@@ -382,6 +382,22 @@ TEST(OddVehicles, AreOddAsTheyTell) {
   EXPECT_EQ(met, std::set<std::string>(names.begin(), names.end()));
 }
 
+TEST(OddVehicles, StandBeforeTheyDrive) {
+  const VirtualClock clock;
+  const auto car =
+      Vehicle::parse("name = x\nprotocol = 6\nstands = 100\n[unit ECM 7E8]\n01 0D = {speed}\n", "x");
+  Dialogue elm = connect(car);
+  const auto speed = [&elm] { return payloads(elm.ask("010D"), 6)["7E8"].at(2); };
+  hostos::CTime::msleep(30000);
+  EXPECT_EQ(speed(), 0U);
+  hostos::CTime::msleep(100000);
+  EXPECT_GT(speed(), 50U);
+  car->holdDrive(30000);  // a moment of the drive, which then goes on from there
+  EXPECT_GT(speed(), 50U);
+  car->holdDrive(std::nullopt);
+  EXPECT_GT(speed(), 50U);
+}
+
 class Drives : public testing::TestWithParam<std::string> {};
 
 // A drive stands, accelerates, cruises and brakes; its values belong together at every moment.
@@ -579,6 +595,7 @@ TEST(VehicleFiles, HaveLimits) {
       {can + "latency = 1", can + "latency = -1", "4: \"-1\" is no whole number"},
       {can + "latency = 1", can + "latency = 99999999999", "4: \"99999999999\" is out of range"},
       {can + "replies = 1000", can + "replies = 1001", "4: \"1001\" is out of range, which is 1 to 1000"},
+      {"stands = 86400\n" + can, "stands = 86401\n", "1: \"86401\" is out of range, which is 0 to 86400"},
       {can + "08 02 = accept for 3600", can + "08 02 = accept for 3600.5",
        "4: \"3600.5\" is out of range, which is 1 to 3600"},
       {"displacement = 20\n" + can, "displacement = 0.05\n",
