@@ -197,7 +197,8 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
   }
   for (const std::unique_ptr<Command>& command : commands) {
     if (app.got_subcommand(command->name())) {
-      return runCommand(program, *command);
+      const ExitCode code = runCommand(program, *command);
+      return code == ExitCode::Ok && program.logIsCut ? ExitCode::Usage : code;
     }
   }
   std::fputs(app.help().c_str(), stderr);

@@ -56,6 +56,7 @@ class Program {
   Notes notes;
   CommonOptions options;
   std::shared_ptr<SettingsStore> settings;
+  bool logIsCut = false;  ///< told already; a command that went well fails by it all the same
 };
 
 }  // namespace velmara

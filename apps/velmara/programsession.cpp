@@ -35,6 +35,7 @@ ProgramSession::~ProgramSession() {
   m_program.notes.endPhases();
   close();
   if (const std::string& log = m_program.options.logFile; !log.empty() && !isWholeLog(log)) {
+    m_program.logIsCut = true;
     m_program.notes.warn(
         fmt::format("velmara: The log {} is not whole: its disk may be full.", printable(log)));
   }

@@ -29,6 +29,17 @@ std::string refusalText(int nack) {
   return text;
 }
 
+std::shared_ptr<obd::ObdParameter> firstListOf(obd::ObdMode mode, obd::ObdProtocol protocol) {
+  constexpr unsigned char First = 0;
+  if (mode == obd::ObdMode::Mode06) {
+    return std::make_shared<obd::Service06Oids>(First);
+  }
+  if (mode == obd::ObdMode::Mode08) {
+    return std::make_shared<obd::Service08Oids>(First, protocol);
+  }
+  return std::make_shared<obd::Service09Oids>(First);
+}
+
 double seconds(milliseconds time) {
   return std::chrono::duration<double>(time).count();
 }
@@ -178,29 +189,24 @@ Outcome outcomeOf(const obd::UnitReply& reply, bool hasContent) {
 
 void setNotListed(Session& session, const obd::IEcu& ecu, obd::ObdMode mode, Answers& answers,
                   Section& section, const std::string& what) {
-  if (!obd::hasList(ecu, mode)) {
-    std::shared_ptr<obd::ObdParameter> list;
-    if (mode == obd::ObdMode::Mode06) {
-      list = std::make_shared<obd::Service06Oids>(static_cast<unsigned char>(0));
-    } else {
-      list = std::make_shared<obd::Service09Oids>(static_cast<unsigned char>(0));
-    }
-    Outcome outcome;
-    answers.ask({list}, [&](std::size_t, bool) { outcome = outcomeOf(list->reply(ecu)); });
-    if (outcome.state == Outcome::State::Refused || outcome.state == Outcome::State::Unusable ||
-        answers.gaveUp()) {
-      answers.heard(outcome);
-      answers.conclude(section);
-      return;
-    }
-    // A unit without the service does not answer (SAE J1979), which is all that can be told of it.
+  if (obd::hasList(ecu, mode)) {
     setNotOffered(session, section, what);
-    if (outcome.state == Outcome::State::NoAnswer) {
-      section.reason = "No answer: the control unit offers no " + what + ", or keeps silent.";
-    }
     return;
   }
-  setNotOffered(session, section, what);
+  const std::shared_ptr<obd::ObdParameter> list = firstListOf(mode, ecu.protocol());
+  Outcome outcome;
+  answers.ask({list}, [&](std::size_t, bool) { outcome = outcomeOf(list->reply(ecu)); });
+  if (outcome.state == Outcome::State::Read) {
+    setNotOffered(session, section, what);
+    return;
+  }
+  answers.heard(outcome);
+  answers.conclude(section);
+  // A unit without the service does not answer either (SAE J1979).
+  if (outcome.state == Outcome::State::NoAnswer && !answers.gaveUp()) {
+    section.state = Section::State::NotListed;
+    section.reason = "No answer: the control unit offers no " + what + ", or keeps silent.";
+  }
 }
 
 void setNotOffered(const Session& session, Section& section, const std::string& what) {

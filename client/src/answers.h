@@ -76,7 +76,8 @@ class Answers {
 Outcome outcomeOf(const obd::UnitReply& reply, bool hasContent = true);
 
 /// Ends a section about a service of which the control unit has shown nothing to ask for. A unit without any
-/// list of the service's identifiers is asked for it once more: it may have refused, or been silent.
+/// list of the service's identifiers is asked for it once more: it may have refused, or been silent. For
+/// services 06, 08 and 09.
 void setNotListed(Session& session, const obd::IEcu& ecu, obd::ObdMode mode, Answers& answers,
                   Section& section, const std::string& what);
 

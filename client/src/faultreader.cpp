@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "coderecords.h"
+#include "core/identifiers.h"
 #include "powertrain/monitorstatus.h"
 #include "readings.h"
 #include "vehicletexts.h"
@@ -14,16 +15,21 @@ namespace {
 
 constexpr unsigned char MonitorStatusPid = 0x01;
 
-std::optional<FaultsSection::Amount> toAmount(bool success,
-                                              const std::shared_ptr<obd::SensorDescriptor>& sensor,
-                                              const std::shared_ptr<obd::SensorValue>& value) {
-  if (!success || !sensor || !value) {
-    return std::nullopt;
-  }
-  return FaultsSection::Amount{finiteText(value->textualValue()), std::string(unitText(sensor->unit()))};
-}
-
 }  // namespace
+
+// The services tell the lamp only.
+std::optional<int> readCodeCount(const obd::IEcu& ecu, Answers& answers) {
+  std::optional<int> count;
+  if (ecu.isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+    const auto status = std::make_shared<obd::MonitorStatus>();
+    answers.ask({status}, [&](std::size_t, bool) {
+      if (status->reply(ecu).kind == obd::UnitReply::Accepted) {
+        count = status->getNumberOfErrors(ecu);
+      }
+    });
+  }
+  return count;
+}
 
 FaultReader::FaultReader(Session& session, const ControlUnit& unit, const ReadOptions& options,
                          const char* section)
@@ -32,7 +38,7 @@ FaultReader::FaultReader(Session& session, const ControlUnit& unit, const ReadOp
       m_make(options.make) {}
 
 FaultsSection FaultReader::readFaults() {
-  readCount();
+  m_faults.count = readCodeCount(ecu(), answers());
   service().refreshMilStatus();
   service().refreshConfirmedCodes();
   service().refreshPendingCodes();
@@ -40,19 +46,6 @@ FaultsSection FaultReader::readFaults() {
   answers().wait();
   answers().conclude(m_faults);
   return std::move(m_faults);
-}
-
-// The service tells the lamp only.
-void FaultReader::readCount() {
-  if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
-    return;
-  }
-  const auto status = std::make_shared<obd::MonitorStatus>();
-  answers().ask({status}, [&](std::size_t, bool) {
-    if (status->reply(ecu()).kind == obd::UnitReply::Accepted) {
-      m_faults.count = status->getNumberOfErrors(ecu());
-    }
-  });
 }
 
 FreezeSection FaultReader::readFreeze() {
@@ -84,7 +77,8 @@ void FaultReader::onMilStatusUpdated(bool /*success*/, MilStatus status) {
     answers().heard(true);
     return;
   }
-  if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
+  if (obd::hasList(ecu(), obd::ObdMode::Mode01) &&
+      !ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
     m_faults.lampOutcome = {Outcome::State::NotOffered, {}};
   }
   answers().alive();
@@ -145,20 +139,31 @@ void FaultReader::onFreezeFrameSensorUpdated(int /*id*/, bool /*success*/,
   appendReadings(*parameter, values, stored.readings);
 }
 
-void FaultReader::onDistanceSinceResetUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) {
-  m_faults.distance = toAmount(success, sensor, value);
+void FaultReader::takeAmount(const SensorPtr& sensor, const ValuePtr& value,
+                             std::optional<FaultsSection::Amount>& place) {
+  if (sensor && value && outcomeOf(service().lastReply()).state == Outcome::State::Read) {
+    place = FaultsSection::Amount{finiteText(value->textualValue()), std::string(unitText(sensor->unit()))};
+  }
 }
 
-void FaultReader::onRuntimeSinceResetUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) {
-  m_faults.runTime = toAmount(success, sensor, value);
+void FaultReader::onDistanceSinceResetUpdated(bool /*success*/, const SensorPtr& sensor,
+                                              const ValuePtr& value) {
+  takeAmount(sensor, value, m_faults.distance);
 }
 
-void FaultReader::onDistanceSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) {
-  m_faults.distance = toAmount(success, sensor, value);
+void FaultReader::onRuntimeSinceResetUpdated(bool /*success*/, const SensorPtr& sensor,
+                                             const ValuePtr& value) {
+  takeAmount(sensor, value, m_faults.runTime);
 }
 
-void FaultReader::onRuntimeSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) {
-  m_faults.runTime = toAmount(success, sensor, value);
+void FaultReader::onDistanceSinceFaultUpdated(bool /*success*/, const SensorPtr& sensor,
+                                              const ValuePtr& value) {
+  takeAmount(sensor, value, m_faults.distance);
+}
+
+void FaultReader::onRuntimeSinceFaultUpdated(bool /*success*/, const SensorPtr& sensor,
+                                             const ValuePtr& value) {
+  takeAmount(sensor, value, m_faults.runTime);
 }
 
 FaultsSection readFaults(Session& session, const ControlUnit& unit, const ReadOptions& options) {

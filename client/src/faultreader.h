@@ -10,6 +10,9 @@
 
 namespace velmara {
 
+/// Confirmed codes as the control unit counts them beside the lamp. Nothing if it does not tell.
+std::optional<int> readCodeCount(const obd::IEcu& ecu, Answers& answers);
+
 /// Has the library's trouble-code service ask a control unit.
 class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubleCodeServiceObserver> {
  public:
@@ -39,10 +42,11 @@ class FaultReader : private SectionReader<obd::ITroubleCodeService, obd::ITroubl
   void onRuntimeSinceFaultUpdated(bool success, const SensorPtr& sensor, const ValuePtr& value) override;
   void onRefreshDone() override { answers().finish(); }
 
-  void readCount();
   void takeCodes(const Codes& codes, const Outcome& outcome, FaultsSection::Codes& place) const;
   // The frame's own record carries the generic text only.
   CodeEntry explained(const std::string& code) const;
+  void takeAmount(const SensorPtr& sensor, const ValuePtr& value,
+                  std::optional<FaultsSection::Amount>& place);
 
   const std::string m_make;
   FaultsSection m_faults;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/identifiers.h"
 #include "parameters/identificationnumber.h"
 #include "rawrequest.h"
 #include "sectionreader.h"
@@ -35,8 +36,10 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
     for (Outcome* const outcome :
          {&info.vinOutcome, &info.calibrationsOutcome, &info.verificationNumbersOutcome,
           &info.serialNumberOutcome, &info.approvalNumberOutcome}) {
-      if (outcome->state == Outcome::State::NotRead) {  // not in the unit's list, if there is one
-        *outcome = info.hasContent() ? Outcome{Outcome::State::NotOffered, {}} : outcomeOf(info);
+      if (outcome->state == Outcome::State::NotRead && !obd::hasList(ecu(), obd::ObdMode::Mode09)) {
+        *outcome = outcomeOf(info);
+      } else if (outcome->state == Outcome::State::NotRead && !answers().gaveUp()) {
+        *outcome = {Outcome::State::NotOffered, {}};
       }
     }
     return info;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/identifiers.h"
 #include "sectionreader.h"
 #include "services/imonitorservice.h"
 
@@ -31,6 +32,11 @@ class MonitorReader : private SectionReader<obd::IMonitorService, obd::IMonitorS
                       obd::MonitorServiceBuilder::createMonitorService) {}
 
   MonitorsSection read() {
+    if (!obd::hasList(ecu(), obd::ObdMode::Mode01)) {  // it was found, and fell silent
+      m_section.sinceResetOutcome = m_section.thisCycleOutcome = {Outcome::State::NoAnswer, {}};
+      answers().conclude(m_section);
+      return std::move(m_section);
+    }
     if (!ecu().isSupported(obd::ObdMode::Mode01, MonitorStatusPid, 0)) {
       setNotOffered(session(), m_section, "readiness monitors");
       m_section.sinceResetOutcome = m_section.thisCycleOutcome = {Outcome::State::NotOffered, {}};

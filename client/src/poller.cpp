@@ -254,8 +254,12 @@ void Poller::State::onSensorUpdated(bool /*success*/,
   if (isVoid()) {
     return;
   }
-  const int identifier = static_cast<int>(parameter->pid());
   latest.restart();
+  // Another unit may have answered, and this one not: then these are no values.
+  if (m_service->lastReply().kind != obd::UnitReply::Accepted) {
+    return;
+  }
+  const int identifier = static_cast<int>(parameter->pid());
   ++readings;
   for (const std::shared_ptr<Group>& group : m_groups) {
     group->answered(identifier);

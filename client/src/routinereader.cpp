@@ -53,15 +53,16 @@ class RoutineRunner : private SectionReader<obd::IService08, obd::IService08Obse
 
 }  // namespace
 
-// What is on offer was found when the connection opened: there is nothing to wait for.
-RoutinesSection readRoutines(Session& session, const ControlUnit& unit, const ReadOptions& /*options*/) {
-  selectEcu(session, unit);
+// What is on offer was found when the connection opened.
+RoutinesSection readRoutines(Session& session, const ControlUnit& unit, const ReadOptions& options) {
+  const EcuPtr ecu = selectEcu(session, unit);
   RoutinesSection section;
   for (const auto& model : obd::Service08Builder::createService08()->availableTests()) {
     section.routines.push_back({model->tid(), model->description(), model->instructions()});
   }
   if (section.routines.empty()) {
-    setNotOffered(session, section, "test routines");
+    Answers answers(session, options, "test routines");
+    setNotListed(session, *ecu, obd::ObdMode::Mode08, answers, section, "test routines");
   } else {
     section.state = Section::State::Complete;
   }

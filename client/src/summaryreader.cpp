@@ -1,5 +1,6 @@
 // Counts for an overview.
 
+#include "faultreader.h"
 #include "sectionreader.h"
 #include "services/isummaryservice.h"
 
@@ -14,6 +15,7 @@ class SummaryReader : private SectionReader<obd::ISummaryService, obd::ISummaryS
 
   SummarySection read() {
     answers().expect(Questions);
+    m_section.count = readCodeCount(ecu(), answers());
     service().refresh();
     answers().wait();
     answers().conclude(m_section);

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "core/identifiers.h"
 #include "link/iadapter.h"
 #include "readings.h"
 #include "sectionreader.h"
@@ -72,15 +73,15 @@ IdentitySection readIdentity(Session& session, const ControlUnit& unit) {
   IdentitySection section{ecuLabel(ecu->id()),
                           printable(ecu->name()),
                           printable(ecu->description()),
-                          ecu->standardDescription(),
-                          std::string(ignitionText(ecu->ignitionType())),
+                          ecu->standard() == obd::ObdStandard::Unknown ? "" : ecu->standardDescription(),
+                          ecu->hasToldIgnitionType() ? std::string(ignitionText(ecu->ignitionType())) : "",
                           {}};
   std::map<int, std::string> names;
   for (const auto& parameter : session.facade().ecuManager()->sensors(ecu->id())) {
     names[static_cast<int>(parameter->pid())] = parameter->description();
   }
   for (const ServiceTitle& row : Services) {
-    OfferedService service{row.number, row.title, {}};
+    OfferedService service{row.number, row.title, obd::hasList(*ecu, row.mode), {}};
     for (const unsigned char id : ecu->supportedIds(row.mode, 0)) {
       const bool live = row.mode == obd::ObdMode::Mode01;
       if (id % BlockSize == 0 || (live && id >= FirstCalculated)) {

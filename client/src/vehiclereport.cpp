@@ -39,6 +39,7 @@ Outcome outcomeOf(const Section& section) {
     case Section::State::Partial:
       return {Outcome::State::Read, section.reason};
     case Section::State::NoAnswer:
+    case Section::State::NotListed:
       return {Outcome::State::NoAnswer, section.reason};
     case Section::State::Refused:
       return {Outcome::State::Refused, section.reason};

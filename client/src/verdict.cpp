@@ -25,7 +25,7 @@ struct Facts {
   std::size_t silentOnCodes = 0;        // units
   std::size_t silentOnPermanent = 0;    // units that told all others
   std::size_t toldCodes = 0;            // units
-  std::vector<Verdict::Finding> lists;  // what is wrong with the lists of codes, by unit
+  std::vector<Verdict::Finding> lists;  // what is wrong with lamps and lists of codes, by unit
   bool counted = false;                 // a unit counts codes that it does not list
   std::size_t monitors = 0;
   std::vector<std::string> incomplete;
@@ -52,7 +52,8 @@ bool isSilentOnPermanent(const FaultsSection& faults, const Outcome& outcome) {
 
 void addLists(const UnitReport& unit, Facts& facts) {
   const FaultsSection& faults = unit.faults;
-  for (const auto& [name, outcome] : {std::pair("confirmed codes", &faults.confirmedOutcome),
+  for (const auto& [name, outcome] : {std::pair("indicator lamp", &faults.lampOutcome),
+                                      std::pair("confirmed codes", &faults.confirmedOutcome),
                                       std::pair("pending codes", &faults.pendingOutcome),
                                       std::pair("permanent codes", &faults.permanentOutcome)}) {
     if (outcome->isMissing() && !isSilentOnPermanent(faults, *outcome)) {
@@ -64,9 +65,9 @@ void addLists(const UnitReport& unit, Facts& facts) {
   const std::size_t count = static_cast<std::size_t>(faults.count.value_or(0));
   facts.counted = facts.counted || count > listed;
   if (faults.isMiscounted() || (!faults.confirmed && count != 0)) {
-    facts.lists.push_back({Tone::Caution, fmt::format("{} counts {} and lists {}", titleOf(unit),
-                                                      counted(count, "confirmed code"),
-                                                      faults.confirmed ? std::to_string(listed) : "none")});
+    facts.lists.push_back(
+        {Tone::Caution, fmt::format("{} counts {} and {}", titleOf(unit), counted(count, "confirmed code"),
+                                    faults.confirmed ? fmt::format("lists {}", listed) : "gives no list")});
   }
 }
 
@@ -92,14 +93,36 @@ void addFaults(const UnitReport& unit, Facts& facts) {
   addLists(unit, facts);
 }
 
-// What was asked for in vain; codes and monitors have words of their own.
+// What was asked for in vain, or came in part; codes and monitors have words of their own.
 void addSections(const UnitReport& unit, Facts& facts) {
   for (const SectionName& name : reportSections()) {
     const Section& section = name.of(unit);
-    if (&section != &unit.faults && &section != &unit.monitors && outcomeOf(section).isMissing()) {
+    // Hardly a unit gives all live values: torque needs the engine's speed.
+    const bool partial = section.state == Section::State::Partial && &section != &unit.values;
+    const bool missing = &section != &unit.monitors && outcomeOf(section).isMissing();
+    if (&section != &unit.faults && section.state != Section::State::NotListed && (partial || missing)) {
       facts.sections.push_back(
-          {section.state == Section::State::NoAnswer ? Tone::Plain : Tone::Caution,
+          {partial || section.state == Section::State::NoAnswer ? Tone::Plain : Tone::Caution,
            fmt::format("{}, {}: {}", titleOf(unit), name.name, withoutStop(section.reason))});
+    }
+  }
+}
+
+// What units may have or not, a line for each section. The counters are of the service of the information,
+// and routines tell nothing of the vehicle's state.
+void addUnlisted(const VehicleReport& report, Facts& facts) {
+  for (const SectionName& name : reportSections()) {
+    std::vector<std::string> titles;
+    for (const UnitReport& unit : report.units) {
+      const Section& section = name.of(unit);
+      if (section.state == Section::State::NotListed && &section != &unit.counters &&
+          &section != &unit.routines) {
+        titles.push_back(titleOf(unit));
+      }
+    }
+    if (!titles.empty()) {
+      facts.sections.push_back({Tone::Plain, fmt::format("No answer, or not offered: {} of {}", name.name,
+                                                         fmt::join(titles, ", "))});
     }
   }
 }
@@ -128,6 +151,7 @@ Facts gather(const VehicleReport& report) {
     facts.tests.failed += tests.failed;
     facts.tests.open += tests.open;
   }
+  addUnlisted(report, facts);
   return facts;
 }
 

@@ -12,6 +12,8 @@ class VELMARA_EXPORT BatteryVoltage : public CalculatedParameter {
   BatteryVoltage() : CalculatedParameter(ParameterIdentifier::BatteryVoltage) {}
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  /// It is the adapter's, and any control unit's.
+  UnitReply reply(const IEcu& /*ecu*/) const override { return {UnitReply::Accepted}; }
   /// Volt; 0 until it was read.
   float voltage() const { return m_voltage; }
 

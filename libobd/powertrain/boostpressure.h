@@ -23,6 +23,7 @@ class VELMARA_EXPORT BoostPressure : public UnitCalculator<BoostPressureData> {
   float pressure(const IEcu& ecu, UnitSystem system) const;
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  UnitReply reply(const IEcu& ecu) const override { return m_manifold.reply(ecu); }
 
  protected:
   float result(const IEcu& ecu, UnitSystem system) const override { return pressure(ecu, system); }

@@ -10,6 +10,8 @@ class VELMARA_EXPORT CalculatedParameter : public PidParameter {
   std::vector<std::shared_ptr<SensorValue>> values(const IEcu& ecu, UnitSystem system) override {
     return {makeValue(0, result(ecu, system), system)};
   }
+  /// That of the inputs: the first one that the control unit has not answered.
+  UnitReply reply(const IEcu& ecu) const override = 0;
 
  protected:
   explicit CalculatedParameter(ParameterIdentifier::Id pid) : PidParameter(pid, ObdMode::Mode01, 0) {}

@@ -116,6 +116,13 @@ IQuery::UpdateStatus ConsumptionCalculator::update(const std::shared_ptr<IObdPro
   return complete ? Updated : NoData;
 }
 
+UnitReply ConsumptionCalculator::reply(const IEcu& ecu) const {
+  const auto missing = std::ranges::find_if(m_inputs, [&ecu](const std::unique_ptr<PidParameter>& input) {
+    return input->reply(ecu).kind != UnitReply::Accepted;
+  });
+  return missing == m_inputs.end() ? UnitReply{UnitReply::Accepted} : (*missing)->reply(ecu);
+}
+
 void ConsumptionCalculator::makeStates(const Ecus& ecus) {
   const auto lock = guard();
   for (const auto& ecu : ecus) {

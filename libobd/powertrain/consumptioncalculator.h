@@ -38,6 +38,7 @@ class VELMARA_EXPORT ConsumptionCalculator : public UnitCalculator<ConsumptionDa
   float consumption(const IEcu& ecu, UnitSystem system) const;
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  UnitReply reply(const IEcu& ecu) const override;
 
  protected:
   using Engine = ConsumptionData::Engine;

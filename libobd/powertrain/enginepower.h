@@ -29,6 +29,7 @@ class VELMARA_EXPORT EnginePower : public UnitCalculator<EnginePowerData> {
   float power(const IEcu& ecu, UnitSystem system) const;
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  UnitReply reply(const IEcu& ecu) const override { return m_speed.reply(ecu); }
 
  protected:
   float result(const IEcu& ecu, UnitSystem system) const override { return power(ecu, system); }

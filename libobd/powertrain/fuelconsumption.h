@@ -19,6 +19,7 @@ class VELMARA_EXPORT FuelConsumption final : public CalculatedParameter {
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override {
     return m_calculator->update(proxy);
   }
+  UnitReply reply(const IEcu& ecu) const override { return m_calculator->reply(ecu); }
 
  protected:
   float result(const IEcu& ecu, UnitSystem system) const override {

@@ -24,6 +24,10 @@ class VELMARA_EXPORT Torque : public UnitCalculator<TorqueData> {
   float torque(const IEcu& ecu, UnitSystem system) const;
 
   UpdateStatus update(const std::shared_ptr<IObdProxy>& proxy) override;
+  UnitReply reply(const IEcu& ecu) const override {
+    const UnitReply turning = m_rpm.reply(ecu);
+    return turning.kind == UnitReply::Accepted ? m_power.reply(ecu) : turning;
+  }
 
  protected:
   float result(const IEcu& ecu, UnitSystem system) const override { return torque(ecu, system); }

@@ -66,7 +66,11 @@ void appendItem(const TestItem& item, bool cleared, Bytes& out) {
 
 std::uint32_t VehicleData::driveTime() const {
   const std::lock_guard guard(m_mutex);
-  return m_held ? *m_held : hostos::CTime::milliseconds() - m_start;
+  if (m_held) {
+    return *m_held;
+  }
+  const std::uint32_t elapsed = hostos::CTime::milliseconds() - m_start;
+  return elapsed - std::min(elapsed, stands);
 }
 
 void VehicleData::begin() {
@@ -76,7 +80,7 @@ void VehicleData::begin() {
 void VehicleData::holdDrive(std::optional<std::uint32_t> milliseconds) {
   const std::lock_guard guard(m_mutex);
   if (!milliseconds && m_held) {
-    m_start = hostos::CTime::milliseconds() - *m_held;
+    m_start = hostos::CTime::milliseconds() - *m_held - stands;
   }
   m_held = milliseconds;
 }

@@ -106,6 +106,7 @@ class VehicleData {
   int protocol = 6;
   std::optional<std::uint8_t> filler = 0x00;  // of CAN frames; unset: frames are as short as they can be
   double battery = 0;                         // V; 0: the signal
+  std::uint32_t stands = 0;                   // ms before the drive begins
   Drive drive;
   std::vector<Unit> units;
 

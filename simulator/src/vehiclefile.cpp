@@ -16,6 +16,7 @@ constexpr std::size_t MostMessages = 64;    // of one answer
 constexpr std::size_t LongestPadding = 64;
 constexpr std::size_t LongestInfo = 1020;     // 255 messages of four bytes, before CAN
 constexpr std::uint32_t MostReplies = 1000;   // that a unit gives before it falls silent
+constexpr std::uint32_t LongestStand = 86400;  // s before the drive begins
 constexpr std::uint32_t LongestWait = 10000;  // ms to an answer, twice what ISO 15765-4 lets a unit ask for
 
 class Parser : private RowReader {
@@ -289,6 +290,8 @@ class Parser : private RowReader {
       }
     } else if (key == "battery") {
       m_vehicle->battery = number(value, 0.1, 60);
+    } else if (key == "stands") {
+      m_vehicle->stands = whole(value, 0, LongestStand) * 1000;
     } else if (key == "engine") {
       if (value != "petrol" && value != "diesel" && value != "hybrid") {
         fail(quoted(value) + " is no engine; there are petrol, diesel and hybrid");

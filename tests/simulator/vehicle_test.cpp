@@ -337,7 +337,8 @@ TEST(OddVehicles, AreOddAsTheyTell) {
           0600 > 7E8:4600C0000000; 0602 >; 0605 > 7E8:4605070A024600000CCF;
           0900 > 7E8:490054000000; 0906 >; 090A > 7E8:490A0145434D002D456E67696E65436F6E74726F6C0000)"},
       {"odd/one-reply", 0,
-       "0100 > 7E8:410080180010 7E9:410080080010; 0100 > 7E8:410080180010; 03 > 7E8:43010171"},
+       R"(0100 > 7E8:410080180010 7E9:410080080010; 0100 > 7E8:410080180010 7E9:410080080010; 0101 > 7E8:410181076500;
+          03 > 7E8:43010171)"},
       {"odd/refusals", 0,
        R"(0101 > 7E8:410182076500 7E9:410182040000; 020000 > 7E8:7F0222 7E9:42000040080000;
           020200 > 7E8:7F0222 7E9:4202000700; 03 > 7E8:7F0322 7E9:430207000730;
@@ -379,6 +380,22 @@ TEST(OddVehicles, AreOddAsTheyTell) {
   }
   const std::vector<std::string> names = simulator::oddVehicleNames();
   EXPECT_EQ(met, std::set<std::string>(names.begin(), names.end()));
+}
+
+TEST(OddVehicles, StandBeforeTheyDrive) {
+  const VirtualClock clock;
+  const auto car =
+      Vehicle::parse("name = x\nprotocol = 6\nstands = 100\n[unit ECM 7E8]\n01 0D = {speed}\n", "x");
+  Dialogue elm = connect(car);
+  const auto speed = [&elm] { return payloads(elm.ask("010D"), 6)["7E8"].at(2); };
+  hostos::CTime::msleep(30000);
+  EXPECT_EQ(speed(), 0U);
+  hostos::CTime::msleep(100000);
+  EXPECT_GT(speed(), 50U);
+  car->holdDrive(30000);  // a moment of the drive, which then goes on from there
+  EXPECT_GT(speed(), 50U);
+  car->holdDrive(std::nullopt);
+  EXPECT_GT(speed(), 50U);
 }
 
 class Drives : public testing::TestWithParam<std::string> {};
@@ -578,6 +595,7 @@ TEST(VehicleFiles, HaveLimits) {
       {can + "latency = 1", can + "latency = -1", "4: \"-1\" is no whole number"},
       {can + "latency = 1", can + "latency = 99999999999", "4: \"99999999999\" is out of range"},
       {can + "replies = 1000", can + "replies = 1001", "4: \"1001\" is out of range, which is 1 to 1000"},
+      {"stands = 86400\n" + can, "stands = 86401\n", "1: \"86401\" is out of range, which is 0 to 86400"},
       {can + "08 02 = accept for 3600", can + "08 02 = accept for 3600.5",
        "4: \"3600.5\" is out of range, which is 1 to 3600"},
       {"displacement = 20\n" + can, "displacement = 0.05\n",

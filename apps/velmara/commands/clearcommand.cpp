@@ -42,6 +42,11 @@ std::set<std::string> erasable(const FaultsSection& faults) {
   return codesOf({&faults.confirmed, &faults.pending});
 }
 
+// Whether the unit has told all that clearing is to remove.
+bool isTold(const FaultsSection& faults) {
+  return faults.confirmed && faults.pending;
+}
+
 class ClearCommand : public Command {
  public:
   std::string name() const override { return "clear"; }
@@ -94,8 +99,10 @@ class ClearCommand : public Command {
     std::vector<std::string> lines;
     for (const Cleared& unit : units) {
       const std::set<std::string> codes = erasable(unit.before);
+      const char* const rest = isTold(unit.before) ? "" : ", and what it does not tell";
+      const char* const none = isTold(unit.before) ? "no codes" : "does not tell its codes";
       lines.push_back(fmt::format("  {}: {}", unit.unit.title(),
-                                  codes.empty() ? "no codes" : fmt::format("{}", fmt::join(codes, ", "))));
+                                  codes.empty() ? none : fmt::format("{}{}", fmt::join(codes, ", "), rest)));
     }
     return session.confirm(
         fmt::format("{}\nThis clears the codes above, the freeze frames and the results of on-board tests,\n"
@@ -111,7 +118,11 @@ class ClearCommand : public Command {
     }
   }
 
+  // Nothing is known to be gone where the unit does not tell what is left.
   static std::vector<std::string> gone(const Cleared& unit) {
+    if (!isTold(unit.after)) {
+      return {};
+    }
     const std::set<std::string> before = erasable(unit.before);
     const std::set<std::string> after = erasable(unit.after);
     std::vector<std::string> codes;
@@ -126,15 +137,17 @@ class ClearCommand : public Command {
     if (!left.empty()) {
       return fmt::format("cleared, but {} came back at once", fmt::join(left, ", "));
     }
-    if (!unit.after.confirmed && !unit.after.pending) {
+    if (!isTold(unit.after)) {
       return "acknowledged, but does not tell whether codes are left";
     }
-    if (!codes.empty()) {
-      return fmt::format("cleared {}", fmt::join(codes, ", "));
-    }
-    const bool wasEmpty = unit.before.confirmed && unit.before.pending;
-    return wasEmpty ? "nothing was stored; monitors were reset"
-                    : "acknowledged; what was stored is not known";
+    const int before = unit.before.count.value_or(0);
+    const std::string text =
+        !codes.empty()         ? fmt::format("cleared {}", fmt::join(codes, ", "))
+        : !isTold(unit.before) ? std::string("acknowledged; what was stored is not known")
+        : before != 0          ? fmt::format("acknowledged; it listed no code, and counted {}", before)
+                               : std::string("nothing was stored; monitors were reset");
+    const int after = unit.after.count.value_or(0);
+    return after == 0 ? text : fmt::format("{}; the unit itself still counts {}", text, after);
   }
 
   static std::string describe(const Cleared& unit) {
@@ -171,8 +184,9 @@ class ClearCommand : public Command {
       entry["answer"] = Answers[static_cast<std::size_t>(unit.outcome.result)];
       entry["reason"] = unit.outcome.reason.empty() ? Json() : Json(unit.outcome.reason);
       entry["refuses"] = unit.outcome.result == Result::Refused;
-      entry["cleared"] = gone(unit);
-      entry["left"] = erasable(unit.after);
+      const std::set<std::string> left = erasable(unit.after);
+      entry["cleared"] = isTold(unit.after) ? Json(gone(unit)) : Json();
+      entry["left"] = isTold(unit.after) || !left.empty() ? Json(left) : Json();
       list.push_back(std::move(entry));
     }
     return {{"link", session.link().text()}, {"units", list}};

@@ -62,7 +62,7 @@ class ReportCommand : public Command {
       throw Failure(lost->kind(), fmt::format("The report is incomplete. {}", lost->what()), lost->advice());
     }
     if (!hasContent(report)) {
-      throw Failure(Failure::Kind::NoData, "The vehicle tells nothing.", "Is the ignition on? Try again.");
+      throw Failure(Failure::Kind::NoData, "Nothing could be read.", "Is the ignition on? Try again.");
     }
     return ExitCode::Ok;
   }

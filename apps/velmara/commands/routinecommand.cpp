@@ -74,6 +74,11 @@ class RoutineCommand : public Command {
     RoutinesSection section;
   };
 
+  // Whether the unit has told which routines it offers, which may be none.
+  static bool isTold(const Offer& offer) {
+    return offer.section.hasContent() || offer.section.state == Section::State::NotOffered;
+  }
+
   ExitCode list(Program& program, ProgramSession& session, const std::vector<Offer>& offers) const {
     Json units = Json::array();
     for (const Offer& offer : offers) {
@@ -89,6 +94,9 @@ class RoutineCommand : public Command {
       printJson(program.out, {{"link", session.link().text()}, {"units", units}}, true);
     }
     program.out.flush();
+    if (std::none_of(offers.begin(), offers.end(), isTold)) {
+      throw Failure(Failure::Kind::NoData, "The vehicle does not tell of any test routine.");
+    }
     return ExitCode::Ok;
   }
 
@@ -106,11 +114,14 @@ class RoutineCommand : public Command {
       }
     }
     if (found.empty()) {
-      throw Failure(Failure::Kind::NoData,
-                    offers.size() == 1 ? fmt::format("The control unit {} does not offer routine {}.",
-                                                     offers.front().unit.title(), m_routine)
-                                       : fmt::format("No control unit offers routine {}.", m_routine),
-                    "velmara routine lists what there is.");
+      const bool told = std::all_of(offers.begin(), offers.end(), isTold);
+      throw Failure(
+          Failure::Kind::NoData,
+          offers.size() == 1
+              ? fmt::format("The control unit {} does not {} routine {}.", offers.front().unit.title(),
+                            told ? "offer" : "tell of", m_routine)
+              : fmt::format("No control unit {} routine {}.", told ? "offers" : "tells of", m_routine),
+          "velmara routine lists what there is.");
     }
     if (found.size() > 1) {
       throw Failure(Failure::Kind::Unusable,

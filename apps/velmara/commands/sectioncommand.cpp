@@ -77,7 +77,7 @@ constexpr CommandRow Rows[] = {
      "  velmara tests                      of all control units\n"
      "  velmara tests --unit imperial\n"
      "  velmara tests --ecu ECM --json     of one control unit, for programs\n",
-     false, false, "The vehicle has no test results to show.", Tests, &Oxygen}};
+     false, false, "The vehicle shows no test results.", Tests, &Oxygen}};
 
 class SectionCommand : public Command {
  public:

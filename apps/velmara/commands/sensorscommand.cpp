@@ -166,7 +166,7 @@ class SensorsCommand : public Command {
       return;
     }
     const std::string text =
-        fmt::format("The control unit {} does not offer {}.", m_unitLabel, fmt::join(missing, ", "));
+        fmt::format("The control unit {} does not list {}.", m_unitLabel, fmt::join(missing, ", "));
     if (all) {
       throw Failure(Failure::Kind::NoData, text, "velmara sensors --list shows what it offers.");
     }
@@ -279,7 +279,8 @@ class SensorsCommand : public Command {
   ExitCode verdict(Program& program, const Poller& poller) const {
     const std::vector<int> silent = poller.silent();
     if (poller.readings() == 0) {
-      throw Failure(Failure::Kind::NoData, "The vehicle gave none of these values.",
+      throw Failure(Failure::Kind::NoData,
+                    fmt::format("The control unit {} gave none of these values.", m_unitLabel),
                     "Is the ignition on? Some values come only while the engine runs.");
     }
     if (silent.empty()) {

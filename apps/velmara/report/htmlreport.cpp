@@ -151,7 +151,9 @@ std::string withUnit(const std::string& value, const std::string& unit) {
 
 // The title of a section and why it is not complete. False if there is nothing else to show.
 bool begin(Page& page, const Section& section, std::string_view title) {
-  if (section.state == Section::State::NotRead || section.state == Section::State::NotOffered) {
+  using State = Section::State;
+  if (section.state == State::NotRead || section.state == State::NotOffered ||
+      section.state == State::NotListed) {
     return false;
   }
   page.add("h3", title);
@@ -213,7 +215,8 @@ void addFaults(Page& page, const FaultsSection& faults) {
     if (faults.lamp) {
       page.badge(*faults.lamp ? Tone::Bad : Tone::Good, *faults.lamp ? "on" : "off");
     } else {
-      page.text("the control unit does not tell");
+      page.text(faults.lampOutcome.isMissing() ? outcomeText(faults.lampOutcome)
+                                               : "the control unit does not tell");
     }
     std::string since;
     for (const auto* amount : {&faults.distance, &faults.runTime}) {
@@ -451,6 +454,11 @@ void addRoutines(Page& page, const RoutinesSection& section) {
 }
 
 void addIdentity(Page& page, const UnitReport& unit, const std::string& knownVin) {
+  const InfoSection& info = unit.info;
+  // What did not come of an answered section stands in its own place.
+  const auto line = [&](const char* title, const std::string& text, const Outcome& outcome) {
+    term(page, title, text.empty() && info.hasContent() && outcome.isMissing() ? outcomeText(outcome) : text);
+  };
   const auto list = [](const std::optional<std::vector<std::string>>& texts) {
     return texts ? fmt::format("{}", fmt::join(*texts, ", ")) : std::string();
   };
@@ -459,17 +467,20 @@ void addIdentity(Page& page, const UnitReport& unit, const std::string& knownVin
     term(page, "Name", unit.identity.description);
     term(page, "Standard", unit.identity.standard);
     term(page, "Engine", unit.identity.ignition);
-    const std::string vin = unit.info.vin.value_or("");
-    if (vin != knownVin) {
+    const std::string vin = info.vin.value_or("");
+    if (!vin.empty() && vin != knownVin) {
       term(page, "VIN", vin, "class=\"vin\"");
-      checkDigitTerm(page, unit.info.vinCheckDigitFits);
+      checkDigitTerm(page, info.vinCheckDigitFits);
+    } else if (vin.empty()) {
+      line("VIN", vin, info.vinOutcome);
     }
-    term(page, "Calibrations", list(unit.info.calibrations));
-    term(page, "Verification (CVN)", list(unit.info.verificationNumbers));
-    term(page, "Engine serial number", unit.info.serialNumber.value_or(""));
-    term(page, "Approval (ERO/TAN)", unit.info.approvalNumber.value_or(""));
+    line("Calibrations", list(info.calibrations), info.calibrationsOutcome);
+    line("Verification (CVN)", list(info.verificationNumbers), info.verificationNumbersOutcome);
+    line("Engine serial number", info.serialNumber.value_or(""), info.serialNumberOutcome);
+    line("Approval (ERO/TAN)", info.approvalNumber.value_or(""), info.approvalNumberOutcome);
   }
-  if (outcomeOf(unit.info).isMissing() || unit.info.state == Section::State::Partial) {
+  if ((outcomeOf(unit.info).isMissing() && unit.info.state != Section::State::NotListed) ||
+      unit.info.state == Section::State::Partial) {
     page.add("p", "Vehicle information: " + unit.info.reason, "class=\"note\"");
   }
 }
@@ -496,6 +507,7 @@ void addUnit(Page& page, const UnitReport& unit, std::size_t index, const std::s
   addValues(page, unit.values);
   for (const auto& [state, words] :
        {std::pair(Section::State::NotOffered, "Not offered by this control unit"),
+        std::pair(Section::State::NotListed, "No answer, or not offered"),
         std::pair(Section::State::NotRead, "Not read")}) {
     if (const std::string names = sectionNames(unit, state); !names.empty()) {
       page.add("p", fmt::format("{}: {}.", words, names), "class=\"note\"");

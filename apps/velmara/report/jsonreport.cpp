@@ -122,11 +122,10 @@ void addSection(Json& unit, const SectionType& section) {
 }  // namespace
 
 Json toJson(const SummarySection& section) {
-  Json object = {{"confirmedCodes", orNull(section.confirmed)},
-                 {"pendingCodes", orNull(section.pending)},
-                 {"completeMonitors", orNull(section.complete)},
-                 {"incompleteMonitors", orNull(section.incomplete)},
-                 {"freezeFrame", orNull(section.frame)}};
+  Json object = {
+      {"confirmedCodes", orNull(section.confirmed)},      {"confirmedCount", orNull(section.count)},
+      {"pendingCodes", orNull(section.pending)},          {"completeMonitors", orNull(section.complete)},
+      {"incompleteMonitors", orNull(section.incomplete)}, {"freezeFrame", orNull(section.frame)}};
   addState(object, "confirmedCodes", section.confirmedOutcome);
   addState(object, "pendingCodes", section.pendingOutcome);
   addState(object, "monitors", section.monitorsOutcome);
@@ -217,11 +216,12 @@ Json toJson(const CountersSection& section) {
 
 Json toJson(const RoutinesSection& section) {
   Json object;
-  object["routines"] = Json::array();
+  object["routines"] = section.hasContent() ? Json::array() : Json();
   for (const RoutinesSection::Routine& routine : section.routines) {
     object["routines"].push_back(
         {{"id", routine.id}, {"name", routine.name}, {"instructions", routine.instructions}});
   }
+  addState(object, "routines", outcomeOf(section));
   return object;
 }
 
@@ -255,7 +255,7 @@ Json toJson(const IdentitySection& identity) {
                  {"standard", identity.standard},
                  {"ignition", identity.ignition}};
   for (const OfferedService& service : identity.services) {
-    Json& list = object["services"][service.number] = Json::array();
+    Json& list = object["services"][service.number] = service.told ? Json::array() : Json();
     for (const OfferedService::Item& item : service.items) {
       list.push_back({{"id", item.id}});
       if (!item.name.empty()) {

@@ -25,11 +25,16 @@ void line(Output& out, std::string_view title, std::string_view text) {
   }
 }
 
+// Whether something is missing that the unit surely has.
+bool isInVain(const Section& section) {
+  return outcomeOf(section).isMissing() && section.state != Section::State::NotListed;
+}
+
 // The title of a section, and why there is nothing below it. True if there is.
 bool begin(Output& out, const Section& section, std::string_view title, const std::string& content) {
   out.line(section.hasContent() ? fmt::format("  {}: {}", title, content)
                                 : out.toned(fmt::format("  {}: {}", title, section.reason),
-                                            outcomeOf(section).isMissing() ? Tone::Caution : Tone::Plain));
+                                            isInVain(section) ? Tone::Caution : Tone::Plain));
   return section.hasContent();
 }
 
@@ -198,8 +203,8 @@ void print(Output& out, const IdentitySection& identity) {
 void printServices(Output& out, const IdentitySection& identity) {
   constexpr std::size_t LongestLine = 70;
   for (const OfferedService& service : identity.services) {
-    out.line(
-        fmt::format("  Service {}, {}: {}", service.number, service.title, countText(service.items.size())));
+    out.line(fmt::format("  Service {}, {}: {}", service.number, service.title,
+                         service.told ? countText(service.items.size()) : std::string("not told")));
     std::string plain;  // identifiers without names, several on a line
     for (const OfferedService::Item& item : service.items) {
       if (!item.name.empty()) {
@@ -226,8 +231,10 @@ void print(Output& out, const SummarySection& section) {
   const auto text = [](const std::optional<unsigned>& count, const Outcome& outcome) {
     return count || !outcome.isMissing() ? countText(count) : missingText(outcome);
   };
-  out.line(fmt::format("  Trouble codes: {} confirmed, {} pending",
-                       text(section.confirmed, section.confirmedOutcome),
+  const std::string count =
+      section.isMiscounted() ? fmt::format(" (the unit itself counts {})", *section.count) : "";
+  out.line(fmt::format("  Trouble codes: {} confirmed{}, {} pending",
+                       text(section.confirmed, section.confirmedOutcome), count,
                        text(section.pending, section.pendingOutcome)));
   out.line(fmt::format("  Readiness monitors: {} complete, {} incomplete",
                        text(section.complete, section.monitorsOutcome),
@@ -275,11 +282,10 @@ void print(Output& out, const FaultsSection& section) {
       {"Confirmed codes", &FaultsSection::confirmed, &FaultsSection::confirmedOutcome},
       {"Pending codes", &FaultsSection::pending, &FaultsSection::pendingOutcome},
       {"Permanent codes", &FaultsSection::permanent, &FaultsSection::permanentOutcome}};
-  const bool refused = section.lampOutcome.state == Outcome::State::Refused;
   out.line(fmt::format("  Indicator lamp (MIL): {}",
                        section.lamp ? (*section.lamp ? out.toned("on", Tone::Bad) : std::string("off"))
-                       : refused    ? outcomeText(section.lampOutcome)
-                                    : std::string("the unit does not tell")));
+                       : section.lampOutcome.isMissing() ? outcomeText(section.lampOutcome)
+                                                         : std::string("the unit does not tell")));
   if (const std::string amount = amountText(section); !amount.empty()) {
     out.line(fmt::format("  Since {}: {}", section.lamp.value_or(false) ? "the fault" : "codes were cleared",
                          amount));
@@ -426,7 +432,9 @@ namespace {
 // What is not there is named at the end.
 template <typename SectionType>
 void printIfRead(Output& out, const SectionType& section) {
-  if (section.state != Section::State::NotRead && section.state != Section::State::NotOffered) {
+  using State = Section::State;
+  if (section.state != State::NotRead && section.state != State::NotOffered &&
+      section.state != State::NotListed) {
     print(out, section);
   }
 }
@@ -445,6 +453,7 @@ void print(Output& out, const UnitReport& unit) {
   printIfRead(out, unit.routines);
   printIfRead(out, unit.values);
   for (const auto& [state, words] : {std::pair(Section::State::NotOffered, "Not offered"),
+                                     std::pair(Section::State::NotListed, "No answer, or not offered"),
                                      std::pair(Section::State::NotRead, "Not read")}) {
     if (const std::string names = sectionNames(unit, state); !names.empty()) {
       out.line(fmt::format("  {}: {}", words, names));

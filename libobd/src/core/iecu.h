@@ -56,6 +56,8 @@ class VELMARA_EXPORT IEcu {
   virtual float airFlowRateMax() const = 0;
 
   virtual IgnitionType ignitionType() const = 0;
+  /// Whether the unit has told its ignition type (PID 0x01). Without it that is spark ignition.
+  virtual bool hasToldIgnitionType() const { return true; }
 };
 
 }  // namespace obd

@@ -50,8 +50,6 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   virtual unsigned int timeout() const { return 1500; }
   /// The last negative response code of the latest update; 0 for none, 121 for one without a code.
   virtual int nack() const { return m_nack; }
-  /// What came of a control unit to the latest update.
-  UnitReply reply(const IEcu& ecu) const { return m_replies.get(ecu.id()); }
 
  protected:
   explicit ObdParameter(const Request& request = Request()) : m_request(request) {}
@@ -63,6 +61,11 @@ class VELMARA_EXPORT ObdParameter : public IQuery {
   /// Digests a reply, signature included. True if it was usable.
   virtual bool fromBytes(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data) = 0;
 
+ public:
+  /// What came of a control unit to the latest update.
+  virtual UnitReply reply(const IEcu& ecu) const { return m_replies.get(ecu.id()); }
+
+ protected:
   /// Notes and logs a negative response.
   void setNack(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& data);
   /// Checksum bytes behind each seven-byte frame of a reply from before CAN: 0, 1, or -1 if neither fits.

@@ -7,6 +7,7 @@
 #include <tavrix/export.h>
 #include <tavrix/notifier.h>
 
+#include "core/unitreply.h"
 #include "powertrain/measurementunit.h"
 #include "powertrain/parameterdescriptor.h"
 
@@ -105,6 +106,9 @@ class VELMARA_EXPORT ISensorService : public virtual tavrix::INotifier<ISensorSe
   virtual void setGrouping(bool on) = 0;
   /// How parameters are asked for now.
   virtual SensorGrouping grouping() = 0;
+  /// What came of the selected control unit: within `onSensorUpdated` to the parameter that it tells of. Of a
+  /// calculated value, what came to its inputs.
+  virtual UnitReply lastReply() = 0;
 };
 
 namespace SensorServiceBuilder {

@@ -111,6 +111,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
   }
 
   std::vector<std::shared_ptr<SensorDataModel>> readSensors(int identifier) override;
+  UnitReply lastReply() override { return m_lastReply; }
 
  protected:
   void onConnected() override {
@@ -199,6 +200,7 @@ class SensorService final : public Service<ISensorService, ISensorServiceObserve
   std::map<ParameterIdentifier::Id, std::shared_ptr<SensorQuery>> m_queries;
   std::map<int, std::shared_ptr<SensorData>> m_sensorData;  // by uid
   std::shared_ptr<GroupPoller> m_groups;                    // while parameters are polled in groups
+  UnitReply m_lastReply;
   bool m_stopped = false;
   bool m_grouping = false;
   bool m_declined = false;  // by this control unit
@@ -346,6 +348,7 @@ void SensorService::tell(const std::shared_ptr<PowertrainParameter>& subject) {
     }
   }
   const auto descriptor = std::make_shared<ParameterDescriptor>(subject, ecu(), unitSystem());
+  m_lastReply = subject->reply(*ecu());
   fireEvent(&ISensorServiceObserver::onSensorUpdated, true, descriptor, models);
 }
 

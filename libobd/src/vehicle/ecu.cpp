@@ -226,6 +226,7 @@ void Ecu::detectIgnitionAndFuelType() {
   }
   const std::lock_guard guard(m_mutex);
   m_ignitionType = type;
+  m_ignitionTypeTold = status.reply(*this).kind == UnitReply::Accepted;
   if (consumption != nullptr) {
     debugStream << consumption;
     // The entry in the list of service 01 tells the services that consumption can be offered.

@@ -54,6 +54,7 @@ class Ecu : public IEcu {
   }
   float airFlowRateMax() const override { return guarded(m_limits).airFlowRate; }
   IgnitionType ignitionType() const override { return guarded(m_ignitionType); }
+  bool hasToldIgnitionType() const override { return guarded(m_ignitionTypeTold); }
 
  private:
   using IdList = std::vector<unsigned char>;
@@ -105,6 +106,7 @@ class Ecu : public IEcu {
   std::string m_description;
   std::vector<OxygenSensorLocation> m_oxygenSensorLocations;
   IgnitionType m_ignitionType = IgnitionType::SparkIgnition;
+  bool m_ignitionTypeTold = false;
   Limits m_limits;
 };
 

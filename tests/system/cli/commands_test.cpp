@@ -2,10 +2,13 @@
 // each other go at the same time, since an opening takes some seconds of real time.
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <map>
 #include <set>
 #include <thread>
+
+#include <simulator/server.h>
 
 #include "clifixture.h"
 
@@ -19,6 +22,26 @@ std::vector<json> jsonLines(const Result& result) {
     objects.push_back(json::parse(line));
   }
   return objects;
+}
+
+// Such an adapter answers as if it were still searching.
+TEST_F(Cli, NamesTheProtocolsWhereTheAdapterTellsNone) {
+  std::atomic<unsigned> asked{0};
+  simulator::AdapterOptions options;
+  options.faults.onExchange = [&asked](unsigned exchange, const std::string& command) {
+    asked = command.starts_with("ATDPN") ? exchange : asked.load();
+  };
+  const auto open = [&options] {
+    const simulator::TcpServer server(simulator::Vehicle::load("petrol-can11"), options);
+    return run("ecus --quiet --link " + server.link());
+  };
+  EXPECT_EQ(open().code, 0);
+  ASSERT_NE(asked, 0U);
+  options.faults = {};
+  options.faults.add(simulator::Fault::Kind::ErrorWord, asked, 0, "A0");
+  const Result result = open();
+  expectComplaint(result, 4, "does not tell the number of the vehicle's protocol");
+  expectAll(result.err, {"name it with --protocol: ", "iso9141", "can29-250"});
 }
 
 TEST_F(Cli, ShowsTheSimulatedVehicle) {

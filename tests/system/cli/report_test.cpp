@@ -183,7 +183,7 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
       {lampAndSilence,
        Tone::Bad,
        {"Lamp on, but not all fault codes were told", "1 of 2 control units did not tell",
-        "7E8 (ECM), confirmed codes: no answer", "7E8 (ECM) counts 2 confirmed codes and lists none",
+        "7E8 (ECM), confirmed codes: no answer", "7E8 (ECM) counts 2 confirmed codes and gives no list",
         Complete, Passed}},
       {uncounted,
        Tone::Bad,

@@ -24,6 +24,7 @@ struct Section {
     Refused,     ///< the control unit refused
     Unusable,    ///< what came could not be used
     NotOffered,  ///< the control unit does not have it
+    NotListed,   ///< it does not answer what it has of it: it offers none, or keeps silent
   };
 
   State state = State::NotRead;
@@ -70,6 +71,7 @@ struct OfferedService {
   };
   std::string number;  ///< "01", "06", "08" or "09"
   std::string title;
+  bool told = false;  ///< whether the unit has told what it offers, which may be nothing
   std::vector<Item> items;
 };
 
@@ -78,7 +80,7 @@ struct IdentitySection {
   std::string id;  ///< as it stands on the bus: "7E8"
   std::string name;
   std::string description;
-  std::string standard;
+  std::string standard;  ///< empty, as is the next, if the unit has not told
   std::string ignition;
   std::vector<OfferedService> services;
 };
@@ -225,6 +227,7 @@ struct ValuesSection : Section {
 /// A few counts. Nothing stands for no answer.
 struct SummarySection : Section {
   std::optional<unsigned> confirmed;
+  std::optional<int> count;  ///< confirmed codes as the unit counts them beside the lamp
   std::optional<unsigned> pending;
   std::optional<unsigned> complete;    ///< readiness monitors
   std::optional<unsigned> incomplete;  ///< likewise
@@ -233,6 +236,9 @@ struct SummarySection : Section {
   Outcome pendingOutcome;
   Outcome monitorsOutcome;
   Outcome frameOutcome;
+
+  /// Whether the unit counts other than it lists, or counts what it did not list.
+  bool isMiscounted() const { return count && static_cast<unsigned>(*count) != confirmed.value_or(0); }
 };
 
 struct UnitReport {
