@@ -149,13 +149,5 @@ TEST(ConnectionOptions, RemembersBluetoothDevices) {
   EXPECT_EQ(devices(other), devices(damaged));
 }
 
-TEST(ConnectionProtocol, NamesTheProtocols) {
-  EXPECT_EQ("Automatic", ConnectionProtocol(VehicleProtocol::Automatic).description());
-  EXPECT_EQ("ISO 14230-4 KWP (fast init)", ConnectionProtocol(VehicleProtocol::Iso14230Fast).description());
-  EXPECT_EQ("ISO 15765-4 CAN (29bit, 250kb)",
-            ConnectionProtocol(VehicleProtocol::Iso15765Can29Bit250).description());
-  EXPECT_EQ("", ConnectionProtocol(static_cast<VehicleProtocol>(10)).description());
-}
-
 }  // namespace
 }  // namespace obd
