@@ -411,25 +411,18 @@ std::shared_ptr<hostos::IMessageBus> makeQuickBus(simulator::AdapterOptions opti
 }
 
 // A front end that connects again, without another thought, whenever it hears that the connection is gone.
-class StubbornFrontEnd : public obd::IConnectionServiceObserver {
+class StubbornFrontEnd {
  public:
-  explicit StubbornFrontEnd(obd::IConnectionManager& manager) : m_manager(manager) {
-    m_service->attach(this);
-  }
-  StubbornFrontEnd(const StubbornFrontEnd&) = delete;
-  StubbornFrontEnd& operator=(const StubbornFrontEnd&) = delete;
-  ~StubbornFrontEnd() override { m_service->detach(this); }
-
-  void onConnected() override { heard += 'C'; }
-  void onDisconnected() override {
-    heard += 'D';
-    CTime::msleep(slowness);
-    if (++openings <= 20) {
-      EXPECT_TRUE(m_manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
-    }
-  }
-  void onConnectionPhaseChanged(IConnectionListener::OpenConnectionPhase phase) override {
-    heard += static_cast<char>('0' + phase);
+  explicit StubbornFrontEnd(obd::IConnectionManager& manager) {
+    m_observer.onEvent = [this, &manager] {
+      if (m_observer.events.back() == "disconnected") {
+        CTime::msleep(slowness);
+        if (++openings <= 20) {
+          EXPECT_TRUE(manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
+        }
+      }
+    };
+    m_service->attach(&m_observer);
   }
 
   bool connectsAgain() {
@@ -439,13 +432,15 @@ class StubbornFrontEnd : public obd::IConnectionServiceObserver {
   }
 
   std::uint32_t slowness = 0;  // ms for each event
-  std::string heard;
   int openings = 0;
 
  private:
-  obd::IConnectionManager& m_manager;
+  Recorder m_observer;
   const std::shared_ptr<obd::IConnectionService> m_service =
       obd::ConnectionServiceBuilder::createConnectionService();
+
+ public:
+  std::string& heard = m_observer.course;
 };
 
 using ReopeningTest = ServiceTest;

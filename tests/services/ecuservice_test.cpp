@@ -144,10 +144,10 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
   EXPECT_EQ(hear(ofSummary), (Texts{"codes 3 0", "codes 3 1", "monitors 6 1", "frame", "done"}));
   select(Diesel);
   summary->refresh();
-  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 6 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 6 0", "frame none", "done"}));
   select(Nobody);
   summary->refresh();
-  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 0 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 0 0", "codes 0 0", "monitors 0 0", "frame none", "done"}));
 
   // Runs that another unit calls off do not count, wherever they are.
   for (const char* moment : {"", "codes 3 0", "codes 3 1", "monitors 6 1", "frame", "done"}) {
@@ -168,7 +168,7 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
     if (*moment == '\0') {
       change();
     }
-    EXPECT_EQ(hear(ofSummary), (Texts{"codes 2 0", "codes 2 0", "monitors 3 0", "no frame", "done"}));
+    EXPECT_EQ(hear(ofSummary), (Texts{"codes 2 0", "codes 2 0", "monitors 3 0", "frame none", "done"}));
   }
 
   // The end of the link drops the rest, and the next connection starts from the beginning.
@@ -179,7 +179,7 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
   EXPECT_EQ(hear(ofSummary), Texts());
   ASSERT_TRUE(open(SmallCar));
   summary->refresh();
-  EXPECT_EQ(hear(ofSummary), (Texts{"codes 1 0", "codes failed 1 0", "monitors 0 0", "no frame", "done"}));
+  EXPECT_EQ(hear(ofSummary), (Texts{"codes 1 0", "codes failed 1 0", "monitors 0 0", "frame none", "done"}));
 }
 
 TEST_F(InformationServicesTest, TalkToTheAdapterAndShowTheTraffic) {

@@ -23,24 +23,6 @@ using obd::VehicleProtocol;
 
 constexpr int Rpm = 0x0C;
 
-class ConnectionObserver : public IConnectionServiceObserver {
- public:
-  explicit ConnectionObserver(obd::IConnectionService& service) : m_service(service) { service.attach(this); }
-  ~ConnectionObserver() override { m_service.detach(this); }
-  void onConnected() override { heard += 'C'; }
-  void onDisconnected() override { heard += 'D'; }
-  void onConnectionPhaseChanged(IConnectionListener::OpenConnectionPhase phase) override {
-    heard += static_cast<char>('0' + phase);
-    message += m_service.connectionMessage();
-  }
-
-  std::string heard;
-  std::string message;
-
- private:
-  obd::IConnectionService& m_service;
-};
-
 class SensorObserver : public ISensorServiceObserver {
  public:
   void onSensorUpdated(bool success, const std::shared_ptr<obd::ParameterDescriptor>& parameter,
@@ -70,18 +52,15 @@ class EcuListener : public tavrix::IEventListener<EcuManagerEvent> {
 
 class ServicesTest : public ServiceTest {
  protected:
-  ~ServicesTest() override {
-    observer.reset();
-    service.reset();
-  }
+  ServicesTest() { service->attach(&observer); }
 
   bool open(const std::string& car = "petrol-can11") {
-    observer->heard.clear();
-    return ServiceTest::open(car) && observer->heard == "1234C";
+    observer.forget();
+    return ServiceTest::open(car) && observer.course == "1234C";
   }
 
+  Recorder observer;
   std::shared_ptr<obd::IConnectionService> service = obd::ConnectionServiceBuilder::createConnectionService();
-  std::unique_ptr<ConnectionObserver> observer = std::make_unique<ConnectionObserver>(*service);
 };
 
 TEST(ServiceBuilders, GiveNothingWithoutAFacade) {
@@ -92,6 +71,7 @@ TEST(ServiceBuilders, GiveNothingWithoutAFacade) {
 TEST_F(AllServicesTest, GiveNothingWithoutAConnection) {
   for (const auto system : {UnitSystem::Imperial, UnitSystem::Metric}) {
     facade->settings()->setUnitSystem(system);
+    forget();
     expectNothing();
     ASSERT_TRUE(open("petrol-can11"));
     EXPECT_TRUE(codes->isConnected());
@@ -134,15 +114,15 @@ TEST_F(ServicesTest, ConnectionServiceFollowsTheConnection) {
 
   manager().close();
   EXPECT_FALSE(service->isConnected());
-  EXPECT_EQ(observer->heard, "1234C");  // only with the next pass
+  EXPECT_EQ(observer.course, "1234C");  // only with the next pass
   pumpFor(20);
-  EXPECT_EQ(observer->heard, "1234CD");
+  EXPECT_EQ(observer.course, "1234CD");
 
   // A port that is not there.
-  observer->heard.clear();
+  observer.forget();
   ASSERT_TRUE(manager().openTcp({"256.0.0.1", 1}, VehicleProtocol::Automatic));
-  EXPECT_TRUE(pumpUntil([this] { return observer->heard == "10D"; }));
-  EXPECT_FALSE(observer->message.empty());
+  EXPECT_TRUE(pumpUntil([this] { return observer.course == "10D"; }));
+  EXPECT_FALSE(observer.message.empty());
   EXPECT_EQ(service->connectionMessage(), "");
 }
 
@@ -349,7 +329,6 @@ TEST_F(SensorServiceTest, AnObserverMayMakeAndDropServicesWhenItHearsOfAChange) 
   };
   Page page;
   page.renew();
-  observer.reset();
   (page.connection = std::exchange(service, nullptr))->attach(&page);
   ASSERT_TRUE(ServiceTest::open());
   EXPECT_EQ(page.renewals, 1);  // told of the control unit
@@ -368,7 +347,7 @@ TEST_F(SensorServiceTest, SurvivesALostLinkAndComesBackWithTheNext) {
   sensors->refresh({Rpm, 0x05, 0x0D});
   EXPECT_GT(updatesWithin(), 5U);
   bus->close();
-  EXPECT_TRUE(pumpUntil([this] { return observer->heard.back() == 'D'; }));
+  EXPECT_TRUE(pumpUntil([this] { return observer.course.back() == 'D'; }));
   EXPECT_TRUE(sensors->parameters().empty());
   EXPECT_EQ(updatesWithin(), 0U);
   close();

@@ -174,10 +174,10 @@ TEST_F(TroubleCodeServiceTest, WalksAnyNumberOfFreezeFrames) {
     expected.push_back("frame " + std::to_string(frames) + (frames == 0 ? "" : " failed"));
     expected.push_back("done");
     Texts others;
-    std::map<int, int> sensors;
+    std::map<int, int> sensorsOf;
     for (const std::string& event : events) {
       if (event.starts_with("sensor")) {
-        ++sensors[event[7] - '0'];
+        ++sensorsOf[event[7] - '0'];
         EXPECT_LT(static_cast<std::size_t>(event[7] - '0'), others.size());
       } else {
         others.push_back(event);
@@ -185,9 +185,9 @@ TEST_F(TroubleCodeServiceTest, WalksAnyNumberOfFreezeFrames) {
     }
     EXPECT_EQ(others, expected);
     EXPECT_EQ(events.back(), "done");
-    EXPECT_EQ(sensors.size(), static_cast<std::size_t>(frames));
+    EXPECT_EQ(sensorsOf.size(), static_cast<std::size_t>(frames));
     for (int frame = 0; frame < frames; ++frame) {
-      EXPECT_EQ(sensors[frame], 2) << frame;
+      EXPECT_EQ(sensorsOf[frame], 2) << frame;
       EXPECT_EQ(ofCodes.frameSensors[frame].size(), 2U) << frame;
       EXPECT_EQ(ofCodes.frameSensors[frame].count(0x0F), 1U) << frame;
       EXPECT_EQ(timesAsked("02000" + std::to_string(frame)), 1U) << frame;
