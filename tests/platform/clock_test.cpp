@@ -135,10 +135,11 @@ TEST(Thread, MayDeleteItself) {
 
 TEST(VirtualClockTest, LongSleepsTakeNoTimeAndKeepTheirOrder) {
   const auto before = RealClock::now();
+  hostos::IClock* const outer = &CTime::clock();
   constexpr std::uint32_t Start = 0xFFFFFFF0;  // the counter wraps
   std::vector<std::string> order;              // no lock: one waiter wakes at a time
   {
-    VirtualClock clock(VirtualClock::Mode::Automatic, Start);
+    VirtualClock clock(Start);
     std::mutex mutex;
     const auto sleep = [&](const char* name, std::uint32_t milliseconds) {
       CTime::msleep(milliseconds);
@@ -154,6 +155,7 @@ TEST(VirtualClockTest, LongSleepsTakeNoTimeAndKeepTheirOrder) {
     EXPECT_EQ(CTime::milliseconds(), 39984U);
     a.thread().join();
   }
+  EXPECT_EQ(&CTime::clock(), outer);
   // Of one deadline, who began to wait first wakes first.
   EXPECT_THAT(order, ElementsAre("a20000", "b30000", "main40000", "a40000", "b40000", "a60000"));
   EXPECT_LT(realMilliseconds(before), 1000);
@@ -209,34 +211,6 @@ TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
   clock.slow = false;
   EXPECT_LT(CTime::milliseconds() - before, 1000U);
   end = true;
-}
-
-TEST(VirtualClockTest, ManualModeMovesOnlyOnDemand) {
-  hostos::IClock* const outer = &CTime::clock();
-  {
-    VirtualClock clock(VirtualClock::Mode::Manual);
-    std::atomic<int> ticks{0};
-    Worker worker([&] {
-      repeat(5, [&](int i) {
-        CTime::msleep(100);
-        ticks = i;
-      });
-    });
-    const std::uint32_t start = CTime::milliseconds();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(CTime::milliseconds(), start);
-    for (const auto& [step, expected] : {std::pair(99U, 0), {1U, 1}, {300U, 4}, {1000U, 5}}) {
-      clock.advance(step);
-      EXPECT_EQ(ticks, expected);
-    }
-    EXPECT_EQ(CTime::milliseconds() - start, 1400U);
-    {
-      VirtualClock inner;
-      CTime::msleep(10);
-    }
-    EXPECT_EQ(&CTime::clock(), &clock);
-  }
-  EXPECT_EQ(&CTime::clock(), outer);
 }
 
 }  // namespace
