@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/runner.h"
 #include "support/virtualclock.h"
 
 namespace {
@@ -19,25 +20,6 @@ using hostos::CTime;
 using hostos::WaitCondition;
 using testing::ElementsAre;
 using RealClock = std::chrono::steady_clock;
-
-// A CThread that runs a function and is joined at the end.
-class Worker {
- public:
-  explicit Worker(std::function<void()> work, const char* name = "worker")
-      : m_work(std::move(work)), m_thread(name) {
-    EXPECT_TRUE(m_thread.run(&Worker::entry, this));
-  }
-  ~Worker() { m_thread.join(); }
-  CThread& thread() { return m_thread; }
-
- private:
-  static void* entry(void* self) {
-    static_cast<Worker*>(self)->m_work();
-    return nullptr;
-  }
-  std::function<void()> m_work;
-  CThread m_thread;
-};
 
 int realMilliseconds(RealClock::time_point since) {
   return static_cast<int>(
@@ -65,7 +47,7 @@ TEST(SystemTime, SleepsWaitsAndCounts) {
   bool set = false;
   EXPECT_FALSE(condition.wait(lock, 5));
   const auto before = RealClock::now();
-  Worker worker([&] {
+  Runner worker([&] {
     const std::lock_guard guard(mutex);
     set = true;
     condition.notifyOne();
@@ -96,21 +78,21 @@ TEST(Thread, JoinIsSafeInEveryState) {
 TEST(Thread, RunsOnceAtATimeUnderItsName) {
   std::promise<void> release;
   std::string name;
-  Worker worker(
+  Runner worker(
       [&] {
         char buffer[32] = {};
         pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
         name = buffer;
-        worker.thread().join();  // of itself: no effect
+        worker.join();  // of itself: no effect
         release.get_future().wait();
       },
       "Connection::readTask");
   EXPECT_FALSE(worker.thread().run([](void*) -> void* { return nullptr; }, nullptr));
-  Worker joiner([&] { worker.thread().join(); });
-  Worker other([&] { worker.thread().join(); });
+  Runner joiner([&] { worker.join(); });
+  Runner other([&] { worker.join(); });
   release.set_value();
-  joiner.thread().join();
-  other.thread().join();
+  joiner.join();
+  other.join();
   EXPECT_EQ(name, "Connection::rea");
 }
 
@@ -146,14 +128,14 @@ TEST(VirtualClockTest, LongSleepsTakeNoTimeAndKeepTheirOrder) {
       const std::lock_guard guard(mutex);
       order.push_back(name + std::to_string(CTime::milliseconds() - Start));
     };
-    Worker a([&] { repeat(3, [&](int) { sleep("a", 20000); }); });
-    Worker b([&] {
+    Runner a([&] { repeat(3, [&](int) { sleep("a", 20000); }); });
+    Runner b([&] {
       sleep("b", 30000);
       sleep("b", 10000);
     });
     sleep("main", 40000);
     EXPECT_EQ(CTime::milliseconds(), 39984U);
-    a.thread().join();
+    a.join();
   }
   EXPECT_EQ(&CTime::clock(), outer);
   // Of one deadline, who began to wait first wakes first.
@@ -166,8 +148,8 @@ TEST(VirtualClockTest, NoTimePassesBetweenNotificationAndWakeUp) {
   std::mutex mutex;
   WaitCondition condition;
   int value = 0;
-  Worker sleeper([] { repeat(200, [](int) { CTime::msleep(1); }); });
-  Worker producer([&] {
+  Runner sleeper([] { repeat(200, [](int) { CTime::msleep(1); }); });
+  Runner producer([&] {
     repeat(20, [&](int i) {
       CTime::msleep(10);
       const std::lock_guard guard(mutex);
@@ -198,7 +180,7 @@ class SlowStarts : public VirtualClock {
 TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
   SlowStarts clock;
   std::atomic<bool> end{false};
-  const Worker ticking([&end] {
+  Runner ticking([&end] {
     while (!end) {
       CTime::msleep(20);
     }
@@ -206,7 +188,7 @@ TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
   const std::uint32_t before = CTime::milliseconds();
   clock.slow = true;
   {
-    const Worker late([] {});
+    Runner late([] {});
   }
   clock.slow = false;
   EXPECT_LT(CTime::milliseconds() - before, 1000U);

@@ -9,7 +9,7 @@
 #include "powertrain/parameterfactory.h"
 #include "powertrain/pidparameters.h"
 #include "powertrain/testequipmentconfiguration.h"
-#include "testecu.h"
+#include "texts.h"
 
 namespace {
 
@@ -26,8 +26,8 @@ std::shared_ptr<obd::PowertrainParameter> make(int pid) {
 
 class Parameters : public testing::Test {
  protected:
-  const std::shared_ptr<TestEcu> ecu = std::make_shared<TestEcu>();
-  const TestEcu silent{0x7E9};
+  const std::shared_ptr<fake::Ecu> ecu = std::make_shared<fake::Ecu>(0x7E8);
+  const fake::Ecu silent{0x7E9};
 };
 
 // A front end may ask anything while the worker decodes. Counts only under a sanitizer for threads.

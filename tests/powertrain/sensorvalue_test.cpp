@@ -13,7 +13,7 @@
 #include "powertrain/torque.h"
 #include "powertrain/unitscaling.h"
 #include "support/foreignlocale.h"
-#include "testecu.h"
+#include "texts.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ TEST(Texts, DoNotFollowTheGlobalLocale) {
   EXPECT_EQ(LinearScaling(1, 1.0F, 1, Unit::NoUnit, nullptr).toString(12345.0F), "12345.0");
   EXPECT_EQ(obd::DummyScaling().toString(12345.0F), "12345");
   EXPECT_EQ(ParameterIdentifier(0x12345).toString(), "$12345");
-  const auto ecu = std::make_shared<TestEcu>(12345);
+  const auto ecu = std::make_shared<fake::Ecu>(12345);
   const auto distance = obd::ParameterFactory().createParameter(ParameterIdentifier::MilDistance);
   EXPECT_TRUE(reply(*distance, ecu, "41 21 30 39"));
   EXPECT_EQ(texts(*distance, *ecu), "12345");
@@ -119,7 +119,7 @@ TEST(ParameterIdentifier, NotationAndUid) {
 }
 
 TEST(PowertrainParameter, RequestAndSignature) {
-  const auto ecu = std::make_shared<TestEcu>();
+  const auto ecu = std::make_shared<fake::Ecu>(0x7E8);
   obd::EngineRpm frozen(ObdMode::Mode02, 3);
   EXPECT_EQ(frozen.timeout(), 1500U);
   EXPECT_EQ(frozen.frame(), 3);
@@ -132,7 +132,7 @@ TEST(PowertrainParameter, RequestAndSignature) {
 
 TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
   obd::ParameterFactory factory;
-  const TestEcu ecu;
+  const fake::Ecu ecu(0x7E8);
   int count = 0;
   for (int id = -1; id <= 300; ++id) {
     SCOPED_TRACE(id);
@@ -168,7 +168,7 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
 
 TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {
   obd::ParameterFactory factory;
-  const auto ecu = std::make_shared<TestEcu>();
+  const auto ecu = std::make_shared<fake::Ecu>(0x7E8);
   ecu->pressureMax = 400;
   const obd::ParameterDescriptor pressure(factory.createParameter(ParameterIdentifier::ManifoldPressure), ecu,
                                           UnitSystem::Imperial);
