@@ -42,7 +42,8 @@ class VehicleInformation : public Records {};
 
 TEST_F(VehicleInformation, NumberOnCan) {
   VehicleIdentificationNumber vin;
-  EXPECT_EQ(vin.timeout(), 3000U);
+  EXPECT_EQ(vin.timeout() + obd::EngineSerialNumber().timeout() + obd::Erotan().timeout(), 9000U);
+  EXPECT_EQ(obd::CalibrationIds().timeout() + obd::CalibrationVerificationNumbers().timeout(), 3000U);
   EXPECT_TRUE(vin.setResponseData(ecu, can(2, 1, Vin)));
   EXPECT_FALSE(vin.setResponseData(ecu, can(2, 1, Vin.substr(1))));
   EXPECT_THAT(log.take(), ElementsAre("2 Invalid number of data bytes: 19"));

@@ -136,6 +136,7 @@ class OrdersOfCalls : public AllServicesTest {
        [this] { EXPECT_TRUE(routines->startTest(1)); },
        {"test 1:0 Acknowledged", "done"},
        {"test 1:1 Conditions not correct", "done"}},
+      {"oxygen", ofOxygen, [this] { oxygen->refresh(); }, {"status complete", "done"}, {"status", "done"}},
       walk};
 
   // Selects the other unit at each moment of a refresh, to and fro in between. `again`: and refreshes.

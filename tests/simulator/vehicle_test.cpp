@@ -181,16 +181,6 @@ void expectDialogue(Dialogue& elm, int protocol, std::string dialogue, const std
   }
 }
 
-TEST(Codes, AreReadAndCleared) {
-  const VirtualClock clock;
-  Dialogue elm = connect(Vehicle::load("petrol-can29"));
-  expectDialogue(elm, 7, R"(0101 > 18DAF110:410184076504 18DAF118:410182040000;
-      03 > 18DAF110:43040133044204550128 18DAF118:43020715C100; 020C00 > 18DAF110:420C002328;
-      04 > 18DAF110:44 18DAF118:7F0422; 03 > 18DAF110:4300 18DAF118:43020715C100; 0A > 18DAF110:4A010133;
-      0101 > 18DAF110:410100776565 18DAF118:410182040000;
-      020200 > 18DAF110:4202000000 18DAF118:4202000000; 020000 >)");
-}
-
 TEST(Services, TakeSeveralIdentifiersOnCan) {
   const VirtualClock clock;
   Dialogue elm = connect(Vehicle::load("petrol-can11"));

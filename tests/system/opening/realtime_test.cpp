@@ -84,24 +84,9 @@ TEST_F(RealTime, CloneOverTcp) {
   openTcp();
 }
 
-TEST_F(RealTime, OldFirmwareOnKwpOverTcp) {
-  load("kwp-fast", Personality::Elm12);
-  openTcp();
-}
-
-TEST_F(RealTime, DiamexOverTcp) {
-  load("eight-units", Personality::Diamex);
-  openTcp();
-}
-
 TEST_F(RealTime, PtyFrom9600) {
   load("petrol-can29", Personality::Elm21);
   openPty(9600, true);
-}
-
-TEST_F(RealTime, PtyFrom38400) {
-  load("j1850-vpw", Personality::Elm15);
-  openPty(38400, true);
 }
 
 TEST_F(RealTime, FixedRateOnAPty) {
