@@ -7,9 +7,7 @@
 
 #include "core/vehicletypes.h"
 #include "vehicletexts.h"
-#include "velmara/client/codetexts.h"
 #include "velmara/client/failure.h"
-#include "velmara/client/library.h"
 #include "velmara/client/link.h"
 #include "velmara/client/parameters.h"
 #include "velmara/client/texts.h"
@@ -145,22 +143,6 @@ TEST(NumberText, IsFiniteOrNothing) {
   for (const char* const text : {"1.50", "true", "", "Open loop", "nanny"}) {
     EXPECT_EQ(finiteText(text), text);
   }
-}
-
-TEST(CodeTexts, AreFoundByCodeMakeAndWords) {
-  const Library library;
-  const std::vector<CodeEntry> all = explainCodes(rowsOfCode("P1000"), "");
-  ASSERT_EQ(all.size(), 1U);
-  EXPECT_GT(all[0].meanings.size(), 1U);
-  const std::vector<CodeEntry> one = explainCodes(rowsOfCode("P1000"), parseMake("ford"));
-  ASSERT_EQ(one[0].meanings.size(), 1U);
-  EXPECT_EQ(one[0].meanings[0].makes, std::vector<std::string>{"Ford"});
-  EXPECT_FALSE(one[0].isPlain());
-  EXPECT_TRUE(explainCodes(rowsOfCode("P0300"), "Generic")[0].isPlain());
-  const std::vector<CodeRow> found = findRows("Generic", {"MISFIRE", "cylinder 3"});
-  EXPECT_TRUE(
-      std::any_of(found.begin(), found.end(), [](const CodeRow& row) { return row.code == "P0303"; }));
-  EXPECT_TRUE(findRows("Generic", {"misfire", "no such word"}).empty());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,8 +95,8 @@ class Ecu : public obd::IEcu {
   bool isSupported(obd::OxygenSensorLocation /*location*/, unsigned char /*tid*/) const override {
     return false;
   }
-  bool isSupported(obd::ObdMode /*mode*/, unsigned char /*id*/, unsigned char /*frame*/) const override {
-    return false;
+  bool isSupported(obd::ObdMode mode, unsigned char id, unsigned char /*frame*/) const override {
+    return mode == obd::ObdMode::Mode01 && supported.contains(id);
   }
   Bytes supportedTids(obd::OxygenSensorLocation /*location*/) const override { return {}; }
   obd::ObdProtocol protocol() const override { return m_protocol; }
@@ -104,14 +105,22 @@ class Ecu : public obd::IEcu {
   std::string standardDescription() const override { return {}; }
   std::string name() const override { return {}; }
   std::string description() const override { return {}; }
-  obd::OxygenSensorBank oxygenSensorBanks() const override { return obd::OxygenSensorBank::NoBanks; }
+  obd::OxygenSensorBank oxygenSensorBanks() const override { return banks; }
   std::vector<obd::OxygenSensorLocation> oxygenSensorLocations() const override { return {}; }
-  unsigned int equivalenceRatioMax() const override { return 2; }
-  unsigned int oxygenSensorVoltageMax() const override { return 8; }
-  unsigned int oxygenSensorCurrentMax() const override { return 128; }
-  unsigned int intakeManifoldAbsolutePressureMax() const override { return 255; }
-  float airFlowRateMax() const override { return 655.35F; }
+  unsigned int equivalenceRatioMax() const override { return ratioMax; }
+  unsigned int oxygenSensorVoltageMax() const override { return voltageMax; }
+  unsigned int oxygenSensorCurrentMax() const override { return currentMax; }
+  unsigned int intakeManifoldAbsolutePressureMax() const override { return pressureMax; }
+  float airFlowRateMax() const override { return airFlowMax; }
   obd::IgnitionType ignitionType() const override { return obd::IgnitionType::SparkIgnition; }
+
+  std::set<unsigned char> supported;  // of service 01
+  obd::OxygenSensorBank banks = obd::OxygenSensorBank::TwoBanks;
+  unsigned int ratioMax = 2;
+  unsigned int voltageMax = 8;
+  unsigned int currentMax = 128;
+  unsigned int pressureMax = 255;
+  float airFlowMax = 655.35F;
 
  private:
   unsigned int m_id;

@@ -7,8 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "dispatch/fakes.h"
-
 namespace {
 
 using obd::UpdateQueue;
@@ -26,28 +24,6 @@ std::vector<std::shared_ptr<Entry>> makeEntries(std::size_t count) {
     entries[i]->number = i;
   }
   return entries;
-}
-
-TEST(UpdateQueue, RefusesThe64thEntryAndKeepsTheOthersInOrder) {
-  fake::Log log;
-  UpdateQueue queue;
-  const auto entries = makeEntries(63);
-  // Several rounds from different places of the ring.
-  for (const int first : {0, 5, 62}) {
-    for (int i = 0; i < first; ++i) {
-      ASSERT_TRUE(queue.push(entries[0]));
-      ASSERT_EQ(queue.pop(), entries[0]);
-    }
-    for (const auto& entry : entries) {
-      ASSERT_TRUE(queue.push(entry));
-    }
-    EXPECT_FALSE(queue.push(entries[0]));
-    for (const auto& entry : entries) {
-      ASSERT_EQ(queue.pop(), entry);
-    }
-    EXPECT_EQ(queue.pop(), nullptr);
-  }
-  EXPECT_EQ(log.count("src\\updatequeue 3 Update queue full"), 3);
 }
 
 TEST(UpdateQueue, TellsADeadEntryFromAnEmptyQueue) {

@@ -86,15 +86,11 @@ TEST(DtcGeneratorTest, RefusesWhatIsWrongWithFileAndLine) {
       // malformed
       {"c-d.tsv", "P1101\t", "P1101 ", "c-d.tsv:4: a line has 2 columns"},
       {"c-d.tsv", "Misfire", "Mis\tfire", "c-d.tsv:4: a line has 2 columns"},
-      {"c-d.tsv", "P1101\tMisfire", "", "c-d.tsv:4: a line has 2 columns"},
-      {"c-d.tsv", "Misfire", "", "c-d.tsv:4: a column is empty"},
       {"c-d.tsv", "Misfire", "Misfire ", "c-d.tsv:4: a column is empty or has a blank"},
       {"c-d.tsv", "Misfire", "Misfire\r", "c-d.tsv:4: the text is not UTF-8, or holds a control"},
       {"c-d.tsv", "Misfire", "Misfir\xE9", "c-d.tsv:4: the text is not UTF-8"},
       {"c-d.tsv", "P1101", "P110", "c-d.tsv:4: \"P110\" is not a trouble code"},
-      {"c-d.tsv", "P1101", "P110g", "is not a trouble code"},
       {"c-d.tsv", "P1101", "P4101", "is not a trouble code"},
-      {"c-d.tsv", "P1101", "X1101", "is not a trouble code"},
       {"c-d.tsv", "P1101", "P1101]", "is not a trouble code"},
       {"makes.tsv", "BMW\t-\t0", "BMW\t-\tno", "makes.tsv:6: \"no\" is not a number"},
       // missing
@@ -112,10 +108,8 @@ TEST(DtcGeneratorTest, RefusesWhatIsWrongWithFileAndLine) {
       {"c-d.tsv", "P1100\tFan", "P1000\tFan",
        "makes.tsv:9: repeats of Chrysler must be 1, but the table has 0"},
       {"c-d.tsv", "P1101", "B1101", "makes.tsv:9: rows of Chrysler with P must be 3, but the table has 2"},
-      {"generic.tsv", "Bag", "Misfire", "totals.tsv:3: texts must be 6, but the table has 5"},
       {"generic.tsv", "Bag", "Bag B\xC3\xA4g Bag", "totals.tsv:4: longest must be 10, but the table has 11"},
       {"totals.tsv", "makes P1\t6", "makes P1\t7", "totals.tsv:6: makes P1 must be 7, but the table has 6"},
-      {"totals.tsv", "P1100\t4", "P1100\t5", "totals.tsv:7: P1100 must be 5, but the table has 4"},
   };
   for (const Case& wrong : cases) {
     SCOPED_TRACE(std::string(wrong.file) + ": " + wrong.from + " -> " + wrong.to);

@@ -12,11 +12,11 @@
 
 #include <gtest/gtest.h>
 #include <hostos/imessagebus.h>
-#include <hostos/thread.h>
 #include <hostos/time.h>
 
 #include "core/fakevehicle.h"
 #include "link/iconnection.h"
+#include "support/runner.h"
 
 using fake::Bytes;
 
@@ -34,26 +34,6 @@ inline std::string joined(const std::vector<std::string>& lines, const std::stri
 inline std::string toText(const Bytes& bytes) {
   return {bytes.begin(), bytes.end()};
 }
-
-/// Runs a function on a thread of the platform layer, which a virtual clock knows of. Joins it at its end.
-class Runner {
- public:
-  explicit Runner(std::function<void()> work) : m_work(std::move(work)), m_thread("Runner") {
-    const auto entry = [](void* self) -> void* {
-      static_cast<Runner*>(self)->m_work();
-      return nullptr;
-    };
-    m_thread.run(entry, this);
-  }
-  Runner(const Runner&) = delete;
-  Runner& operator=(const Runner&) = delete;
-  ~Runner() { join(); }
-  void join() { m_thread.join(); }
-
- private:
-  std::function<void()> m_work;
-  hostos::CThread m_thread;
-};
 
 /// A serial port with scripted reads.
 class FakeBus : public hostos::ISerialBus {

@@ -1,46 +1,17 @@
 #include <gmock/gmock.h>
 
 #include <limits>
-#include <map>
-#include <variant>
+#include <sstream>
 
 #include "link/connectionoptions.h"
-
-#include "fakes.h"
+#include "support/memorysettings.h"
 
 namespace obd {
 namespace {
 
 using testing::ElementsAre;
 
-using Values = std::map<std::string, std::variant<int, std::string>>;
-
-class FakeSettings : public ISettings {
- public:
-  void setValue(const std::string& key, int value) override { set(key, value); }
-  void setValue(const std::string& key, const std::string& value) override { set(key, value); }
-  bool value(const std::string& key, int& value) override { return get(key, value); }
-  bool value(const std::string& key, std::string& value) override { return get(key, value); }
-
-  Values values;
-  int writes = 0;
-
- private:
-  template <typename T>
-  void set(const std::string& key, const T& value) {
-    values[key] = value;
-    ++writes;
-  }
-  template <typename T>
-  bool get(const std::string& key, T& value) const {
-    const auto entry = values.find(key);
-    const T* const found = entry == values.end() ? nullptr : std::get_if<T>(&entry->second);
-    if (found != nullptr) {
-      value = *found;
-    }
-    return found != nullptr;
-  }
-};
+using Values = decltype(MemorySettings::values);
 
 class EventListener : public tavrix::IEventListener<ConnectionOptionsEvent> {
  public:
@@ -79,7 +50,7 @@ TEST(ConnectionOptions, LoadsWhatIsStoredAndDefaultsForTheRest) {
        "0 0" + bt + " serial:d,1,9600,0," + tcp},
   };
   for (const auto& [values, expected] : cases) {
-    const auto settings = std::make_shared<FakeSettings>();
+    const auto settings = std::make_shared<MemorySettings>();
     for (const auto& [key, value] : values) {
       settings->values["connection/" + key] = value;
     }
@@ -90,7 +61,7 @@ TEST(ConnectionOptions, LoadsWhatIsStoredAndDefaultsForTheRest) {
 }
 
 TEST(ConnectionOptions, ChangesInMemoryUntilSaved) {
-  const auto settings = std::make_shared<FakeSettings>();
+  const auto settings = std::make_shared<MemorySettings>();
   ConnectionOptions options(settings);
   EventListener listener;
   options.attach(&listener);
@@ -120,7 +91,7 @@ TEST(ConnectionOptions, ChangesInMemoryUntilSaved) {
 }
 
 TEST(ConnectionOptions, RemembersBluetoothDevices) {
-  const auto settings = std::make_shared<FakeSettings>();
+  const auto settings = std::make_shared<MemorySettings>();
   settings->values = {{"bluetooth/size", 3},         {"bluetooth/1/name", "one"},
                       {"bluetooth/1/address", "A"},  {"bluetooth/2/name", "two"},
                       {"bluetooth/3/name", "three"}, {"bluetooth/3/address", "C"}};
@@ -147,14 +118,6 @@ TEST(ConnectionOptions, RemembersBluetoothDevices) {
   settings->values["bluetooth/size"] = std::numeric_limits<int>::max();  // no reason to search for minutes
   ConnectionOptions damaged(settings);
   EXPECT_EQ(devices(other), devices(damaged));
-}
-
-TEST(ConnectionProtocol, NamesTheProtocols) {
-  EXPECT_EQ("Automatic", ConnectionProtocol(VehicleProtocol::Automatic).description());
-  EXPECT_EQ("ISO 14230-4 KWP (fast init)", ConnectionProtocol(VehicleProtocol::Iso14230Fast).description());
-  EXPECT_EQ("ISO 15765-4 CAN (29bit, 250kb)",
-            ConnectionProtocol(VehicleProtocol::Iso15765Can29Bit250).description());
-  EXPECT_EQ("", ConnectionProtocol(static_cast<VehicleProtocol>(10)).description());
 }
 
 }  // namespace

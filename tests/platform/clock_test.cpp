@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/runner.h"
 #include "support/virtualclock.h"
 
 namespace {
@@ -19,25 +20,6 @@ using hostos::CTime;
 using hostos::WaitCondition;
 using testing::ElementsAre;
 using RealClock = std::chrono::steady_clock;
-
-// A CThread that runs a function and is joined at the end.
-class Worker {
- public:
-  explicit Worker(std::function<void()> work, const char* name = "worker")
-      : m_work(std::move(work)), m_thread(name) {
-    EXPECT_TRUE(m_thread.run(&Worker::entry, this));
-  }
-  ~Worker() { m_thread.join(); }
-  CThread& thread() { return m_thread; }
-
- private:
-  static void* entry(void* self) {
-    static_cast<Worker*>(self)->m_work();
-    return nullptr;
-  }
-  std::function<void()> m_work;
-  CThread m_thread;
-};
 
 int realMilliseconds(RealClock::time_point since) {
   return static_cast<int>(
@@ -55,6 +37,9 @@ TEST(SystemTime, SleepsWaitsAndCounts) {
   const std::uint32_t start = CTime::milliseconds();
   CTime::msleep(20);
   EXPECT_GE(CTime::milliseconds() - start, 20U);
+  EXPECT_THAT(
+      hostos::CDateTime::currentDateTime().toString(),
+      testing::MatchesRegex("20[2-9][0-9]-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3}"));
 
   std::mutex mutex;
   WaitCondition condition;
@@ -62,7 +47,7 @@ TEST(SystemTime, SleepsWaitsAndCounts) {
   bool set = false;
   EXPECT_FALSE(condition.wait(lock, 5));
   const auto before = RealClock::now();
-  Worker worker([&] {
+  Runner worker([&] {
     const std::lock_guard guard(mutex);
     set = true;
     condition.notifyOne();
@@ -72,12 +57,6 @@ TEST(SystemTime, SleepsWaitsAndCounts) {
   }
   EXPECT_LT(realMilliseconds(before), 1000);
   lock.unlock();
-}
-
-TEST(SystemTime, DateTimeReads) {
-  EXPECT_THAT(
-      hostos::CDateTime::currentDateTime().toString(),
-      testing::MatchesRegex("20[2-9][0-9]-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3}"));
 }
 
 TEST(Thread, JoinIsSafeInEveryState) {
@@ -99,21 +78,21 @@ TEST(Thread, JoinIsSafeInEveryState) {
 TEST(Thread, RunsOnceAtATimeUnderItsName) {
   std::promise<void> release;
   std::string name;
-  Worker worker(
+  Runner worker(
       [&] {
         char buffer[32] = {};
         pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
         name = buffer;
-        worker.thread().join();  // of itself: no effect
+        worker.join();  // of itself: no effect
         release.get_future().wait();
       },
       "Connection::readTask");
   EXPECT_FALSE(worker.thread().run([](void*) -> void* { return nullptr; }, nullptr));
-  Worker joiner([&] { worker.thread().join(); });
-  Worker other([&] { worker.thread().join(); });
+  Runner joiner([&] { worker.join(); });
+  Runner other([&] { worker.join(); });
   release.set_value();
-  joiner.thread().join();
-  other.thread().join();
+  joiner.join();
+  other.join();
   EXPECT_EQ(name, "Connection::rea");
 }
 
@@ -138,25 +117,27 @@ TEST(Thread, MayDeleteItself) {
 
 TEST(VirtualClockTest, LongSleepsTakeNoTimeAndKeepTheirOrder) {
   const auto before = RealClock::now();
+  hostos::IClock* const outer = &CTime::clock();
   constexpr std::uint32_t Start = 0xFFFFFFF0;  // the counter wraps
   std::vector<std::string> order;              // no lock: one waiter wakes at a time
   {
-    VirtualClock clock(VirtualClock::Mode::Automatic, Start);
+    VirtualClock clock(Start);
     std::mutex mutex;
     const auto sleep = [&](const char* name, std::uint32_t milliseconds) {
       CTime::msleep(milliseconds);
       const std::lock_guard guard(mutex);
       order.push_back(name + std::to_string(CTime::milliseconds() - Start));
     };
-    Worker a([&] { repeat(3, [&](int) { sleep("a", 20000); }); });
-    Worker b([&] {
+    Runner a([&] { repeat(3, [&](int) { sleep("a", 20000); }); });
+    Runner b([&] {
       sleep("b", 30000);
       sleep("b", 10000);
     });
     sleep("main", 40000);
     EXPECT_EQ(CTime::milliseconds(), 39984U);
-    a.thread().join();
+    a.join();
   }
+  EXPECT_EQ(&CTime::clock(), outer);
   // Of one deadline, who began to wait first wakes first.
   EXPECT_THAT(order, ElementsAre("a20000", "b30000", "main40000", "a40000", "b40000", "a60000"));
   EXPECT_LT(realMilliseconds(before), 1000);
@@ -167,8 +148,8 @@ TEST(VirtualClockTest, NoTimePassesBetweenNotificationAndWakeUp) {
   std::mutex mutex;
   WaitCondition condition;
   int value = 0;
-  Worker sleeper([] { repeat(200, [](int) { CTime::msleep(1); }); });
-  Worker producer([&] {
+  Runner sleeper([] { repeat(200, [](int) { CTime::msleep(1); }); });
+  Runner producer([&] {
     repeat(20, [&](int i) {
       CTime::msleep(10);
       const std::lock_guard guard(mutex);
@@ -186,41 +167,6 @@ TEST(VirtualClockTest, NoTimePassesBetweenNotificationAndWakeUp) {
   });
 }
 
-TEST(VirtualClockTest, TimeoutAndNotifyOne) {
-  VirtualClock clock;
-  std::mutex mutex;
-  WaitCondition condition;
-  std::atomic<int> notified{0};
-  const auto waitOnce = [&] {
-    std::unique_lock lock(mutex);
-    notified += condition.wait(lock, 50) ? 1 : 0;
-  };
-  const std::uint32_t start = CTime::milliseconds();
-  {
-    Worker first(waitOnce);
-    Worker second(waitOnce);
-    CTime::msleep(10);
-    condition.notifyOne();
-  }
-  EXPECT_EQ(notified, 1);
-  EXPECT_EQ(CTime::milliseconds() - start, 50U);
-  std::unique_lock lock(mutex);
-  EXPECT_FALSE(condition.wait(lock, 0));
-}
-
-TEST(VirtualClockTest, BusyThreadHoldsTimeUp) {
-  VirtualClock clock;
-  std::atomic<bool> woken{false};
-  Worker sleeper([&] {
-    CTime::msleep(5);
-    woken = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // of real time, and outside of the clock
-  EXPECT_FALSE(woken);
-  CTime::msleep(10);
-  EXPECT_TRUE(woken);
-}
-
 // As on a machine that is too busy to let a new thread run.
 class SlowStarts : public VirtualClock {
  public:
@@ -234,7 +180,7 @@ class SlowStarts : public VirtualClock {
 TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
   SlowStarts clock;
   std::atomic<bool> end{false};
-  const Worker ticking([&end] {
+  Runner ticking([&end] {
     while (!end) {
       CTime::msleep(20);
     }
@@ -242,39 +188,11 @@ TEST(VirtualClockTest, StandsStillWhileAThreadIsMade) {
   const std::uint32_t before = CTime::milliseconds();
   clock.slow = true;
   {
-    const Worker late([] {});
+    Runner late([] {});
   }
   clock.slow = false;
   EXPECT_LT(CTime::milliseconds() - before, 1000U);
   end = true;
-}
-
-TEST(VirtualClockTest, ManualModeMovesOnlyOnDemand) {
-  hostos::IClock* const outer = &CTime::clock();
-  {
-    VirtualClock clock(VirtualClock::Mode::Manual);
-    std::atomic<int> ticks{0};
-    Worker worker([&] {
-      repeat(5, [&](int i) {
-        CTime::msleep(100);
-        ticks = i;
-      });
-    });
-    const std::uint32_t start = CTime::milliseconds();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(CTime::milliseconds(), start);
-    for (const auto& [step, expected] : {std::pair(99U, 0), {1U, 1}, {300U, 4}, {1000U, 5}}) {
-      clock.advance(step);
-      EXPECT_EQ(ticks, expected);
-    }
-    EXPECT_EQ(CTime::milliseconds() - start, 1400U);
-    {
-      VirtualClock inner;
-      CTime::msleep(10);
-    }
-    EXPECT_EQ(&CTime::clock(), &clock);
-  }
-  EXPECT_EQ(&CTime::clock(), outer);
 }
 
 }  // namespace

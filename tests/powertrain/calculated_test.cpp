@@ -8,7 +8,7 @@
 #include "powertrain/enginepower.h"
 #include "powertrain/fuelconsumption.h"
 #include "powertrain/torque.h"
-#include "testecu.h"
+#include "texts.h"
 
 namespace {
 
@@ -79,8 +79,8 @@ class Calculated : public testing::Test {
   std::uint32_t step = 100;
   StillClock clock{1000};
   std::shared_ptr<VoltageProxy> proxy = std::make_shared<VoltageProxy>();
-  std::shared_ptr<TestEcu> ecu = std::make_shared<TestEcu>(0x7E8);
-  std::shared_ptr<TestEcu> other = std::make_shared<TestEcu>(0x7E9);
+  std::shared_ptr<fake::Ecu> ecu = std::make_shared<fake::Ecu>(0x7E8);
+  std::shared_ptr<fake::Ecu> other = std::make_shared<fake::Ecu>(0x7E9);
 };
 
 TEST_F(Calculated, DescriptionsAndNoRequests) {

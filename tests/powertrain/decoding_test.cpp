@@ -3,7 +3,7 @@
 
 #include "powertrain/parameterfactory.h"
 #include "powertrain/pidparameters.h"
-#include "testecu.h"
+#include "texts.h"
 
 namespace {
 
@@ -201,8 +201,8 @@ fake::Bytes message(const Row& row) {
 
 class Decoding : public testing::Test {
  protected:
-  const std::shared_ptr<TestEcu> ecu = std::make_shared<TestEcu>();
-  const std::shared_ptr<TestEcu> other = std::make_shared<TestEcu>(0x7E9);
+  const std::shared_ptr<fake::Ecu> ecu = std::make_shared<fake::Ecu>(0x7E8);
+  const std::shared_ptr<fake::Ecu> other = std::make_shared<fake::Ecu>(0x7E9);
 };
 
 TEST_F(Decoding, GivesTextsUnitsAndRanges) {

@@ -217,23 +217,4 @@ TEST_F(MonitorServicesTest, TellOfASilentVehicleAndOfNoUnit) {
   EXPECT_EQ(hear(ofRoutines), (Texts{"void"}));
 }
 
-TEST_F(MonitorServicesTest, ALostLinkEndsRefreshesInSilence) {
-  for (const std::uint32_t moment : {0U, 20U, 90U}) {
-    SCOPED_TRACE(moment);
-    ASSERT_TRUE(open(CanCar));
-    refreshMonitors();
-    pumpFor(moment);
-    forget();
-    lose();
-    EXPECT_EQ(hearAll(), "");
-    // The next connection reads everything again. What was dropped stays counted, so nothing is ever done.
-    ASSERT_TRUE(open(CanCar));
-    refreshMonitors();
-    EXPECT_EQ(hear(ofMonitors).size(), 5U);
-    EXPECT_EQ(hear(ofOxygen), (Texts{"status complete"}));
-    EXPECT_EQ(hear(ofRoutines), (Texts{"test 1:0 Acknowledged"}));
-    close();
-  }
-}
-
 }  // namespace

@@ -50,18 +50,11 @@ answer 08 01 = refuse 22
 class OrdersOfCalls : public AllServicesTest {
  protected:
   OrdersOfCalls() { makeAll(); }
-  ~OrdersOfCalls() override { dropAll(); }
 
   void makeAll() {
     makeServices();
-    (sensors = obd::SensorServiceBuilder::createSensorService())->attach(&ofSensors);
     connection.reset();
     (connection = obd::ConnectionServiceBuilder::createConnectionService())->attach(&ofConnection);
-  }
-  void dropAll() {
-    dropServices();
-    sensors.reset();
-    connection.reset();
   }
   void makeFacade() {
     facade = obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>());
@@ -69,10 +62,8 @@ class OrdersOfCalls : public AllServicesTest {
   }
   void forgetAll() {
     forget();
-    for (Recorder* const heard : {&ofSensors, &ofConnection}) {
-      heard->onEvent = nullptr;
-      heard->take();
-    }
+    ofConnection.onEvent = nullptr;
+    ofConnection.forget();
   }
   bool open(const std::string& car, unsigned milliseconds = 5) {
     latency = milliseconds;
@@ -108,9 +99,8 @@ class OrdersOfCalls : public AllServicesTest {
     }
   };
 
-  std::shared_ptr<obd::ISensorService> sensors;
+  Recorder ofConnection;
   std::shared_ptr<obd::IConnectionService> connection;
-  Recorder ofSensors, ofConnection;
   const Batch walk = {
       "walk",
       ofCodes,
@@ -146,6 +136,7 @@ class OrdersOfCalls : public AllServicesTest {
        [this] { EXPECT_TRUE(routines->startTest(1)); },
        {"test 1:0 Acknowledged", "done"},
        {"test 1:1 Conditions not correct", "done"}},
+      {"oxygen", ofOxygen, [this] { oxygen->refresh(); }, {"status complete", "done"}, {"status", "done"}},
       walk};
 
   // Selects the other unit at each moment of a refresh, to and fro in between. `again`: and refreshes.
@@ -154,7 +145,6 @@ class OrdersOfCalls : public AllServicesTest {
   void endAtEveryMoment(const std::function<void()>& end);
   void expectNothingAtAll() {
     expectNothing();
-    EXPECT_TRUE(sensors->parameters().empty() && sensors->readSensors(Rpm).empty());
     EXPECT_FALSE(connection->isConnected() || connection->adapter());
     EXPECT_EQ(connection->obdStandard(), "");
   }
@@ -326,7 +316,7 @@ void OrdersOfCalls::endAtEveryMoment(const std::function<void()>& end) {
     pumpFor(moment);
     forgetAll();
     end();
-    EXPECT_EQ(hearAll(1000) + text(ofSensors.take()), "");
+    EXPECT_EQ(hearAll(1000), "");
     const Texts ends = ofConnection.take();
     EXPECT_TRUE(!ends.empty() && ends == Texts(ends.size(), "disconnected"));
 
@@ -449,7 +439,7 @@ TEST_F(OrdersOfCalls, RefreshWithAFullQueue) {
   EXPECT_TRUE(pumpUntil([&] { return ofConsole.events.size() == 1 + Entries; }, 30000));
   pumpFor(1000);
   EXPECT_EQ(ofConsole.take().size(), 1 + Entries);
-  EXPECT_EQ(hearAll(0) + text(ofSensors.take()), "");
+  EXPECT_EQ(hearAll(0), "");
   for (const Batch& batch : batches) {
     batch.refresh();
     EXPECT_EQ(settle(batch.heard), batch.engine);
@@ -490,7 +480,7 @@ TEST_F(OrdersOfCalls, OnInvalidatedAtAConnect) {
 TEST_F(OrdersOfCalls, MakeAServiceWhileConnected) {
   ASSERT_TRUE(open(Car));
   makeAll();
-  EXPECT_EQ(hearAll(1000) + text(ofSensors.take()), "");
+  EXPECT_EQ(hearAll(1000), "");
   const auto offers = [this] { return ecus->isParameterSupported(sensors->parameters().front()); };
   EXPECT_FALSE(offers());  // the one thing that a service learns only with the next unit
   for (const Batch& batch : batches) {
@@ -543,7 +533,7 @@ TEST_F(OrdersOfCalls, ReleaseFacadeAndServicesInAnyOrder) {
           pumpFor(2);
         }
       }
-      EXPECT_EQ(hearAll(500) + text(ofSensors.take()), "");
+      EXPECT_EQ(hearAll(500), "");
       makeFacade();
     }
   }

@@ -1,48 +1,15 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include <hostos/time.h>
-#include <simulator/bus.h>
 
 #include "dispatch/dispatcher.h"
-#include "link/isettings.h"
-
-/// A store of settings in memory.
-class MemorySettings : public obd::ISettings {
- public:
-  void setValue(const std::string& key, int value) override {
-    const std::lock_guard guard(m_mutex);
-    m_numbers[key] = value;
-  }
-  void setValue(const std::string& key, const std::string& value) override {
-    const std::lock_guard guard(m_mutex);
-    m_texts[key] = value;
-  }
-  bool value(const std::string& key, int& value) override { return find(m_numbers, key, value); }
-  bool value(const std::string& key, std::string& value) override { return find(m_texts, key, value); }
-
- private:
-  template <typename T>
-  bool find(const std::map<std::string, T>& values, const std::string& key, T& value) {
-    const std::lock_guard guard(m_mutex);
-    const auto found = values.find(key);
-    if (found == values.end()) {
-      return false;
-    }
-    value = found->second;
-    return true;
-  }
-
-  std::mutex m_mutex;
-  std::map<std::string, int> m_numbers;
-  std::map<std::string, std::string> m_texts;
-};
+#include "support/memorysettings.h"
 
 /// What a simulated adapter was told, on any thread.
 class CommandLog {

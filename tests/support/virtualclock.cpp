@@ -20,7 +20,6 @@ thread_local std::uint64_t countedBy = 0;
 struct VirtualClock::Waiter {
   const void* condition;
   std::uint64_t deadline;
-  bool last;  // behind all others of its deadline
   bool woken = false;
   bool timedOut = false;
   std::condition_variable wake;
@@ -52,13 +51,12 @@ class VirtualClock::Counted {
   const bool m_foreign;
 };
 
-VirtualClock::VirtualClock(Mode mode, std::uint32_t start)
+VirtualClock::VirtualClock(std::uint32_t start)
     : m_id(++clockIds),
       m_previous(&hostos::CTime::clock()),
       m_previousObserver(hostos::threadObserver()),
       m_outer(countedBy),
-      m_now(start),
-      m_limit(mode == Mode::Automatic ? Never - 1 : 0) {
+      m_now(start) {
   VirtualClock::threadBegins();
   hostos::CTime::setClock(this);
   hostos::setThreadObserver(this);
@@ -104,15 +102,7 @@ void VirtualClock::msleep(std::uint32_t time) {
   }
   const Counted counted(*this);
   std::unique_lock lock(m_mutex);
-  waitFor(nullptr, lock, time == Forever ? Never : m_now + time, false);
-}
-
-void VirtualClock::advance(std::uint32_t time) {
-  const Counted counted(*this);
-  std::unique_lock lock(m_mutex);
-  const std::uint64_t end = m_now + time;
-  m_limit = std::max(m_limit, end);
-  waitFor(nullptr, lock, end, true);
+  waitFor(nullptr, lock, time == Forever ? Never : m_now + time);
 }
 
 bool VirtualClock::wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
@@ -129,19 +119,19 @@ bool VirtualClock::wait(std::condition_variable& condition, std::unique_lock<std
     // The waiter is known before the caller's lock is free, so no notification is lost.
     std::unique_lock clockLock(m_mutex);
     lock.unlock();
-    notified = waitFor(&condition, clockLock, time == Forever ? Never : m_now + time, false);
+    notified = waitFor(&condition, clockLock, time == Forever ? Never : m_now + time);
   }
   lock.lock();
   return notified;
 }
 
 // Waits until notified or woken by the time; true if notified.
-bool VirtualClock::waitFor(const void* condition, std::unique_lock<std::mutex>& lock, std::uint64_t deadline,
-                           bool last) {
+bool VirtualClock::waitFor(const void* condition, std::unique_lock<std::mutex>& lock,
+                           std::uint64_t deadline) {
   if (m_closing) {
     return false;
   }
-  Waiter waiter{condition, deadline, last, false, false, {}};
+  Waiter waiter{condition, deadline, false, false, {}};
   m_waiters.push_back(&waiter);
   --m_busy;
   jump();
@@ -176,9 +166,8 @@ void VirtualClock::jump() {
   }
   Waiter* next = nullptr;
   for (Waiter* waiter : m_waiters) {
-    if (!waiter->woken && waiter->deadline <= m_limit &&
-        (next == nullptr || waiter->deadline < next->deadline ||
-         (waiter->deadline == next->deadline && next->last && !waiter->last))) {
+    if (!waiter->woken && waiter->deadline != Never &&
+        (next == nullptr || waiter->deadline < next->deadline)) {
       next = waiter;
     }
   }

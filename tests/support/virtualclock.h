@@ -22,19 +22,10 @@
 /// go last, on the same thread, while no other thread uses it.
 class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
  public:
-  enum class Mode {
-    Automatic,  ///< jumps as soon as everybody waits
-    Manual      ///< moves only within `advance`
-  };
-
-  explicit VirtualClock(Mode mode = Mode::Automatic, std::uint32_t start = 1000);
+  explicit VirtualClock(std::uint32_t start = 1000);
   VirtualClock(const VirtualClock&) = delete;
   VirtualClock& operator=(const VirtualClock&) = delete;
   ~VirtualClock() override;
-
-  /// Lets so much time pass. Returns when all that falls into it, its end included, has been done: every
-  /// other counted thread waits for a later time.
-  void advance(std::uint32_t milliseconds);
 
   std::uint32_t milliseconds() override;
   void msleep(std::uint32_t milliseconds) override;
@@ -48,7 +39,7 @@ class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
   struct Waiter;
   class Counted;
 
-  bool waitFor(const void* condition, std::unique_lock<std::mutex>& lock, std::uint64_t deadline, bool last);
+  bool waitFor(const void* condition, std::unique_lock<std::mutex>& lock, std::uint64_t deadline);
   void wake(Waiter& waiter, bool timedOut);
   void jump();
 
@@ -59,7 +50,6 @@ class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
 
   std::mutex m_mutex;  // guards what follows
   std::uint64_t m_now;
-  std::uint64_t m_limit;           // how far time may go by itself
   std::vector<Waiter*> m_waiters;  // in the order in which they began
   int m_busy = 0;                  // counted threads that do not wait
   int m_inside = 0;                // threads in a wait

@@ -192,11 +192,8 @@ TEST_F(Ecu, OffersFuelConsumptionWhereItCanBeCalculated) {
   const std::string compression = "4101000F0000";
   const std::tuple<std::string, std::string, bool> cases[] = {
       {block("4100", {0x01, 0x0D, 0x10}), spark, true},
-      {block("4100", {0x01, 0x0B, 0x0C, 0x0D, 0x0F}), spark, true},
-      {block("4100", {0x01, 0x0B, 0x0C, 0x0D}), spark, false},
       {block("4100", {0x01, 0x0D, 0x10}), compression, false},
       {block("4100", {0x01, 0x04, 0x0D, 0x10}), compression, true},
-      {block("4100", {0x01, 0x0B, 0x0C, 0x0D, 0x0F}), compression, false},
       {block("4100", {0x01, 0x04, 0x0D, 0x10}), "410100", false},
       {block("4100", {0x04, 0x0D, 0x10}), spark, false},
   };

@@ -5,7 +5,7 @@
 
 #include <simulator/server.h>
 
-#include "house.h"
+#include "system/frontend.h"
 #include "truth.h"
 
 using simulator::AdapterOptions;
@@ -25,17 +25,17 @@ class RealTime : public testing::Test {
 
   void openTcp() {
     simulator::TcpServer server(vehicle, options);
-    House house;
+    FrontEnd house;
     ASSERT_TRUE(house.manager().openTcp({"127.0.0.1", server.port()}, obd::VehicleProtocol::Automatic));
     ASSERT_NO_FATAL_FAILURE(check(house));
     // Whoever pulls the plug is told of, and the house stays usable.
     server.stop();
-    EXPECT_TRUE(house.run([&] { return house.has('D'); }, 5000)) << house.heard;
+    EXPECT_TRUE(house.run([&] { return house.has('D'); }, 5000)) << house.heard.course;
     house.manager().close();
-    house.heard.clear();
+    house.heard.forget();
     ASSERT_TRUE(house.manager().openTcp({"127.0.0.1", server.port()}, obd::VehicleProtocol::Automatic));
     EXPECT_FALSE(house.connected(7000));
-    EXPECT_FALSE(house.message.empty());
+    EXPECT_FALSE(house.heard.message.empty());
   }
 
   // `raises`: whether the adapter goes to a higher rate than it starts at.
@@ -44,9 +44,9 @@ class RealTime : public testing::Test {
     CommandLog commands;
     options.faults.onExchange = [&](unsigned, const std::string& command) { commands.add(command); };
     simulator::PtyServer server(vehicle, options);
-    House house;
+    FrontEnd house;
     for (int session = 0; session < 2; ++session) {
-      house.heard.clear();
+      house.heard.forget();
       const obd::SerialDescriptor descriptor(server.path(), "");
       ASSERT_TRUE(house.manager().openSerial(descriptor, obd::VehicleProtocol::Automatic));
       ASSERT_NO_FATAL_FAILURE(check(house));
@@ -61,8 +61,8 @@ class RealTime : public testing::Test {
     EXPECT_EQ(std::find(all.begin(), all.end(), "ATBRD23") != all.end(), raises);
   }
 
-  void check(House& house) {
-    ASSERT_TRUE(house.connected(60000)) << house.heard << " " << house.message;
+  void check(FrontEnd& house) {
+    ASSERT_TRUE(house.connected(60000)) << house.heard.course << " " << house.heard.message;
     const Truth truth(vehicle);
     expectAdapter(house.connection->adapter(), identityOf(options.personality), truth);
     expectVehicle(*house.proxy(), truth);
@@ -71,8 +71,8 @@ class RealTime : public testing::Test {
     house.sensors->refresh({0x0C, 0x0D});
     house.run(1500);
     // The vehicle stands up to 33 questions a second; the older links are slower than that.
-    EXPECT_GT(house.count('s'), 10);
-    EXPECT_LE(house.count('s'), 52);
+    EXPECT_GT(house.heard.told["pid"], 10U);
+    EXPECT_LE(house.heard.told["pid"], 52U);
   }
 
   std::shared_ptr<Vehicle> vehicle;
@@ -84,24 +84,9 @@ TEST_F(RealTime, CloneOverTcp) {
   openTcp();
 }
 
-TEST_F(RealTime, OldFirmwareOnKwpOverTcp) {
-  load("kwp-fast", Personality::Elm12);
-  openTcp();
-}
-
-TEST_F(RealTime, DiamexOverTcp) {
-  load("eight-units", Personality::Diamex);
-  openTcp();
-}
-
 TEST_F(RealTime, PtyFrom9600) {
   load("petrol-can29", Personality::Elm21);
   openPty(9600, true);
-}
-
-TEST_F(RealTime, PtyFrom38400) {
-  load("j1850-vpw", Personality::Elm15);
-  openPty(38400, true);
 }
 
 TEST_F(RealTime, FixedRateOnAPty) {

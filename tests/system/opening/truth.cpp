@@ -151,7 +151,7 @@ void expectVehicle(obd::IObdProxy& proxy, const Truth& truth) {
   }
 }
 
-void expectLiveValue(House& house, const Truth& truth, const Unit& unit) {
+void expectLiveValue(FrontEnd& house, const Truth& truth, const Unit& unit) {
   struct Row {
     std::uint8_t pid;
     double step;  // to which it is rounded or cut
@@ -162,8 +162,8 @@ void expectLiveValue(House& house, const Truth& truth, const Unit& unit) {
       {0x42, 0.01, [](const Bytes& bytes) { return (bytes.at(0) * 256 + bytes.at(1)) / 1000.0; }},
       {0x0D, 0.001, [](const Bytes& bytes) { return 1.0 * bytes.at(0); }},
   };
-  ASSERT_NE(house.ecus().currentEcu(), nullptr);
-  ASSERT_EQ(house.ecus().currentEcu()->id(), unit.id);
+  ASSERT_NE(house.units().currentEcu(), nullptr);
+  ASSERT_EQ(house.units().currentEcu()->id(), unit.id);
   for (const Row& row : Rows) {
     const Bytes bytes = truth.live(unit, row.pid);
     if (bytes.empty()) {

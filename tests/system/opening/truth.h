@@ -9,7 +9,7 @@
 #include <simulator/vehicle.h>
 
 #include "core/iecu.h"
-#include "house.h"
+#include "system/frontend.h"
 #include "vehicledata.h"
 
 /// What a vehicle really is, read from its units past adapter, wire and library.
@@ -50,6 +50,6 @@ std::string plainName(const std::string& name);
 void expectVehicle(obd::IObdProxy& proxy, const Truth& truth);
 void expectAdapter(obd::IAdapter* adapter, const Identity& identity, const Truth& truth);
 /// Reads the first of some live values from the unit that is selected.
-void expectLiveValue(House& house, const Truth& truth, const simulator::Unit& unit);
+void expectLiveValue(FrontEnd& house, const Truth& truth, const simulator::Unit& unit);
 /// Asks for the VIN of all units that have one.
 void expectVin(const std::shared_ptr<obd::IObdProxy>& proxy, const Truth& truth);

@@ -11,7 +11,6 @@
 #include <simulator/bus.h>
 
 #include "core/fakevehicle.h"
-#include "house.h"
 #include "link/connection.h"
 #include "link/devicedetector.h"
 #include "parameters/calibrationitems.h"
@@ -19,6 +18,7 @@
 #include "parameters/identificationnumber.h"
 #include "support/foreignlocale.h"
 #include "support/virtualclock.h"
+#include "system/frontend.h"
 #include "truth.h"
 #include "vehicle/obdproxybuilder.h"
 
@@ -51,13 +51,14 @@ TEST_P(EveryPair, Opens) {
   AdapterOptions options;
   options.personality = adapter.personality;
   options.latency = 2;
-  House house;
-  ASSERT_TRUE(house.open(simulator::makeBus(vehicle, options))) << house.heard << " " << house.message;
-  EXPECT_TRUE(house.heard.starts_with("1234")) << house.heard;
+  FrontEnd house;
+  ASSERT_TRUE(house.open(simulator::makeBus(vehicle, options)))
+      << house.heard.course << " " << house.heard.message;
+  EXPECT_TRUE(house.heard.course.starts_with("1234")) << house.heard.course;
   expectAdapter(house.connection->adapter(), identityOf(adapter.personality), truth);
   expectVehicle(*house.proxy(), truth);
   std::vector<unsigned int> ids;
-  house.ecus().ecuIds(ids);
+  house.units().ecuIds(ids);
   EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
   EXPECT_FALSE(house.connection->obdStandard().empty());
   expectLiveValue(house, truth, truth.units().front());
@@ -76,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(All, EveryPair,
 // A chosen protocol is as good as a search, and a wrong one finds nothing.
 TEST(ChosenProtocol, IsTheOnlyOneTried) {
   const VirtualClock clock;
-  House house;
+  FrontEnd house;
   for (const std::string name : {"petrol-can29", "kwp-fast"}) {
     const auto vehicle = loadAt(name, Cruise);
     const Truth truth(vehicle);
@@ -103,11 +104,11 @@ std::string opening(const std::string& name, unsigned fault) {
   AdapterOptions options;
   options.faults.add(simulator::Fault::Kind::ErrorWord, fault, 0, "7E8 10 FF 7F 00\r7E9 03 7F");
   options.faults.onExchange = [commands](unsigned, const std::string& command) { commands->add(command); };
-  House house;
+  FrontEnd house;
   EXPECT_TRUE(house.open(simulator::makeBus(loadAt(name, Cruise), options)));
   house.run(500);
   std::vector<std::string> lines = commands->all();
-  for (const auto& unit : house.ecus().ecus()) {
+  for (const auto& unit : house.units().ecus()) {
     lines.push_back(unit->name() + " " + unit->description());
   }
   // Services that hear of the unit and of the connection at different times log some lines twice.
@@ -276,7 +277,7 @@ class ManyUnits : public testing::Test {
 
   VirtualClock m_clock;
   AdapterOptions m_options;
-  House m_house;
+  FrontEnd m_house;
 };
 
 TEST_F(ManyUnits, AnswerAtOnceAndAreToldApart) {
@@ -291,7 +292,7 @@ TEST_F(ManyUnits, AnswerAtOnceAndAreToldApart) {
     ASSERT_TRUE(m_house.open(simulator::makeBus(vehicle, m_options)));
     expectVehicle(*m_house.proxy(), truth);
     for (const simulator::Unit& unit : truth.units()) {
-      m_house.ecus().selectEcu(unit.id);
+      m_house.units().selectEcu(unit.id);
       expectLiveValue(m_house, truth, unit);
     }
 
@@ -330,24 +331,24 @@ TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
   expectVehicle(*m_house.proxy(), Truth(vehicle));
 
   unsigned selected = 0x18DAF110;
-  m_house.onSensor = [&](const obd::ParameterDescriptor& parameter, const auto& values) {
-    ASSERT_EQ(values.size(), 1U);
-    if (parameter.pid() == 0x0D) {
-      EXPECT_EQ(std::stof(values.front()->value), static_cast<float>(speeds.at(selected)));
-      EXPECT_EQ(values.front()->minimum, values.front()->maximum);
+  m_house.heard.onEvent = [&] {
+    if (!m_house.heard.events.empty() && m_house.heard.events.back().starts_with("pid 13 ")) {
+      ASSERT_EQ(m_house.heard.values.size(), 1U);
+      const obd::SensorValueDataModel& value = *m_house.heard.values.front();
+      EXPECT_EQ(std::stof(value.value), static_cast<float>(speeds.at(selected)));
+      EXPECT_EQ(value.minimum, value.maximum);
     }
   };
   for (const unsigned step : {0U, 3U, 7U, 1U, 1U, 6U}) {
     selected = 0x18DAF110 + step;
-    m_house.ecus().selectEcu(selected);
+    m_house.units().selectEcu(selected);
     m_house.run(20);
-    m_house.heard.clear();
-    m_house.texts.clear();
+    m_house.heard.forget();
     m_house.sensors->refresh({0x0D, 0x42});
     EXPECT_TRUE(m_house.codes->refreshConfirmedCodes());
     m_house.run(1000);
-    EXPECT_GT(m_house.count('s'), 10) << step;
-    EXPECT_EQ(m_house.texts.substr(0, 6), " P010" + std::to_string(step));
+    EXPECT_GT(m_house.heard.told["pid"], 10U) << step;
+    EXPECT_EQ(m_house.heard.count("confirmed P010" + std::to_string(step)), 1);
     const auto models = m_house.sensors->readSensors(0x0D);
     ASSERT_EQ(models.size(), 1U);
     EXPECT_EQ(std::stof(models.front()->value->value), static_cast<float>(speeds.at(selected)));
@@ -355,12 +356,12 @@ TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
   }
 
   // A unit that is not there.
-  m_house.ecus().selectEcu(0x18DAF1FF);
+  m_house.units().selectEcu(0x18DAF1FF);
   m_house.run(20);
-  m_house.heard.clear();
+  m_house.heard.forget();
   m_house.sensors->refresh({0x0D});
   m_house.run(500);
-  EXPECT_EQ(m_house.count('s'), 0);
+  EXPECT_EQ(m_house.heard.told["pid"], 0U);
 }
 
 }  // namespace

@@ -145,8 +145,7 @@ class Soak {
     options.latency = 5;
     options.silence = 100;
     options.faults = faults();
-    house.told = {};
-    house.texts.clear();
+    house.heard.forget();
     const auto adapter = std::make_shared<simulator::ElmAdapter>(vehicle, options);
     std::optional<simulator::TcpServer> server;
     const auto protocol = static_cast<obd::VehicleProtocol>(vehicle->protocol());
@@ -180,6 +179,7 @@ class Soak {
     expect(!house.manager().isConnected(), "closed is closed");
     house.run(20);
     course.exchanges += m_real ? 0 : adapter->exchanges();
+    course.values += house.heard.told["value"];
     if (chance(3)) {
       house.renewServices();
     }
@@ -200,10 +200,8 @@ class Soak {
     }
   }
 
-  static bool connected(const FrontEnd& house) { return house.told[FrontEnd::Connected] > 0; }
-  static bool over(const FrontEnd& house) {
-    return house.told[FrontEnd::Disconnected] > 0 || house.told[FrontEnd::Failed] > 0;
-  }
+  static bool connected(const FrontEnd& house) { return house.has('C'); }
+  static bool over(const FrontEnd& house) { return house.has('D') || house.has('0'); }
 
   simulator::FaultPlan faults() {
     using Kind = simulator::Fault::Kind;
@@ -258,67 +256,67 @@ class Soak {
       }
       case 5: {
         std::vector<unsigned int> ids;
-        house.ecus().ecuIds(ids);
+        house.units().ecuIds(ids);
         if (!ids.empty()) {
-          house.ecus().selectEcu(pick(ids));
+          house.units().selectEcu(pick(ids));
         }
         break;
       }
       case 6:
-        await(house, FrontEnd::Mil, house.codes->refreshMilStatus());
+        await(house, "mil", house.codes->refreshMilStatus());
         break;
       case 7: {
-        const unsigned long long confirmed = house.told[FrontEnd::Confirmed];
+        const unsigned long long confirmed = house.heard.told["confirmed"];
         const bool started = house.codes->refreshConfirmedCodes();
-        await(house, FrontEnd::Permanent, house.codes->refreshPermanentCodes());
-        settle(house, FrontEnd::Confirmed, started, confirmed);
+        await(house, "permanent", house.codes->refreshPermanentCodes());
+        settle(house, "confirmed", started, confirmed);
         break;
       }
       case 8:
-        await(house, FrontEnd::SinceReset, house.monitors->refresh(obd::IMonitorService::SinceReset));
+        await(house, "since", house.monitors->refresh(obd::IMonitorService::SinceReset));
         break;
       case 9:
-        await(house, FrontEnd::OnBoard, house.monitors->refresh(obd::IMonitorService::OnBoardMonitors));
+        await(house, "monitor", house.monitors->refresh(obd::IMonitorService::OnBoardMonitors));
         break;
       case 10:
         house.oxygen->refresh();
-        await(house, FrontEnd::OxygenStatus, house.oxygen->isSupported());
+        await(house, "status", house.oxygen->isSupported());
         break;
       case 11:
-        await(house, FrontEnd::InUseCounters,
-              house.information->refresh(obd::IEcuService::PerformanceCounters));
+        await(house, "counters", house.ecus->refresh(obd::IEcuService::PerformanceCounters));
         break;
       case 12: {
-        const unsigned long long counts = house.told[FrontEnd::MonitorCounts];
+        const unsigned long long counts = house.heard.told["monitors"];
         const bool started = house.summary->refresh();
-        await(house, FrontEnd::FreezeFrame, started);
-        settle(house, FrontEnd::MonitorCounts, started, counts);
+        await(house, "frame", started);
+        settle(house, "monitors", started, counts);
         break;
       }
       default:
         if (chance(2)) {
-          await(house, FrontEnd::Routine, house.routines->startTest(1 + static_cast<int>(below(3))));
+          await(house, "test", house.routines->startTest(1 + static_cast<int>(below(3))));
         } else if (house.console && house.codes->isConnected()) {
           house.console->sendRequest("ATRV", 1000);
-          await(house, FrontEnd::ConsoleReply, true);
+          await(house, "response", true);
         }
         break;
     }
   }
 
-  void await(FrontEnd& house, FrontEnd::Event event, bool started) {
-    settle(house, event, started, house.told[event]);
+  void await(FrontEnd& house, const std::string& event, bool started) {
+    settle(house, event, started, house.heard.told[event]);
   }
 
   // `before`: how often the event had been told when it became due. On a lost link nothing is due.
-  void settle(FrontEnd& house, FrontEnd::Event event, bool started, unsigned long long before) {
+  void settle(FrontEnd& house, const std::string& event, bool started, unsigned long long before) {
     if (!started) {
       return;
     }
     ++course.due;
-    const bool came = house.run([&] { return house.told[event] > before || over(house); }, RefreshLimit);
-    expect(came, ("event " + std::to_string(event) + " is due and does not come").c_str());
-    course.told += house.told[event] > before ? 1 : 0;
+    const bool came =
+        house.run([&] { return house.heard.told[event] > before || over(house); }, RefreshLimit);
+    expect(came, ("event " + event + " is due and does not come").c_str());
+    course.told += house.heard.told[event] > before ? 1 : 0;
   }
 
   std::mt19937 m_random;
@@ -365,7 +363,7 @@ int main(int argc, char** argv) {
     std::printf(
         "%s: %.0f s, %u links, %u opened, %u lost, %llu exchanges, %llu values, %llu events due, %llu told, "
         "%zu threads, %zu descriptors, %.1f MB\n",
-        what, elapsed(), course.lives, course.opened, course.lost, course.exchanges, house->values,
+        what, elapsed(), course.lives, course.opened, course.lost, course.exchanges, course.values,
         course.due, course.told, entries("/proc/self/task"), entries("/proc/self/fd"), residentMegabytes());
     std::fflush(stdout);
   };
