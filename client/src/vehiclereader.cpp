@@ -40,6 +40,7 @@ EcuPtr ecuOf(const Session& session, const ControlUnit& unit) {
       return ecu;
     }
   }
+  session.expectNoLoss();  // which takes all units away
   throw Failure(Failure::Kind::NoData, fmt::format("The vehicle has no control unit {}.", unit.title()));
 }
 

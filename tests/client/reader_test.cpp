@@ -118,6 +118,8 @@ TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
       const std::uint32_t start = clock.milliseconds();
       EXPECT_EQ(failureOf([&] { reads[i](session, unit()); }), Kind::LinkLost);
       EXPECT_LT(clock.milliseconds() - start, Soon);
+      EXPECT_EQ(failureOf([&] { readInfo(session, unit()); }), Kind::LinkLost)
+          << "nor is a unit unknown by then";
       session.disconnect();
       bus->reset();
     }
