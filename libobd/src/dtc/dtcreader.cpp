@@ -51,8 +51,9 @@ struct DtcReader::Database {
   // The rows of one code.
   std::span<Entry> find(std::string_view code) {
     const auto codeOf = [this](const Entry& entry) { return table->codeOf(*entry.row); };
-    return {std::ranges::lower_bound(entries, code, {}, codeOf),
-            std::ranges::upper_bound(entries, code, {}, codeOf)};
+    const auto first = std::ranges::lower_bound(entries, code, {}, codeOf);
+    const auto other = [&](const Entry& entry) { return codeOf(entry) != code; };
+    return {first, std::find_if(first, entries.end(), other)};
   }
 
   std::vector<std::shared_ptr<DtcDataModel>> recordsOf(std::span<Entry> wanted) const {
