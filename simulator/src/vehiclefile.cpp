@@ -14,10 +14,10 @@ constexpr std::size_t LongestReply = 4095;  // what ISO 15765-2 can carry
 constexpr std::size_t MostAnswers = 256;    // of a unit
 constexpr std::size_t MostMessages = 64;    // of one answer
 constexpr std::size_t LongestPadding = 64;
-constexpr std::size_t LongestInfo = 1020;     // 255 messages of four bytes, before CAN
-constexpr std::uint32_t MostReplies = 1000;   // that a unit gives before it falls silent
+constexpr std::size_t LongestInfo = 1020;      // 255 messages of four bytes, before CAN
+constexpr std::uint32_t MostReplies = 1000;    // that a unit gives before it falls silent
 constexpr std::uint32_t LongestStand = 86400;  // s before the drive begins
-constexpr std::uint32_t LongestWait = 10000;  // ms to an answer, twice what ISO 15765-4 lets a unit ask for
+constexpr std::uint32_t LongestWait = 10000;   // ms to an answer, twice what ISO 15765-4 lets a unit ask for
 
 class Parser : private RowReader {
  public:
