@@ -56,7 +56,7 @@ class Poller::State : private obd::ISensorServiceObserver,
   // Whether all is over; goes on with what found no room in the queue.
   bool turn() {
     if (m_pace == Pace::Grouped) {
-      slowDown();
+      keepFast();
     }
     startGroups();
     return done();
@@ -81,7 +81,7 @@ class Poller::State : private obd::ISensorServiceObserver,
                        const Models& values) override;
   bool isVoid() const;
   void speedUp(const std::vector<int>& parameters);
-  void slowDown();
+  void keepFast();
   void startGroups();
 
   std::shared_ptr<obd::ISensorService> m_service;
@@ -93,6 +93,7 @@ class Poller::State : private obd::ISensorServiceObserver,
   const unsigned int m_unit;
   UnitSystem m_unitSystem;
   Pace m_pace = Pace::Single;
+  std::vector<int> m_parameters;  // that the service polls in groups
 };
 
 // A group of parameters, and the marker that follows it through the queue.
@@ -209,6 +210,7 @@ void Poller::State::speedUp(const std::vector<int>& parameters) {
   switch (m_service->grouping()) {
     case obd::SensorGrouping::On:
       m_pace = Pace::Grouped;
+      m_parameters = parameters;
       m_service->refresh(parameters);
       break;
     case obd::SensorGrouping::Unavailable:
@@ -219,12 +221,15 @@ void Poller::State::speedUp(const std::vector<int>& parameters) {
   }
 }
 
-// Takes over from the service where the unit has declined.
-void Poller::State::slowDown() {
+// Takes over from the service where the unit has declined, and sets it going again where its request found no
+// room in the library's queue.
+void Poller::State::keepFast() {
   if (m_service->grouping() == obd::SensorGrouping::Declined) {
     m_pace = Pace::Declined;
     m_service->setGrouping(false);
     m_service->refreshOnce({});
+  } else if (latest.elapsed() > std::chrono::seconds(1)) {
+    m_service->refresh(m_parameters);
   }
 }
 

@@ -17,6 +17,9 @@ std::size_t dataLength(unsigned char pid) {
   return row == nullptr ? 0 : row->bytes;
 }
 
+// With this byte, a PID as well, some control units fill up their messages (ISO 15765-2).
+constexpr unsigned char Filler = 0x55;
+
 bool isFuelTrim(unsigned char pid) {
   return (pid >= 0x06 && pid <= 0x09) || (pid >= 0x55 && pid <= 0x58);
 }
@@ -32,7 +35,7 @@ bool fitsIntoGroup(unsigned char pid) {
 }
 
 std::size_t ownLength(unsigned char pid, std::span<const unsigned char> reply) {
-  if (reply.size() <= HeaderSize || reply[0] != Reply || reply[1] != pid) {
+  if (reply.size() <= HeaderSize || reply[0] != Reply || reply[1] != pid || pid == Filler) {
     return 0;
   }
   const std::size_t bytes = reply.size() - HeaderSize;

@@ -24,15 +24,16 @@ struct GroupPart {
 };
 
 /// Takes the reply of one control unit to a request of service 01 for several PIDs apart, by the length that
-/// each/// PID has. PIDs may stand in any order, and any of them may be missing, unless the length of one is
-/// not proven: then all of them have to be there, in the order in which they were asked for. False, and no
-/// parts, where there is the least doubt: a PID that was not asked for, one that comes twice or is cut short,
-/// bytes left over.
+/// each PID has. PIDs may stand in any order, and any of them may be missing, unless the length of one is not
+/// proven: then all of them have to be there, in the order in which they were asked for. False, and no parts,
+/// where there is the least doubt: a PID that was not asked for, one that comes twice or is cut short, bytes
+/// left over.
 bool takeApart(std::span<const PidLength> asked, std::span<const unsigned char> reply,
                std::vector<GroupPart>& parts);
 
-/// How many data bytes a reply for this PID alone has, if it is the length that the PID shall have, so that
-/// it can be told from its neighbours in a group; otherwise 0. Fuel trims have one byte or two (SAE J1979).
+/// How many data bytes a reply for this PID alone has, if it is a length that the PID shall have, so that it
+/// can be told from its neighbours in a group; otherwise 0. Fuel trims have one byte or two (SAE J1979).
+/// Always 0 for PID 0x55, which cannot be told from filling bytes.
 std::size_t ownLength(unsigned char pid, std::span<const unsigned char> reply);
 
 /// The length that a PID shall have (SAE J1979); 0 if it may have several, or is not known.

@@ -68,6 +68,7 @@ TEST(GroupReply, OnlyTheLengthOfThePidProvesIt) {
   EXPECT_EQ(length(0x0C, "7F 01 12"), 0U);
   EXPECT_EQ(length(0x06, "41 06 80"), 1U) << "a fuel trim of two banks";
   EXPECT_EQ(length(0x58, "41 58 80 80"), 2U);
+  EXPECT_EQ(length(0x55, "41 55 80"), 0U) << "looks like what fills messages up";
   EXPECT_EQ(length(0x09, "41 09 80 80 80"), 0U);
   EXPECT_EQ(obd::standardLength(0x0C), 2U);
   EXPECT_EQ(obd::standardLength(0x06), 0U);

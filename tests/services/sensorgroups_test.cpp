@@ -251,6 +251,43 @@ TEST_F(SensorGroups, EndInEveryOrderOfCalls) {
   heard.onEvent = nullptr;
 }
 
+// Each is read once, by itself where a group does not tell it.
+TEST_F(SensorGroups, AreReadOnceWhateverTheUnitMakesOfThem) {
+  const Pids pids = {0x0C, 0x0D, 0x05, 0x06, obd::ParameterIdentifier::BoostPressure};
+  for (const char* const way : {"", "groups = refuse 12\n", "groups = omit 0D\n", "groups = first\n"}) {
+    SCOPED_TRACE(way);
+    start(car(way));
+    sensors->refreshOnce(pids);
+    pumpFor(8000);
+    std::map<std::string, long> count = counts();
+    EXPECT_EQ(count.size(), pids.size());
+    for (const auto& [pid, times] : count) {
+      EXPECT_EQ(times, 1) << pid;
+    }
+    sensors.reset();
+    close();
+  }
+}
+
+// Values that cannot be worked out do not keep the others waiting.
+TEST_F(SensorGroups, GoOnBesideValuesThatFail) {
+  start(
+      "name = Bare\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 65 04\n01 0B = 30\n01 0C = 1A F8\n01 0D = "
+      "32\n"
+      "01 10 = 04 B0\n");
+  commands->clear();
+  std::vector<int> all = {0x0C, 0x0D};
+  for (const auto& parameter : sensors->parameters()) {
+    if (parameter->pid() >= 0xF0) {
+      all.push_back(static_cast<int>(parameter->pid()));
+    }
+  }
+  poll(all);
+  heard.take();
+  pumpFor(3000);
+  EXPECT_GT(counts()["pid 12"], 40);
+}
+
 TEST_F(SensorGroups, OutliveALink) {
   start(car(""));
   EXPECT_EQ(poll({0x0C, 0x0D, 0x05}).size(), 3U);
@@ -333,6 +370,25 @@ TEST(GroupPlanner, FindsWhoSpoilsGroups) {
   EXPECT_TRUE(plan({0x0C, 0x0D}, {.spoilers = {0x0C}}).declined);
   EXPECT_TRUE(plan(six, {.spoilers = {six.begin(), six.end()}}).declined);
   EXPECT_TRUE(plan(six, {.odd = {six.begin(), six.end()}}).declined);
+}
+
+// However many of them have to be asked for alone, those that group well come in every other request.
+TEST(GroupPlanner, GoesOnWithGroupsBesideOthers) {
+  const std::vector<unsigned char> all = {0x04, 0x0C, 0x0D, 0x11, 0x0B, 0x0E,
+                                          0x10, 0x43, 0x05, 0x0F, 0x2F, 0x42};
+  for (std::size_t alone = 1; alone <= 8; ++alone) {
+    const std::set<unsigned char> some(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(alone));
+    for (const Unit& unit : {Unit{.missing = some}, Unit{.odd = some}, Unit{.dead = some}}) {
+      const Outcome outcome = plan(all, unit);
+      EXPECT_TRUE(!outcome.declined || alone > 3) << alone;
+      for (const unsigned char pid : outcome.declined ? std::vector<unsigned char>() : all) {
+        const bool isAlone = some.contains(pid);
+        const auto found = outcome.reads.find(pid);
+        const int reads = found == outcome.reads.end() ? 0 : found->second;
+        EXPECT_GE(reads, unit.dead.contains(pid) ? 0 : isAlone ? 25 : 60) << alone << ": " << int{pid};
+      }
+    }
+  }
 }
 
 TEST(GroupPlanner, NeverStarvesAnybody) {

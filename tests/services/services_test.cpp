@@ -15,7 +15,6 @@
 namespace {
 
 using obd::EcuManagerEvent;
-using obd::IConnectionListener;
 using obd::IConnectionServiceObserver;
 using obd::ISensorServiceObserver;
 using obd::UnitSystem;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <tuple>
+#include <utility>
 
 namespace obd {
 
@@ -95,9 +96,12 @@ std::span<const PidLength> GroupPlanner::next() {
   m_picked.clear();
   ++m_requests;
   const bool timeToTest = m_requests % TestTurn == 0;
+  // However many are asked for alone, every other request is for a group.
+  const bool groupsTurn = std::exchange(m_lastSingle, false);
   // Whoever answers nothing waits for a turn, unless there is nothing else to do.
-  (void)(pickSingle(unproven) || (timeToTest && pickTest()) || pickSingle(alone) || pickGroup() ||
-         pickTest() || pickSingle(shown));
+  (void)((timeToTest && pickTest()) || (groupsTurn && pickGroup()) || pickSingle(unproven) ||
+         pickSingle(alone) || pickGroup() || pickTest() || pickSingle(shown));
+  m_lastSingle = m_picked.size() == 1;
   count();
   return m_picked;
 }
@@ -143,11 +147,15 @@ GroupPlanner::Member* GroupPlanner::leastTested(const Member* but) {
   return least;
 }
 
+// Two at least.
 bool GroupPlanner::pickGroup() {
   collectItems();
   const bool slowWait = std::ranges::any_of(m_items, [](const Item& item) { return !item.fast; });
   for (const Item& item : m_items) {
     take(item, item.fast && slowWait && !m_picked.empty() ? MaxGroupSize - 1 : MaxGroupSize);
+  }
+  if (m_picked.size() < 2) {
+    m_picked.clear();
   }
   return !m_picked.empty();
 }
@@ -210,9 +218,9 @@ void GroupPlanner::reportSingle(unsigned char pid, bool answered, std::size_t le
                        : member->suspected ? Standing::Suspect
                                            : Standing::Candidate;
   }
-  m_declined = m_declined || std::ranges::all_of(m_members, [](const Member& one) {
-                 return one.standing == Standing::Alone;
-               });
+  m_declined = m_declined || (m_failedGroups != 0 && std::ranges::all_of(m_members, [](const Member& one) {
+                                return one.standing == Standing::Alone;
+                              }));
 }
 
 // A unit that answers one of several cuts the request short.

@@ -98,6 +98,7 @@ class GroupPlanner {
   std::vector<Item> m_items;
   unsigned m_requests = 0;
   unsigned m_failedGroups = 0;  // in a row
+  bool m_lastSingle = false;
   bool m_works = false;
   bool m_declined = false;
 };

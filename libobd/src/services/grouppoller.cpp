@@ -71,7 +71,10 @@ void GroupPoller::plan(SensorGroup& group) {
   for (auto& [parameter, calculated] : m_calculated) {
     ++calculated.waited;
   }
-  if (planSeparate(group, std::max<unsigned long>(SeparateTurn, m_live.size()))) {
+  // Every other round is for what is live.
+  const bool livesTurn = std::exchange(m_lastSeparate, false) && !m_live.empty();
+  m_lastSeparate = !livesTurn && planSeparate(group, std::max<unsigned long>(SeparateTurn, m_live.size()));
+  if (m_lastSeparate) {
     return;
   }
   for (const PidLength& one : m_planner.next()) {
@@ -90,7 +93,7 @@ void GroupPoller::plan(SensorGroup& group) {
 }
 
 bool GroupPoller::isGrouped(const Calculated& calculated) const {
-  return calculated.needs &&
+  return calculated.needs && calculated.needs->size() < MaxGroupSize &&
          std::ranges::all_of(*calculated.needs, [this](auto pid) { return m_planner.isGrouped(pid); });
 }
 
@@ -173,7 +176,11 @@ void GroupPoller::keepTogether() {
 void GroupPoller::tellAll(const SensorGroup& group) {
   for (const PidLength& one : group.asked()) {
     if (const Parameter& parameter = group.parameter(one.pid); parameter && m_live.contains(one.pid)) {
-      tell(std::ranges::find(group.read(), one.pid) != group.read().end(), parameter);
+      // Who is missing from a group may still answer alone.
+      const bool read = std::ranges::find(group.read(), one.pid) != group.read().end();
+      if (read || group.asked().size() == 1) {
+        tell(read, parameter);
+      }
     }
   }
   for (const SensorGroup::Calculated& calculated : group.calculated()) {

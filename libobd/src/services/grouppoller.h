@@ -18,7 +18,7 @@ namespace obd {
 class GroupPoller : public std::enable_shared_from_this<GroupPoller> {
  public:
   using Parameter = SensorGroup::Parameter;
-  /// A value has been read, or a read has failed. May change what is polled, and end the poller.
+  /// A value has been read, or could not be read by itself. May change what is polled, and end the poller.
   using OnDone = std::function<void(bool success, const Parameter& parameter)>;
   /// The unit has shown that it does not answer groups. What was polled is to be asked for otherwise.
   using OnDeclined = std::function<void()>;
@@ -59,6 +59,7 @@ class GroupPoller : public std::enable_shared_from_this<GroupPoller> {
   GroupPlanner m_planner;
   std::map<unsigned char, Parameter> m_live;
   std::map<Parameter, Calculated> m_calculated;
+  bool m_lastSeparate = false;
   bool m_busy = false;
   bool m_ended = false;
   Query<SensorGroup> m_query;

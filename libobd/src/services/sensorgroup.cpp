@@ -16,12 +16,14 @@ constexpr unsigned int Timeout = 1500;  // ms, as for one PID
 
 void SensorGroup::reset() {
   m_asked.clear();
+  m_askedOthers.clear();
   m_parameters.clear();
   m_calculated.clear();
 }
 
 void SensorGroup::ask(const PidLength& pid, const Parameter& parameter) {
   m_asked.push_back(pid);
+  m_askedOthers.push_back({pid.pid, pid.bytes, false});
   m_parameters.push_back(parameter);
 }
 
@@ -47,7 +49,8 @@ void SensorGroup::clear() {
 IQuery::UpdateStatus SensorGroup::update(const std::shared_ptr<IObdProxy>& proxy) {
   // Without calculated values nobody looks at replies a second time.
   const bool single = m_asked.size() == 1;
-  const auto replies = single || !m_calculated.empty() ? std::make_shared<SharedReplies>(proxy) : nullptr;
+  const auto replies =
+      single || !m_calculated.empty() ? std::make_shared<SharedReplies>(proxy, m_ecuId) : nullptr;
   if (single) {
     askOne(replies);
   } else if (!m_asked.empty()) {
@@ -99,10 +102,10 @@ void SensorGroup::askAll(const std::shared_ptr<IObdProxy>& proxy, SharedReplies*
 
 void SensorGroup::take(const std::shared_ptr<IEcu>& ecu, const std::vector<unsigned char>& reply,
                        SharedReplies* replies) {
-  if (!takeApart(m_asked, reply, m_parts)) {
+  const bool isSelected = ecu->id() == m_ecuId;
+  if (!takeApart(isSelected ? m_asked : m_askedOthers, reply, m_parts)) {
     return;
   }
-  const bool isSelected = ecu->id() == m_ecuId;
   for (const GroupPart& part : m_parts) {
     m_bytes = {LiveDataReply, part.pid};
     m_bytes.insert(m_bytes.end(), part.data.begin(), part.data.end());

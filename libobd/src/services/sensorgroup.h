@@ -60,7 +60,8 @@ class SensorGroup final : public IQuery {
 
   const unsigned int m_ecuId;
   std::vector<PidLength> m_asked;
-  std::vector<Parameter> m_parameters;  // of these, in the same order
+  std::vector<PidLength> m_askedOthers;  // the same; no length is proven for other control units
+  std::vector<Parameter> m_parameters;   // of these, in the same order
   std::vector<Calculated> m_calculated;
   std::vector<unsigned char> m_told;
   std::vector<unsigned char> m_read;

@@ -19,8 +19,8 @@ int SharedReplies::sendRequest(const std::vector<unsigned char>& request, Respon
   }
   const unsigned char pid = request.back();
   const bool fresh = m_asked.insert(pid).second;
-  if (const auto found = m_replies.find(pid); fresh && found != m_replies.end()) {
-    responses = found->second;
+  if (fresh && find(pid, m_ecuId) != nullptr) {
+    responses = m_replies.at(pid);
     return RequestAnswered;
   }
   const int result = m_proxy->sendRequest(request, responses, timeout);

@@ -18,7 +18,9 @@ namespace obd {
 /// For the worker, during one run.
 class SharedReplies final : public IObdProxy {
  public:
-  explicit SharedReplies(std::shared_ptr<IObdProxy> proxy) : m_proxy(std::move(proxy)) {}
+  /// `ecuId` is the control unit whose values are wanted.
+  SharedReplies(std::shared_ptr<IObdProxy> proxy, unsigned int ecuId)
+      : m_proxy(std::move(proxy)), m_ecuId(ecuId) {}
 
   /// Puts in the reply of a control unit to a request for one PID.
   void put(unsigned char pid, unsigned int ecuId, const std::vector<unsigned char>& reply) {
@@ -49,6 +51,7 @@ class SharedReplies final : public IObdProxy {
 
  private:
   const std::shared_ptr<IObdProxy> m_proxy;
+  const unsigned int m_ecuId;
   std::map<unsigned char, ResponseMap> m_replies;  // by PID
   std::set<unsigned char> m_asked;
 };

@@ -232,8 +232,7 @@ const ReportRow ReportRows[] = {
       "No answer, or not offered: vehicle information of 7E8 (ECU#1)"},
      {"Confirmed codes: no answer.", "Pending codes: no answer.", "Permanent codes: no answer.",
       "The control unit does not answer.",
-      "No answer, or not offered: vehicle information, on-board monitoring results, in-use counters, test "
-      "routines."},
+      "No answer, or not offered: vehicle information, on-board monitoring results, in-use counters"},
      {"No codes are stored", "No fault", "No freeze frames are stored"}},
     {"standing",
      "Lamp on, but not all fault codes were told",
