@@ -41,6 +41,9 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(makeDevicesCommand());
   commands.push_back(makeReportCommand());
+#ifdef VELMARA_WITH_SERVE
+  commands.push_back(makeServeCommand());
+#endif
   commands.push_back(makeEcusCommand());
   commands.push_back(makeSensorsCommand());
   commands.push_back(makePlotCommand());

@@ -23,7 +23,7 @@ constexpr int DefaultTcpPort = 35000;  // where most Wi-Fi adapters listen
 constexpr int MaxTcpPort = 65535;
 constexpr int MaxChannel = 30;  // RFCOMM
 constexpr std::array<int, 5> Baudrates = {9600, 19200, 38400, 57600, 115200};
-constexpr const char* DemoVehicle = "petrol-can11";
+constexpr const char* DefaultVehicle = "petrol-can11";
 
 constexpr std::array<std::string_view, 10> ProtocolNames = {
     "auto",     "j1850-pwm", "j1850-vpw", "iso9141",   "kwp-slow",
@@ -187,7 +187,7 @@ Link parseLink(std::string_view text) {
     case Link::Kind::Own:
       break;
   }
-  return {Link::Kind::Demo, rest.empty() ? DemoVehicle : std::string(rest), 0};
+  return {Link::Kind::Demo, rest.empty() ? DefaultVehicle : std::string(rest), 0};
 }
 
 std::string adviceForAdapter(const Link& link) {

@@ -40,6 +40,14 @@ std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
 
 }  // namespace
 
+std::vector<DemoVehicle> demoVehicles() {
+  std::vector<DemoVehicle> vehicles;
+  for (const std::string& name : simulator::vehicleNames()) {
+    vehicles.push_back({Link{Link::Kind::Demo, name, 0}.text(), simulator::Vehicle::load(name)->name()});
+  }
+  return vehicles;
+}
+
 std::string openLink(const Link& link, obd::IConnectionManager& manager, obd::VehicleProtocol protocol) {
   bool started = false;
   std::string words = link.text();

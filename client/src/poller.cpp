@@ -10,8 +10,8 @@
 #include "readings.h"
 #include "services/iobdvelmara.h"
 #include "services/isensorservice.h"
-#include "statistics.h"
 #include "stopwatch.h"
+#include "velmara/client/statistics.h"
 #include "velmara/client/texts.h"
 
 namespace velmara {

@@ -1,4 +1,4 @@
-#include "statistics.h"
+#include "velmara/client/statistics.h"
 
 #include <optional>
 

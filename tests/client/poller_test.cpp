@@ -3,8 +3,8 @@
 #include <map>
 
 #include "clientfixture.h"
-#include "statistics.h"
 #include "velmara/client/poller.h"
+#include "velmara/client/statistics.h"
 
 namespace velmara {
 namespace {

@@ -45,6 +45,8 @@ std::unique_ptr<Command> makeRoutineCommand();
 /// One that shows sections of the vehicle report: "codes", "freeze", "info", "monitors", "summary", "tests".
 std::unique_ptr<Command> makeSectionCommand(const std::string& name);
 std::unique_ptr<Command> makeSensorsCommand();
+/// Only where the program is built with it.
+std::unique_ptr<Command> makeServeCommand();
 std::unique_ptr<Command> makeSettingsCommand();
 
 }  // namespace velmara

@@ -1,180 +1,21 @@
 // Where an adapter may be: serial ports, Bluetooth devices, and the remembered link.
 
-#include <grp.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <charconv>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <mutex>
+#include <chrono>
+#include <optional>
 #include <set>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <hostos/bluetooth.h>
 
 #include "commands/command.h"
-#include "link/bluetoothsearch.h"
+#include "devices.h"
 #include "programsession.h"
-#include "report/json.h"
 #include "terminal/table.h"
-#include "velmara/client/link.h"
 #include "velmara/client/texts.h"
 
 namespace velmara {
 
 namespace {
-
-namespace fs = std::filesystem;
-using std::chrono::milliseconds;
-
-struct SerialPort {
-  std::string link;
-  std::string name;     // what the device says of itself; empty if nothing
-  std::string problem;  // why this user cannot open it; empty if nothing speaks against it
-  std::string group;    // what the user would have to join; empty if that does not help
-};
-
-struct BluetoothDevice {
-  std::string link;
-  std::string name;
-  std::string address;
-};
-
-constexpr std::string_view PortPrefixes[] = {"ttyUSB", "ttyACM", "rfcomm", "ttyS"};
-
-// The kernel makes ttyS nodes where there is no chip behind them; those are of type 0.
-bool hasChip(const std::string& device) {
-  std::ifstream stream("/sys/class/tty/" + device + "/type");
-  int type = 0;
-  return stream >> type && type != 0;
-}
-
-// A port by the place of its prefix in the list, and its number.
-std::optional<std::pair<std::size_t, int>> portNumber(const std::string& device) {
-  for (std::size_t i = 0; i < std::size(PortPrefixes); ++i) {
-    if (!device.starts_with(PortPrefixes[i])) {
-      continue;
-    }
-    int number = 0;
-    const char* const end = device.data() + device.size();
-    const auto [rest, error] = std::from_chars(device.data() + PortPrefixes[i].size(), end, number);
-    if (error == std::errc() && rest == end && (PortPrefixes[i] != "ttyS" || hasChip(device))) {
-      return std::pair(i, number);
-    }
-  }
-  return std::nullopt;
-}
-
-// Names that devices give themselves, by the device that they lead to.
-std::map<fs::path, std::string> namesById() {
-  std::map<fs::path, std::string> names;
-  std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/dev/serial/by-id", error)) {
-    const fs::path target = fs::canonical(entry.path(), error);
-    if (!error) {
-      names[target] = entry.path().filename().string();
-    }
-  }
-  return names;
-}
-
-void checkAccess(const std::string& path, SerialPort& port) {
-  constexpr mode_t GroupAccess = S_IRGRP | S_IWGRP;
-  if (::access(path.c_str(), R_OK | W_OK) == 0) {
-    return;
-  }
-  port.problem = std::generic_category().message(errno);
-  struct stat status {};
-  if (errno != EACCES || ::stat(path.c_str(), &status) != 0) {
-    return;
-  }
-  const group* const owner = ::getgrgid(status.st_gid);
-  if ((status.st_mode & GroupAccess) == GroupAccess && status.st_gid != 0 && owner != nullptr) {
-    port.group = owner->gr_name;
-    port.problem = "only for the group " + port.group;
-  }
-}
-
-std::vector<SerialPort> findSerialPorts() {
-  std::map<std::pair<std::size_t, int>, std::string> devices;
-  std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator("/dev", error)) {
-    const std::string device = entry.path().filename().string();
-    if (const auto number = portNumber(device)) {
-      devices[*number] = entry.path().string();
-    }
-  }
-  const std::map<fs::path, std::string> names = namesById();
-  std::vector<SerialPort> ports;
-  for (const auto& [number, path] : devices) {
-    SerialPort port{Link{Link::Kind::Serial, path, 0}.text(), {}, {}, {}};
-    if (const auto name = names.find(path); name != names.end()) {
-      port.name = name->second;
-    }
-    checkAccess(path, port);
-    ports.push_back(std::move(port));
-  }
-  return ports;
-}
-
-// One search. Results come on a thread of its own.
-class BluetoothFinder : private obd::IBluetoothObserver {
- public:
-  BluetoothFinder() : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()) {
-    m_search.attachObserver(this);
-  }
-  ~BluetoothFinder() override {
-    m_search.stopScan();
-    m_search.detachObserver(this);
-  }
-  BluetoothFinder(const BluetoothFinder&) = delete;
-  BluetoothFinder& operator=(const BluetoothFinder&) = delete;
-
-  void run(Session& session, Notes& notes, milliseconds limit) {
-    notes.phase("Looking for Bluetooth devices");
-    if (m_search.startScan()) {
-      session.pumpUntil(
-          [this, &notes] {
-            notes.tick();
-            return m_done.load();
-          },
-          limit);
-      m_search.stopScan();
-    }
-    notes.endPhases();
-  }
-
-  /// In words for the user; empty if all went well.
-  std::string error() const { return m_stack->lastError(); }
-
-  std::vector<BluetoothDevice> devices() {
-    const std::lock_guard guard(m_mutex);
-    std::vector<BluetoothDevice> devices;
-    for (const auto& [address, device] : m_devices) {
-      devices.push_back(device);
-    }
-    return devices;
-  }
-
- private:
-  void onSearchStarted() override {}
-  void onDeviceFound(const std::string& name, const std::string& address, int port) override {
-    const std::lock_guard guard(m_mutex);
-    m_devices[address] = {Link{Link::Kind::Bluetooth, address, port}.text(), name, address};
-  }
-  void onSearchDone() override { m_done = true; }
-
-  std::mutex m_mutex;
-  std::map<std::string, BluetoothDevice> m_devices;  // by address
-  std::atomic<bool> m_done{false};
-  std::shared_ptr<hostos::IBluetoothStack> m_stack;
-  obd::BluetoothSearch m_search;
-};
 
 void print(Output& out, const std::vector<SerialPort>& ports) {
   out.line(out.heading("Serial ports") + (ports.empty() ? ": none" : ""));
@@ -209,26 +50,6 @@ void print(Output& out, const std::vector<BluetoothDevice>& devices, const std::
   if (!error.empty()) {
     out.line(out.toned("  " + printable(error), Tone::Caution));
   }
-}
-
-Json toJson(const std::vector<SerialPort>& ports) {
-  Json list = Json::array();
-  for (const SerialPort& port : ports) {
-    list.push_back({{"link", port.link},
-                    {"name", port.name},
-                    {"accessible", port.problem.empty()},
-                    {"problem", port.problem.empty() ? Json() : Json(port.problem)},
-                    {"joinGroup", port.group.empty() ? Json() : Json(port.group)}});
-  }
-  return list;
-}
-
-Json toJson(const std::vector<BluetoothDevice>& devices) {
-  Json list = Json::array();
-  for (const BluetoothDevice& device : devices) {
-    list.push_back({{"link", device.link}, {"name", device.name}, {"address", device.address}});
-  }
-  return list;
 }
 
 class DevicesCommand : public Command {
@@ -267,7 +88,7 @@ class DevicesCommand : public Command {
                      {"serial", toJson(ports)}};
     if (!m_noBluetooth) {
       BluetoothFinder finder;
-      finder.run(session, program.notes, std::chrono::seconds(m_seconds));
+      search(finder, session, program.notes);
       if (m_json) {
         document["bluetooth"] = toJson(finder.devices());
         document["bluetoothError"] = finder.error().empty() ? Json() : Json(finder.error());
@@ -284,6 +105,20 @@ class DevicesCommand : public Command {
 
  private:
   static constexpr int LongestSearch = 60;
+
+  void search(BluetoothFinder& finder, Session& session, Notes& notes) const {
+    notes.phase("Looking for Bluetooth devices");
+    if (finder.start()) {
+      session.pumpUntil(
+          [&finder, &notes] {
+            notes.tick();
+            return finder.isDone();
+          },
+          std::chrono::seconds(m_seconds));
+      finder.stop();
+    }
+    notes.endPhases();
+  }
 
   int m_seconds = 13;  // an inquiry takes 12.8 s
   bool m_noBluetooth = false;

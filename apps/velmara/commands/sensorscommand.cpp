@@ -9,7 +9,7 @@
 
 #include "commands/command.h"
 #include "programsession.h"
-#include "report/json.h"
+#include "report/livejson.h"
 #include "report/textreport.h"
 #include "terminal/livearea.h"
 #include "terminal/table.h"
@@ -35,10 +35,6 @@ struct Row {
   Sensor sensor;
   std::optional<SensorReading> reading;
 };
-
-std::string rangeEnd(const std::optional<float>& end) {
-  return end ? fmt::format("{:g}", *end) : std::string();
-}
 
 class SensorsCommand : public Command {
  public:
@@ -211,16 +207,7 @@ class SensorsCommand : public Command {
   void printList(Output& out) const {
     if (m_json) {
       for (const Row& row : m_rows) {
-        Json object = {{"ecu", m_unitLabel},
-                       {"pid", row.sensor.label},
-                       {"name", row.sensor.name},
-                       {"unit", row.sensor.unit},
-                       {"numeric", row.sensor.numeric}};
-        if (row.sensor.lowest) {
-          object["lowest"] = numberOrText(rangeEnd(row.sensor.lowest));
-          object["highest"] = numberOrText(rangeEnd(row.sensor.highest));
-        }
-        printJson(out, object);
+        printJson(out, toJson(m_unitLabel, row.sensor));
       }
     } else {
       Table table({{"PID"}, {"Name"}, {"Unit"}, {"Range"}});
@@ -304,7 +291,7 @@ class SensorsCommand : public Command {
         m_recording->add(found->second, reading.value, seconds());
       }
       if (m_json) {
-        printJson(out, toJson(row.sensor, reading));
+        printJson(out, toJson(m_unitLabel, row.sensor, reading, seconds()));
       } else if (!live && !m_once && m_record != StandardOutput) {
         out.line(plainLine(row.sensor, reading));
       }
@@ -312,21 +299,6 @@ class SensorsCommand : public Command {
   }
 
   double seconds() const { return std::chrono::duration<double>(Clock::now() - m_start).count(); }
-
-  Json toJson(const Sensor& sensor, const SensorReading& reading) const {
-    Json object = {{"seconds", numberOrText(fmt::format("{:.3f}", seconds()))},
-                   {"ecu", m_unitLabel},
-                   {"pid", sensor.label},
-                   {"name", sensor.name},
-                   {"value", sensor.numeric ? numberOrText(reading.value) : Json(reading.value)},
-                   {"unit", sensor.unit}};
-    if (reading.numeric) {
-      object["minimum"] = numberOrText(reading.minimum);
-      object["maximum"] = numberOrText(reading.maximum);
-      object["average"] = numberOrText(reading.average);
-    }
-    return object;
-  }
 
   // The widths of label and name are counted in characters, not bytes.
   std::string plainLine(const Sensor& sensor, const SensorReading& reading) const {

@@ -30,6 +30,13 @@ struct VELMARA_EXPORT Link {
 /// Throws `Failure` (Unusable) with a sentence.
 VELMARA_EXPORT Link parseLink(std::string_view text);
 
+/// A simulated vehicle that is built in.
+struct DemoVehicle {
+  std::string link;         ///< "demo:petrol-can11"
+  std::string description;  ///< for people
+};
+VELMARA_EXPORT std::vector<DemoVehicle> demoVehicles();
+
 /// What to try when the adapter on this link does not answer, or is gone.
 VELMARA_EXPORT std::string adviceForAdapter(const Link& link);
 

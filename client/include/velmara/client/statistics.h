@@ -3,11 +3,13 @@
 #include <cstddef>
 #include <string>
 
+#include <tavrix/export.h>
+
 namespace velmara {
 
 /// Minimum, maximum and average of numbers that are written as texts, with as many digits as the latest.
 /// What is no finite number does not count.
-class Statistics {
+class VELMARA_EXPORT Statistics {
  public:
   void add(const std::string& text);
 

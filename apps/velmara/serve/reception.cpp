@@ -1,0 +1,220 @@
+#include "serve/reception.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace velmara {
+
+namespace {
+
+constexpr int SweepTime = 250;  // ms
+constexpr int Unavailable = 503;
+constexpr int Late = 408;
+constexpr int HeadTooLarge = 431;
+
+int checked(int file) {
+  if (file < 0) {
+    throw std::system_error(errno, std::generic_category(), "server");
+  }
+  return file;
+}
+
+}  // namespace
+
+Reception::Reception(const Limits& limits, Serve serve, Refusal refusal)
+    : m_limits(limits),
+      m_serve(std::move(serve)),
+      m_refusal(std::move(refusal)),
+      m_events(checked(::epoll_create1(EPOLL_CLOEXEC))),
+      m_bell(checked(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.fd = m_bell;
+  ::epoll_ctl(m_events, EPOLL_CTL_ADD, m_bell, &event);
+  m_watcher = std::thread(&Reception::watch, this);
+}
+
+Reception::~Reception() {
+  stop();
+  m_watcher.join();
+  for (std::thread& worker : m_workers) {
+    worker.join();
+  }
+  for (const int socket : m_ready) {
+    ::close(socket);
+  }
+  ::close(m_events);
+  ::close(m_bell);
+}
+
+void Reception::stop() {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_stopped = true;
+    for (const int socket : m_served) {
+      ::shutdown(socket, SHUT_RDWR);
+    }
+  }
+  m_wakeUp.notify_all();
+  const std::uint64_t one = 1;
+  if (::write(m_bell, &one, sizeof(one)) < 0) {
+    // It rings already.
+  }
+}
+
+std::size_t Reception::connections() const {
+  const std::lock_guard guard(m_mutex);
+  return m_waiting.size() + m_ready.size() + m_served.size();
+}
+
+void Reception::welcome(int socket) {
+  {
+    const std::lock_guard guard(m_mutex);
+    if (!m_stopped && m_waiting.size() + m_ready.size() + m_served.size() < m_limits.connections) {
+      m_waiting[socket] = Clock::now() + m_limits.headPatience;
+      epoll_event event{};
+      event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
+      event.data.fd = socket;
+      if (::epoll_ctl(m_events, EPOLL_CTL_ADD, socket, &event) == 0) {
+        return;
+      }
+      m_waiting.erase(socket);
+    }
+  }
+  turnAway(socket, Unavailable);
+}
+
+void Reception::watch() {
+  std::array<epoll_event, 64> events{};
+  while (true) {
+    const int count = ::epoll_wait(m_events, events.data(), static_cast<int>(events.size()), SweepTime);
+    {
+      const std::lock_guard guard(m_mutex);
+      if (m_stopped) {
+        for (const auto& [socket, until] : m_waiting) {
+          ::close(socket);
+        }
+        m_waiting.clear();
+        return;
+      }
+    }
+    for (int i = 0; i < count; ++i) {
+      if (events[static_cast<std::size_t>(i)].data.fd != m_bell) {
+        look(events[static_cast<std::size_t>(i)].data.fd);
+      }
+    }
+    dismissLate();
+  }
+}
+
+// Whether the head of a request is there. It is left where it is, for whoever serves it.
+void Reception::look(int socket) {
+  std::string head(m_limits.headSize, '\0');
+  const ssize_t count = ::recv(socket, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return;
+  }
+  head.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  const bool whole = head.find("\r\n\r\n") != std::string::npos;
+  if (!whole && count > 0 && head.size() < m_limits.headSize) {
+    return;
+  }
+  ::epoll_ctl(m_events, EPOLL_CTL_DEL, socket, nullptr);
+  {
+    const std::lock_guard guard(m_mutex);
+    m_waiting.erase(socket);
+  }
+  if (count <= 0) {
+    ::close(socket);
+  } else if (!whole) {
+    turnAway(socket, HeadTooLarge);
+  } else if (!assign(socket)) {
+    turnAway(socket, Unavailable);
+  }
+}
+
+void Reception::dismissLate() {
+  std::vector<int> late;
+  {
+    const std::lock_guard guard(m_mutex);
+    const Clock::time_point now = Clock::now();
+    for (const auto& [socket, until] : m_waiting) {
+      if (until < now) {
+        late.push_back(socket);
+      }
+    }
+    for (const int socket : late) {
+      m_waiting.erase(socket);
+    }
+  }
+  for (const int socket : late) {
+    ::epoll_ctl(m_events, EPOLL_CTL_DEL, socket, nullptr);
+    turnAway(socket, Late);
+  }
+}
+
+// What does not fit into the socket's buffer is lost, since nobody waits for those who are turned away.
+void Reception::turnAway(int socket, int status) {
+  ++m_turnedAway;
+  const std::string response = m_refusal(status);
+  if (::send(socket, response.data(), response.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+    ::shutdown(socket, SHUT_WR);
+  }
+  std::array<char, 4096> rest{};
+  while (::recv(socket, rest.data(), rest.size(), MSG_DONTWAIT) > 0) {
+    // Unread, it would make the system throw the response away.
+  }
+  ::close(socket);
+}
+
+bool Reception::assign(int socket) {
+  const std::lock_guard guard(m_mutex);
+  if (m_idle <= m_ready.size()) {
+    if (m_stopped || m_workers.size() >= m_limits.workers) {
+      return false;
+    }
+    m_workers.emplace_back(&Reception::work, this);
+    ++m_idle;
+  }
+  m_ready.push_back(socket);
+  m_wakeUp.notify_one();
+  return true;
+}
+
+void Reception::work() {
+  std::unique_lock lock(m_mutex);
+  while (true) {
+    m_wakeUp.wait(lock, [this] { return m_stopped || !m_ready.empty(); });
+    if (m_stopped) {
+      return;
+    }
+    const int socket = m_ready.front();
+    m_ready.pop_front();
+    m_served.push_back(socket);
+    --m_idle;
+    lock.unlock();
+    m_serve(socket);
+    lock.lock();
+    leave(socket);
+    ++m_idle;
+  }
+}
+
+// Under the lock, so that `stop` never shuts a number that already means another file.
+void Reception::leave(int socket) {
+  m_served.erase(std::find(m_served.begin(), m_served.end(), socket));
+  ::shutdown(socket, SHUT_WR);
+  ::close(socket);
+}
+
+}  // namespace velmara

@@ -1,0 +1,10 @@
+# cpp-httplib as Debian packages it: compiled, with a file for pkg-config. Gives the target Httplib::httplib.
+find_package(PkgConfig QUIET)
+if(PkgConfig_FOUND)
+  pkg_check_modules(HTTPLIB QUIET IMPORTED_TARGET cpp-httplib)
+endif()
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(Httplib REQUIRED_VARS HTTPLIB_FOUND VERSION_VAR HTTPLIB_VERSION)
+if(Httplib_FOUND AND NOT TARGET Httplib::httplib)
+  add_library(Httplib::httplib ALIAS PkgConfig::HTTPLIB)
+endif()
