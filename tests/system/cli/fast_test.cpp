@@ -20,6 +20,7 @@ TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
   const std::string file = write("drives/note", "") + ".csv";
   const auto oneByOne = start(sensors + "--json");
   const auto inGroups = start(sensors + "--json --fast");
+  oneByOne->await("Opening");  // it has read the settings
   expectShown(run("settings fast yes"), {});
   const auto recording = start(sensors + "--record " + file);
   expectShown(run("settings fast"), {"yes"});
