@@ -187,7 +187,7 @@ int main() {
   velmara::Program program;
   velmara::Board board;
   velmara::Mailbox mailbox([&program] { program.loop.wake(); });
-  velmara::SharedSession session(program, board, mailbox, {0x0C, 0x0D});
+  velmara::SharedSession session(program, board, mailbox, {{0x0C, 0x0D}, false});
   velmara::HttpServer server;
   server.bind("127.0.0.1", 0);
   velmara::Site site(velmara::Guard({"127.0.0.1", server.port(), true, velmara::makeToken()}), board, mailbox,

@@ -116,20 +116,26 @@ class ServeCommand : public Command {
     options.value(
         "PID", m_always, "",
         "What to read at all times, for programs: PIDs in\nhexadecimal (0C), or names of calculated values");
-    options.value(
-        "--listen", m_listen, "ADDRESS",
-        fmt::format("Where to be found; {} if not given.\nAny address but loopback needs a token",
-                    DefaultAddress));
+    options.value("--listen", m_listen, "ADDRESS",
+                  fmt::format("Where to be found; {} if not given.\nAny address but loopback needs a token",
+                              DefaultAddress));
+    options.flag("--fast", m_fast,
+                 "Ask for up to six values with one request, where the\n"
+                 "vehicle answers that; see velmara settings fast");
     options.value("--token-file", m_tokenFile, "FILE",
                   "Take the token from this file; a new one for each run\nif not given");
   }
 
   ExitCode run(Program& program) override {
     const Address address = parseAddress(m_listen.empty() ? DefaultAddress : m_listen);
-    const std::vector<int> always = parseParameters(m_always);
+    SharedSession::Polling polling{parseParameters(m_always), m_fast};
+    if (int fast = 0; program.settings->value(FastSetting, fast)) {
+      polling.fast = polling.fast || fast != 0;
+    }
     const std::string token = m_tokenFile.empty() ? makeToken() : readToken(m_tokenFile);
-    const ExitCode code = serve(program, address, always, token);
+    const ExitCode code = serve(program, address, polling, token);
     if (const std::string& log = program.options.logFile; !log.empty() && !isWholeLog(log)) {
+      program.logIsCut = true;
       program.notes.warn(
           fmt::format("velmara: The log {} is not whole: its disk may be full.", printable(log)));
     }
@@ -137,11 +143,11 @@ class ServeCommand : public Command {
   }
 
  private:
-  static ExitCode serve(Program& program, const Address& address, const std::vector<int>& always,
+  static ExitCode serve(Program& program, const Address& address, const SharedSession::Polling& polling,
                         const std::string& token) {
     Board board;
     Mailbox mailbox([&program] { program.loop.wake(); });
-    SharedSession session(program, board, mailbox, always);
+    SharedSession session(program, board, mailbox, polling);
     chooseLink(program, session);
     HttpServer server;
     server.bind(address.host, address.port);
@@ -194,6 +200,7 @@ class ServeCommand : public Command {
   std::vector<std::string> m_always;
   std::string m_listen;
   std::string m_tokenFile;
+  bool m_fast = false;
 };
 
 }  // namespace

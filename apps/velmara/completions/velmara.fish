@@ -32,6 +32,7 @@ complete -c velmara -n '__fish_seen_subcommand_from report' -l no-color -d 'No c
 complete -c velmara -n __fish_use_subcommand -a serve -d 'Show the car on a page in the browser'
 complete -c velmara -n '__fish_seen_subcommand_from serve' -s h -l help -d 'Print this help message and exit'
 complete -c velmara -n '__fish_seen_subcommand_from serve' -l listen -x -d 'Where to be found'
+complete -c velmara -n '__fish_seen_subcommand_from serve' -l fast -d 'Ask for up to six values with one request, where the'
 complete -c velmara -n '__fish_seen_subcommand_from serve' -l token-file -r -F -d 'Take the token from this file'
 complete -c velmara -n '__fish_seen_subcommand_from serve' -l link -x -a 'demo: tcp: serial: bt:' -d 'Where the adapter is'
 complete -c velmara -n '__fish_seen_subcommand_from serve' -l protocol -x -a 'auto j1850-pwm j1850-vpw iso9141 kwp-slow kwp-fast can11-500 can29-500 can11-250 can29-250' -d 'The vehicle’s protocol'

@@ -46,11 +46,11 @@ class AtEnd {
 
 }  // namespace
 
-SharedSession::SharedSession(Program& program, Board& board, Mailbox& mailbox, std::vector<int> always)
+SharedSession::SharedSession(Program& program, Board& board, Mailbox& mailbox, Polling polling)
     : m_program(program),
       m_board(board),
       m_mailbox(mailbox),
-      m_always(std::move(always)),
+      m_polling(std::move(polling)),
       m_startOfClock(
           std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count()),
       m_session(program.loop, {program.options.logFile, program.settings}) {
@@ -196,9 +196,10 @@ void SharedSession::keepPolling() {
 // The one place where polling begins, with all that there is to say of how.
 void SharedSession::beginPolling(const std::vector<int>& parameters) {
   m_polled = parameters;
-  m_poller->start(parameters, 0, [this](int /*parameter*/, const std::vector<SensorReading>& readings) {
-    onReadings(readings);
-  });
+  m_poller->start(
+      parameters, 0,
+      [this](int /*parameter*/, const std::vector<SensorReading>& readings) { onReadings(readings); },
+      m_polling.fast);
 }
 
 // What somebody wants to see or records; all there is if nobody has chosen anything.
@@ -208,7 +209,7 @@ std::vector<int> SharedSession::wantedParameters() const {
     offered.insert(sensor.parameter);
   }
   std::vector<int> chosen = m_board.watched.wanted();
-  chosen.insert(chosen.end(), m_always.begin(), m_always.end());
+  chosen.insert(chosen.end(), m_polling.always.begin(), m_polling.always.end());
   if (m_recording) {
     chosen.insert(chosen.end(), m_recording->parameters.begin(), m_recording->parameters.end());
   }

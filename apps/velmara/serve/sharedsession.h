@@ -23,8 +23,12 @@ namespace velmara {
 /// mailbox, and puts everything up on the board. All on the thread that drives the event loop.
 class SharedSession {
  public:
-  /// Reads `always` whatever viewers want to see. All outlive it.
-  SharedSession(Program& program, Board& board, Mailbox& mailbox, std::vector<int> always);
+  struct Polling {
+    std::vector<int> always;  ///< parameters that are read whatever viewers want to see
+    bool fast = false;        ///< several with one request, where the vehicle answers that
+  };
+  /// All outlive it.
+  SharedSession(Program& program, Board& board, Mailbox& mailbox, Polling polling);
   ~SharedSession();
   SharedSession(const SharedSession&) = delete;
   SharedSession& operator=(const SharedSession&) = delete;
@@ -87,7 +91,7 @@ class SharedSession {
   Program& m_program;
   Board& m_board;
   Mailbox& m_mailbox;
-  const std::vector<int> m_always;
+  const Polling m_polling;
   const Clock::time_point m_start = Clock::now();
   const double m_startOfClock;  // seconds since 1970
   Session m_session;
