@@ -40,7 +40,7 @@ Json SectionSet::json(const ControlUnit& unit, const UnitReport& report) const {
 }
 
 const std::vector<SectionSet>& sectionSets() {
-  static const std::vector<SectionSet> Sets = {
+  static const std::vector<SectionSet> sets = {
       {"codes", true, false, {rowOf<&UnitReport::faults, &readFaults>()}},
       {"freeze", true, false, {rowOf<&UnitReport::freeze, &readFreeze>()}},
       {"info",
@@ -53,7 +53,7 @@ const std::vector<SectionSet>& sectionSets() {
        false,
        false,
        {rowOf<&UnitReport::tests, &readTests>(), rowOf<&UnitReport::oxygen, &readOxygen>()}}};
-  return Sets;
+  return sets;
 }
 
 const SectionSet* findSectionSet(std::string_view name) {

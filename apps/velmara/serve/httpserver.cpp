@@ -67,7 +67,7 @@ void fill(httplib::Response& to, HttpResponse&& response) {
           return text->empty() || sink.write(text->data(), text->size());
         });
   } else {
-    to.set_content(std::move(response.body), response.type);
+    to.set_content(response.body, response.type);
   }
 }
 
