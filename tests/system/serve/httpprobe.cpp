@@ -134,17 +134,31 @@ HttpAnswer Serve::Server::post(const std::string& path, const std::string& body)
              std::to_string(body.size()) + "\r\n\r\n" + body);
 }
 
-json Serve::Server::awaitPhase(const std::string& phase) const {
+bool Serve::Server::await(const std::function<bool()>& done) {
   const Clock::time_point until = after(Limit);
-  json now;
-  while (Clock::now() < until) {
-    now = state();
-    if (now.at("phase") == phase) {
-      return now;
+  while (!done()) {
+    if (Clock::now() > until) {
+      return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  throw std::runtime_error("\"" + phase + "\" did not come: " + now.dump());
+  return true;
+}
+
+json Serve::Server::awaitPhase(const std::string& phase) const {
+  json now;
+  if (!await([&] {
+        now = state();
+        return now.at("phase") == phase;
+      })) {
+    throw std::runtime_error("\"" + phase + "\" did not come: " + now.dump());
+  }
+  return now;
+}
+
+bool Serve::Server::goesOnReading(std::size_t more) const {
+  const std::size_t before = readings();
+  return await([&] { return readings() >= before + more; });
 }
 
 std::string Serve::Server::streamRequest(const std::string& query, const std::string& headers) const {

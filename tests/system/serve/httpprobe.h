@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +61,11 @@ class Serve : public Cli {
     nlohmann::json awaitPhase(const std::string& phase) const;
     /// Text of a GET that goes on.
     std::string streamRequest(const std::string& query, const std::string& headers = {}) const;
+    /// Whether so many more values are read.
+    bool goesOnReading(std::size_t more = 1) const;
+    /// Whether that comes true soon.
+    static bool await(const std::function<bool()>& done);
+
     std::size_t readings() const;
 
     std::unique_ptr<Process> process;

@@ -98,8 +98,7 @@ TEST_F(Serve, DoesWhatItsDescriptionSays) {
 
   const Server server = serve("--link demo: 0C 0D 14");
   server.awaitPhase("connected");
-  while (server.get("/api/history").json().size() < 4) {
-  }
+  ASSERT_TRUE(Server::await([&] { return server.get("/api/history").json().size() >= 4; }));
   const Schemas schemas(description);
   const auto check = [&](const char* method, const std::string& path, const HttpAnswer& answer,
                          const std::string& status = "200") {
