@@ -10,7 +10,7 @@ const std::vector<PageFile>& pageFiles() {
   constexpr const char* Html = "text/html; charset=utf-8";
   constexpr const char* Style = "text/css; charset=utf-8";
   constexpr const char* Script = "text/javascript; charset=utf-8";
-  static const std::vector<PageFile> Files = {{"/", Html, IndexHtml},
+  static const std::vector<PageFile> files = {{"/", Html, IndexHtml},
                                               {"/style.css", Style, StyleCss},
                                               {"/main.js", Script, MainJs},
                                               {"/server.js", Script, ServerJs},
@@ -26,7 +26,7 @@ const std::vector<PageFile>& pageFiles() {
                                               {"/dygraph.css", Style, DygraphCss},
                                               {"/icon.svg", "image/svg+xml", IconSvg},
                                               {"/api/openapi.json", "application/json", OpenapiJson}};
-  return Files;
+  return files;
 }
 
 const PageFile* findPageFile(std::string_view path) {
