@@ -479,7 +479,7 @@ Json SharedSession::startRecording() {
     return m_board.state();
   }
   m_board.startRecording();
-  m_recording.emplace();
+  m_recording.emplace(Recording{});
   m_recording->parameters = m_polled;
   m_recording->began = seconds();
   std::vector<RecordingWriter::Column> columns;

@@ -131,7 +131,7 @@ Site::Site(Guard guard, Board& board, Mailbox& mailbox, SharedSession& session, 
       m_cancel(std::move(cancel)) {}
 
 const std::vector<Site::Route>& Site::routes() {
-  static const std::vector<Route> Routes = {{"GET", "/api/state", &Site::state},
+  static const std::vector<Route> routes = {{"GET", "/api/state", &Site::state},
                                             {"GET", "/api/sensors", &Site::sensors},
                                             {"GET", "/api/values", &Site::values},
                                             {"GET", "/api/history", &Site::history},
@@ -152,7 +152,7 @@ const std::vector<Site::Route>& Site::routes() {
                                             {"POST", "/api/recording/start", &Site::startRecording},
                                             {"POST", "/api/recording/stop", &Site::stopRecording},
                                             {"POST", "/api/bluetooth", &Site::findBluetooth}};
-  return Routes;
+  return routes;
 }
 
 HttpResponse Site::error(int status, const std::string& reason, const std::string& advice, const char* kind) {
