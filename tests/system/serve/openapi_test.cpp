@@ -48,8 +48,7 @@ class Schemas {
   }
   std::string itemComplaint(const json& schema, const json& value, const std::string& place) const {
     for (std::size_t i = 0; i < value.size(); ++i) {
-      if (const std::string words =
-              complaint(schema.at("items"), value[i], place + "[" + std::to_string(i) + "]");
+      if (std::string words = complaint(schema.at("items"), value[i], place + "[" + std::to_string(i) + "]");
           !words.empty()) {
         return words;
       }
@@ -71,7 +70,7 @@ class Schemas {
         }
         continue;
       }
-      if (const std::string words = complaint(known.value(name, rest), member, place + "." + name);
+      if (std::string words = complaint(known.value(name, rest), member, place + "." + name);
           !words.empty()) {
         return words;
       }
