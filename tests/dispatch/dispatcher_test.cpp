@@ -247,7 +247,6 @@ TEST_F(DispatcherTest, KeepsTheLinkAwakeAfterFiveSecondsOfSilence) {
   dispatcher.dispatch();
   dispatcher.dispatch();
   waitFor([this] { return runner.calls == 5; });
-  EXPECT_EQ(log.count(failure), 0);
   dispatcher.dispatch();
   EXPECT_EQ(log.count(failure), 1);
   EXPECT_EQ(proxy->asked, 1);

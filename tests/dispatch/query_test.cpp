@@ -65,6 +65,14 @@ class QueryTest : public testing::Test {
         });
   }
 
+  // Gives the worker something to do, so that it takes up nothing else until time passes.
+  void occupyWorker() {
+    const auto busy = std::make_shared<FakeQuery>();
+    busy->takes = 20;
+    m_occupying = std::make_unique<obd::Query<FakeQuery>>(busy);
+    m_occupying->dispatch([](bool, const std::shared_ptr<FakeQuery>&) {});
+  }
+
   // What the observer hears of a refresh.
   std::string heard(unsigned int id = Automatic, std::uint32_t time = 100) {
     refresher->refresh(id);
@@ -78,6 +86,9 @@ class QueryTest : public testing::Test {
   std::shared_ptr<FakeQuery> subject = std::make_shared<FakeQuery>();
   std::shared_ptr<Observer> observer = std::make_shared<Observer>();
   std::unique_ptr<FakeRefresher> refresher = makeRefresher(subject);
+
+ private:
+  std::unique_ptr<obd::Query<FakeQuery>> m_occupying;
 };
 
 TEST_F(QueryTest, RefreshTellsStartOutcomeAndEndAndCountsFinishedRuns) {
@@ -128,6 +139,7 @@ TEST_F(QueryTest, ObserverMayRefreshAgainOrDestroyTheRefresherFromWithin) {
 }
 
 TEST_F(QueryTest, NothingIsToldAfterCancelOrToADeadObserver) {
+  occupyWorker();
   refresher->refresh(Automatic);
   refresher->cancel();
   pump();
@@ -141,6 +153,7 @@ TEST_F(QueryTest, NothingIsToldAfterCancelOrToADeadObserver) {
 }
 
 TEST_F(QueryTest, CancelledAndBegunAnewItIsToldOnceAndEndsTwice) {
+  occupyWorker();
   refresher->refresh(1);
   refresher->cancel();
   refresher->refresh(2);
@@ -169,6 +182,7 @@ TEST_F(QueryTest, BegunAnewWhileRunningDeliversTheFreshRunOnly) {
 }
 
 TEST_F(QueryTest, ForgottenItEndsForNobodyEvenWhileItIsBeingTold) {
+  occupyWorker();
   refresher->refresh(1);
   refresher->cancel();
   refresher->refresh(2);
