@@ -1,7 +1,12 @@
 // The program in surroundings that are out to break it.
 
-#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "clifixture.h"
 
@@ -56,6 +61,75 @@ TEST_F(Withstand, ShowsTextsOfStrangersWithoutHarm) {
     EXPECT_FALSE(result.out.empty());
   }
   expectAll(runs[0]->out(), {"\"C......[31m\"", "\".X.\""});
+}
+
+// Wherever signals meet a run that closes down, the code tells of them, or of the run that was over.
+TEST_F(Withstand, EndsWithItsOwnCodeAtASignal) {
+  std::vector<std::pair<const char*, std::unique_ptr<Process>>> runs;
+  for (const char* moment :
+       {"Opening", "Looking for the adapter", "Looking for the vehicle", "Connected", "7E8:"}) {
+    runs.emplace_back(moment, start("codes --protocol can11-500"));
+  }
+  for (const auto& [moment, run] : runs) {
+    SCOPED_TRACE(moment);
+    run->await(moment);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGINT, SIGTERM, SIGHUP, SIGINT, SIGTERM}) {
+      run->sendSignal(number);
+      std::this_thread::sleep_for(Seconds(0.002));
+    }
+    const Result result = run->finish(Prompt);
+    EXPECT_TRUE(result.code == 130 || result.code == 0) << result.code << result.err;
+    EXPECT_EQ(has(result.err, "interrupted"), result.code == 130) << result.err;
+  }
+}
+
+/// A pipe that nobody reads, and that is full.
+class FullPipe {
+ public:
+  explicit FullPipe(const std::string& name) {
+    EXPECT_EQ(::mkfifo(name.c_str(), 0600), 0);
+    m_file = ::open(name.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const std::string block(4096, 'x');
+    while (::write(m_file, block.data(), block.size()) > 0) {
+    }
+  }
+  ~FullPipe() { ::close(m_file); }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+
+ private:
+  int m_file = -1;
+};
+
+// Standard error that takes nothing holds the program in the middle of whatever it is doing. The first signal
+// ends it within a second, another one at once, and the terminal is as it was.
+TEST_F(Withstand, EndsSoonWhereNothingMoves) {
+  using Clock = std::chrono::steady_clock;
+  for (const bool twice : {false, true}) {
+    SCOPED_TRACE(twice);
+    const std::string errors = (m_folder / (twice ? "twice" : "once")).string();
+    const FullPipe full(errors);
+    const auto run = launch("/bin/sh -c 'exec 3<&0; " + program() +
+                                "console --quiet --protocol can11-500 --timeout 50 <&3 2>" + errors +
+                                " & echo pid $! end; wait $!; echo code $?; stty -a'",
+                            Terminal::Both);
+    run->await("end");
+    const pid_t pid = std::stoi(run->out().substr(run->out().find("pid ") + 4));
+    run->await("> ");
+    run->type("1234\n");  // gets no answer, of which standard error cannot be told
+    std::this_thread::sleep_for(Seconds(0.5));
+    const auto begin = Clock::now();
+    ::kill(pid, SIGINT);
+    if (twice) {
+      std::this_thread::sleep_for(Seconds(0.1));
+      ::kill(pid, SIGINT);
+    }
+    run->await("code ");
+    EXPECT_LT(Seconds(Clock::now() - begin).count(), twice ? 0.6 : 1.5);
+    const std::string text = run->finish(Prompt).out;
+    EXPECT_TRUE(has(text, "code 130")) << text;
+    EXPECT_TRUE(has(text, " icanon") && has(text, " echo ")) << text;
+  }
 }
 
 }  // namespace
