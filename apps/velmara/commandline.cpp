@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/command.h"
+#include "terminal/terminalmode.h"
 #include "velmara/client/link.h"
 #include "velmara/client/texts.h"
 
@@ -133,7 +134,7 @@ void complain(const std::string& text, const std::string& advice) {
   }
 }
 
-ExitCode runCommand(Program& program, Command& command) {
+ExitCode tryCommand(Program& program, Command& command) {
   try {
     program.begin();
     const ExitCode code = command.run(program);
@@ -143,11 +144,22 @@ ExitCode runCommand(Program& program, Command& command) {
     complain(failure.what(), failure.advice());
     return exitCodeOf(failure.kind());
   } catch (const Interrupted&) {
+    TerminalMode::resetColors();
     program.notes.warn("velmara: interrupted");
     return ExitCode::Interrupted;
   } catch (const OutputClosed&) {
     return ExitCode::Ok;  // the reader has all that it wanted
   }
+}
+
+// A signal may also come while the command closes down.
+ExitCode runCommand(Program& program, Command& command) {
+  const ExitCode code = tryCommand(program, command);
+  if (code == ExitCode::Interrupted || command.endsBySignal() || !program.waiter->isInterrupted()) {
+    return code;
+  }
+  program.notes.warn("velmara: interrupted");
+  return ExitCode::Interrupted;
 }
 
 ExitCode printText(Output& out, const std::string& text) {

@@ -17,6 +17,7 @@
 #include <hostos/bluetooth.h>
 
 #include "velmara/client/link.h"
+#include "velmara/client/texts.h"
 
 namespace velmara {
 
@@ -95,7 +96,7 @@ std::vector<SerialPort> findSerialPorts() {
   for (const auto& [number, path] : devices) {
     SerialPort port{Link{Link::Kind::Serial, path, 0}.text(), {}, {}, {}};
     if (const auto name = names.find(path); name != names.end()) {
-      port.name = name->second;
+      port.name = printable(name->second);
     }
     checkAccess(path, port);
     ports.push_back(std::move(port));
@@ -113,7 +114,7 @@ BluetoothFinder::~BluetoothFinder() {
 }
 
 std::string BluetoothFinder::error() const {
-  return m_stack->lastError();
+  return printable(m_stack->lastError());
 }
 
 std::vector<BluetoothDevice> BluetoothFinder::devices() {
@@ -127,7 +128,7 @@ std::vector<BluetoothDevice> BluetoothFinder::devices() {
 
 void BluetoothFinder::onDeviceFound(const std::string& name, const std::string& address, int port) {
   const std::lock_guard guard(m_mutex);
-  m_devices[address] = {Link{Link::Kind::Bluetooth, address, port}.text(), name, address};
+  m_devices[address] = {Link{Link::Kind::Bluetooth, address, port}.text(), printable(name), address};
 }
 
 Json toJson(const std::vector<SerialPort>& ports) {

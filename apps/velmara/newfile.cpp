@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <random>
 #include <system_error>
 #include <utility>
 
@@ -12,6 +13,54 @@
 namespace velmara {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The error, or 0.
+int writeAll(int file, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = ::write(file, text.data(), text.size());
+    if (count >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return ::fsync(file) == 0 ? 0 : errno;
+}
+
+// So that a new name is still there after a power cut. Not every file system can do it.
+void syncFolder(const fs::path& folder) {
+  const int file = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (file >= 0) {
+    ::fsync(file);
+    ::close(file);
+  }
+}
+
+}  // namespace
+
+std::error_code replaceFile(const fs::path& target, std::string_view text) {
+  // Random, since a process may have the same number as one that was killed while it wrote.
+  const std::string temporary = fmt::format("{}.{:08x}", target.string(), std::random_device{}());
+  const int file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (file < 0) {
+    return {errno, std::generic_category()};
+  }
+  int error = writeAll(file, text);
+  if (::close(file) != 0 && error == 0) {
+    error = errno;
+  }
+  if (error == 0 && ::rename(temporary.c_str(), target.c_str()) != 0) {
+    error = errno;
+  }
+  if (error != 0) {
+    ::unlink(temporary.c_str());
+  } else {
+    syncFolder(target.parent_path());
+  }
+  return {error, std::generic_category()};
+}
 
 NewFile::NewFile(std::string what, const std::string& name) : m_what(std::move(what)) {
   std::error_code error;
@@ -34,32 +83,8 @@ NewFile::NewFile(std::string what, const std::string& name) : m_what(std::move(w
 }
 
 void NewFile::write(std::string_view text) const {
-  const std::string temporary = fmt::format("{}.{}", m_target.string(), ::getpid());
-  const int file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (file < 0) {
-    throw failure(errno);
-  }
-  int error = 0;
-  while (error == 0 && !text.empty()) {
-    const ssize_t count = ::write(file, text.data(), text.size());
-    if (count >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      error = errno;
-    }
-  }
-  if (error == 0 && ::fsync(file) != 0) {
-    error = errno;
-  }
-  if (::close(file) != 0 && error == 0) {
-    error = errno;
-  }
-  if (error == 0 && ::rename(temporary.c_str(), m_target.c_str()) != 0) {
-    error = errno;
-  }
-  if (error != 0) {
-    ::unlink(temporary.c_str());
-    throw failure(error);
+  if (const std::error_code error = replaceFile(m_target, text)) {
+    throw failure(error.value());
   }
 }
 

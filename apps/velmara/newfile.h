@@ -3,10 +3,15 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "velmara/client/failure.h"
 
 namespace velmara {
+
+/// Writes a file whole or not at all: beside its place, from where it moves there once the disk has it. Gives
+/// what went wrong; what was there before remains then.
+std::error_code replaceFile(const std::filesystem::path& target, std::string_view text);
 
 /// Where a file goes that is to be there whole or not at all.
 class NewFile {

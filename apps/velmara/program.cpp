@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "terminal/terminalmode.h"
 #include "velmara/client/failure.h"
 
 namespace velmara {
@@ -31,6 +32,7 @@ Program::Program() : settings(std::make_shared<SettingsStore>(SettingsStore::def
 void Program::begin() {
   notes.setQuiet(options.quiet);
   out.setColor(!options.noColor);
+  TerminalMode::setColored(out.color());
   if (!settings->complaint().empty()) {
     notes.warn("velmara: " + settings->complaint());
   }

@@ -39,7 +39,6 @@ ProgramSession::~ProgramSession() {
     m_program.notes.warn(
         fmt::format("velmara: The log {} is not whole: its disk may be full.", printable(log)));
   }
-  m_program.waiter->releaseSignals();
 }
 
 void ProgramSession::connect() {
@@ -61,7 +60,6 @@ void ProgramSession::connect() {
       m_program.notes.phase(words);
     }
   };
-  m_program.waiter->releaseAtSignal(true);  // after which connecting closes down
   try {
     Session::connect(link, options);
   } catch (const Failure& failure) {
@@ -75,7 +73,6 @@ void ProgramSession::connect() {
                                     failure.advice(), protocolNames())
                       : "Switch the ignition on, or leave out --protocol so that all are tried.");
   }
-  m_program.waiter->releaseAtSignal(false);
   m_program.notes.endPhases("Connected");
   rememberLink();
 }

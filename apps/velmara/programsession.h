@@ -14,7 +14,7 @@ namespace velmara {
 class ProgramSession : public Session {
  public:
   explicit ProgramSession(Program& program);
-  /// A signal ends the program at once from here on.
+  /// Closes, and complains of a log that is not whole.
   ~ProgramSession() override;
 
   /// Opens the link that the options name, telling each phase. Throws `Failure`, or `Interrupted`.

@@ -1,39 +1,63 @@
 #include "settingsstore.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <fstream>
 #include <limits>
 #include <map>
 #include <mutex>
-#include <random>
 #include <sstream>
+#include <system_error>
+#include <thread>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "newfile.h"
 #include "velmara/client/failure.h"
 
 namespace velmara {
 
 namespace fs = std::filesystem;
 
+using Values = nlohmann::json;
+
 struct SettingsStore::Content {
   std::mutex mutex;
-  nlohmann::json values = nlohmann::json::object();
+  Values values = Values::object();                      // as this run sees them
+  std::map<std::string, std::optional<Values>> changes;  // that the file has not heard of; nothing: forgotten
   std::map<std::string, int> overrides;
-  bool changed = false;
 
   template <typename T>
   void set(const std::string& key, const T& value) {
     const std::lock_guard guard(mutex);
     overrides.erase(key);
-    const auto found = values.find(key);
-    if (found == values.end() || *found != value) {
-      values[key] = value;
-      changed = true;
+    values[key] = value;
+    changes[key] = value;
+  }
+
+  void applyTo(Values& file) const {
+    for (const auto& [key, value] : changes) {
+      if (value) {
+        file[key] = *value;
+      } else {
+        file.erase(key);
+      }
     }
+  }
+
+  bool isKnownTo(const Values& file) const {
+    return std::all_of(changes.begin(), changes.end(), [&file](const auto& change) {
+      const auto found = file.find(change.first);
+      return change.second ? found != file.end() && *found == *change.second : found == file.end();
+    });
   }
 };
 
@@ -43,6 +67,46 @@ std::optional<fs::path> directoryFrom(const char* variable) {
   const char* const value = std::getenv(variable);
   // A relative path does not count.
   return value != nullptr && *value == '/' ? std::optional<fs::path>(value) : std::nullopt;
+}
+
+struct FileContent {
+  enum class State { Missing, Good, Broken, Unreadable };
+
+  State state = State::Missing;
+  Values values = Values::object();
+  int error = 0;  // why it cannot be read; 0 if it is no file
+};
+
+// An empty file holds no settings.
+FileContent readFile(const fs::path& file) {
+  using State = FileContent::State;
+  std::error_code error;
+  if (!fs::exists(file, error) && !error) {
+    return {};
+  }
+  if (!fs::is_regular_file(file, error)) {  // to open a pipe would wait for its other end
+    return {State::Unreadable, {}, error.value()};
+  }
+  errno = 0;
+  std::ifstream stream(file);
+  std::stringstream text;
+  if (!stream || !(text << stream.rdbuf())) {
+    const int reason = errno;
+    const bool empty = fs::file_size(file, error) == 0 && !error;
+    return empty ? FileContent() : FileContent{State::Unreadable, {}, reason};
+  }
+  Values values = Values::parse(text.str(), nullptr, false);
+  return values.is_object() ? FileContent{State::Good, std::move(values), 0}
+                            : FileContent{State::Broken, Values::object(), 0};
+}
+
+Failure notSaved(const fs::path& file, const std::string& why) {
+  return {Failure::Kind::Unusable,
+          fmt::format("The settings cannot be saved in {}: {}.", file.string(), why)};
+}
+
+std::string messageOf(int error) {
+  return std::generic_category().message(error);
 }
 
 // A free name beside the file for what was in it.
@@ -58,6 +122,36 @@ fs::path nameAside(const fs::path& file) {
 }
 
 }  // namespace
+
+// Programs that change the same file take turns. The lock file stays: whoever removed it would leave two
+// programs with a lock each. A lock ends with its program, whatever ends that.
+class SettingsStore::Lock {
+ public:
+  // Throws `Failure`.
+  explicit Lock(const fs::path& file)
+      : m_file(::open((file.string() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
+    if (m_file < 0) {
+      throw notSaved(file, messageOf(errno));
+    }
+    constexpr auto Patience = std::chrono::seconds(5);
+    constexpr auto Pause = std::chrono::milliseconds(2);
+    const auto end = std::chrono::steady_clock::now() + Patience;
+    while (::flock(m_file, LOCK_EX | LOCK_NB) != 0) {
+      const int error = errno;
+      if (error != EWOULDBLOCK || std::chrono::steady_clock::now() > end) {
+        ::close(m_file);
+        throw notSaved(file, error == EWOULDBLOCK ? "another program has locked them" : messageOf(error));
+      }
+      std::this_thread::sleep_for(Pause);
+    }
+  }
+  ~Lock() { ::close(m_file); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+ private:
+  int m_file;
+};
 
 std::optional<fs::path> SettingsStore::defaultFile() {
   if (const auto config = directoryFrom("XDG_CONFIG_HOME")) {
@@ -79,44 +173,39 @@ SettingsStore::SettingsStore(std::optional<fs::path> file)
 SettingsStore::~SettingsStore() = default;
 
 void SettingsStore::load() {
-  std::error_code error;
-  if (!fs::exists(*m_file, error) && !error) {
-    return;
-  }
-  errno = 0;
-  const bool isFile = fs::is_regular_file(*m_file, error);  // to open a pipe would wait for its other end
-  std::ifstream stream;
-  std::stringstream text;
-  if (isFile) {
-    stream.open(*m_file);
-  }
-  if (!isFile || !stream || !(text << stream.rdbuf())) {
-    // An empty file ends here, too; it holds no settings. Anything else stays untouched, unread.
-    if (fs::is_regular_file(*m_file, error) && fs::file_size(*m_file, error) == 0 && !error) {
-      return;
-    }
-    m_complaint =
-        fmt::format("The settings in {} cannot be read{}; this run goes without them and saves none.",
-                    m_file->string(), errno != 0 ? fmt::format(" ({})", std::strerror(errno)) : "");
-    m_file.reset();
-    return;
-  }
-  nlohmann::json values = nlohmann::json::parse(text.str(), nullptr, false);
-  if (values.is_object()) {
-    m_content->values = std::move(values);
-    return;
-  }
-  const fs::path aside = nameAside(*m_file);
-  fs::rename(*m_file, aside, error);
-  if (error) {
-    m_complaint = fmt::format("The settings in {} are broken; this run goes without them and saves none.",
-                              m_file->string());
+  using State = FileContent::State;
+  FileContent content = readFile(*m_file);
+  if (content.state == State::Broken) {
+    moveAside();
+  } else if (content.state == State::Unreadable) {
+    m_complaint = fmt::format(
+        "The settings in {} cannot be read{}; this run goes without them and saves none.", m_file->string(),
+        content.error != 0 ? fmt::format(" ({})", messageOf(content.error)) : "");
     m_file.reset();
   } else {
+    m_content->values = std::move(content.values);
+  }
+}
+
+// Unless another program has just done so: then the file holds good settings again.
+void SettingsStore::moveAside() {
+  try {
+    const Lock lock(target());
+    FileContent content = readFile(*m_file);
+    if (content.state != FileContent::State::Broken) {
+      m_content->values = std::move(content.values);
+      return;
+    }
+    const fs::path aside = nameAside(*m_file);
+    fs::rename(*m_file, aside);
     m_complaint = fmt::format(
         "The settings in {} were broken; they are kept in {}, and all settings are back "
         "at their defaults.",
         m_file->string(), aside.string());
+  } catch (const std::exception&) {  // no lock, or no right to rename
+    m_complaint = fmt::format("The settings in {} are broken; this run goes without them and saves none.",
+                              m_file->string());
+    m_file.reset();
   }
 }
 
@@ -161,8 +250,8 @@ bool SettingsStore::value(const std::string& key, std::string& value) {
 
 bool SettingsStore::remember(const std::string& key, const std::string& value) {
   std::unique_lock guard(m_content->mutex);
-  const nlohmann::json valuesBefore = m_content->values;
-  const bool changedBefore = m_content->changed;
+  const Values valuesBefore = m_content->values;
+  const auto changesBefore = m_content->changes;
   guard.unlock();
   setValue(key, value);
   try {
@@ -171,7 +260,7 @@ bool SettingsStore::remember(const std::string& key, const std::string& value) {
   } catch (const Failure&) {
     guard.lock();
     m_content->values = valuesBefore;
-    m_content->changed = changedBefore;
+    m_content->changes = changesBefore;
     return false;
   }
 }
@@ -179,7 +268,8 @@ bool SettingsStore::remember(const std::string& key, const std::string& value) {
 void SettingsStore::remove(const std::string& key) {
   const std::lock_guard guard(m_content->mutex);
   m_content->overrides.erase(key);
-  m_content->changed = m_content->values.erase(key) != 0 || m_content->changed;
+  m_content->values.erase(key);
+  m_content->changes[key] = std::nullopt;
 }
 
 void SettingsStore::overrideValue(const std::string& key, int value) {
@@ -189,36 +279,37 @@ void SettingsStore::overrideValue(const std::string& key, int value) {
 
 void SettingsStore::sync() {
   const std::lock_guard guard(m_content->mutex);
-  if (!m_content->changed || !m_file) {
+  if (m_content->changes.empty() || !m_file) {
     return;
   }
+  const fs::path file = target();
+  if (!m_content->isKnownTo(readFile(file).values)) {
+    std::error_code ignored;  // the lock will say so
+    fs::create_directories(file.parent_path(), ignored);
+    const Lock lock(file);
+    write(file);
+  }
+  m_content->changes.clear();
+}
+
+// Somebody's settings may be a link into another folder; the link shall stay.
+fs::path SettingsStore::target() const {
   std::error_code error;
-  // Somebody's settings may be a link into another folder; the link shall stay.
-  fs::path target = fs::weakly_canonical(*m_file, error);
-  if (error) {
-    target = *m_file;
+  fs::path file = fs::weakly_canonical(*m_file, error);
+  return error ? *m_file : file;
+}
+
+// Under the lock. What has become unreadable since the start is somebody else's: it stays.
+void SettingsStore::write(const fs::path& file) {
+  FileContent content = readFile(file);
+  if (content.state == FileContent::State::Unreadable || content.state == FileContent::State::Broken) {
+    throw notSaved(file, "it does not hold settings any more");
   }
-  fs::create_directories(target.parent_path(), error);
-  fs::path temporary = target;
-  temporary += fmt::format(".{:08x}", std::random_device{}());
-  errno = 0;
-  {
-    std::ofstream stream(temporary);
-    stream << m_content->values.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    stream.close();
-    if (!stream) {
-      error = std::error_code(errno, std::generic_category());
-    } else {
-      fs::rename(temporary, target, error);
-    }
+  m_content->applyTo(content.values);
+  const std::string text = content.values.dump(2, ' ', false, Values::error_handler_t::replace) + '\n';
+  if (const std::error_code error = replaceFile(file, text)) {
+    throw notSaved(file, error.message());
   }
-  if (error) {
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-    throw Failure(Failure::Kind::Unusable,
-                  fmt::format("The settings cannot be saved in {}: {}.", target.string(), error.message()));
-  }
-  m_content->changed = false;
 }
 
 }  // namespace velmara

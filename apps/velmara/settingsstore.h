@@ -11,6 +11,9 @@ namespace velmara {
 
 /// Settings in a JSON file: one object, a number or a text per key. What the file holds besides is kept as it
 /// is. All operations but the construction may come from any thread.
+///
+/// Several programs may share the file. Each goes by what it read when it began; its own changes, and nothing
+/// else, go into what the file holds when it writes, under a lock on a file beside it.
 class SettingsStore : public obd::ISettings {
  public:
   /// Where the settings of this user are: under XDG_CONFIG_HOME or ~/.config. Nothing if the user has no
@@ -38,13 +41,18 @@ class SettingsStore : public obd::ISettings {
   /// Lets a key read as `value` in this run. The file does not hear of it.
   void overrideValue(const std::string& key, int value);
 
-  /// Writes the file if anything has changed: whole or not at all. Throws `Failure` if it cannot be written.
+  /// Writes the file if anything has changed: whole or not at all. Throws `Failure` if it cannot be written,
+  /// or if another program has it locked for seconds.
   void sync() override;
 
  private:
   struct Content;
+  class Lock;
 
   void load();
+  void moveAside();
+  std::filesystem::path target() const;
+  void write(const std::filesystem::path& file);
 
   std::optional<std::filesystem::path> m_file;
   std::string m_complaint;

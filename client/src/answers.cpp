@@ -40,6 +40,41 @@ std::shared_ptr<obd::ObdParameter> firstListOf(obd::ObdMode mode, obd::ObdProtoc
   return std::make_shared<obd::Service09Oids>(First);
 }
 
+// Asks the adapter itself, which answers this also where no vehicle does (ELM327 data sheet).
+class AdapterQuestion : public obd::IQuery {
+ public:
+  UpdateStatus update(const std::shared_ptr<obd::IObdProxy>& proxy) override {
+    constexpr unsigned Timeout = 1000;  // ms
+    clear();
+    proxy->sendCommand("ATI", m_reply, Timeout);
+    return m_reply.empty() ? NoData : Updated;
+  }
+  void clear() override { m_reply.clear(); }
+
+ private:
+  std::string m_reply;
+};
+
+// A vehicle may keep silent; an adapter that says nothing either has fallen silent itself. Asked twice, as
+// one answer may be lost.
+void expectAdapter(Session& session) {
+  constexpr int Tries = 2;
+  for (int i = 0; i < Tries; ++i) {
+    const auto question = std::make_shared<Question>(std::make_shared<AdapterQuestion>());
+    bool sent = false;
+    session.pumpUntil([&] {
+      sent = sent || obd::Dispatcher::getInstance().update(question);
+      return sent && question->isAnswered();
+    });
+    if (question->hasSucceeded()) {
+      return;
+    }
+  }
+  throw Failure(Failure::Kind::LinkLost,
+                fmt::format("The adapter on {} does not answer any more.", session.link().text()),
+                adviceForAdapter(session.link()));
+}
+
 double seconds(milliseconds time) {
   return std::chrono::duration<double>(time).count();
 }
@@ -53,6 +88,7 @@ void Answers::heard(bool success) {
   alive();
   ++m_heard;
   m_succeeded += success ? 1U : 0U;
+  m_endsSilent = !success;
   tellProgress();
 }
 
@@ -63,6 +99,7 @@ void Answers::heard(const Outcome& outcome) {
   }
   m_unusable += outcome.state == Outcome::State::Unusable ? 1U : 0U;
   heard(outcome.state == Outcome::State::Read);
+  m_endsSilent = outcome.state == Outcome::State::NoAnswer;
 }
 
 void Answers::alive() {
@@ -135,6 +172,9 @@ bool Answers::tooLong() {
 
 void Answers::conclude(Section& section) const {
   using State = Section::State;
+  if (m_endsSilent || gaveUp()) {
+    expectAdapter(m_session);
+  }
   const std::size_t wanted = std::max(m_heard, m_expected);
   section.reason = m_givenUp;
   if (m_succeeded == 0) {

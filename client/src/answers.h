@@ -42,7 +42,8 @@ class Answers {
   void waitUntil(const std::function<bool()>& done);
 
   bool gaveUp() const { return !m_givenUp.empty(); }
-  /// Sets state and reason.
+  /// Sets state and reason. Throws `Failure` (LinkLost) if nothing came at the end and the adapter is silent,
+  /// too.
   void conclude(Section& section) const;
 
  private:
@@ -59,8 +60,9 @@ class Answers {
   std::size_t m_succeeded = 0;
   std::size_t m_refused = 0;
   std::size_t m_unusable = 0;
-  std::string m_refusal;    // the reason of the last one
-  std::size_t m_signs = 0;  // of life
+  bool m_endsSilent = true;  // nothing came of the last question
+  std::string m_refusal;     // the reason of the last one
+  std::size_t m_signs = 0;   // of life
   bool m_finished = false;
   std::string m_givenUp;
   Stopwatch m_begin;

@@ -7,6 +7,7 @@
 #include "rawrequest.h"
 #include "sectionreader.h"
 #include "services/iecuservice.h"
+#include "velmara/client/texts.h"
 #include "vinframes.h"
 
 namespace velmara {
@@ -67,7 +68,7 @@ class InfoReader : private SectionReader<obd::IEcuService, obd::IEcuServiceObser
   void take(const Value& value, std::optional<Value>& place, Outcome& outcome) {
     outcome = outcomeOf(service().lastReply(), !value.empty());
     if (outcome.state == Outcome::State::Read) {
-      place = value;
+      place = printable(value);
     }
     answers().heard(outcome);
   }

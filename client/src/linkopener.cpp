@@ -14,6 +14,7 @@
 
 #include "link/descriptors.h"
 #include "velmara/client/failure.h"
+#include "velmara/client/texts.h"
 
 namespace velmara {
 
@@ -54,7 +55,7 @@ std::string openLink(const Link& link, obd::IConnectionManager& manager, obd::Ve
   switch (link.kind) {
     case Link::Kind::Demo: {
       const std::shared_ptr<simulator::Vehicle> vehicle = loadVehicle(link.target);
-      words += " (" + vehicle->name() + ")";
+      words += " (" + printable(vehicle->name()) + ")";
       started = manager.openBus(simulator::makeBus(vehicle), protocol);
       break;
     }

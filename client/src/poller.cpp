@@ -271,7 +271,7 @@ void Poller::State::onSensorUpdated(bool /*success*/,
   }
   std::vector<SensorReading> told;
   for (const std::shared_ptr<obd::SensorValueDataModel>& value : values) {
-    SensorReading reading{value->uid, value->value, !value->minimum.empty(), {}, {}, {}};
+    SensorReading reading{value->uid, printable(value->value), !value->minimum.empty(), {}, {}, {}};
     if (reading.numeric) {
       Statistics& statistics = m_statistics[value->uid];
       statistics.add(value->value);

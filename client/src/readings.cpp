@@ -41,8 +41,9 @@ void appendReadings(const obd::ParameterDescriptor& parameter,
     const auto found = std::find_if(sensors.begin(), sensors.end(),
                                     [&value](const Sensor& sensor) { return sensor.uid == value->uid; });
     if (found != sensors.end()) {
-      readings.push_back({found->label, found->name, found->numeric ? finiteText(value->value) : value->value,
-                          found->unit, found->numeric});
+      readings.push_back({found->label, found->name,
+                          found->numeric ? finiteText(value->value) : printable(value->value), found->unit,
+                          found->numeric});
     }
   }
 }

@@ -119,7 +119,8 @@ class CsvReader {
 };
 
 // "Engine speed [rpm]" has its unit in brackets.
-Recording::Series seriesOf(const std::string& title) {
+Recording::Series seriesOf(const std::string& cell) {
+  const std::string title = printable(withoutGuard(cell));
   const std::size_t bracket = title.rfind(" [");
   if (bracket == std::string::npos || title.back() != ']') {
     return {title, {}, {}};

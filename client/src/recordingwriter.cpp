@@ -13,7 +13,14 @@ namespace velmara {
 
 namespace {
 
-std::string csvCell(const std::string& text) {
+constexpr std::string_view FormulaStarts = "=+-@\t\r";
+
+bool beginsFormula(std::string_view text) {
+  return !text.empty() && FormulaStarts.find(text.front()) != FormulaStarts.npos;
+}
+
+std::string csvCell(const std::string& cell) {
+  const std::string text = guarded(cell);
   if (text.find_first_of("\",\r\n") == std::string::npos) {
     return text;
   }
@@ -33,6 +40,17 @@ std::string clockText(std::chrono::system_clock::time_point time) {
 
 }  // namespace
 
+std::string guarded(std::string cell) {
+  return beginsFormula(cell) && !finiteNumber(cell) ? "'" + cell : cell;
+}
+
+std::string withoutGuard(std::string cell) {
+  if (cell.starts_with('\'') && beginsFormula(std::string_view(cell).substr(1))) {
+    cell.erase(0, 1);
+  }
+  return cell;
+}
+
 RecordingWriter::RecordingWriter(const std::vector<Column>& columns, Write write)
     : m_write(std::move(write)), m_cells(columns.size()), m_filled(columns.size(), false) {
   std::map<std::string, int> uses;
@@ -41,14 +59,14 @@ RecordingWriter::RecordingWriter(const std::vector<Column>& columns, Write write
   }
   std::string header = fmt::format("{},{}", TimeTitle, ClockTitle);
   for (const Column& column : columns) {
-    std::string title = printable(column.name);
+    std::string title = column.name;
     if (uses[column.name] > 1) {
       title += fmt::format(" ({})", column.label);
     }
     if (!column.unit.empty()) {
       title += fmt::format(" [{}]", column.unit);
     }
-    header += "," + csvCell(title);
+    header += "," + csvCell(printable(title));
   }
   m_write(header + "\r\n");
 }

@@ -125,7 +125,7 @@ class Session::State : private obd::IConnectionServiceObserver {
   void onConnectionPhaseChanged(LibraryPhase phase) override {
     if (phase == LibraryPhase::PhaseFailed) {
       if (!m_failed) {
-        m_reason = connection->connectionMessage();
+        m_reason = printable(connection->connectionMessage());
         m_failed = true;
       }
     } else if (phase > m_phase) {  // a phase may be told twice

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <system_error>
 
 namespace velmara {
@@ -20,6 +21,22 @@ std::optional<double> number(std::string_view text) {
     return std::nullopt;
   }
   return value;
+}
+
+// Unicode: C0 and C1, the marks, embeddings and isolates of bidirectional text, ends of lines and paragraphs,
+// what has no width, and what is no character at all.
+bool isHarmless(unsigned code) {
+  struct Range {
+    unsigned first;
+    unsigned last;
+  };
+  constexpr Range Harmful[] = {{0x00, 0x1F},     {0x7F, 0x9F},      {0x61C, 0x61C},   {0x200B, 0x200F},
+                               {0x2028, 0x202E}, {0x2060, 0x206F},  {0xFDD0, 0xFDEF}, {0xFEFF, 0xFEFF},
+                               {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
+  const bool isNoncharacter = (code & 0xFFFEU) == 0xFFFE;
+  return !isNoncharacter && std::none_of(std::begin(Harmful), std::end(Harmful), [code](const Range& range) {
+    return code >= range.first && code <= range.last;
+  });
 }
 
 }  // namespace
@@ -72,13 +89,19 @@ std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
     const std::optional<Character> character = firstCharacter(text);
-    const bool shown =
-        character && character->code >= 0x20 && (character->code < 0x7F || character->code > 0x9F);
+    const bool shown = character && isHarmless(character->code);
     const std::size_t length = character ? character->length : 1;
     result += shown ? text.substr(0, length) : ".";
     text.remove_prefix(length);
   }
   return result;
+}
+
+std::vector<std::string> printable(std::vector<std::string> texts) {
+  for (std::string& text : texts) {
+    text = printable(text);
+  }
+  return texts;
 }
 
 std::optional<double> finiteNumber(std::string_view text) {

@@ -124,8 +124,11 @@ TEST(UntrustedText, ShowsNoControlCharacters) {
        "a.31m\xC2\xB0."},  // a control character, and half a character
       {"ELM\x80\xFF"
        "327\xE9",
-       "ELM..327."},                      // noise, Latin-1
-      {"\xC0\xAF\xED\xA0\x80", "....."},  // too long a form, half of a pair
+       "ELM..327."},                                          // noise, Latin-1
+      {"\xC0\xAF\xED\xA0\x80", "....."},                      // too long a form, half of a pair
+      {"a\u202Eb\u2066c\u200Fd\u061C", "a.b.c.d."},           // runs backwards
+      {"a\u2028b\uFEFFc\uFFFEd\U000E0041", "a.b.c.d."},       // ends a line, shows nothing, is none
+      {"\xF4\x90\x80\x80\xF8\x88\x80\x80\x80", "........."},  // beyond Unicode, of five bytes
       {"k\xCE\xA9 \xF0\x9F\x9A\x97", "k\xCE\xA9 \xF0\x9F\x9A\x97"}};
   for (const auto& [text, shown] : cases) {
     EXPECT_EQ(printable(text), shown);

@@ -125,6 +125,31 @@ TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
   }
 }
 
+// An adapter that says nothing any more is not one whose vehicle has no answers: reading ends soon, and says
+// so.
+TEST_F(ClientTest, EndsWithAnAdapterThatHasFallenSilent) {
+  constexpr std::uint32_t Soon = 40000;
+  load("petrol-can11");
+  unsigned opening = 0;
+  simulator::AdapterOptions counting;
+  counting.faults.onExchange = [&opening](unsigned number, const std::string&) { opening = number; };
+  session.connect(simulator::makeBus(vehicle, counting), "test");
+  session.disconnect();
+  for (const unsigned later : {1U, 2U, 12U, 40U}) {
+    SCOPED_TRACE(later);
+    simulator::AdapterOptions adapter;
+    adapter.faults = simulator::FaultPlan::parse(fmt::format("silence@{}-", opening + later));
+    session.connect(simulator::makeBus(vehicle, adapter), "test");
+    const std::uint32_t start = clock.milliseconds();
+    UnitReport report;
+    EXPECT_EQ(failureOf([&] { readUnit(session, unit(), {}, false, report); }), Kind::LinkLost);
+    EXPECT_LT(clock.milliseconds() - start, Soon);
+    EXPECT_EQ(report.info.state == State::NotRead, later < 6);
+    EXPECT_EQ(report.routines.state, State::NotRead);
+    session.disconnect();
+  }
+}
+
 // Work of somebody else that takes its time.
 class SlowTask : public obd::IDispatchable {
  public:

@@ -37,6 +37,29 @@ TEST(RecordingText, WhatIsNoNumberLeavesItsCellEmpty) {
   EXPECT_EQ(recording.series[1].points[1].value, 91);
 }
 
+// What a spreadsheet would run is a text to it, and the same text again to whoever reads the recording.
+TEST(RecordingText, HoldsNoFormulas) {
+  std::vector<std::string> rows;
+  RecordingWriter writer(
+      {{"03", "=HYPERLINK(\"x\",\"y\")", ""}, {"05", "@Heat\u202E\x9B", "°C"}, {"06", "-A", ""}},
+      [&](const std::string& row) { rows.push_back(row); });
+  writer.add(0, "+cmd|' /C calc'!A0", 0.5);
+  writer.add(1, "-40.0", 0.6);
+  writer.add(2, "-5e-3", 0.7);
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_TRUE(rows[0].ends_with(",\"'=HYPERLINK(\"\"x\"\",\"\"y\"\")\",'@Heat.. [°C],'-A\r\n")) << rows[0];
+  EXPECT_TRUE(rows[1].ends_with(",'+cmd|' /C calc'!A0,-40.0,-5e-3\r\n")) << rows[1];
+
+  const Recording recording = readRecording(rows[0] + rows[1], "test");
+  EXPECT_EQ(recording.textColumns, std::vector<std::string>{"=HYPERLINK(\"x\",\"y\")"});
+  ASSERT_EQ(recording.series.size(), 2U);
+  EXPECT_EQ(recording.series[0].name, "@Heat..");
+  EXPECT_EQ(recording.series[0].points[0].value, -40);
+  EXPECT_EQ(recording.series[1].name, "-A");
+  // Nobody knows who wrote a recording.
+  EXPECT_EQ(readRecording("Time [s],A\x9B\u202E[2J [V]\n1,1\n", "test").series[0].name, "A..[2J");
+}
+
 // As earlier programs wrote them.
 TEST(RecordingText, NumbersThatAreNotFiniteDoNotCount) {
   const Recording recording =

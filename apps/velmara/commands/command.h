@@ -27,6 +27,8 @@ class Command {
   virtual std::string examples() const = 0;
   /// Whether the options about the link apply.
   virtual bool needsVehicle() const { return true; }
+  /// Whether a signal is how it ends, and so interrupts nothing.
+  virtual bool endsBySignal() const { return false; }
 
   /// Declares the command's own options.
   virtual void declare(Options& options) = 0;

@@ -150,7 +150,7 @@ class ConsoleCommand : public Command, private obd::ITroubleshootingServiceObser
     ++m_asked;
     m_failures += m_success ? 0U : 1U;
     if (m_json) {
-      printJson(program.out, {{"request", request}, {"success", m_success}, {"lines", lines}});
+      printJson(program.out, {{"request", printable(request)}, {"success", m_success}, {"lines", lines}});
     } else {
       for (const std::string& line : lines) {
         program.out.line(line);

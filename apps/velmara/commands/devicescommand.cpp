@@ -25,7 +25,7 @@ void print(Output& out, const std::vector<SerialPort>& ports) {
   Table table({{"Link"}, {"Device"}, {"Access"}});
   std::set<std::string> groups;
   for (const SerialPort& port : ports) {
-    table.add({printable(port.link), printable(port.name), port.problem.empty() ? "yes" : port.problem},
+    table.add({printable(port.link), port.name, port.problem.empty() ? "yes" : port.problem},
               port.problem.empty() ? Tone::Plain : Tone::Caution);
     if (!port.group.empty()) {
       groups.insert(port.group);
@@ -43,12 +43,12 @@ void print(Output& out, const std::vector<BluetoothDevice>& devices, const std::
   if (!devices.empty()) {
     Table table({{"Link"}, {"Device"}});
     for (const BluetoothDevice& device : devices) {
-      table.add({device.link, printable(device.name)});
+      table.add({device.link, device.name});
     }
     table.print(out, 2);
   }
   if (!error.empty()) {
-    out.line(out.toned("  " + printable(error), Tone::Caution));
+    out.line(out.toned("  " + error, Tone::Caution));
   }
 }
 

@@ -112,6 +112,8 @@ class ServeCommand : public Command {
            "  velmara serve 0C 0D                        reads these even if no page shows them\n";
   }
 
+  bool endsBySignal() const override { return true; }
+
   void declare(Options& options) override {
     options.value(
         "PID", m_always, "",
@@ -163,7 +165,6 @@ class ServeCommand : public Command {
       printAddresses(program, address.host, server, token);
       session.run();
     } catch (const Interrupted&) {  // the way in which it ends
-      program.waiter->releaseSignals();
       end();
       return ExitCode::Ok;
     } catch (...) {

@@ -122,7 +122,6 @@ void SharedSession::openNow(const Link& link, const Protocol& protocol) {
   };
   setStage(Stage::Connecting, "Opening " + link.text());
   m_program.loop.resume();
-  m_program.waiter->releaseAtSignal(true);  // after which connecting closes down
   try {
     m_session.connect(link, options);
     opened();
@@ -135,7 +134,6 @@ void SharedSession::openNow(const Link& link, const Protocol& protocol) {
       setStage(Stage::Failed, failure.what(), failure.advice());
     }
   }
-  m_program.waiter->releaseAtSignal(false);
 }
 
 void SharedSession::opened() {

@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include "terminal/terminalmode.h"
+
 namespace velmara {
 
 namespace {
@@ -32,18 +34,15 @@ LineInput::LineInput(Output& out, std::optional<std::filesystem::path> historyFi
     : m_out(out),
       m_historyFile(std::move(historyFile)),
       m_terminal(::isatty(STDIN_FILENO) != 0),
-      m_editing(m_terminal && out.isTerminal() && ::tcgetattr(STDIN_FILENO, &m_before) == 0) {
+      m_editing(m_terminal && out.isTerminal() && TerminalMode::setRaw()) {
   if (m_editing) {
     loadHistory();
-    termios raw = m_before;
-    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    ::tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
   }
 }
 
 LineInput::~LineInput() {
   if (m_editing) {
-    ::tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
+    TerminalMode::restore();
     if (m_shown) {
       std::fputs("\n", stderr);
     }

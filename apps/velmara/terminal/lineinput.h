@@ -1,7 +1,5 @@
 #pragma once
 
-#include <termios.h>
-
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -50,7 +48,6 @@ class LineInput {
   bool m_editing;
   bool m_shown = false;
   bool m_ended = false;
-  termios m_before{};
   std::string m_pending;  // read, not taken
 
   std::string m_line;

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "terminal/output.h"
+#include "velmara/client/texts.h"
 
 namespace velmara {
 
@@ -31,7 +32,7 @@ void Notes::note(const std::string& text) {
 
 void Notes::warn(const std::string& text) {
   clearLine();
-  std::fprintf(stderr, "%s\n", text.c_str());
+  std::fprintf(stderr, "%s\n", printable(text).c_str());
 }
 
 void Notes::phase(const std::string& text) {
@@ -62,7 +63,7 @@ void Notes::progress(const std::string& text) {
     return;
   }
   m_lastTick = now;
-  std::fprintf(stderr, "\r%s\x1b[K", text.c_str());
+  std::fprintf(stderr, "\r%s\x1b[K", printable(text).c_str());
   std::fflush(stderr);
   m_lineOpen = true;
 }

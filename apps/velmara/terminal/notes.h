@@ -5,7 +5,7 @@
 
 namespace velmara {
 
-/// Standard error: progress and complaints.
+/// Standard error: progress and complaints. Texts are one line each; whatever else is in them shows as dots.
 class Notes {
  public:
   Notes();

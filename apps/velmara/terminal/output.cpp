@@ -77,19 +77,31 @@ void Output::line(std::string_view text) {
 void Output::flush() {
   std::string pending;
   pending.swap(m_buffer);
-  for (std::size_t done = 0; done < pending.size();) {
-    m_waiter.waitWritable(STDOUT_FILENO);
-    const ssize_t count =
-        ::write(STDOUT_FILENO, pending.data() + done, std::min(WriteSize, pending.size() - done));
-    if (count >= 0) {
-      done += static_cast<std::size_t>(count);
-    } else if (errno == EPIPE) {
-      throw OutputClosed();
-    } else if (errno != EINTR && errno != EAGAIN) {
-      throw Failure(Failure::Kind::Unusable,
-                    fmt::format("The output cannot be written: {}.", std::strerror(errno)));
+  std::size_t done = 0;
+  try {
+    while (done < pending.size()) {
+      done += writeSome(std::string_view(pending).substr(done));
     }
+  } catch (const Interrupted&) {
+    m_buffer.insert(0, pending, done);
+    throw;
   }
+}
+
+std::size_t Output::writeSome(std::string_view text) {
+  m_waiter.waitWritable(STDOUT_FILENO);
+  const ssize_t count = ::write(STDOUT_FILENO, text.data(), std::min(WriteSize, text.size()));
+  if (count >= 0) {
+    return static_cast<std::size_t>(count);
+  }
+  if (errno == EPIPE) {
+    throw OutputClosed();
+  }
+  if (errno != EINTR && errno != EAGAIN) {
+    throw Failure(Failure::Kind::Unusable,
+                  fmt::format("The output cannot be written: {}.", std::strerror(errno)));
+  }
+  return 0;
 }
 
 std::size_t Output::width() const {

@@ -18,8 +18,8 @@ bool isTerminalFile(int file);
 std::vector<std::string> wrapped(std::string_view text, std::size_t width);
 
 /// Standard output: results and nothing else. Buffered until `flush`. Writing is broken off by a signal, so
-/// that a reader that does not read never hangs the program. Throws `OutputClosed`, `Interrupted` or
-/// `Failure`.
+/// that a reader that does not read never hangs the program; a `flush` after that goes on where it was.
+/// Throws `OutputClosed`, `Interrupted` or `Failure`.
 class Output {
  public:
   explicit Output(TerminalWaiter& waiter);
@@ -41,6 +41,8 @@ class Output {
   std::string toned(const std::string& text, Tone tone) const;
 
  private:
+  std::size_t writeSome(std::string_view text);
+
   TerminalWaiter& m_waiter;
   bool m_terminal;
   bool m_color;

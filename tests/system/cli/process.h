@@ -12,6 +12,13 @@ namespace clitest {
 
 using Seconds = std::chrono::duration<double>;
 
+/// How many times as long things may take under the sanitizers.
+#ifdef VELMARA_SANITIZED
+inline constexpr double Slowness = 6;
+#else
+inline constexpr double Slowness = 1;
+#endif
+
 inline constexpr Seconds Limit{40};  // for a whole run, also on a slow machine
 inline constexpr Seconds Prompt{5};  // for an end after a signal
 

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "report/htmlreport.h"
 #include "report/json.h"
@@ -75,6 +78,7 @@ class SettingsFile : public testing::Test {
     for (const auto& entry : std::filesystem::directory_iterator(m_file.parent_path())) {
       names.insert(entry.path().filename());
     }
+    names.erase("settings.json.lock");  // which stays
     return names;
   }
 
@@ -152,6 +156,72 @@ TEST_F(SettingsFile, BrokenOnesAreKeptAside) {
   EXPECT_EQ(files().size(), 6U);
   write("");
   EXPECT_EQ(SettingsStore(m_file).complaint(), "");
+}
+
+// Programs that run at the same time: each change is kept, and nobody ever reads half a file.
+TEST_F(SettingsFile, KeepsTheChangesOfAll) {
+  constexpr int Programs = 4;
+  constexpr int Changes = 15;
+  write(R"({"mine": [1], "gone": 1, "shared": 0})");
+  std::atomic<int> complaints{0};
+  std::vector<std::thread> programs;
+  for (int program = 0; program < Programs; ++program) {
+    programs.emplace_back([this, program, &complaints] {
+      for (int change = 0; change < Changes; ++change) {
+        SettingsStore store(m_file);
+        complaints += store.complaint().empty() ? 0 : 1;
+        store.setValue(std::to_string(program) + "-" + std::to_string(change), change);
+        store.setValue("shared", program);
+        store.remove("gone");
+        store.sync();
+      }
+    });
+  }
+  for (std::thread& program : programs) {
+    program.join();
+  }
+  EXPECT_EQ(complaints, 0);
+  SettingsStore store(m_file);
+  for (int program = 0; program < Programs; ++program) {
+    for (int change = 0; change < Changes; ++change) {
+      int number = -1;
+      EXPECT_TRUE(store.value(std::to_string(program) + "-" + std::to_string(change), number));
+      EXPECT_EQ(number, change);
+    }
+  }
+  int number = 0;
+  EXPECT_FALSE(store.value("gone", number));
+  EXPECT_NE(read(m_file).find("mine"), std::string::npos);
+  EXPECT_EQ(files(), (std::set<std::string>{"settings.json"}));
+}
+
+// A run goes by what it read, and what it did not change is not its own to write.
+TEST_F(SettingsFile, LeavesTheChangesOfOthersAlone) {
+  write(R"({"a": 1, "b": 1})");
+  SettingsStore one(m_file);
+  SettingsStore other(m_file);
+  one.setValue("a", 2);
+  one.sync();
+  int number = 0;
+  EXPECT_TRUE(other.value("a", number));
+  EXPECT_EQ(number, 1);
+  other.setValue("b", 3);
+  other.sync();
+  other.setValue("a", 1);  // as it read it, but meant all the same
+  SettingsStore later(m_file);
+  EXPECT_TRUE(later.value("a", number));
+  EXPECT_EQ(number, 2);
+  other.sync();
+  SettingsStore latest(m_file);
+  EXPECT_TRUE(latest.value("a", number));
+  EXPECT_EQ(number, 1);
+  EXPECT_TRUE(latest.value("b", number));
+  EXPECT_EQ(number, 3);
+  // What others have broken since is not overwritten.
+  write("[");
+  other.setValue("b", 4);
+  EXPECT_THROW(other.sync(), Failure);
+  EXPECT_EQ(read(m_file), "[");
 }
 
 TEST_F(SettingsFile, NumbersOutOfRangeDoNotCount) {

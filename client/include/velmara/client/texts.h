@@ -1,11 +1,13 @@
 #pragma once
 
-// Texts in UTF-8. What an adapter or a file holds is not to be trusted.
+// Texts in UTF-8. What an adapter or a file holds is not to be trusted: it is made `printable` where it
+// enters the client's plain data, so that whoever writes it need not think of it.
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <tavrix/export.h>
 
@@ -23,8 +25,10 @@ struct Character {
 };
 VELMARA_EXPORT std::optional<Character> firstCharacter(std::string_view text);
 
-/// A text for people: control characters and bytes that are no UTF-8 become dots.
+/// A text for people: each control character, each character that changes the direction of the text or ends
+/// its line, and each byte that is no UTF-8 becomes a dot.
 VELMARA_EXPORT std::string printable(std::string_view text);
+VELMARA_EXPORT std::vector<std::string> printable(std::vector<std::string> texts);
 
 /// The number that a text is from its first to its last character; nothing if it is none, or is no finite
 /// one.
