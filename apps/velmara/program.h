@@ -15,10 +15,12 @@ namespace velmara {
 
 /// What every command takes from the command line.
 struct CommonOptions {
-  std::string link;      ///< empty: the setting "link", the last one, or the simulated vehicle
-  std::string protocol;  ///< empty: automatic
-  std::string unit;      ///< empty: the setting "unit"
-  std::string logFile;   ///< empty: no log
+  std::string link;       ///< empty: the setting "link", the last one, or the simulated vehicle
+  std::string protocol;   ///< empty: automatic
+  std::string unit;       ///< empty: the setting "unit"
+  std::string logFile;    ///< empty: no log
+  std::string traceFile;  ///< empty: no trace
+  bool verbose = false;
   bool quiet = false;
   bool noColor = false;
 };

@@ -11,6 +11,7 @@
 #include "exitcode.h"
 #include "velmara/client/library.h"
 #include "velmara/client/texts.h"
+#include "velmara/client/tracewriter.h"
 
 namespace velmara {
 
@@ -26,14 +27,29 @@ std::string protocolNames() {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
+std::shared_ptr<TraceWriter> makeTrace(const std::string& file) {
+  try {
+    return file.empty() ? nullptr : std::make_shared<TraceWriter>(file);
+  } catch (const Failure& failure) {
+    throw Failure(failure.kind(), failure.what(),
+                  failure.kind() == Failure::Kind::FileExists ? "Choose another name, or remove it." : "");
+  }
+}
+
 }  // namespace
 
 ProgramSession::ProgramSession(Program& program)
-    : Session(program.loop, {program.options.logFile, program.settings}), m_program(program) {}
+    : Session(program.loop, {program.options.logFile, program.settings}),
+      m_program(program),
+      m_trace(makeTrace(program.options.traceFile)) {}
 
 ProgramSession::~ProgramSession() {
   m_program.notes.endPhases();
+  tellMissing();
   close();
+  if (m_trace && !m_trace->failure().empty()) {
+    m_program.notes.warn("velmara: The trace is not whole. " + printable(m_trace->failure()));
+  }
   if (const std::string& log = m_program.options.logFile; !log.empty() && !isWholeLog(log)) {
     m_program.logIsCut = true;
     m_program.notes.warn(
@@ -48,6 +64,7 @@ void ProgramSession::connect() {
   if (!m_program.options.protocol.empty()) {
     options.protocol = parseProtocol(m_program.options.protocol);
   }
+  options.trace = m_trace;
   std::string told;
   options.progress = [this, &told, demo = link.kind == Link::Kind::Demo](Phase /*phase*/,
                                                                          const std::string& words) {
@@ -105,9 +122,24 @@ Link ProgramSession::chosenLink() const {
 // What only simulates does not take the place of the user's own adapter.
 void ProgramSession::rememberLink() {
   const bool named = !m_program.options.link.empty();
-  if (named && link().kind != Link::Kind::Demo &&
-      !m_program.settings->remember(LastLinkSetting, link().text())) {
+  if (named && !link().isSimulated() && !m_program.settings->remember(LastLinkSetting, link().text())) {
     m_program.notes.note("The link is not remembered: the settings cannot be saved.");
+  }
+}
+
+void ProgramSession::tellMissing() {
+  const std::vector<MissingRequest> missing = missingRequests();
+  if (missing.empty()) {
+    return;
+  }
+  if (!m_program.options.verbose) {
+    m_program.notes.note(
+        fmt::format("Requests that the trace does not hold: {}; --verbose lists them", missing.size()));
+    return;
+  }
+  m_program.notes.note("The trace does not hold these requests:");
+  for (const MissingRequest& row : missing) {
+    m_program.notes.note(fmt::format("  {} (sent {} times)", row.request, row.count));
   }
 }
 

@@ -31,8 +31,10 @@ class ProgramSession : public Session {
  private:
   Link chosenLink() const;
   void rememberLink();
+  void tellMissing();
 
   Program& m_program;
+  std::shared_ptr<TraceWriter> m_trace;
 };
 
 /// Shows on standard error which section of a unit is being read.
