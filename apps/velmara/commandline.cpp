@@ -57,6 +57,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   }
   commands.push_back(makeRoutineCommand());
   commands.push_back(makeConsoleCommand());
+  commands.push_back(makeTraceCommand());
   commands.push_back(makeLookupCommand());
   commands.push_back(makeSettingsCommand());
   return commands;

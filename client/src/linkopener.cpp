@@ -43,7 +43,7 @@ std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
   }
 }
 
-std::shared_ptr<simulator::Replay> loadTrace(const Link& link) {
+std::shared_ptr<simulator::Replay> loadReplay(const Link& link) {
   try {
     return std::make_shared<simulator::Replay>(
         simulator::Trace::load(link.target),
@@ -103,7 +103,7 @@ StartedLink openLink(const Link& link, obd::IConnectionManager& manager, obd::Ve
       return {words + " (" + vehicle->name() + ")", nullptr};
     }
     case Link::Kind::Replay: {
-      const std::shared_ptr<simulator::Replay> replay = loadTrace(link);
+      const std::shared_ptr<simulator::Replay> replay = loadReplay(link);
       openLink(simulator::makeBus(std::make_shared<simulator::ElmAdapter>(replay)), words, manager, protocol,
                trace);
       const std::string& recorded = replay->link();
