@@ -9,7 +9,8 @@ namespace velmara {
 namespace {
 
 constexpr std::string_view Digits = "0123456789";
-constexpr std::string_view VinLetters = "ABCDEFGHJKLMNPRSTUVWXYZ";  // without I, O and Q (ISO 3779)
+constexpr std::string_view VinLetters = "ABCDEFGHJKLMNPRSTUVWXYZ";  // ISO 3779
+constexpr std::string_view OtherLetters = "IOQ";
 constexpr std::string_view LowerLetters = "abcdefghijklmnopqrstuvwxyz";
 constexpr std::size_t MakerLength = 3;
 constexpr std::size_t CheckPosition = 8;
@@ -32,10 +33,11 @@ bool share(std::string_view a, std::string_view b, std::size_t count) {
 }  // namespace
 
 char Secrets::disguise(char c) {
-  const std::string_view kind = isDigit(c)             ? Digits
-                                : c >= 'A' && c <= 'Z' ? VinLetters
-                                : c >= 'a' && c <= 'z' ? LowerLetters
-                                                       : std::string_view();
+  const std::string_view kind = isDigit(c)                                       ? Digits
+                                : OtherLetters.find(c) != std::string_view::npos ? OtherLetters
+                                : c >= 'A' && c <= 'Z'                           ? VinLetters
+                                : c >= 'a' && c <= 'z'                           ? LowerLetters
+                                                                                 : std::string_view();
   if (kind.empty()) {
     return c;
   }

@@ -25,7 +25,8 @@ class Secrets {
   /// Replaces what is as long as a piece of any of these texts, or longer, in `text`.
   void replaceIn(std::string& text) const;
 
-  /// A character of the same kind: digit, letter in upper or lower case; others stay.
+  /// Another character of the same kind: digit, letter in upper or lower case, letter that no VIN has (I, O,
+  /// Q). What is neither stays.
   char disguise(char c);
 
   const std::map<std::string, std::string>& all() const { return m_texts; }

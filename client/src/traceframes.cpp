@@ -107,22 +107,25 @@ class Reader {
                                      (bytes.bytes[at] == Negative && bytes.bytes[at + 1] == m_service));
   }
 
-  // A message without a header, or one of the protocols before CAN with it.
+  // A message without a header, or one of the protocols before CAN with it. What a header begins with can be
+  // taken for a reply (41 to service 01), so that the check byte decides.
   bool plain(const TracedBytes& bytes) {
-    if (isReply(bytes, 0)) {
+    std::size_t header = 0;
+    for (const std::size_t size : {OldHeader, OldHeader + 1}) {  // a length may stand in the fourth byte
+      header = header == 0 && isReply(bytes, size) ? size : header;
+    }
+    const bool checked = header != 0 && isChecked(bytes);
+    if (isReply(bytes, 0) && !checked) {
       add("", bytes, 0, bytes.size());
       return true;
     }
-    for (const std::size_t header : {OldHeader, OldHeader + 1}) {  // a length may stand in the fourth byte
-      if (isReply(bytes, header)) {
-        static constexpr char Hex[] = "0123456789ABCDEF";
-        const std::uint8_t source = bytes.bytes[OldHeader - 1];
-        const std::size_t end = bytes.size() - (isChecked(bytes) ? 1 : 0);
-        add({Hex[source >> 4U], Hex[source & 0x0FU]}, bytes, header, end - header);
-        return true;
-      }
+    if (header == 0) {
+      return false;
     }
-    return false;
+    static constexpr char Hex[] = "0123456789ABCDEF";
+    const std::uint8_t source = bytes.bytes[OldHeader - 1];
+    add({Hex[source >> 4U], Hex[source & 0x0FU]}, bytes, header, bytes.size() - header - (checked ? 1 : 0));
+    return true;
   }
 
   void add(const std::string& unit, const TracedBytes& bytes, std::size_t from, std::size_t count) {
