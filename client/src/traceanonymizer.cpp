@@ -178,16 +178,24 @@ class Anonymizer {
     for (std::size_t i = 0; i < m_trace.events.size(); ++i) {
       if (!done[i]) {
         TraceEvent& event = m_trace.events[i];
-        if (event.kind != Kind::Sent || event.text.starts_with("AT") || event.text.starts_with("at")) {
-          replaceWords(event.text);
-        }
-        replaceHex(event.text, 0, event.text.size());
+        hide(event);
       }
     }
     return m_trace.text();
   }
 
  private:
+  // An event that belongs to no answer.
+  void hide(TraceEvent& event) {
+    const bool isBytes = event.kind == Kind::Sent || event.kind == Kind::Received;
+    if (!isBytes) {
+      replaceWords(event.text);
+    } else if (event.kind == Kind::Received || event.text.starts_with("AT") || event.text.starts_with("at")) {
+      replaceTexts(event.text);
+    }
+    replaceHex(event.text, 0, event.text.size());
+  }
+
   void learn(const TraceExchange& exchange) {
     const std::string text = simulator::answerOf(m_trace, exchange);
     for (const Value& value : Reading(text, exchange.request).values(false)) {
@@ -235,7 +243,7 @@ class Anonymizer {
     }
     const TracedAnswer& own = reading.answers.front();
     if (!requestBytes(exchange.request)) {
-      replaceWords(text);
+      replaceTexts(text);
     }
     for (const TracedAnswer::Range& line : own.unread) {
       if (secret) {
@@ -341,6 +349,11 @@ class Anonymizer {
         text.replace(at, name.size(), other);
       }
     }
+    replaceTexts(text);
+  }
+
+  // What stays as long as it was.
+  void replaceTexts(std::string& text) {
     m_secrets.replaceIn(text);
     for (std::size_t at = 0; at + AddressLength <= text.size(); ++at) {
       if (isAddress(std::string_view(text).substr(at, AddressLength))) {
