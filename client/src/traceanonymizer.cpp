@@ -281,6 +281,9 @@ class Anonymizer {
   static void correct(const CheckedFrame& frame, std::string& text) {
     std::vector<std::uint8_t> bytes;
     for (const std::size_t place : frame.bytes.places) {
+      if (!isHexDigit(text[place]) || !isHexDigit(text[place + 1])) {
+        return;  // what looked like a frame was a text
+      }
       bytes.push_back(byteAt(text, place));
     }
     const std::uint8_t check = checkByte(frame.check, bytes.data(), bytes.size() - 1);

@@ -23,6 +23,8 @@ using simulator::TraceExchange;
 constexpr std::uint8_t Negative = 0x7F;
 constexpr std::size_t MostUnits = 8;      // of a vehicle file, as is the next
 constexpr std::size_t MostAnswers = 256;  // of a unit
+constexpr std::size_t MostMessages = 64;  // of an answer
+constexpr std::size_t LongestShort = 7;   // bytes of a request, and of a message before CAN
 constexpr unsigned FirstCan = 6;          // protocol, as an ELM327 numbers it
 
 std::string hexOf(const Bytes& bytes, std::size_t from = 0) {
@@ -138,7 +140,7 @@ class Unit {
   void row(const Bytes& request, const Messages& messages, bool isCan) {
     const bool one = messages.size() == 1 && isPositive(request, messages);
     const Bytes& first = messages.front();
-    if (m_told.contains(request) || request.size() > 7) {
+    if (m_told.contains(request) || !fitsVehicleFile(request, messages, isCan)) {
       return;
     }
     if (one && request.size() == 2 && request[0] == 0x01 && !isList(request[1]) && first.size() > 2) {
@@ -151,6 +153,12 @@ class Unit {
     } else if (request != Bytes{0x04} || !one) {  // codes can be cleared anyway
       answer(request, messages);
     }
+  }
+
+  static bool fitsVehicleFile(const Bytes& request, const Messages& messages, bool isCan) {
+    return request.size() <= LongestShort && messages.size() <= MostMessages &&
+           (isCan || std::all_of(messages.begin(), messages.end(),
+                                 [](const Bytes& message) { return message.size() <= LongestShort; }));
   }
 
   void freeze(const Bytes& request, const Bytes& reply) {
@@ -215,6 +223,7 @@ class VehicleWriter {
       throw Failure(Failure::Kind::NoData, fmt::format("{} does not tell the protocol of the vehicle.", file),
                     "It must hold the answer to ATDPN, as any trace of velmara's does.");
     }
+    std::erase_if(m_units, [this](const auto& entry) { return !isIdentifier(entry.first); });
     if (m_units.empty()) {
       throw Failure(Failure::Kind::NoData,
                     fmt::format("{} holds no answer of a control unit with its header.", file),
@@ -239,6 +248,15 @@ class VehicleWriter {
   }
 
  private:
+  // Whether control units have such on the vehicle's protocol; what is damaged may look like any.
+  bool isIdentifier(const std::string& label) const {
+    if (m_protocol < FirstCan) {
+      return label.size() == 2;
+    }
+    return m_protocol % 2 == 0 ? label.size() == 3 && label[0] < '8'
+                               : label.size() == 8 && label < "20000000";
+  }
+
   // The last digit of "A6".
   void readProtocol(const std::string& answer) {
     const std::size_t end = answer.find_last_of("123456789ABC");
