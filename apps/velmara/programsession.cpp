@@ -11,7 +11,6 @@
 #include "exitcode.h"
 #include "velmara/client/library.h"
 #include "velmara/client/texts.h"
-#include "velmara/client/tracewriter.h"
 
 namespace velmara {
 
@@ -27,29 +26,16 @@ std::string protocolNames() {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
-std::shared_ptr<TraceWriter> makeTrace(const std::string& file) {
-  try {
-    return file.empty() ? nullptr : std::make_shared<TraceWriter>(file);
-  } catch (const Failure& failure) {
-    throw Failure(failure.kind(), failure.what(),
-                  failure.kind() == Failure::Kind::FileExists ? "Choose another name, or remove it." : "");
-  }
-}
-
 }  // namespace
 
 ProgramSession::ProgramSession(Program& program)
-    : Session(program.loop, {program.options.logFile, program.settings}),
-      m_program(program),
-      m_trace(makeTrace(program.options.traceFile)) {}
+    : Session(program.loop, {program.options.logFile, program.settings}), m_program(program) {}
 
 ProgramSession::~ProgramSession() {
   m_program.notes.endPhases();
   tellMissing();
   close();
-  if (m_trace && !m_trace->failure().empty()) {
-    m_program.notes.warn("velmara: The trace is not whole. " + printable(m_trace->failure()));
-  }
+  m_program.endTrace();
   if (const std::string& log = m_program.options.logFile; !log.empty() && !isWholeLog(log)) {
     m_program.logIsCut = true;
     m_program.notes.warn(
@@ -64,7 +50,7 @@ void ProgramSession::connect() {
   if (!m_program.options.protocol.empty()) {
     options.protocol = parseProtocol(m_program.options.protocol);
   }
-  options.trace = m_trace;
+  options.trace = m_program.trace;
   std::string told;
   options.progress = [this, &told, demo = link.kind == Link::Kind::Demo](Phase /*phase*/,
                                                                          const std::string& words) {

@@ -34,7 +34,6 @@ class ProgramSession : public Session {
   void tellMissing();
 
   Program& m_program;
-  std::shared_ptr<TraceWriter> m_trace;
 };
 
 /// Shows on standard error which section of a unit is being read.
