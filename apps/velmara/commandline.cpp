@@ -36,7 +36,8 @@ constexpr const char* LinkHelp =
     "  tcp:HOST:PORT                 a Wi-Fi adapter; IPv6 as tcp:[::1]:35000\n"
     "  serial:DEVICE                 a serial or USB adapter, its baud rate is found\n"
     "  serial:DEVICE@BAUD            the same with a known baud rate\n"
-    "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n";
+    "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n"
+    "  replay:FILE                   a trace, which --trace writes; replay:FILE@fast does not wait\n";
 
 std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
@@ -57,6 +58,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   }
   commands.push_back(makeRoutineCommand());
   commands.push_back(makeConsoleCommand());
+  commands.push_back(makeTraceCommand());
   commands.push_back(makeLookupCommand());
   commands.push_back(makeSettingsCommand());
   return commands;
@@ -90,6 +92,11 @@ void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
         ->group(Group);
     app.add_option("--unit", options.unit, "Units of this run: metric or imperial")
         ->type_name("SYSTEM")
+        ->group(Group);
+    app.add_option("--trace", options.traceFile, "Record what goes over the link to this file")
+        ->type_name("FILE")
+        ->group(Group);
+    app.add_flag("--verbose", options.verbose, "Tell which requests a replayed trace does not hold")
         ->group(Group);
   }
   app.add_option("--log", options.logFile, "Write the library's log to this file")

@@ -4,8 +4,23 @@
 
 #include "terminal/terminalmode.h"
 #include "velmara/client/failure.h"
+#include "velmara/client/texts.h"
+#include "velmara/client/tracewriter.h"
 
 namespace velmara {
+
+namespace {
+
+std::shared_ptr<TraceWriter> makeTrace(const std::string& file) {
+  try {
+    return file.empty() ? nullptr : std::make_shared<TraceWriter>(file);
+  } catch (const Failure& failure) {
+    throw Failure(failure.kind(), failure.what(),
+                  failure.kind() == Failure::Kind::FileExists ? "Choose another name, or remove it." : "");
+  }
+}
+
+}  // namespace
 
 UnitSystem parseUnitSystem(const std::string& text) {
   if (text == "metric") {
@@ -38,6 +53,14 @@ void Program::begin() {
   }
   if (!options.unit.empty()) {
     settings->overrideValue(UnitSetting, static_cast<int>(parseUnitSystem(options.unit)));
+  }
+  trace = makeTrace(options.traceFile);
+}
+
+void Program::endTrace() {
+  if (trace && !trace->failure().empty()) {
+    logIsCut = true;
+    notes.warn("velmara: The trace is not whole. " + printable(trace->failure()));
   }
 }
 

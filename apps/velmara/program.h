@@ -13,12 +13,16 @@
 
 namespace velmara {
 
+class TraceWriter;
+
 /// What every command takes from the command line.
 struct CommonOptions {
-  std::string link;      ///< empty: the setting "link", the last one, or the simulated vehicle
-  std::string protocol;  ///< empty: automatic
-  std::string unit;      ///< empty: the setting "unit"
-  std::string logFile;   ///< empty: no log
+  std::string link;       ///< empty: the setting "link", the last one, or the simulated vehicle
+  std::string protocol;   ///< empty: automatic
+  std::string unit;       ///< empty: the setting "unit"
+  std::string logFile;    ///< empty: no log
+  std::string traceFile;  ///< empty: no trace
+  bool verbose = false;
   bool quiet = false;
   bool noColor = false;
 };
@@ -47,8 +51,10 @@ class Program {
  public:
   Program();
 
-  /// Options are known: applies the ones that concern output and settings.
+  /// Options are known: applies the ones that concern output and settings, and claims the trace.
   void begin();
+  /// The connection is over: tells if the trace is not whole.
+  void endTrace();
 
   const std::shared_ptr<TerminalWaiter> waiter = std::make_shared<TerminalWaiter>();
   EventLoop loop{waiter};
@@ -56,7 +62,8 @@ class Program {
   Notes notes;
   CommonOptions options;
   std::shared_ptr<SettingsStore> settings;
-  bool logIsCut = false;  ///< told already; a command that went well fails by it all the same
+  std::shared_ptr<TraceWriter> trace;  ///< null if none is wanted
+  bool logIsCut = false;  ///< the log or the trace; told already, but a command that went well fails by it
 };
 
 }  // namespace velmara

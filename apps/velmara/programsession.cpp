@@ -33,7 +33,9 @@ ProgramSession::ProgramSession(Program& program)
 
 ProgramSession::~ProgramSession() {
   m_program.notes.endPhases();
+  tellMissing();
   close();
+  m_program.endTrace();
   if (const std::string& log = m_program.options.logFile; !log.empty() && !isWholeLog(log)) {
     m_program.logIsCut = true;
     m_program.notes.warn(
@@ -47,6 +49,7 @@ void ProgramSession::connect() {
   if (!m_program.options.protocol.empty()) {
     options.protocol = parseProtocol(m_program.options.protocol);
   }
+  options.trace = m_program.trace;
   std::string told;
   options.progress = [this, &told, demo = link.kind == Link::Kind::Demo](Phase /*phase*/,
                                                                          const std::string& words) {
@@ -102,9 +105,24 @@ Link ProgramSession::chosenLink() const {
 // What only simulates does not take the place of the user's own adapter.
 void ProgramSession::rememberLink() {
   const bool named = !m_program.options.link.empty();
-  if (named && link().kind != Link::Kind::Demo &&
-      !m_program.settings->remember(LastLinkSetting, link().text())) {
+  if (named && !link().isSimulated() && !m_program.settings->remember(LastLinkSetting, link().text())) {
     m_program.notes.note("The link is not remembered: the settings cannot be saved.");
+  }
+}
+
+void ProgramSession::tellMissing() {
+  const std::vector<MissingRequest> missing = missingRequests();
+  if (missing.empty()) {
+    return;
+  }
+  if (!m_program.options.verbose) {
+    m_program.notes.note(
+        fmt::format("Requests that the trace does not hold: {}; --verbose lists them", missing.size()));
+    return;
+  }
+  m_program.notes.note("The trace does not hold these requests:");
+  for (const MissingRequest& row : missing) {
+    m_program.notes.note(fmt::format("  {} (sent {} times)", row.request, row.count));
   }
 }
 

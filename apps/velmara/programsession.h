@@ -31,6 +31,7 @@ class ProgramSession : public Session {
  private:
   Link chosenLink() const;
   void rememberLink();
+  void tellMissing();
 
   Program& m_program;
 };

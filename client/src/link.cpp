@@ -33,10 +33,12 @@ struct Scheme {
   std::string_view name;
   Link::Kind kind;
 };
-constexpr std::array<Scheme, 4> Schemes = {{{"demo", Link::Kind::Demo},
+constexpr std::array<Scheme, 5> Schemes = {{{"demo", Link::Kind::Demo},
                                             {"tcp", Link::Kind::Tcp},
                                             {"serial", Link::Kind::Serial},
-                                            {"bt", Link::Kind::Bluetooth}}};
+                                            {"bt", Link::Kind::Bluetooth},
+                                            {"replay", Link::Kind::Replay}}};
+constexpr std::string_view Fast = "@fast";  // of a replay that does not wait
 
 std::string lower(std::string_view text) {
   std::string result(text);
@@ -145,6 +147,17 @@ Link parseBluetooth(std::string_view text, std::string_view rest) {
   return {Link::Kind::Bluetooth, std::string(rest), *channel};
 }
 
+Link parseReplay(std::string_view text, std::string_view rest) {
+  const bool fast = rest.ends_with(Fast);
+  if (fast) {
+    rest.remove_suffix(Fast.size());
+  }
+  if (rest.empty()) {
+    reject(text, "the file is missing, as in replay:car.trace.");
+  }
+  return {Link::Kind::Replay, std::string(rest), fast ? 1 : 0};
+}
+
 }  // namespace
 
 std::string Link::text() const {
@@ -158,6 +171,8 @@ std::string Link::text() const {
       return number == 0 ? "serial:" + target : fmt::format("serial:{}@{}", target, number);
     case Kind::Bluetooth:
       return fmt::format("bt:{}@{}", target, number);
+    case Kind::Replay:
+      return fmt::format("replay:{}{}", target, number != 0 ? Fast : "");
     case Kind::Own:
       return target;
   }
@@ -173,7 +188,7 @@ Link parseLink(std::string_view text) {
   const auto found =
       std::find_if(Schemes.begin(), Schemes.end(), [&](const Scheme& row) { return row.name == scheme; });
   if (found == Schemes.end()) {
-    reject(text, "it must begin with demo:, tcp:, serial: or bt:.");
+    reject(text, "it must begin with demo:, tcp:, serial:, bt: or replay:.");
   }
   const std::string_view rest = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);
   switch (found->kind) {
@@ -183,6 +198,8 @@ Link parseLink(std::string_view text) {
       return parseSerial(text, rest);
     case Link::Kind::Bluetooth:
       return parseBluetooth(text, rest);
+    case Link::Kind::Replay:
+      return parseReplay(text, rest);
     case Link::Kind::Demo:
     case Link::Kind::Own:
       break;
@@ -205,6 +222,8 @@ std::string adviceForAdapter(const Link& link) {
                               : "Check that the adapter has power and is on this port, or leave the baud "
                                 "rate out so that it "
                                 "is found.";
+    case Link::Kind::Replay:
+      return "velmara trace summary tells what the trace holds.";
     case Link::Kind::Bluetooth:
       return "Check that the adapter has power, is in reach and is paired with this computer.";
   }

@@ -9,12 +9,16 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <hostos/busfactory.h>
 #include <simulator/bus.h>
+#include <simulator/replay.h>
 #include <simulator/vehicle.h>
 
 #include "link/descriptors.h"
 #include "velmara/client/failure.h"
 #include "velmara/client/texts.h"
+#include "velmara/client/tracewriter.h"
+#include "velmara/client/tracingbus.h"
 
 namespace velmara {
 
@@ -39,6 +43,35 @@ std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
   }
 }
 
+std::shared_ptr<simulator::Replay> loadReplay(const Link& link) {
+  try {
+    return std::make_shared<simulator::Replay>(
+        simulator::Trace::load(link.target),
+        link.number != 0 ? simulator::Replay::Pace::AtOnce : simulator::Replay::Pace::AsRecorded);
+  } catch (const std::exception& error) {
+    throw Failure(Failure::Kind::Unusable, fmt::format("The trace cannot be replayed. {}", error.what()));
+  }
+}
+
+// While it lives, the buses that the library makes are recorded.
+class Recording {
+ public:
+  Recording(const std::shared_ptr<TraceWriter>& trace, const std::string& link) {
+    if (trace) {
+      hostos::BusFactory::setWrapper([trace, link](std::shared_ptr<hostos::IMessageBus> bus) {
+        return makeTracingBus(std::move(bus), trace, link);
+      });
+    }
+  }
+  ~Recording() { hostos::BusFactory::setWrapper(nullptr); }
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+};
+
+[[noreturn]] void failToStart(const std::string& words) {
+  throw Failure(Failure::Kind::LinkFailed, fmt::format("The opening of {} could not be started.", words));
+}
+
 }  // namespace
 
 std::vector<DemoVehicle> demoVehicles() {
@@ -49,15 +82,32 @@ std::vector<DemoVehicle> demoVehicles() {
   return vehicles;
 }
 
-std::string openLink(const Link& link, obd::IConnectionManager& manager, obd::VehicleProtocol protocol) {
+StartedLink openLink(const std::shared_ptr<hostos::IMessageBus>& bus, const std::string& words,
+                     obd::IConnectionManager& manager, obd::VehicleProtocol protocol,
+                     const std::shared_ptr<TraceWriter>& trace) {
+  if (!manager.openBus(trace ? makeTracingBus(bus, trace, words) : bus, protocol)) {
+    failToStart(words);
+  }
+  return {words, nullptr};
+}
+
+StartedLink openLink(const Link& link, obd::IConnectionManager& manager, obd::VehicleProtocol protocol,
+                     const std::shared_ptr<TraceWriter>& trace) {
+  const std::string words = link.text();
+  const Recording recording(trace, words);
   bool started = false;
-  std::string words = link.text();
   switch (link.kind) {
     case Link::Kind::Demo: {
       const std::shared_ptr<simulator::Vehicle> vehicle = loadVehicle(link.target);
-      words += " (" + printable(vehicle->name()) + ")";
-      started = manager.openBus(simulator::makeBus(vehicle), protocol);
-      break;
+      openLink(simulator::makeBus(vehicle), words, manager, protocol, trace);
+      return {words + " (" + printable(vehicle->name()) + ")", nullptr};
+    }
+    case Link::Kind::Replay: {
+      const std::shared_ptr<simulator::Replay> replay = loadReplay(link);
+      openLink(simulator::makeBus(std::make_shared<simulator::ElmAdapter>(replay)), words, manager, protocol,
+               trace);
+      const std::string& recorded = replay->link();
+      return {recorded.empty() ? words : fmt::format("{} ({})", words, printable(recorded)), replay};
     }
     case Link::Kind::Tcp:
       started = manager.openTcp(obd::TcpDescriptor(link.target, link.number), protocol);
@@ -79,9 +129,9 @@ std::string openLink(const Link& link, obd::IConnectionManager& manager, obd::Ve
       break;
   }
   if (!started) {
-    throw Failure(Failure::Kind::LinkFailed, fmt::format("The opening of {} could not be started.", words));
+    failToStart(words);
   }
-  return words;
+  return {words, nullptr};
 }
 
 }  // namespace velmara

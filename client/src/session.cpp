@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <simulator/replay.h>
+
 #include "core/iecu.h"
 #include "dispatch/dispatcher.h"
 #include "linkopener.h"
@@ -79,7 +81,9 @@ class Session::State : private obd::IConnectionServiceObserver {
     m_opening.restart();
     m_opened = true;
     try {
-      m_words = start();
+      const StartedLink started = start();
+      m_words = started.words;
+      replay = started.replay;
       await();
     } catch (...) {
       disconnect();
@@ -94,6 +98,7 @@ class Session::State : private obd::IConnectionServiceObserver {
     }
     facade->connectionManager()->close();
     sweepQueues();
+    replay.reset();
     m_opened = false;
     m_untold.clear();
     m_progress = nullptr;
@@ -114,6 +119,7 @@ class Session::State : private obd::IConnectionServiceObserver {
   std::shared_ptr<obd::IObdVelmara> facade;
   std::shared_ptr<obd::IConnectionService> connection;
   Link link;
+  std::shared_ptr<simulator::Replay> replay;  // what answers, if that is a trace
 
  private:
   void onConnected() override { m_connected = true; }
@@ -257,18 +263,15 @@ Session::~Session() = default;
 void Session::connect(const Link& link, const ConnectOptions& options) {
   m_state->connect(link, options, [&] {
     return openLink(link, *facade().connectionManager(),
-                    static_cast<obd::VehicleProtocol>(options.protocol.number));
+                    static_cast<obd::VehicleProtocol>(options.protocol.number), options.trace);
   });
 }
 
 void Session::connect(const std::shared_ptr<hostos::IMessageBus>& bus, const std::string& words,
                       const ConnectOptions& options) {
   m_state->connect({Link::Kind::Own, words, 0}, options, [&] {
-    if (!facade().connectionManager()->openBus(bus,
-                                               static_cast<obd::VehicleProtocol>(options.protocol.number))) {
-      throw Failure(Kind::LinkFailed, fmt::format("The opening of {} could not be started.", words));
-    }
-    return words;
+    return openLink(bus, words, *facade().connectionManager(),
+                    static_cast<obd::VehicleProtocol>(options.protocol.number), options.trace);
   });
 }
 
@@ -286,6 +289,20 @@ bool Session::isConnected() const {
 
 const Link& Session::link() const {
   return m_state->link;
+}
+
+std::string Session::recordedLink() const {
+  return m_state->replay ? printable(m_state->replay->link()) : std::string();
+}
+
+std::vector<MissingRequest> Session::missingRequests() const {
+  std::vector<MissingRequest> missing;
+  if (m_state->replay) {
+    for (const simulator::Replay::Missing& row : m_state->replay->missing()) {
+      missing.push_back({printable(row.request), row.count});
+    }
+  }
+  return missing;
 }
 
 std::vector<ControlUnit> Session::units() const {

@@ -54,8 +54,10 @@ EcuPtr selectEcu(Session& session, const ControlUnit& unit) {
 
 LinkSection readLink(Session& session) {
   LinkSection section;
-  section.link = session.link().text();
-  section.simulated = session.link().kind == Link::Kind::Demo;
+  // A trace stands for the link that it was recorded on.
+  const std::string recorded = session.recordedLink();
+  section.link = recorded.empty() ? session.link().text() : recorded;
+  section.simulated = section.link.starts_with("demo:");
   if (obd::IAdapter* const adapter = session.connection().adapter()) {
     section.adapter = printable(adapter->interfaceName());
     section.description = printable(adapter->deviceDescription());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,6 +13,13 @@ namespace hostos {
 class VELMARA_EXPORT BusFactory {
  public:
   BusFactory() = delete;
+
+  /// Puts something around a bus, such as a recorder of what it carries. What it gives for an `ISerialBus` is
+  /// one as well, or the baud rate is not looked for.
+  using Wrapper = std::function<std::shared_ptr<IMessageBus>(std::shared_ptr<IMessageBus>)>;
+
+  /// Goes around every bus that the calling thread makes from here on; null for nothing, as at first.
+  static void setWrapper(Wrapper wrapper);
 
   /// A serial port or pseudo-terminal, 8N1 without flow control. Always gives an `ISerialBus`.
   static std::shared_ptr<IMessageBus> createSerialBus(const std::string& device, std::uint32_t baudrate);

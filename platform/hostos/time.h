@@ -17,6 +17,9 @@ class VELMARA_EXPORT IClock {
   /// Monotonic milliseconds; only differences matter.
   virtual std::uint32_t milliseconds() = 0;
 
+  /// The same, finer where the clock can: monotonic microseconds, of which only differences matter.
+  virtual std::uint64_t microseconds() { return std::uint64_t{1000} * milliseconds(); }
+
   /// Suspends the caller.
   virtual void msleep(std::uint32_t milliseconds) = 0;
 
@@ -39,6 +42,9 @@ class VELMARA_EXPORT CTime {
 
   /// Unsigned monotonic milliseconds that wrap at 32 bits; subtract two readings as unsigned numbers.
   static std::uint32_t milliseconds();
+
+  /// Monotonic microseconds; only differences matter. A test's clock may count whole milliseconds.
+  static std::uint64_t microseconds();
 
   /// The clock in use.
   static IClock& clock();

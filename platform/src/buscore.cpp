@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "buslimits.h"
 
@@ -292,6 +293,18 @@ int BusCore::writeLink(const std::vector<unsigned char>& bytes) {
     setFailure(explain(Step::Write, error));
   }
   return error.value();
+}
+
+namespace {
+thread_local BusFactory::Wrapper busWrapper;
+}
+
+void BusFactory::setWrapper(Wrapper wrapper) {
+  busWrapper = std::move(wrapper);
+}
+
+std::shared_ptr<IMessageBus> wrapped(std::shared_ptr<IMessageBus> bus) {
+  return busWrapper ? busWrapper(std::move(bus)) : bus;
 }
 
 void BusFactory::releaseBus(const std::shared_ptr<IMessageBus>& bus) {

@@ -17,6 +17,9 @@
 
 namespace hostos {
 
+/// A new bus, within what the calling thread wants around it (`BusFactory::setWrapper`).
+std::shared_ptr<IMessageBus> wrapped(std::shared_ptr<IMessageBus> bus);
+
 /// One opening of a bus: a stream and a descriptor that wakes whoever waits for it. Until `start` the stream
 /// belongs to the thread that opens it; from then on those who read and write move the bytes themselves, and
 /// are counted while they do, so that `stop` closes the stream when the last one has left. So no operation

@@ -259,7 +259,7 @@ class SerialBus : public Bus<ISerialBus> {
 }  // namespace
 
 std::shared_ptr<IMessageBus> BusFactory::createSerialBus(const std::string& device, std::uint32_t baudrate) {
-  return std::make_shared<SerialBus>(device, baudrate);
+  return wrapped(std::make_shared<SerialBus>(device, baudrate));
 }
 
 }  // namespace hostos

@@ -265,7 +265,7 @@ bool haveBluetooth() {
 
 std::shared_ptr<IMessageBus> BusFactory::createTcpBus(const std::string& address, std::uint32_t port) {
   const bool bracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
-  return std::make_shared<TcpBus>(bracketed ? address.substr(1, address.size() - 2) : address, port);
+  return wrapped(std::make_shared<TcpBus>(bracketed ? address.substr(1, address.size() - 2) : address, port));
 }
 
 std::shared_ptr<IMessageBus> BusFactory::createBluetoothBus(const std::string& name,
@@ -276,7 +276,7 @@ std::shared_ptr<IMessageBus> BusFactory::createBluetoothBus(const std::string& n
   }
   peer.family = FamilyBluetooth;
   peer.channel = static_cast<unsigned char>(port);
-  return std::make_shared<BluetoothBus>(name, address, peer);
+  return wrapped(std::make_shared<BluetoothBus>(name, address, peer));
 }
 
 }  // namespace hostos

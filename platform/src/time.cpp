@@ -17,6 +17,11 @@ class SystemClock : public IClock {
     return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
   }
 
+  std::uint64_t microseconds() override {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+  }
+
   void msleep(std::uint32_t time) override { std::this_thread::sleep_for(std::chrono::milliseconds(time)); }
 
   bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
@@ -49,6 +54,10 @@ void CTime::msleep(std::uint32_t time) {
 
 std::uint32_t CTime::milliseconds() {
   return clock().milliseconds();
+}
+
+std::uint64_t CTime::microseconds() {
+  return clock().microseconds();
 }
 
 IClock& CTime::clock() {

@@ -64,15 +64,18 @@ Bytes resample(const Container& bytes, int senderRate, int receiverRate) {
 
 }  // namespace
 
-ElmAdapter::Core::Core(std::shared_ptr<Vehicle> vehicle, AdapterOptions options)
+ElmAdapter::Core::Core(std::shared_ptr<Vehicle> vehicle, std::shared_ptr<Replay> replay,
+                       AdapterOptions options)
     : m_vehicle(std::move(vehicle)),
+      m_replay(std::move(replay)),
       m_options(std::move(options)),
       m_character(characterOf(m_options.personality)),
       m_identifier(m_character.identifier),
-      m_rate(m_options.baudrate),
+      m_rate(m_replay ? 0 : m_options.baudrate),
       m_random(m_options.faults.seed),
       m_clock(hostos::CTime::milliseconds()) {
   restoreDefaults();
+  m_echo = !m_replay;  // its echo is recorded
 }
 
 int ElmAdapter::Core::receive(const unsigned char* bytes, std::size_t count) {
@@ -110,7 +113,7 @@ int ElmAdapter::Core::receive(const unsigned char* bytes, std::size_t count) {
     }
     perform(exchange, line);
   }
-  if (m_linkRate != 0 && m_linkRate != m_rate && !m_newRate) {
+  if (m_linkRate != 0 && m_rate != 0 && m_linkRate != m_rate && !m_newRate) {
     m_line.clear();  // framing errors make the chip forget the line
   }
   m_arrived.notifyAll();
@@ -256,7 +259,7 @@ bool ElmAdapter::Core::take(std::uint8_t byte, bool& swallow, std::string& line)
     return false;
   }
   line = std::exchange(m_line, std::string());
-  if (line.empty()) {
+  if (line.empty() && !(m_replay && m_replay->has(line))) {
     line = m_last;
   }
   m_last = line;
@@ -278,7 +281,9 @@ bool ElmAdapter::Core::strikes(Fault::Kind kind, unsigned exchange) const {
 
 void ElmAdapter::Core::perform(unsigned exchange, const std::string& line) {
   Reply reply;
-  if (line.empty()) {
+  if (m_replay) {
+    replay(line, reply);
+  } else if (line.empty()) {
     reply.add(0, "");  // nothing to repeat yet
   } else if (line.starts_with("AT")) {
     command(std::string_view(line).substr(2), reply);
@@ -288,6 +293,24 @@ void ElmAdapter::Core::perform(unsigned exchange, const std::string& line) {
     request(line, reply);
   }
   queue(exchange, std::move(reply));
+}
+
+void ElmAdapter::Core::replay(const std::string& line, Reply& reply) {
+  const bool forAdapter = line.starts_with("AT") || !isHex(line);
+  std::optional<Replay::Answer> answer = m_replay->next(line);
+  if (!answer) {
+    reply.add(0, (forAdapter ? "?" : "NO DATA") + newLine() + newLine());
+    return;
+  }
+  reply.running = !forAdapter;
+  reply.lost = answer->lost;
+  reply.prompt = !answer->pieces.empty() && answer->pieces.back().text.ends_with('>');
+  if (reply.prompt) {
+    answer->pieces.back().text.pop_back();
+  }
+  for (const Replay::Piece& piece : answer->pieces) {
+    reply.add(piece.delay, piece.text);
+  }
 }
 
 // Applies the script and puts the reply into the output.
@@ -378,6 +401,10 @@ void ElmAdapter::Core::queue(unsigned exchange, Reply reply) {
                        Chunk{piece.text.substr(at, split), rate, true, running});
     }
   }
+  if (reply.lost) {
+    m_output.emplace(m_now + std::max(*reply.lost, reply.duration() + added),
+                     Chunk{{}, rate, true, false, End::PeerClosed});
+  }
 }
 
 void ElmAdapter::Core::makeNoise(std::string& text, unsigned count) {
@@ -389,7 +416,9 @@ void ElmAdapter::Core::makeNoise(std::string& text, unsigned count) {
 }
 
 ElmAdapter::ElmAdapter(std::shared_ptr<Vehicle> vehicle, AdapterOptions options)
-    : m_core(std::make_unique<Core>(std::move(vehicle), std::move(options))) {}
+    : m_core(std::make_unique<Core>(std::move(vehicle), nullptr, std::move(options))) {}
+ElmAdapter::ElmAdapter(std::shared_ptr<Replay> replay, AdapterOptions options)
+    : m_core(std::make_unique<Core>(nullptr, std::move(replay), std::move(options))) {}
 ElmAdapter::~ElmAdapter() = default;
 
 void ElmAdapter::setLinkRate(int rate) {

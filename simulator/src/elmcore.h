@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <hostos/time.h>
+#include <simulator/replay.h>
 
 #include "elmpersonality.h"
 #include "vehicledata.h"
@@ -46,7 +47,7 @@ inline std::string hexText(unsigned value) {
 /// elmcommands.cpp what AT sets; elmrequests.cpp the way to the vehicle and the form of its replies.
 class ElmAdapter::Core {
  public:
-  Core(std::shared_ptr<Vehicle> vehicle, AdapterOptions options);
+  Core(std::shared_ptr<Vehicle> vehicle, std::shared_ptr<Replay> replay, AdapterOptions options);
   int receive(const unsigned char* bytes, std::size_t count);
   int read(std::vector<unsigned char>& out, unsigned wait);
   std::optional<std::uint32_t> nextDue();
@@ -78,6 +79,7 @@ class ElmAdapter::Core {
     std::vector<Piece> pieces;
     bool running = false;
     bool prompt = true;
+    std::optional<unsigned> lost;  // the link ends so many milliseconds from now
 
     void add(unsigned delay, std::string_view text) {
       if (!pieces.empty() && pieces.back().delay >= delay) {
@@ -118,6 +120,7 @@ class ElmAdapter::Core {
   // Exchanges.
   bool strikes(Fault::Kind kind, unsigned exchange) const;
   void perform(unsigned exchange, const std::string& line);
+  void replay(const std::string& line, Reply& reply);
   void queue(unsigned exchange, Reply reply);
   void makeNoise(std::string& text, unsigned count);
 
@@ -149,7 +152,8 @@ class ElmAdapter::Core {
                 std::vector<Line>& lines) const;
   std::string lineText(int protocol, std::uint32_t id, const Bytes& message) const;
 
-  const std::shared_ptr<Vehicle> m_vehicle;
+  const std::shared_ptr<Vehicle> m_vehicle;  // null if the answers come from a trace
+  const std::shared_ptr<Replay> m_replay;
   const AdapterOptions m_options;
   const Character& m_character;
 

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <simulator/replay.h>
 #include <simulator/server.h>
 
 namespace {
@@ -25,6 +26,12 @@ void list() {
     std::printf("  %-14s %s\n", row.name, row.description);
   }
   listVehicles("Odd vehicles", simulator::oddVehicleNames());
+}
+
+std::shared_ptr<simulator::ElmAdapter> makeAdapter(const std::string& trace, const std::string& vehicle,
+                                                   const simulator::AdapterOptions& options) {
+  return trace.empty() ? std::make_shared<simulator::ElmAdapter>(simulator::Vehicle::load(vehicle), options)
+                       : std::make_shared<simulator::ElmAdapter>(simulator::Replay::load(trace), options);
 }
 
 // Waits for Ctrl-C or SIGTERM, which are blocked in every thread.
@@ -55,6 +62,7 @@ int main(int argc, char** argv) {
       "to connect to.");
   std::string vehicleName = "petrol-can11";
   std::string adapterName = "elm15";
+  std::string trace;
   std::vector<std::string> faults;
   simulator::AdapterOptions options;
   std::uint16_t port = 0;
@@ -62,9 +70,17 @@ int main(int argc, char** argv) {
   bool pty = false;
   bool listing = false;
   app.formatter(std::make_shared<HelpFormatter>());
-  app.add_option("--vehicle", vehicleName, "Built-in vehicle or vehicle file; petrol-can11 if not given")
-      ->type_name("VEHICLE");
-  app.add_option("--adapter", adapterName, "Kind of adapter; elm15 if not given")->type_name("NAME");
+  CLI::Option* const vehicleOption =
+      app.add_option("--vehicle", vehicleName, "Built-in vehicle or vehicle file; petrol-can11 if not given")
+          ->type_name("VEHICLE");
+  CLI::Option* const adapterOption =
+      app.add_option("--adapter", adapterName, "Kind of adapter; elm15 if not given")->type_name("NAME");
+  app.add_option(
+         "--trace", trace,
+         "Answer from a trace instead, which velmara --trace writes;\nFILE@fast does without its delays")
+      ->type_name("FILE")
+      ->excludes(vehicleOption)
+      ->excludes(adapterOption);
   app.add_option("--baud", options.baudrate,
                  "Rate at which the adapter starts: 9600, 19200, 38400, 57600\nor 115200; 38400 if not given")
       ->check(CLI::IsMember({9600, 19200, 38400, 57600, 115200}).description(""))
@@ -116,13 +132,13 @@ int main(int argc, char** argv) {
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-    const std::shared_ptr<simulator::Vehicle> vehicle = simulator::Vehicle::load(vehicleName);
+    const std::shared_ptr<simulator::ElmAdapter> adapter = makeAdapter(trace, vehicleName, options);
     if (pty) {
-      const simulator::PtyServer server(vehicle, options);
+      const simulator::PtyServer server(adapter);
       announce(server.link());
       waitForEnd(signals);
     } else {
-      const simulator::TcpServer server(vehicle, options, port);
+      const simulator::TcpServer server(adapter, port);
       announce(server.link());
       waitForEnd(signals);
     }

@@ -198,10 +198,8 @@ class TcpServer::Impl {
  public:
   using Socket = asio::ip::tcp::socket;
 
-  Impl(std::shared_ptr<Vehicle> vehicle, AdapterOptions options, std::uint16_t port,
-       const std::string& address)
-      : m_adapter(std::make_shared<ElmAdapter>(std::move(vehicle), std::move(options))),
-        m_loop("simulator tcp") {
+  Impl(std::shared_ptr<ElmAdapter> adapter, std::uint16_t port, const std::string& address)
+      : m_adapter(std::move(adapter)), m_loop("simulator tcp") {
     asio::error_code error;
     const asio::ip::address ip = asio::ip::make_address(address, error);
     if (error) {
@@ -266,7 +264,9 @@ class TcpServer::Impl {
 
 TcpServer::TcpServer(std::shared_ptr<Vehicle> vehicle, AdapterOptions options, std::uint16_t port,
                      const std::string& address)
-    : m_impl(std::make_unique<Impl>(std::move(vehicle), std::move(options), port, address)) {}
+    : TcpServer(std::make_shared<ElmAdapter>(std::move(vehicle), std::move(options)), port, address) {}
+TcpServer::TcpServer(std::shared_ptr<ElmAdapter> adapter, std::uint16_t port, const std::string& address)
+    : m_impl(std::make_unique<Impl>(std::move(adapter), port, address)) {}
 TcpServer::~TcpServer() = default;
 std::uint16_t TcpServer::port() const {
   return m_impl->port();
@@ -282,9 +282,8 @@ class PtyServer::Impl {
  public:
   using Descriptor = asio::posix::stream_descriptor;
 
-  Impl(std::shared_ptr<Vehicle> vehicle, AdapterOptions options)
-      : m_adapter(std::make_shared<ElmAdapter>(std::move(vehicle), std::move(options))),
-        m_loop("simulator pty") {
+  explicit Impl(std::shared_ptr<ElmAdapter> adapter)
+      : m_adapter(std::move(adapter)), m_loop("simulator pty") {
     const int primary = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     std::array<char, 128> name{};
     if (primary < 0 || grantpt(primary) != 0 || unlockpt(primary) != 0 ||
@@ -336,7 +335,9 @@ class PtyServer::Impl {
 };
 
 PtyServer::PtyServer(std::shared_ptr<Vehicle> vehicle, AdapterOptions options)
-    : m_impl(std::make_unique<Impl>(std::move(vehicle), std::move(options))) {}
+    : PtyServer(std::make_shared<ElmAdapter>(std::move(vehicle), std::move(options))) {}
+PtyServer::PtyServer(std::shared_ptr<ElmAdapter> adapter)
+    : m_impl(std::make_unique<Impl>(std::move(adapter))) {}
 PtyServer::~PtyServer() = default;
 std::string PtyServer::path() const {
   return m_impl->path();

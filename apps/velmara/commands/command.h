@@ -50,5 +50,6 @@ std::unique_ptr<Command> makeSensorsCommand();
 /// Only where the program is built with it.
 std::unique_ptr<Command> makeServeCommand();
 std::unique_ptr<Command> makeSettingsCommand();
+std::unique_ptr<Command> makeTraceCommand();
 
 }  // namespace velmara

@@ -136,6 +136,7 @@ class ServeCommand : public Command {
     }
     const std::string token = m_tokenFile.empty() ? makeToken() : readToken(m_tokenFile);
     const ExitCode code = serve(program, address, polling, token);
+    program.endTrace();
     if (const std::string& log = program.options.logFile; !log.empty() && !isWholeLog(log)) {
       program.logIsCut = true;
       program.notes.warn(

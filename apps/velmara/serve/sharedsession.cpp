@@ -114,6 +114,7 @@ void SharedSession::openNow(const Link& link, const Protocol& protocol) {
   leave();
   ConnectOptions options;
   options.protocol = protocol;
+  options.trace = m_program.trace;
   options.progress = [this](Phase /*phase*/, const std::string& words) {
     if (words != m_words) {
       m_program.notes.phase(words);
@@ -145,7 +146,7 @@ void SharedSession::opened() {
   if (link.text() != std::exchange(m_lastLink, link.text())) {
     m_board.live.forgetReadings();
   }
-  if (link.kind != Link::Kind::Demo && link.kind != Link::Kind::Own) {
+  if (!link.isSimulated() && link.kind != Link::Kind::Own) {
     m_program.settings->remember(LastLinkSetting, link.text());
   }
   setStage(Stage::Connected, "Connected to " + link.text());

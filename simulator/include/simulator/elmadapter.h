@@ -41,6 +41,8 @@ const std::vector<PersonalityName>& personalities();
 /// The personality of that name; nothing if there is none.
 std::optional<Personality> personalityByName(std::string_view name);
 
+class Replay;
+
 /// How the adapter is set up when it gets power.
 struct AdapterOptions {
   Personality personality = Personality::Elm15;
@@ -62,6 +64,9 @@ struct AdapterOptions {
 class ElmAdapter {
  public:
   ElmAdapter(std::shared_ptr<Vehicle> vehicle, AdapterOptions options);
+  /// One that gives the answers of a trace, and "?" or NO DATA to what that does not hold. Of the options
+  /// only the faults apply; every baud rate is right.
+  explicit ElmAdapter(std::shared_ptr<Replay> replay, AdapterOptions options = {});
   ElmAdapter(const ElmAdapter&) = delete;
   ElmAdapter& operator=(const ElmAdapter&) = delete;
   ~ElmAdapter();

@@ -15,6 +15,9 @@ class TcpServer {
   /// Listens on `port` of `address`; port 0 picks a free one. Throws std::runtime_error with a sentence.
   TcpServer(std::shared_ptr<Vehicle> vehicle, AdapterOptions options, std::uint16_t port = 0,
             const std::string& address = "127.0.0.1");
+  /// The same for an adapter that the caller made.
+  explicit TcpServer(std::shared_ptr<ElmAdapter> adapter, std::uint16_t port = 0,
+                     const std::string& address = "127.0.0.1");
   TcpServer(const TcpServer&) = delete;
   TcpServer& operator=(const TcpServer&) = delete;
   ~TcpServer();
@@ -37,6 +40,8 @@ class PtyServer {
  public:
   /// Throws std::runtime_error with a sentence.
   PtyServer(std::shared_ptr<Vehicle> vehicle, AdapterOptions options);
+  /// The same for an adapter that the caller made.
+  explicit PtyServer(std::shared_ptr<ElmAdapter> adapter);
   PtyServer(const PtyServer&) = delete;
   PtyServer& operator=(const PtyServer&) = delete;
   ~PtyServer();

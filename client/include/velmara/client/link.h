@@ -9,19 +9,23 @@
 namespace velmara {
 
 /// Where the adapter is, as people write it: "demo:", "tcp:HOST:PORT", "serial:DEVICE@BAUD",
-/// "bt:ADDRESS@CHANNEL".
+/// "bt:ADDRESS@CHANNEL"; or "replay:FILE", a trace of one.
 struct VELMARA_EXPORT Link {
   enum class Kind {
     Demo,  ///< a simulated adapter and vehicle within this process
     Tcp,
     Serial,
     Bluetooth,
-    Own  ///< a bus of the caller's, which has no text that could be parsed
+    Replay,  ///< the answers of a trace, see tracewriter.h
+    Own      ///< a bus of the caller's, which has no text that could be parsed
   };
 
   Kind kind = Kind::Demo;
-  std::string target;  ///< vehicle, host, device, address, or words for people
-  int number = 0;      ///< port, baud rate (0: to be found) or channel
+  std::string target;  ///< vehicle, host, device, address, file, or words for people
+  int number = 0;      ///< port, baud rate (0: to be found) or channel; 1: a replay that does not wait
+
+  /// Whether it leads to no vehicle: to a simulated one, or to a trace.
+  bool isSimulated() const { return kind == Kind::Demo || kind == Kind::Replay; }
 
   /// The link in the form in which it is written.
   std::string text() const;

@@ -24,6 +24,8 @@ class ISettings;
 
 namespace velmara {
 
+class TraceWriter;
+
 enum class UnitSystem { Metric, Imperial };
 
 struct SessionOptions {
@@ -41,6 +43,13 @@ struct ConnectOptions {
 
   Protocol protocol;  ///< to be found if its number is 0
   Progress progress = nullptr;
+  std::shared_ptr<TraceWriter> trace = nullptr;  ///< records what goes over the link; null for nothing
+};
+
+/// A request that a replayed trace has no answer to.
+struct MissingRequest {
+  std::string request;  ///< as it went to the adapter, in upper case and without blanks
+  unsigned count = 0;   ///< how often it was sent
 };
 
 /// A control unit of the vehicle.
@@ -84,6 +93,10 @@ class VELMARA_EXPORT Session {
   bool isConnected() const;
   /// The link of the latest `connect`.
   const Link& link() const;
+  /// What a replayed link was called when it was recorded; empty if that is not told, and for other links.
+  std::string recordedLink() const;
+  /// What was asked in vain of a replayed link since it was opened, in the order in which it came first.
+  std::vector<MissingRequest> missingRequests() const;
 
   /// All control units in ascending order.
   std::vector<ControlUnit> units() const;

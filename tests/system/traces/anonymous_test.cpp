@@ -1,0 +1,225 @@
+// A trace that was made anonymous reads as before, and holds no piece of what identifies a car or its owner.
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+#include <fmt/format.h>
+
+#include "tracefixture.h"
+#include "traces.h"
+
+namespace velmara {
+namespace {
+
+constexpr const char* Vin = "1VM20SAL6R1000417";
+constexpr std::size_t MakerLength = 3;
+
+std::string hexOf(const std::string& text) {
+  std::string hex;
+  for (const char c : text) {
+    hex += fmt::format("{:02X}", static_cast<unsigned char>(c));
+  }
+  return hex;
+}
+
+// A piece of a secret of so many characters that a text holds: as it is, or in hexadecimal with whatever
+// blanks, in any line; empty if there is none.
+std::string pieceOf(const std::string& secret, const std::string& text, std::size_t size) {
+  std::string digits;
+  for (const char c : text) {
+    if (c != ' ') {
+      digits += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+  }
+  for (std::size_t i = 0; i + size <= secret.size(); ++i) {
+    const std::string piece = secret.substr(i, size);
+    // Digits alone are in many a time or number.
+    const bool telling = piece.find_first_of("GHJKLMNPRSTUVWXYZ") != std::string::npos;
+    if ((telling && text.find(piece) != std::string::npos) ||
+        digits.find(hexOf(piece)) != std::string::npos) {
+      return piece;
+    }
+  }
+  return {};
+}
+
+std::string anonymous(const std::string& lines) {
+  const std::string text = anonymized(simulator::Trace::parse("# velmara trace 1\n" + lines, "test"));
+  return text.substr(text.find('\n') + 1);
+}
+
+struct Form {
+  const char* name;
+  const char* lines;
+};
+
+// Whole VINs in the forms in which adapters give them.
+const Form Whole[] = {
+    {"CAN",
+     "0 > 0902\\r\n0 < 7E8101449020131564D\\r7E8213230\n0 < 53414C3652\\r7E82231303030343137\\r\\r>\n"},
+    {"CAN with blanks",
+     "0 > 09 02\\r\n0 < 09 02\\r7E8 10 14 49 02 01 31 56 4D \\r\\n7E8 21 32 30 53 41 4C 36 52 \\r\\n"
+     "7E8 22 31 30 30 30 34 31 37 \\r\\n\\r\\n>\n"},
+    {"CAN of two units",
+     "0 > 0902\\r\n0 < 7E8101449020131564D\\r7E9101449020131564D\\r7E9213230\n0 < "
+     "53414C3652\\r7E82132305341\\x34C3652\\r"
+     "7E82231303030343137\\r7E92231303030343137\\r\\r>\n"},
+    {"CAN 29 bit",
+     "0 > 0902\\r\n0 < 18DAF110101449020131564D\\r18DAF110213230"
+     "53414C3652\\r18DAF1102231303030343137\\r\\r>\n"},
+    {"CAN without headers",
+     "0 > 0902\\r\n0 < 014 \\r0: 49 02 01 31 56 4D \\r1: 32 30 53 41 4C 36 52 \\r2: 31 30 30 30 34 31 37 "
+     "\\r\\r>\n"},
+    {"lower case", "0 > 0902\\r\n0 < 014\\r0:49020131564d\\r1:323053414c3652\\r2:31303030343137\\r\\r>\n"},
+    {"ISO 9141",
+     "0 > 0902\\r\n0 < 486B104902010000003140\\r"
+     "486B10490202564D323015\\r"
+     "486B1049020353414C3627\\r"
+     "486B1049020452313030F5\\r"
+     "486B1049020530343137DF\\r\\r>\n"},
+    {"J1850 PWM",
+     "0 > 0902\\r\n0 < 41 6B 10 49 02 01 00 00 00 31 2F \\r"
+     "41 6B 10 49 02 02 56 4D 32 30 E8 \\r"
+     "41 6B 10 49 02 03 53 41 4C 36 D1 \\r"
+     "41 6B 10 49 02 04 52 31 30 30 1D \\r"
+     "41 6B 10 49 02 05 30 34 31 37 18 \\r\\r>\n"},
+    {"KWP",
+     "0 > 0902\\r\n0 < 87F1104902010000003105\\r"
+     "87F110490202564D3230DA\\r"
+     "87F11049020353414C36EC\\r"
+     "87F11049020452313030BA\\r"
+     "87F11049020530343137A4\\r\\r>\n"},
+    {"before CAN without headers",
+     "0 > 0902\\r\n0 < 49 02 01 00 00 00 31 \\r"
+     "49 02 02 56 4D 32 30 \\r"
+     "49 02 03 53 41 4C 36 \\r"
+     "49 02 04 52 31 30 30 \\r"
+     "49 02 05 30 34 31 37 \\r\\r>\n"},
+    {"UDS", "0 > 22F190\\r\n0 < 7E8101462F19031564D\\r7E821323053414C3652\\r7E82231303030343137\\r\\r>\n"},
+    {"KWP in one message", "0 > 1A90\\r\n0 < 5A9031564D323053414C365231303030343137\\r\\r>\n"}};
+
+TEST(Anonymized, WireFormsHoldNoPieceAndKeepTheirShape) {
+  for (const Form& form : Whole) {
+    SCOPED_TRACE(form.name);
+    const std::string text = anonymous(form.lines);
+    const simulator::Trace before =
+        simulator::Trace::parse(std::string("# velmara trace 1\n") + form.lines, "before");
+    const simulator::Trace after = simulator::Trace::parse("# velmara trace 1\n" + text, "after");
+    ASSERT_EQ(after.events.size(), before.events.size());
+    for (std::size_t i = 0; i < before.events.size(); ++i) {
+      EXPECT_EQ(after.events[i].text.size(), before.events[i].text.size());
+    }
+    for (const simulator::TraceExchange& exchange : simulator::exchangesOf(after)) {
+      std::istringstream lines(simulator::answerOf(after, exchange));
+      for (std::string line; std::getline(lines, line, '\r');) {
+        EXPECT_EQ(pieceOf(std::string(Vin).substr(MakerLength), line, 3), "") << line;
+      }
+    }
+    EXPECT_EQ(text, anonymous(form.lines));  // the same every time
+  }
+}
+
+// The number is in other places once it is known, and in parts of answers that came late or damaged.
+TEST(Anonymized, OtherPlacesHoldNoPieceEither) {
+  const std::string known = Whole[0].lines;
+  const char* const places[] = {
+      "5 > 0100\\r\n5 < 7E8064100BFBFB99700\\r7E821323053414C3652\\r\\r>\n",    // late
+      "5 > 0904\\r\n5 < 7E821323053414C3652\\r7E82231303030343137\\r\\r>\n",    // the beginning is lost
+      "5 > 0902\\r\n5 < 7E821#323053414C3652\\r7E8!2231303030343137\\r\\r>\n",  // noise
+      "5 > 0902\\r\n5 < 7E8101449020131564D\\r7E82132305341\n",                 // half of it
+      "5 > 0902\\r\n5 < 7E8101449020131564D\\r7E82231303030343137\\r\\r>\n",    // out of order
+      "5 > ATI\\r\n5 < 49 02 02 56 4D 32 30\\r49 02 03 53 41 4C 36\\r49 02 04 52 31 30 30\\r\\r>\n",
+      "# of 1VM20SAL6R1000417\n5 > AT@1\\r\n5 < 1VM20SAL6R1000417\\r\\r>\n",
+      "5 > 2EF19031564D323053414C365231303030343137\\r\n5 < 7E8036EF190\\r\\r>\n",
+      "5 < 7E82231303030343137\\r\n6 ! lost while reading 1VM20SAL6R1000417\n"};
+  for (const char* const place : places) {
+    std::istringstream lines(anonymous(known + place));
+    for (std::string line; std::getline(lines, line);) {
+      std::string part;
+      for (std::istringstream parts(line); std::getline(parts, part, '\\');) {
+        EXPECT_EQ(pieceOf(Vin, part, 5), "") << place << line;
+      }
+    }
+  }
+}
+
+TEST(Anonymized, CheckBytesAreRightAgain) {
+  const std::string sum = anonymous("0 > 0902\\r\n0 < 486B104902015A5958314B\\r\\r>\n");
+  const std::string crc = anonymous("0 > 0902\\r\n0 < 416B104902015A595831DA\\r\\r>\n");
+  for (const auto& [text, isSum] : {std::pair(sum, true), std::pair(crc, false)}) {
+    const std::size_t begin = text.find("6B10") - 2;
+    unsigned total = 0;
+    unsigned crcNow = 0xFF;
+    for (std::size_t i = 0; i < 10; ++i) {
+      const auto byte = static_cast<unsigned>(std::stoul(text.substr(begin + 2 * i, 2), nullptr, 16));
+      total += byte;
+      for (unsigned bit = 0x80; bit != 0; bit >>= 1U) {  // SAE J1850
+        const bool high = ((crcNow & 0x80U) != 0) != ((byte & bit) != 0);
+        crcNow = (crcNow << 1U & 0xFFU) ^ (high ? 0x1DU : 0U);
+      }
+    }
+    const auto check = static_cast<unsigned>(std::stoul(text.substr(begin + 20, 2), nullptr, 16));
+    EXPECT_EQ(check, isSum ? total & 0xFFU : ~crcNow & 0xFFU) << text;
+    EXPECT_EQ(text.find("5A595831"), std::string::npos) << text;
+  }
+}
+
+TEST(Anonymized, LinksAndAdaptersAreNobodysOwn) {
+  const std::string text = anonymous(
+      "# via 00:1D:A5:68:98:8B and 11-22-33-44-55-66\n0 ! opened bt:00:1d:a5:68:98:8b@1\n0 ! closed\n"
+      "1 ! opened tcp:joes-car.example:35000\n1 ! lost cannot reach joes-car.example\n"
+      "2 ! opened serial:/dev/serial/by-id/usb-FTDI_A50285BI\n3 ! opened demo:/home/joe/car.vehicle\n"
+      "4 > AT@2\\r\n4 < AT@2\\rSN0123456789\\r\\r>\n4 > AT@1\\r\n4 < My SN0123456789 chip\\r\\r>\n"
+      "4 ! opened demo:iso9141\n5 > 0100\\r\n5 < 4100BFBFB997\\r\\r>\n");
+  for (const char* const secret : {"1D:A5", "22-33", "joe", "A50285BI", "0123456789", "1d:a5"}) {
+    EXPECT_EQ(text.find(secret), std::string::npos) << secret << "\n" << text;
+  }
+  for (const char* const kept :
+       {"bt:02:00:00:00:00:01@1", "# via 02:00:00:00:00:01 and 02:00:00:00:00:02", "tcp:adapter:35000",
+        "cannot reach adapter", "serial:/dev/adapter", "demo:vehicle", "demo:iso9141", "4100BFBFB997"}) {
+    EXPECT_NE(text.find(kept), std::string::npos) << kept << "\n" << text;
+  }
+}
+
+class AnonymousVehicles : public TraceTest, public testing::WithParamInterface<std::string> {};
+
+// Whatever a vehicle says of itself: the report is the same but for that, and its number is as good as
+// before.
+TEST_P(AnonymousVehicles, ReadAsBefore) {
+  const Json live = Json::parse(outcomeOf("demo:" + GetParam(), recording()));
+  const std::string text = anonymizedTrace(traceFile);
+  Json after = Json::parse(outcomeOf("replay:" + write("public.trace", text) + "@fast"));
+  for (std::size_t i = 0; i < live.at("units").size(); ++i) {
+    const Json& unit = live["units"][i];
+    Json& other = after.at("units").at(i);
+    if (const Json& vin = unit["vin"]; vin.is_string()) {
+      const auto number = vin.get<std::string>();
+      EXPECT_NE(other["vin"], vin);
+      EXPECT_EQ(pieceOf(number, other["vin"].get<std::string>(), 5), "");
+      EXPECT_EQ(other["vinCheckDigitFits"], unit["vinCheckDigitFits"]);
+      EXPECT_EQ(other["modelYear"], unit["modelYear"]);
+      std::istringstream lines(text);
+      for (std::string line; std::getline(lines, line);) {
+        EXPECT_EQ(pieceOf(number, line, 5), "") << line;
+      }
+    }
+    for (const char* const key : {"vin", "calibrations", "engineSerialNumber", "approvalNumber"}) {
+      if (unit.contains(key) && !unit[key].is_null()) {
+        EXPECT_NE(other[key], unit[key]) << key;
+        other[key] = unit[key];
+      }
+    }
+  }
+  EXPECT_EQ(Json::diff(live, after).dump(), "[]");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, AnonymousVehicles, testing::ValuesIn(allVehicles()), [](const auto& parameter) {
+  std::string name = parameter.param;
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+});
+
+}  // namespace
+}  // namespace velmara

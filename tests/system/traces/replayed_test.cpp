@@ -1,0 +1,254 @@
+// A replay tells what the vehicle told.
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+#include <simulator/replay.h>
+
+#include "tracefixture.h"
+#include "traces.h"
+#include "velmara/client/tracingbus.h"
+
+namespace velmara {
+namespace {
+
+using simulator::Fault;
+using simulator::FaultPlan;
+
+class Vehicles : public TraceTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(Vehicles, TellTheSameFromTheirTraces) {
+  const std::string live = outcomeOf("demo:" + GetParam(), recording());
+  ASSERT_TRUE(live.starts_with('{')) << live;
+  EXPECT_EQ(outcomeOf("replay:" + traceFile), live);
+  session.connect(parseLink("replay:" + traceFile + "@fast"));
+  EXPECT_EQ(report().dump(1), live);
+  EXPECT_TRUE(session.missingRequests().empty()) << session.missingRequests().front().request;
+  EXPECT_EQ(session.recordedLink(), "demo:" + GetParam());
+  session.disconnect();
+  // A trace of the replay is as good.
+  const std::string first = traceFile;
+  outcomeOf("replay:" + first + "@fast", recording());
+  EXPECT_TRUE(compareTraces(first, traceFile).empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Vehicles, testing::ValuesIn(allVehicles()), [](const auto& parameter) {
+  std::string name = parameter.param;
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+});
+
+// What went wrong live goes wrong in the same way from the trace.
+TEST_F(TraceTest, FaultsAreReplayed) {
+  load("petrol-can11");
+  using Kind = Fault::Kind;
+  for (const Kind kind : {Kind::Latency, Kind::Jitter, Kind::Split, Kind::Merge, Kind::Noise,
+                          Kind::LostPrompt, Kind::LateReply, Kind::HalfReply, Kind::Silence, Kind::ErrorWord,
+                          Kind::PeerClose, Kind::ReadError, Kind::WriteError}) {
+    for (const unsigned exchange : {7U, 25U, 40U}) {
+      SCOPED_TRACE(static_cast<int>(kind) * 100 + static_cast<int>(exchange));
+      FaultPlan faults;
+      faults.add(kind, exchange, 60, "BUS ERROR");
+      const ConnectOptions options = recording();
+      const std::string live = outcome([&] { connectTo(vehicle, faults, options); });
+      EXPECT_EQ(outcomeOf("replay:" + traceFile), live);
+    }
+  }
+}
+
+// And a replay can have faults of its own, as an adapter has: it ends, one way or the other.
+TEST_F(TraceTest, ReplaysStandFaults) {
+  outcomeOf("demo:iso9141", recording());
+  const auto trace = simulator::Trace::load(traceFile);
+  std::size_t whole = 0;
+  for (const char* const fault : {"latency:700@20-", "jitter:50", "split:3", "merge@12", "noise:3@15-25",
+                                  "lostprompt@20", "late:900@18", "half@22", "silence@21-",
+                                  "error:STOPPED@19", "close@23", "readerror@9", "writeerror@30"}) {
+    SCOPED_TRACE(fault);
+    simulator::AdapterOptions options;
+    options.faults = FaultPlan::parse(fault);
+    const auto adapter =
+        std::make_shared<simulator::ElmAdapter>(std::make_shared<simulator::Replay>(trace), options);
+    const std::string result = outcome([&] { session.connect(simulator::makeBus(adapter), "replay"); });
+    whole += result.starts_with('{') ? 1 : 0;
+  }
+  EXPECT_GT(whole, 3U);
+}
+
+// What a serial port needs beside bytes: its rate is found and raised as without the recorder, and recorded.
+TEST_F(TraceTest, RecordsSerialPorts) {
+  ConnectOptions options = recording();
+  const auto bus =
+      makeTracingBus(simulator::makeSerialBus(load("petrol-can11"), {}, 9600), options.trace, "serial:x");
+  const auto serial = std::dynamic_pointer_cast<hostos::ISerialBus>(bus);
+  ASSERT_TRUE(serial);
+  EXPECT_EQ(serial->open(), 0);
+  EXPECT_TRUE(serial->setBaudrate(38400));
+  EXPECT_FALSE(serial->setBaudrate(1));
+  EXPECT_EQ(serial->baudrate(), 38400);
+  const std::string request = "ATI\r";
+  EXPECT_EQ(serial->write({request.begin(), request.end()}), 0);
+  std::vector<unsigned char> answer;
+  EXPECT_EQ(serial->read(answer), hostos::BusRead);
+  serial->close();
+  EXPECT_NE(serial->write({'A'}), 0);
+  EXPECT_FALSE(std::dynamic_pointer_cast<hostos::ISerialBus>(
+      makeTracingBus(simulator::makeBus(vehicle), options.trace, "x")));
+  const simulator::Trace trace = simulator::Trace::load(traceFile);
+  std::string signs;
+  for (const simulator::TraceEvent& event : trace.events) {
+    signs += "#><ofclb"[static_cast<std::size_t>(event.kind)];
+  }
+  EXPECT_EQ(signs, "#ob><c");
+  EXPECT_EQ(trace.events[2].text, "38400");
+  EXPECT_EQ(trace.events[4].text, std::string(answer.begin(), answer.end()));
+}
+
+TEST_F(TraceTest, NothingIsOverwritten) {
+  const std::string file = write("old.trace", "precious");
+  EXPECT_EQ(failureOf([&] { TraceWriter writer(file); }), Failure::Kind::FileExists);
+  EXPECT_EQ(failureOf([&] { TraceWriter writer(folder.string()); }), Failure::Kind::NotAFile);
+  EXPECT_EQ(failureOf([&] { TraceWriter writer(path("no/where.trace")); }), Failure::Kind::Unusable);
+  EXPECT_EQ(contentOf(file), "precious");
+  { TraceWriter unused(path("unused.trace")); }
+  EXPECT_FALSE(std::filesystem::exists(path("unused.trace")));
+  TraceWriter writer(path("new.trace"));
+  write("new.trace", "somebody else was here first");
+  writer.closed();
+  EXPECT_NE(writer.failure(), "");
+  EXPECT_EQ(contentOf(path("new.trace")), "somebody else was here first");
+}
+
+// Every event is in the file before the dialogue goes on.
+TEST_F(TraceTest, IsThereAsItGoes) {
+  TraceWriter writer(path("live.trace"));
+  for (int i = 0; i < 3; ++i) {
+    writer.sent({'A', 'T', 'Z', '\r'});
+    const std::string text = contentOf(writer.name());
+    EXPECT_TRUE(text.ends_with(" > ATZ\\r\n")) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '>'), i + 1);
+  }
+}
+
+TEST_F(TraceTest, BadOnesAreNamedWithTheirLine) {
+  const std::string file = write("bad.trace", "# velmara trace 1\n0.0 > ATZ\\r\nnonsense\n");
+  for (const std::string& what : {file, path("none.trace")}) {
+    try {
+      session.connect(parseLink("replay:" + what));
+      FAIL() << what;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.kind(), Failure::Kind::Unusable);
+      EXPECT_NE(std::string(failure.what()).find(what == file ? file + ":3: " : what), std::string::npos)
+          << failure.what();
+    }
+    EXPECT_EQ(failureOf([&] { summarizeTrace(what); }), Failure::Kind::Unusable);
+  }
+  EXPECT_EQ(outcomeOf("replay:" + write("empty.trace", "# velmara trace 1\n")),
+            "failure " + std::to_string(static_cast<int>(Failure::Kind::NoAdapter)));
+}
+
+TEST_F(TraceTest, RequestsThatAreNotThereAreTold) {
+  outcomeOf("demo:iso9141", recording());
+  std::istringstream lines(contentOf(traceFile));
+  std::string kept;
+  bool inVin = false;
+  for (std::string line; std::getline(lines, line);) {
+    inVin = line.find(" > ") != std::string::npos ? line.find("> 0902") != std::string::npos : inVin;
+    kept += inVin ? "" : line + "\n";
+  }
+  session.connect(parseLink("replay:" + write("kept.trace", kept)));
+  EXPECT_FALSE(readInfo(session, unit()).vin);
+  ASSERT_EQ(session.missingRequests().size(), 1U);
+  EXPECT_EQ(session.missingRequests().front().request, "0902");
+}
+
+TEST_F(TraceTest, SummaryCountsAndMeasures) {
+  const TraceSummary summary = summaryOf(simulator::Trace::parse(
+      "# velmara trace 1\n0 ! opened tcp:x:1\n0 > ATI\\r\n0.1 < ELM327 v1.5\\r\\r>\n"
+      "1 > 010C\\r\n1.01 < 7E804410C1AF8\\r\\r>\n2 > 010C\\r\n2.03 < 7E804410C1AF8\\r7E904410C0000\\r\\r>\n"
+      "3 > 010C\\r\n3.02 < 7E804410C1AF8\\r\\r>\n4 > 0902\\r\n4.5 < NO DATA\\r\\r>\n5 > 0904\\r\n6 ! lost "
+      "pulled\n",
+      "x"));
+  EXPECT_EQ(summary.adapter, "ELM327 v1.5");
+  EXPECT_EQ(summary.units, (std::vector<std::string>{"7E8", "7E9"}));
+  ASSERT_EQ(summary.requests.size(), 4U);
+  EXPECT_EQ(summary.requests[1].count, 3U);
+  EXPECT_NEAR(*summary.requests[1].median, 0.02, 1e-9);
+  EXPECT_NEAR(*summary.requests[1].worst, 0.03, 1e-9);
+  EXPECT_EQ(summary.requests[3].unanswered, 1U);
+  ASSERT_EQ(summary.errors.size(), 2U);
+  EXPECT_EQ(summary.errors[0].what, "link lost: pulled");
+  EXPECT_EQ(summary.errors[1].what, "NO DATA");
+  EXPECT_EQ(summary.seconds, 6);
+}
+
+TEST_F(TraceTest, ComparisonFindsWhatDiffers) {
+  const std::string head =
+      "# velmara trace 1\n0 > 0100\\r\n0 < 41\\r>\n1 > 0101\\r\n1 < 4101\\r>\n1 > 0101\\r\n1 < 4102\\r>\n";
+  const std::string one = write("one.trace", head + "2 > 03\\r\n2 < 43\\r>\n");
+  const std::string two = write("two.trace", head + "2 > 0101\\r\n2 < 4103\\r>\n2 > 07\\r\n3 < 47\\r>\n");
+  const std::string three = write("three.trace", "# velmara trace 1\n0 > 0101\\r\n0 < 4109\\r>\n");
+  EXPECT_TRUE(compareTraces(one, one).empty());
+  const auto added = compareTraces(one, two);
+  ASSERT_EQ(added.size(), 2U);
+  EXPECT_EQ(added[0].request + "/" + added[1].request, "03/07");
+  const auto changed = compareTraces(one, three);
+  ASSERT_EQ(changed.size(), 3U);
+  EXPECT_EQ(changed[1].answer + "/" + changed[1].otherAnswer, "4101/4109");
+}
+
+// A vehicle made of a trace tells the same, but for what moves.
+TEST_P(Vehicles, AreMadeOfTheirTraces) {
+  if (GetParam() == "odd/asleep") {
+    return;  // which says less at first than it does later
+  }
+  Json live = Json::parse(outcomeOf("demo:" + GetParam(), recording()));
+  const std::string file = write("made.vehicle", vehicleOfTrace(traceFile, "made"));
+  Json made = Json::parse(outcomeOf("demo:" + file));
+  ASSERT_EQ(made.at("units").size(), live.at("units").size());
+  for (std::size_t i = 0; i < live.at("units").size(); ++i) {
+    for (const char* const key : {"id", "vin", "calibrations", "verificationNumbers", "mil", "confirmed",
+                                  "pending", "permanent", "sinceReset", "onBoardTests", "frames"}) {
+      EXPECT_EQ(made["units"][i][key], live["units"][i][key]) << key << "\n" << contentOf(file);
+    }
+  }
+}
+
+// --- Traces that were handed in ---
+
+std::vector<std::string> handedIn() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(VELMARA_TRACES)) {
+    if (entry.path().extension() == ".trace") {
+      names.push_back(entry.path().stem().string());
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class HandedIn : public TraceTest, public testing::WithParamInterface<std::string> {};
+
+// A report that is not there yet is written, for people to look at.
+TEST_P(HandedIn, GivesItsReport) {
+  const std::filesystem::path base = std::filesystem::path(VELMARA_TRACES) / GetParam();
+  const std::filesystem::path expected = base.string() + ".json";
+  const std::string told = outcomeOf("replay:" + base.string() + ".trace@fast") + "\n";
+  if (!std::filesystem::exists(expected)) {
+    std::ofstream(expected) << told;
+    FAIL() << expected << " was missing. It has been written: check that all in it is right.";
+  }
+  EXPECT_EQ(told, contentOf(expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HandedIn, testing::ValuesIn(handedIn()), [](const auto& parameter) {
+  std::string name = parameter.param;
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+});
+
+}  // namespace
+}  // namespace velmara
