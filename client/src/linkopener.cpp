@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <hostos/busfactory.h>
 #include <simulator/bus.h>
 #include <simulator/vehicle.h>
 
@@ -66,6 +67,15 @@ std::string openLink(const Link& link, obd::IConnectionManager& manager, obd::Ve
                       "Switch Bluetooth on, or plug a Bluetooth dongle in.");
       }
       break;
+    case Link::Kind::LowEnergy: {
+      const auto bus = hostos::BusFactory::createBleBus(link.target, link.service);
+      if (!bus) {
+        throw Failure(Failure::Kind::LinkFailed, "This program was built without Bluetooth Low Energy.",
+                      "Build it where sdbus-c++ is installed.");
+      }
+      started = manager.openBus(bus, protocol);
+      break;
+    }
     case Link::Kind::Own:
       break;
   }

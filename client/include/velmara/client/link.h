@@ -9,19 +9,21 @@
 namespace velmara {
 
 /// Where the adapter is, as people write it: "demo:", "tcp:HOST:PORT", "serial:DEVICE@BAUD",
-/// "bt:ADDRESS@CHANNEL".
+/// "bt:ADDRESS@CHANNEL", "ble:ADDRESS@SERVICE".
 struct VELMARA_EXPORT Link {
   enum class Kind {
     Demo,  ///< a simulated adapter and vehicle within this process
     Tcp,
     Serial,
-    Bluetooth,
-    Own  ///< a bus of the caller's, which has no text that could be parsed
+    Bluetooth,  ///< the classic one, RFCOMM
+    LowEnergy,  ///< Bluetooth Low Energy
+    Own         ///< a bus of the caller's, which has no text that could be parsed
   };
 
   Kind kind = Kind::Demo;
-  std::string target;  ///< vehicle, host, device, address, or words for people
-  int number = 0;      ///< port, baud rate (0: to be found) or channel
+  std::string target;        ///< vehicle, host, device, address, or words for people
+  int number = 0;            ///< port, baud rate (0: to be found) or channel
+  std::string service = {};  ///< of Low Energy: the one that carries the serial stream (empty: to be found)
 
   /// The link in the form in which it is written.
   std::string text() const;
