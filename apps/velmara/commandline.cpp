@@ -35,7 +35,9 @@ constexpr const char* LinkHelp =
     "  tcp:HOST:PORT                 a Wi-Fi adapter; IPv6 as tcp:[::1]:35000\n"
     "  serial:DEVICE                 a serial or USB adapter, its baud rate is found\n"
     "  serial:DEVICE@BAUD            the same with a known baud rate\n"
-    "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n";
+    "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n"
+    "  ble:ADDRESS                   a Bluetooth Low Energy adapter; ble:ADDRESS@SERVICE with a known "
+    "service\n";
 
 std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;

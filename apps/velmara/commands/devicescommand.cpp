@@ -9,6 +9,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -43,6 +44,11 @@ struct BluetoothDevice {
   std::string link;
   std::string name;
   std::string address;
+};
+
+struct LowEnergyDevice {
+  std::string link;
+  hostos::LeDevice device;
 };
 
 constexpr std::string_view PortPrefixes[] = {"ttyUSB", "ttyACM", "rfcomm", "ttyS"};
@@ -122,10 +128,55 @@ std::vector<SerialPort> findSerialPorts() {
   return ports;
 }
 
-// One search. Results come on a thread of its own.
+// The search for Low Energy. Results come on a thread of its own.
+class LowEnergyFinder : private hostos::IBluetoothListener {
+ public:
+  explicit LowEnergyFinder(hostos::IBluetoothStack& stack) : m_search(stack.createLeSearch()) {
+    m_search->setListener(this);
+  }
+  ~LowEnergyFinder() override { m_search->cancel(); }
+  LowEnergyFinder(const LowEnergyFinder&) = delete;
+  LowEnergyFinder& operator=(const LowEnergyFinder&) = delete;
+
+  bool start() { return m_search->start(); }
+  bool done() const { return m_done; }
+  void stop() { m_search->stop(); }
+
+  // The likely ones first.
+  std::vector<LowEnergyDevice> devices() {
+    const std::lock_guard guard(m_mutex);
+    std::vector<LowEnergyDevice> devices;
+    for (const auto& [address, device] : m_devices) {
+      devices.push_back({Link{Link::Kind::LowEnergy, address}.text(), device});
+    }
+    const auto rank = [](const hostos::LeDevice& device) {
+      return std::pair(!device.isSerial,
+                       device.signal == 0 ? std::numeric_limits<int>::max() : -device.signal);
+    };
+    std::stable_sort(devices.begin(), devices.end(), [&](const LowEnergyDevice& a, const LowEnergyDevice& b) {
+      return rank(a.device) < rank(b.device);
+    });
+    return devices;
+  }
+
+ private:
+  void onDeviceFound(const std::string&, const std::string&, int) override {}
+  void onLeDeviceFound(const hostos::LeDevice& device) override {
+    const std::lock_guard guard(m_mutex);
+    m_devices[device.address] = device;
+  }
+  void onSearchDone() override { m_done = true; }
+
+  std::mutex m_mutex;
+  std::map<std::string, hostos::LeDevice> m_devices;  // by address
+  std::atomic<bool> m_done{false};
+  const std::unique_ptr<hostos::IDeviceSearch> m_search;
+};
+
+// Both searches. Results come on threads of their own.
 class BluetoothFinder : private obd::IBluetoothObserver {
  public:
-  BluetoothFinder() : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()) {
+  BluetoothFinder() : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()), m_lowEnergy(*m_stack) {
     m_search.attachObserver(this);
   }
   ~BluetoothFinder() override {
@@ -137,20 +188,23 @@ class BluetoothFinder : private obd::IBluetoothObserver {
 
   void run(Session& session, Notes& notes, milliseconds limit) {
     notes.phase("Looking for Bluetooth devices");
-    if (m_search.startScan()) {
+    if (m_search.startScan() && m_lowEnergy.start()) {
       session.pumpUntil(
           [this, &notes] {
             notes.tick();
-            return m_done.load();
+            return m_done && m_lowEnergy.done();
           },
           limit);
       m_search.stopScan();
+      m_lowEnergy.stop();
     }
     notes.endPhases();
   }
 
   /// In words for the user; empty if all went well.
   std::string error() const { return m_stack->lastError(); }
+
+  std::vector<LowEnergyDevice> lowEnergyDevices() { return m_lowEnergy.devices(); }
 
   std::vector<BluetoothDevice> devices() {
     const std::lock_guard guard(m_mutex);
@@ -174,6 +228,7 @@ class BluetoothFinder : private obd::IBluetoothObserver {
   std::atomic<bool> m_done{false};
   std::shared_ptr<hostos::IBluetoothStack> m_stack;
   obd::BluetoothSearch m_search;
+  LowEnergyFinder m_lowEnergy;
 };
 
 void print(Output& out, const std::vector<SerialPort>& ports) {
@@ -211,6 +266,31 @@ void print(Output& out, const std::vector<BluetoothDevice>& devices, const std::
   }
 }
 
+// Without what is hardly an adapter: devices that tell neither a name nor a service that would fit.
+void print(Output& out, const std::vector<LowEnergyDevice>& devices) {
+  Table table({{"Link"}, {"Device"}, {"Signal"}, {"Serial service"}});
+  std::size_t nameless = 0;
+  for (const auto& [link, device] : devices) {
+    std::string plain = device.address;
+    std::replace(plain.begin(), plain.end(), ':', '-');  // as BlueZ calls what has no name
+    if (!device.isSerial && (device.name.empty() || device.name == plain || device.name == device.address)) {
+      ++nameless;
+      continue;
+    }
+    table.add({link, printable(device.name),
+               device.signal == 0 ? "not heard" : fmt::format("{} dBm", device.signal),
+               device.isSerial ? "yes" : "not told"});
+  }
+  const bool none = nameless == devices.size();
+  out.line(out.heading("Bluetooth Low Energy devices") + (none ? ": none" : ""));
+  if (!none) {
+    table.print(out, 2);
+  }
+  if (nameless > 0) {
+    out.line(fmt::format("  {} without a name left out", nameless));
+  }
+}
+
 Json toJson(const std::vector<SerialPort>& ports) {
   Json list = Json::array();
   for (const SerialPort& port : ports) {
@@ -227,6 +307,18 @@ Json toJson(const std::vector<BluetoothDevice>& devices) {
   Json list = Json::array();
   for (const BluetoothDevice& device : devices) {
     list.push_back({{"link", device.link}, {"name", device.name}, {"address", device.address}});
+  }
+  return list;
+}
+
+Json toJson(const std::vector<LowEnergyDevice>& devices) {
+  Json list = Json::array();
+  for (const auto& [link, device] : devices) {
+    list.push_back({{"link", link},
+                    {"name", device.name},
+                    {"address", device.address},
+                    {"signal", device.signal == 0 ? Json() : Json(device.signal)},
+                    {"serialService", device.isSerial}});
   }
   return list;
 }
@@ -270,9 +362,13 @@ class DevicesCommand : public Command {
       finder.run(session, program.notes, std::chrono::seconds(m_seconds));
       if (m_json) {
         document["bluetooth"] = toJson(finder.devices());
+        document["lowEnergy"] = toJson(finder.lowEnergyDevices());
         document["bluetoothError"] = finder.error().empty() ? Json() : Json(finder.error());
       } else {
         print(program.out, finder.devices(), finder.error());
+        if (finder.error().empty()) {
+          print(program.out, finder.lowEnergyDevices());
+        }
       }
     }
     if (m_json) {
