@@ -23,6 +23,9 @@
 #include "link/devicedetector.h"
 #include "link/elmscantool.h"
 #include "measure.h"
+#ifdef BLUETOOTH_BUS
+#include "support/bluetoothbus.h"
+#endif
 
 namespace {
 
@@ -100,6 +103,38 @@ void requestOverTcp(benchmark::State& state) {
   measure(state, [&] { return adapter.request(); });
 }
 BENCHMARK(requestOverTcp)->UseManualTime()->Iterations(RequestsPerRun);
+
+#ifdef BLUETOOTH_BUS
+// Through a stand-in for BlueZ in Python, which passes every piece on to a TCP socket: by sockets, and by
+// method calls and signals.
+void requestOverLowEnergy(benchmark::State& state) {
+  using bluetoothtest::BluetoothBus;
+  simulator::TcpServer server(bench::promptVehicle(), {});
+  BluetoothBus bluez(BluetoothBus::LowEnergy);
+  if (bluez.missing()) {
+    state.SkipWithError("python3-dbusmock is not installed");
+    return;
+  }
+  bluez.startBluez();
+  bluez.mock("Play",
+             R"({"devices": [{"address": "AA:BB:CC:11:22:33", "known": true, "port": )" +
+                 std::to_string(server.port()) + R"(, "sockets": )" +
+                 (state.range(0) != 0 ? "true" : "false") +
+                 R"(, "services": [["fff0", ["fff1", "notify"], ["fff2", "write-without-response"]]]}]})");
+  OpenAdapter adapter(hostos::BusFactory::createBleBus("AA:BB:CC:11:22:33"));
+  if (!adapter.isReady()) {
+    state.SkipWithError("the adapter did not open");
+    return;
+  }
+  measure(state, [&] { return adapter.request(); });
+}
+BENCHMARK(requestOverLowEnergy)
+    ->ArgName("sockets")
+    ->Arg(1)
+    ->Arg(0)
+    ->UseManualTime()
+    ->Iterations(RequestsPerRun);
+#endif
 
 /// A blocking client socket to a port of this machine.
 class BareSocket {

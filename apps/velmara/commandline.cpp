@@ -37,6 +37,8 @@ constexpr const char* LinkHelp =
     "  serial:DEVICE                 a serial or USB adapter, its baud rate is found\n"
     "  serial:DEVICE@BAUD            the same with a known baud rate\n"
     "  bt:ADDRESS                    a paired Bluetooth adapter; bt:ADDRESS@CHANNEL if not on 1\n"
+    "  ble:ADDRESS                   a Bluetooth Low Energy adapter; ble:ADDRESS@SERVICE with a known "
+    "service\n"
     "  replay:FILE                   a trace, which --trace writes; replay:FILE@fast does not wait\n";
 
 std::vector<std::unique_ptr<Command>> makeCommands() {

@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -104,13 +106,66 @@ std::vector<SerialPort> findSerialPorts() {
   return ports;
 }
 
-BluetoothFinder::BluetoothFinder() : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()) {
+BluetoothFinder::LowEnergy::LowEnergy(hostos::IBluetoothStack& stack) : m_search(stack.createLeSearch()) {
+  if (m_search) {
+    m_search->setListener(this);
+  }
+}
+
+BluetoothFinder::LowEnergy::~LowEnergy() {
+  if (m_search) {
+    m_search->cancel();
+  }
+}
+
+bool BluetoothFinder::LowEnergy::start() {
+  m_done = !m_search;
+  return !m_search || m_search->start();
+}
+
+void BluetoothFinder::LowEnergy::stop() {
+  if (m_search) {
+    m_search->stop();
+  }
+}
+
+std::vector<LowEnergyDevice> BluetoothFinder::LowEnergy::devices() {
+  const std::lock_guard guard(m_mutex);
+  std::vector<LowEnergyDevice> devices;
+  for (const auto& [address, device] : m_devices) {
+    devices.push_back(device);
+  }
+  const auto rank = [](const LowEnergyDevice& device) {
+    return std::pair(!device.isSerial, device.signal == 0 ? std::numeric_limits<int>::max() : -device.signal);
+  };
+  std::stable_sort(devices.begin(), devices.end(),
+                   [&](const LowEnergyDevice& a, const LowEnergyDevice& b) { return rank(a) < rank(b); });
+  return devices;
+}
+
+void BluetoothFinder::LowEnergy::onLeDeviceFound(const hostos::LeDevice& device) {
+  const std::lock_guard guard(m_mutex);
+  m_devices[device.address] = {Link{Link::Kind::LowEnergy, device.address}.text(), printable(device.name),
+                               device.address, device.signal, device.isSerial};
+}
+
+BluetoothFinder::BluetoothFinder()
+    : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()), m_lowEnergy(*m_stack) {
   m_search.attachObserver(this);
 }
 
 BluetoothFinder::~BluetoothFinder() {
   m_search.stopScan();
   m_search.detachObserver(this);
+}
+
+bool BluetoothFinder::start() {
+  return m_search.startScan() && m_lowEnergy.start();
+}
+
+void BluetoothFinder::stop() {
+  m_search.stopScan();
+  m_lowEnergy.stop();
 }
 
 std::string BluetoothFinder::error() const {
@@ -147,6 +202,18 @@ Json toJson(const std::vector<BluetoothDevice>& devices) {
   Json list = Json::array();
   for (const BluetoothDevice& device : devices) {
     list.push_back({{"link", device.link}, {"name", device.name}, {"address", device.address}});
+  }
+  return list;
+}
+
+Json toJson(const std::vector<LowEnergyDevice>& devices) {
+  Json list = Json::array();
+  for (const LowEnergyDevice& device : devices) {
+    list.push_back({{"link", device.link},
+                    {"name", device.name},
+                    {"address", device.address},
+                    {"signal", device.signal == 0 ? Json() : Json(device.signal)},
+                    {"serialService", device.isSerial}});
   }
   return list;
 }

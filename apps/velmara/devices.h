@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <hostos/bluetooth.h>
+
 #include "link/bluetoothsearch.h"
 #include "report/json.h"
 
@@ -30,8 +32,16 @@ struct BluetoothDevice {
   std::string address;
 };
 
-/// One search, which goes on beside the caller, for some 13 seconds. Results come on a thread of its own. The
-/// library is open meanwhile.
+struct LowEnergyDevice {
+  std::string link;
+  std::string name;  ///< its address where it has told none
+  std::string address;
+  int signal = 0;         ///< dBm; 0 for one that is known but not heard
+  bool isSerial = false;  ///< tells of a service that carries a serial stream
+};
+
+/// A search for devices of either kind, which goes on beside the caller, for some 13 seconds. Results come on
+/// threads of their own. The library is open meanwhile.
 class BluetoothFinder : private obd::IBluetoothObserver {
  public:
   BluetoothFinder();
@@ -40,15 +50,40 @@ class BluetoothFinder : private obd::IBluetoothObserver {
   BluetoothFinder& operator=(const BluetoothFinder&) = delete;
 
   /// False if there is nothing to search with; `error` tells why.
-  bool start() { return m_search.startScan(); }
-  void stop() { m_search.stopScan(); }
-  bool isDone() const { return m_done; }
+  bool start();
+  void stop();
+  bool isDone() const { return m_done && m_lowEnergy.isDone(); }
 
   /// In words for the user; empty if all went well.
   std::string error() const;
   std::vector<BluetoothDevice> devices();
+  /// Those with a serial service first, then the stronger ones.
+  std::vector<LowEnergyDevice> lowEnergyDevices() { return m_lowEnergy.devices(); }
 
  private:
+  class LowEnergy : private hostos::IBluetoothListener {
+   public:
+    explicit LowEnergy(hostos::IBluetoothStack& stack);
+    ~LowEnergy() override;
+    LowEnergy(const LowEnergy&) = delete;
+    LowEnergy& operator=(const LowEnergy&) = delete;
+
+    bool start();
+    void stop();
+    bool isDone() const { return m_done; }
+    std::vector<LowEnergyDevice> devices();
+
+   private:
+    void onDeviceFound(const std::string&, const std::string&, int) override {}
+    void onLeDeviceFound(const hostos::LeDevice& device) override;
+    void onSearchDone() override { m_done = true; }
+
+    std::mutex m_mutex;
+    std::map<std::string, LowEnergyDevice> m_devices;  // by address
+    std::atomic<bool> m_done{false};
+    const std::unique_ptr<hostos::IDeviceSearch> m_search;  // null where there is none to be had
+  };
+
   void onSearchStarted() override {}
   void onDeviceFound(const std::string& name, const std::string& address, int port) override;
   void onSearchDone() override { m_done = true; }
@@ -56,11 +91,13 @@ class BluetoothFinder : private obd::IBluetoothObserver {
   std::mutex m_mutex;
   std::map<std::string, BluetoothDevice> m_devices;  // by address
   std::atomic<bool> m_done{false};
-  std::shared_ptr<hostos::IBluetoothStack> m_stack;
+  const std::shared_ptr<hostos::IBluetoothStack> m_stack;
   obd::BluetoothSearch m_search;
+  LowEnergy m_lowEnergy;
 };
 
 Json toJson(const std::vector<SerialPort>& ports);
 Json toJson(const std::vector<BluetoothDevice>& devices);
+Json toJson(const std::vector<LowEnergyDevice>& devices);
 
 }  // namespace velmara

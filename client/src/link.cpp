@@ -33,10 +33,11 @@ struct Scheme {
   std::string_view name;
   Link::Kind kind;
 };
-constexpr std::array<Scheme, 5> Schemes = {{{"demo", Link::Kind::Demo},
+constexpr std::array<Scheme, 6> Schemes = {{{"demo", Link::Kind::Demo},
                                             {"tcp", Link::Kind::Tcp},
                                             {"serial", Link::Kind::Serial},
                                             {"bt", Link::Kind::Bluetooth},
+                                            {"ble", Link::Kind::LowEnergy},
                                             {"replay", Link::Kind::Replay}}};
 constexpr std::string_view Fast = "@fast";  // of a replay that does not wait
 
@@ -57,9 +58,9 @@ std::optional<int> toNumber(std::string_view text) {
 }
 
 [[noreturn]] void reject(std::string_view text, const std::string& why) {
-  throw Failure(
-      Failure::Kind::Unusable, fmt::format("\"{}\" is not a link: {}", printable(text), why),
-      "Links look like demo:, tcp:192.168.0.10:35000, serial:/dev/ttyUSB0 or bt:00:1D:A5:68:98:8B.");
+  throw Failure(Failure::Kind::Unusable, fmt::format("\"{}\" is not a link: {}", printable(text), why),
+                "Links look like demo:, tcp:192.168.0.10:35000, serial:/dev/ttyUSB0, bt:00:1D:A5:68:98:8B or "
+                "ble:00:1D:A5:68:98:8B.");
 }
 
 bool isBluetoothAddress(std::string_view text) {
@@ -75,7 +76,19 @@ bool isBluetoothAddress(std::string_view text) {
   return true;
 }
 
-// Cuts "@NUMBER" off the end of `rest`.
+// As 16 bits ("fff0") or all 128 of them.
+bool isService(std::string_view text) {
+  constexpr std::string_view Long = "0000fff0-0000-1000-8000-00805f9b34fb";
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool dash = text.size() == Long.size() && Long[i] == '-';
+    if (dash ? text[i] != '-' : std::isxdigit(static_cast<unsigned char>(text[i])) == 0) {
+      return false;
+    }
+  }
+  return text.size() == 4 || text.size() == Long.size();
+}
+
+// Cuts "@WORD" off the end of `rest`.
 std::optional<std::string_view> takeSuffix(std::string_view& rest) {
   const std::size_t at = rest.rfind('@');
   if (at == std::string_view::npos) {
@@ -158,6 +171,17 @@ Link parseReplay(std::string_view text, std::string_view rest) {
   return {Link::Kind::Replay, std::string(rest), fast ? 1 : 0};
 }
 
+Link parseLowEnergy(std::string_view text, std::string_view rest) {
+  const std::optional<std::string_view> suffix = takeSuffix(rest);
+  if (!isBluetoothAddress(rest)) {
+    reject(text, "a Bluetooth address has six pairs of digits, as in ble:00:1D:A5:68:98:8B.");
+  }
+  if (suffix && !isService(*suffix)) {
+    reject(text, "a service has four digits, as in ble:00:1D:A5:68:98:8B@FFF0, or 32 of them with dashes.");
+  }
+  return {Link::Kind::LowEnergy, std::string(rest), 0, std::string(suffix.value_or(""))};
+}
+
 }  // namespace
 
 std::string Link::text() const {
@@ -173,6 +197,8 @@ std::string Link::text() const {
       return fmt::format("bt:{}@{}", target, number);
     case Kind::Replay:
       return fmt::format("replay:{}{}", target, number != 0 ? Fast : "");
+    case Kind::LowEnergy:
+      return "ble:" + target + (service.empty() ? "" : "@" + service);
     case Kind::Own:
       return target;
   }
@@ -188,7 +214,7 @@ Link parseLink(std::string_view text) {
   const auto found =
       std::find_if(Schemes.begin(), Schemes.end(), [&](const Scheme& row) { return row.name == scheme; });
   if (found == Schemes.end()) {
-    reject(text, "it must begin with demo:, tcp:, serial:, bt: or replay:.");
+    reject(text, "it must begin with demo:, tcp:, serial:, bt:, ble: or replay:.");
   }
   const std::string_view rest = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);
   switch (found->kind) {
@@ -200,6 +226,8 @@ Link parseLink(std::string_view text) {
       return parseBluetooth(text, rest);
     case Link::Kind::Replay:
       return parseReplay(text, rest);
+    case Link::Kind::LowEnergy:
+      return parseLowEnergy(text, rest);
     case Link::Kind::Demo:
     case Link::Kind::Own:
       break;
@@ -226,6 +254,9 @@ std::string adviceForAdapter(const Link& link) {
       return "velmara trace summary tells what the trace holds.";
     case Link::Kind::Bluetooth:
       return "Check that the adapter has power, is in reach and is paired with this computer.";
+    case Link::Kind::LowEnergy:
+      return "Check that the adapter has power and is in reach, and that no phone is connected to it: most "
+             "adapters serve one at a time.";
   }
   return {};
 }

@@ -125,6 +125,15 @@ StartedLink openLink(const Link& link, obd::IConnectionManager& manager, obd::Ve
                       "Switch Bluetooth on, or plug a Bluetooth dongle in.");
       }
       break;
+    case Link::Kind::LowEnergy: {
+      const auto bus = hostos::BusFactory::createBleBus(link.target, link.service);
+      if (!bus) {
+        throw Failure(Failure::Kind::LinkFailed, "This program was built without Bluetooth Low Energy.",
+                      "Build it where sdbus-c++ is installed.");
+      }
+      openLink(bus, words, manager, protocol, trace);
+      return {words, nullptr};
+    }
     case Link::Kind::Own:
       break;
   }

@@ -419,6 +419,7 @@ class Anonymizer {
         link.target = "trace";
         break;
       case Link::Kind::Bluetooth:
+      case Link::Kind::LowEnergy:
       case Link::Kind::Own:
         return;
     }

@@ -29,6 +29,16 @@ class VELMARA_EXPORT BusFactory {
   static std::shared_ptr<IMessageBus> createBluetoothBus(const std::string& name, const std::string& address,
                                                          std::uint32_t port);
 
+  /// A Bluetooth Low Energy link to `address` ("00:1D:A5:68:98:8B"), over BlueZ. `service` is the GATT
+  /// service that carries the serial stream, of 16 bits ("fff0") or of 128; without it, one is found. Null
+  /// where the library is built without, or the address or the service is none.
+  ///
+  /// Opening takes up to 30 s with an adapter that has to be found first, and as long again where somebody
+  /// has to confirm a pairing; closing ends it at once. An adapter whose connection the bus has made is
+  /// disconnected with the link.
+  static std::shared_ptr<IMessageBus> createBleBus(const std::string& address,
+                                                   const std::string& service = {});
+
   /// A TCP link to a host name, an IPv4 or an IPv6 address.
   static std::shared_ptr<IMessageBus> createTcpBus(const std::string& address, std::uint32_t port);
 

@@ -1,4 +1,5 @@
 #include <hostos/bluetooth.h>
+#include <hostos/busfactory.h>
 
 namespace hostos {
 
@@ -16,6 +17,7 @@ class NoSearch : public IDeviceSearch {
 class NoStack : public IBluetoothStack {
  public:
   IDeviceSearch* createDeviceSearch() override { return new NoSearch; }
+  IDeviceSearch* createLeSearch() override { return new NoSearch; }
   std::string lastError() const override { return "This program was built without Bluetooth search."; }
 };
 
@@ -23,6 +25,11 @@ class NoStack : public IBluetoothStack {
 
 std::shared_ptr<IBluetoothStack> bluetoothStack() {
   return std::make_shared<NoStack>();
+}
+
+std::shared_ptr<IMessageBus> BusFactory::createBleBus(const std::string& /*address*/,
+                                                      const std::string& /*service*/) {
+  return nullptr;
 }
 
 }  // namespace hostos

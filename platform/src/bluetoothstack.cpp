@@ -16,36 +16,19 @@
 #include <utility>
 #include <vector>
 
+#include "bleservices.h"
 #include "bluetoothlimits.h"
+#include "bluez.h"
 
 namespace hostos {
 
 namespace {
 
-// Names of D-Bus and of BlueZ (doc/adapter-api.txt, doc/device-api.txt).
-constexpr const char* BusService = "org.freedesktop.DBus";
-constexpr const char* BusPath = "/org/freedesktop/DBus";
-constexpr const char* ObjectManager = "org.freedesktop.DBus.ObjectManager";
-constexpr const char* PropertiesInterface = "org.freedesktop.DBus.Properties";
-constexpr const char* Bluez = "org.bluez";
-constexpr const char* AdapterInterface = "org.bluez.Adapter1";
-constexpr const char* DeviceInterface = "org.bluez.Device1";
 constexpr const char* SerialPortProfile = "00001101-0000-1000-8000-00805f9b34fb";
 
 constexpr int SerialPortChannel = 1;
 
-using Properties = std::map<std::string, sdbus::Variant>;
-using Interfaces = std::map<std::string, Properties>;
-using Objects = std::map<sdbus::ObjectPath, Interfaces>;
-
-// Takes a property over if it is told, and of the type it should be of.
-template <typename T>
-void take(const Properties& properties, const char* name, T& value) {
-  const auto place = properties.find(name);
-  if (place != properties.end() && place->second.containsValueOfType<T>()) {
-    value = place->second.get<T>();
-  }
-}
+enum class Radio { Classic, LowEnergy };
 
 // Why the latest inquiry failed. Shared by the stack and its inquiries, which may outlive it.
 class LastError {
@@ -74,16 +57,11 @@ class Receiver {
     const std::lock_guard guard(m_mutex);
     m_listener = listener;
   }
-  void deviceFound(const std::string& name, const std::string& address) {
+  template <typename Call>
+  void tell(const Call& call) {
     const std::lock_guard guard(m_mutex);
     if (m_listener != nullptr) {
-      m_listener->onDeviceFound(name, address, SerialPortChannel);
-    }
-  }
-  void searchDone() {
-    const std::lock_guard guard(m_mutex);
-    if (m_listener != nullptr) {
-      m_listener->onSearchDone();
+      call(*m_listener);
     }
   }
 
@@ -102,46 +80,64 @@ class Device {
     take(properties, "Alias", m_alias);
     take(properties, "Paired", m_paired);
     take(properties, "UUIDs", m_services);
+    take(properties, "Class", m_class);
+    take(properties, "RSSI", m_signal);
   }
 
   // Tells of the device if it may be a serial adapter and there is something new to tell.
-  void report(Receiver& receiver) {
-    const std::string& name = m_alias.empty() ? m_name : m_alias;
-    if (!maybeSerial() || (m_reported && name == m_reportedName)) {
+  void report(Radio radio, Receiver& receiver) {
+    const LeDevice news{m_alias.empty() ? m_name : m_alias, m_address, m_signal, hasSerialService()};
+    const bool same =
+        m_reported && news.name == m_last.name &&
+        (radio == Radio::Classic || (news.signal == m_last.signal && news.isSerial == m_last.isSerial));
+    if (same || m_address.empty() || !(radio == Radio::Classic ? maybeSerial() : maybeLowEnergy())) {
       return;
     }
     m_reported = true;
-    m_reportedName = name;
-    receiver.deviceFound(name, m_address);
+    m_last = news;
+    receiver.tell([&](IBluetoothListener& listener) {
+      if (radio == Radio::Classic) {
+        listener.onDeviceFound(news.name, news.address, SerialPortChannel);
+      } else {
+        listener.onLeDeviceFound(news);
+      }
+    });
   }
 
  private:
+  bool offers(const char* service) const {
+    return std::find(m_services.begin(), m_services.end(), service) != m_services.end();
+  }
+  bool hasSerialService() const { return std::any_of(m_services.begin(), m_services.end(), isSerialService); }
+  // Inquiries of the basic rate tell the class of a device, advertisements do not.
+  bool isOnlyLowEnergy() const {
+    return m_addressType == "random" || (m_class == 0 && hasSerialService() && !offers(SerialPortProfile));
+  }
   bool maybeSerial() const {
     // Before pairing, the list of services may have gaps.
     const bool allServicesKnown = m_paired && !m_services.empty();
-    return !m_address.empty() && m_addressType != "random" &&
-           (!allServicesKnown ||
-            std::find(m_services.begin(), m_services.end(), SerialPortProfile) != m_services.end());
+    return !isOnlyLowEnergy() && (!allServicesKnown || offers(SerialPortProfile));
   }
+  bool maybeLowEnergy() const { return m_addressType == "random" || m_class == 0 || hasSerialService(); }
 
   std::string m_address;
   std::string m_addressType;
   std::string m_name;   // the device's own
   std::string m_alias;  // the user's, or the device's, or the address
   std::vector<std::string> m_services;
-  std::string m_reportedName;
+  std::uint32_t m_class = 0;
+  std::int16_t m_signal = 0;
+  LeDevice m_last;
   bool m_paired = false;
   bool m_reported = false;
 };
 
-// One run of an inquiry. The connection to the bus is its own, so that BlueZ tells its discovery from those
-// of others, and ends it should this process die. One thread at a time uses the connection: the one that
-// starts the inquiry, then the inquiry's own. The waits are those of poll(2), on the real clock, as the bus
-// has deadlines of its own.
+// One run of an inquiry. One thread at a time uses its dialogue with BlueZ: the one that starts the inquiry,
+// then the inquiry's own.
 class Inquiry {
  public:
-  Inquiry(IBluetoothListener* listener, std::shared_ptr<LastError> lastError)
-      : m_lastError(std::move(lastError)) {
+  Inquiry(Radio radio, IBluetoothListener* listener, std::shared_ptr<LastError> lastError)
+      : m_radio(radio), m_lastError(std::move(lastError)) {
     m_receiver.set(listener);
   }
   Inquiry(const Inquiry&) = delete;
@@ -170,29 +166,20 @@ class Inquiry {
   Receiver& receiver() { return m_receiver; }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
-  std::unique_ptr<sdbus::IProxy> object(const std::string& path) const {
-    return sdbus::createProxy(*m_connection, m_owner, path);
-  }
-  void connect();
   void subscribe();
-  void chooseAdapter(const Objects& objects);
   void reportNews();
-  void wait(Clock::time_point deadline) const;
-  void onInterfacesAdded(sdbus::Message& message);
-  void onPropertiesChanged(sdbus::Message& message);
   void meet(const std::string& path, const Interfaces& interfaces);
 
+  const Radio m_radio;
   const std::shared_ptr<LastError> m_lastError;
   Receiver m_receiver;
   const int m_wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   std::atomic<bool> m_stopped{false};
   std::atomic<bool> m_over{false};
 
-  std::unique_ptr<sdbus::IConnection> m_connection;
-  std::string m_owner;    // BlueZ on the bus; calls to its unique name never start the service
-  std::string m_adapter;  // object path
+  std::unique_ptr<Bluez> m_bluez;
+  std::vector<sdbus::Slot> m_matches;
+  std::string m_adapter;                    // object path
   std::map<std::string, Device> m_devices;  // by object path
   std::vector<Device*> m_news;              // changed since the last report
 };
@@ -201,161 +188,80 @@ void Inquiry::begin() {
   if (m_wake < 0) {
     throw std::runtime_error("The Bluetooth search cannot start: no file descriptor is free.");
   }
-  connect();
+  m_bluez = std::make_unique<Bluez>(m_wake);
+  m_adapter = Bluez::chooseAdapter(m_bluez->objects());
   subscribe();
-  Objects objects;
-  object("/")->callMethod("GetManagedObjects").onInterface(ObjectManager).storeResultsTo(objects);
-  chooseAdapter(objects);
-  const auto adapter = object(m_adapter);
-  // Basic rate only: there is no RFCOMM on Low Energy.
-  const Properties filter{{"Transport", sdbus::Variant(std::string("bredr"))}};
-  adapter->callMethod("SetDiscoveryFilter").onInterface(AdapterInterface).withArguments(filter);
-  adapter->callMethod("StartDiscovery").onInterface(AdapterInterface);
-  for (const auto& [path, interfaces] : objects) {
+  const Bluez::Milliseconds limit(bluetoothLimits().call);
+  const std::string transport = m_radio == Radio::Classic ? "bredr" : "le";
+  const Properties filter{{"Transport", sdbus::Variant(transport)}};
+  m_bluez->call(m_adapter, AdapterInterface, "SetDiscoveryFilter", limit, filter);
+  m_bluez->call(m_adapter, AdapterInterface, "StartDiscovery", limit);
+  for (const auto& [path, interfaces] : m_bluez->objects()) {
     meet(path, interfaces);
   }
 }
 
-void Inquiry::connect() {
-  try {
-    m_connection = sdbus::createSystemBusConnection();
-    m_connection->setMethodCallTimeout(std::chrono::milliseconds(bluetoothLimits().call));
-  } catch (const sdbus::Error& error) {
-    throw std::runtime_error("The system bus (D-Bus) cannot be reached: " + error.getMessage() + ".");
-  }
-  try {
-    sdbus::createProxy(*m_connection, BusService, BusPath)
-        ->callMethod("GetNameOwner")
-        .onInterface(BusService)
-        .withArguments(std::string(Bluez))
-        .storeResultsTo(m_owner);
-  } catch (const sdbus::Error& error) {
-    if (error.getName() != "org.freedesktop.DBus.Error.NameHasNoOwner") {
-      throw;
-    }
-    throw std::runtime_error("The Bluetooth service (BlueZ) is not running on this computer.");
-  }
-}
-
 void Inquiry::subscribe() {
-  const std::string fromBluez = "type='signal',sender='" + m_owner + "',";
-  m_connection->addMatch(
-      fromBluez + "interface='" + ObjectManager + "',member='InterfacesAdded'",
-      [this](sdbus::Message& message) { onInterfacesAdded(message); }, sdbus::floating_slot);
-  m_connection->addMatch(
-      fromBluez + "interface='" + PropertiesInterface + "',member='PropertiesChanged',arg0='" +
-          DeviceInterface + "'",
-      [this](sdbus::Message& message) { onPropertiesChanged(message); }, sdbus::floating_slot);
-}
-
-// The first adapter that is switched on.
-void Inquiry::chooseAdapter(const Objects& objects) {
-  bool any = false;
-  for (const auto& [path, interfaces] : objects) {
-    const auto adapter = interfaces.find(AdapterInterface);
-    if (adapter == interfaces.end()) {
-      continue;
-    }
-    any = true;
-    bool powered = false;
-    take(adapter->second, "Powered", powered);
-    if (powered) {
-      m_adapter = path;
-      return;
-    }
-  }
-  throw std::runtime_error(any ? "The Bluetooth adapter of this computer is switched off."
-                               : "This computer has no Bluetooth adapter.");
+  m_matches.push_back(
+      m_bluez->onSignal(std::string("interface='") + ObjectManager + "',member='InterfacesAdded'",
+                        [this](sdbus::Message& message) {
+                          sdbus::ObjectPath path;
+                          Interfaces interfaces;
+                          message >> path >> interfaces;
+                          meet(path, interfaces);
+                        }));
+  m_matches.push_back(
+      m_bluez->onChange({}, DeviceInterface, [this](const std::string& path, const Properties& properties) {
+        const auto place = m_devices.find(path);
+        if (place != m_devices.end()) {
+          place->second.update(properties);
+          m_news.push_back(&place->second);
+        }
+      }));
 }
 
 void Inquiry::run() {
   try {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(bluetoothLimits().inquiry);
-    while (!m_stopped && Clock::now() < deadline) {
+    const auto deadline = Bluez::Clock::now() + std::chrono::milliseconds(bluetoothLimits().inquiry);
+    const auto news = [this] { return !m_news.empty() || m_stopped; };
+    do {
       reportNews();
-      if (!m_connection->processPendingRequest()) {
-        wait(deadline);
-      }
-    }
+    } while (m_bluez->waitUntil(news, deadline) && !m_stopped && Bluez::Clock::now() < deadline);
   } catch (const std::exception& error) {
     m_lastError->set(std::string("The Bluetooth search broke off: ") + error.what() + ".");
   }
   end();
   m_over = true;
-  m_receiver.searchDone();
+  m_receiver.tell([](IBluetoothListener& listener) { listener.onSearchDone(); });
 }
 
 // The listener is called here rather than where a signal comes in, so that it does not run within sd-bus.
 void Inquiry::reportNews() {
   for (Device* device : std::exchange(m_news, {})) {
-    device->report(m_receiver);
-  }
-}
-
-// Until there is something on the bus, a deadline passes, or `stop` wakes the thread.
-void Inquiry::wait(Clock::time_point deadline) const {
-  const auto bus = m_connection->getEventLoopPollData();
-  pollfd files[] = {{bus.fd, bus.events, 0}, {m_wake, POLLIN, 0}};
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  auto limit = static_cast<int>(std::max<std::int64_t>(left, 0));
-  if (const int own = bus.getPollTimeout(); own >= 0) {
-    limit = std::min(limit, own);
-  }
-  if (::poll(files, std::size(files), limit) < 0 && errno != EINTR) {
-    throw std::runtime_error("poll failed");
+    device->report(m_radio, m_receiver);
   }
 }
 
 void Inquiry::end() {
-  try {
-    // Without waiting for the reply, so that nobody waits for a BlueZ that hangs.
-    object(m_adapter)->callMethod("StopDiscovery").onInterface(AdapterInterface).dontExpectReply();
-  } catch (const sdbus::Error&) {
-    // The bus is gone, and the discovery with it.
-  }
-  m_connection.reset();
-}
-
-void Inquiry::onInterfacesAdded(sdbus::Message& message) {
-  try {
-    sdbus::ObjectPath path;
-    Interfaces interfaces;
-    message >> path >> interfaces;
-    meet(path, interfaces);
-  } catch (const sdbus::Error&) {
-    // Not of the form it should be of.
-  }
-}
-
-void Inquiry::onPropertiesChanged(sdbus::Message& message) {
-  const auto place = m_devices.find(message.getPath());
-  if (place == m_devices.end()) {
-    return;
-  }
-  try {
-    std::string interface;
-    Properties properties;
-    message >> interface >> properties;
-    place->second.update(properties);
-    m_news.push_back(&place->second);
-  } catch (const sdbus::Error&) {
-    // Not of the form it should be of.
-  }
+  m_bluez->tell(m_adapter, AdapterInterface, "StopDiscovery");
+  m_matches.clear();
+  m_bluez.reset();
 }
 
 // Keeps a device of the adapter that searches.
 void Inquiry::meet(const std::string& path, const Interfaces& interfaces) {
-  const auto properties = interfaces.find(DeviceInterface);
-  if (properties != interfaces.end() && path.starts_with(m_adapter + "/")) {
+  const Properties* const properties = find(interfaces, DeviceInterface);
+  if (properties != nullptr && path.starts_with(m_adapter + "/")) {
     Device& device = m_devices[path];
-    device.update(properties->second);
+    device.update(*properties);
     m_news.push_back(&device);
   }
 }
 
 class DeviceSearch : public IDeviceSearch {
  public:
-  explicit DeviceSearch(std::shared_ptr<LastError> lastError) : m_lastError(std::move(lastError)) {}
+  DeviceSearch(Radio radio, std::shared_ptr<LastError> lastError)
+      : m_radio(radio), m_lastError(std::move(lastError)) {}
   DeviceSearch(const DeviceSearch&) = delete;
   DeviceSearch& operator=(const DeviceSearch&) = delete;
   ~DeviceSearch() override { quit(); }
@@ -393,7 +299,7 @@ class DeviceSearch : public IDeviceSearch {
     if (m_inquiry != nullptr && !m_inquiry->over()) {
       throw std::runtime_error("A Bluetooth search is under way already.");
     }
-    auto inquiry = std::make_shared<Inquiry>(m_listener, m_lastError);
+    auto inquiry = std::make_shared<Inquiry>(m_radio, m_listener, m_lastError);
     inquiry->begin();
     m_inquiry = inquiry;
     // The listener may let go of the search from within a call. So the thread shares the inquiry, and calls
@@ -426,6 +332,7 @@ class DeviceSearch : public IDeviceSearch {
     m_inquiry.reset();
   }
 
+  const Radio m_radio;
   const std::shared_ptr<LastError> m_lastError;
   IBluetoothListener* m_listener = nullptr;
   std::shared_ptr<Inquiry> m_inquiry;  // the latest
@@ -434,7 +341,8 @@ class DeviceSearch : public IDeviceSearch {
 
 class BluezStack : public IBluetoothStack {
  public:
-  IDeviceSearch* createDeviceSearch() override { return new DeviceSearch(m_lastError); }
+  IDeviceSearch* createDeviceSearch() override { return new DeviceSearch(Radio::Classic, m_lastError); }
+  IDeviceSearch* createLeSearch() override { return new DeviceSearch(Radio::LowEnergy, m_lastError); }
   std::string lastError() const override { return m_lastError->get(); }
 
  private:

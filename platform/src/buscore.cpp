@@ -38,8 +38,9 @@ ssize_t writeDescriptor(int descriptor, const unsigned char* bytes, std::size_t 
 }
 
 // Whether it may go better another time.
-bool passes(int code) {
-  return code == EAGAIN || code == EWOULDBLOCK || code == EINTR;
+bool passes(const asio::error_code& error) {
+  return error == asio::error::would_block || error == asio::error::try_again ||
+         error == asio::error::interrupted;
 }
 
 }  // namespace
@@ -120,31 +121,39 @@ bool Link::alive() const {
   return m_started && !m_stopped && !m_failure;
 }
 
-// Waits until the stream allows one of `events`, or has failed; false if the time ran out or the link is
-// stopped. May return early.
-bool Link::await(short events, std::chrono::milliseconds limit) {
-  std::array<pollfd, 2> entries{{{descriptor(), events, 0}, {m_wake, POLLIN, 0}}};
+bool Link::await(int descriptor, short events, std::chrono::milliseconds limit) const {
+  std::array<pollfd, 2> entries{{{descriptor, events, 0}, {m_wake, POLLIN, 0}}};
   return ::poll(entries.data(), entries.size(), static_cast<int>(limit.count())) > 0 &&
          entries[0].revents != 0 && entries[1].revents == 0;
 }
 
-std::size_t Link::take(std::vector<unsigned char>& buffer) {
-  const Use use(*this);
-  if (!use || !await(POLLIN, std::chrono::milliseconds(busLimits().read))) {
-    return 0;
-  }
+asio::error_code Link::receive(std::vector<unsigned char>& buffer) {
   std::array<unsigned char, ChunkSize> chunk;
-  const ssize_t size = ::read(descriptor(), chunk.data(), chunk.size());
+  const ssize_t size = ::read(inlet(), chunk.data(), chunk.size());
   if (size > 0) {
     buffer.assign(chunk.begin(), chunk.begin() + size);
-    return buffer.size();
+    return {};
   }
-  if (size == 0 || !passes(errno)) {
-    const asio::error_code cause = size == 0 ? asio::error::eof : systemError(errno);
+  return size == 0 ? asio::error_code(asio::error::eof) : systemError(errno);
+}
+
+asio::error_code Link::send(const unsigned char* bytes, std::size_t size, std::size_t& taken) {
+  const ssize_t sent = writeDescriptor(outlet(), bytes, size);
+  taken = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+  return sent < 0 ? systemError(errno) : asio::error_code();
+}
+
+std::size_t Link::take(std::vector<unsigned char>& buffer) {
+  const Use use(*this);
+  if (!use || !await(inlet(), POLLIN, std::chrono::milliseconds(busLimits().read))) {
+    return 0;
+  }
+  const asio::error_code error = receive(buffer);
+  if (error && !passes(error)) {
     const std::lock_guard guard(m_mutex);
-    m_failure = cause;
+    m_failure = error;
   }
-  return 0;
+  return buffer.size();
 }
 
 BusReadResult Link::read(std::vector<unsigned char>& buffer, asio::error_code& error) {
@@ -169,11 +178,12 @@ asio::error_code Link::write(const std::vector<unsigned char>& bytes) {
   }
   const Deadline deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busLimits().write);
   for (std::size_t sent = 0; sent < bytes.size();) {
-    const ssize_t taken = writeDescriptor(descriptor(), bytes.data() + sent, bytes.size() - sent);
-    if (taken < 0 && !passes(errno)) {
-      return systemError(errno);
+    std::size_t taken = 0;
+    const asio::error_code error = send(bytes.data() + sent, bytes.size() - sent, taken);
+    if (error && !passes(error)) {
+      return error;
     }
-    sent += taken < 0 ? 0 : static_cast<std::size_t>(taken);
+    sent += taken;
     if (sent == bytes.size()) {
       break;
     }
@@ -182,7 +192,9 @@ asio::error_code Link::write(const std::vector<unsigned char>& bytes) {
     if (left <= left.zero()) {
       return asio::error::timed_out;
     }
-    await(POLLOUT, left);
+    if (error) {
+      await(outlet(), POLLOUT, left);
+    }
     if (stopped()) {
       return asio::error::operation_aborted;
     }

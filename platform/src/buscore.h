@@ -60,19 +60,31 @@ class Link : public std::enable_shared_from_this<Link> {
   bool execute(const std::function<void()>& job);
 
  protected:
-  /// For threads that keep the stream open.
-  virtual int descriptor() = 0;
+  /// What follows is for threads that keep the stream open. Readable when there is something to receive, and
+  /// writable when the stream takes more.
+  virtual int inlet() = 0;
+  virtual int outlet() { return inlet(); }
+  /// Takes what has arrived into an empty buffer. `eof` if the other side has closed the stream,
+  /// `would_block` if there was nothing.
+  virtual asio::error_code receive(std::vector<unsigned char>& buffer);
+  /// Gives away what the stream takes at once, and tells how much that was; `would_block` if it was nothing.
+  virtual asio::error_code send(const unsigned char* bytes, std::size_t size, std::size_t& taken);
   virtual void closeStream() = 0;
+
+  /// Waits until the descriptor allows one of `events`, or has failed; false if the time ran out or the link
+  /// is stopped. May return early.
+  bool await(int descriptor, short events, std::chrono::milliseconds limit) const;
+  /// Readable once the link is stopped.
+  int wake() const { return m_wake; }
 
  private:
   class Use;
 
   std::size_t take(std::vector<unsigned char>& buffer);
-  bool await(short events, std::chrono::milliseconds limit);
 
   asio::io_context m_io;
   asio::executor_work_guard<asio::io_context::executor_type> m_work;
-  const int m_wake;  // readable once the link is stopped
+  const int m_wake;
 
   mutable std::mutex m_mutex;  // guards what follows
   std::condition_variable m_unused;
@@ -93,7 +105,7 @@ class StreamLink final : public Link {
   Stream& stream() { return m_stream; }
 
  protected:
-  int descriptor() override { return m_stream.native_handle(); }
+  int inlet() override { return m_stream.native_handle(); }
   void closeStream() override {
     asio::error_code ignored;
     m_stream.close(ignored);

@@ -8,8 +8,8 @@
 #include <asio/post.hpp>
 
 #include <cstdio>
-#include <cstring>
 
+#include "bluetoothaddress.h"
 #include "buscore.h"
 #include "buslimits.h"
 
@@ -235,16 +235,8 @@ class BluetoothBus : public SocketBus {
 };
 
 bool parseAddress(const std::string& text, RfcommAddress& address) {
-  constexpr std::size_t Length = 17;  // "00:1D:A5:68:98:8B"
-  static constexpr char Digits[] = "0123456789ABCDEFabcdef";
-  if (text.size() != Length) {
+  if (!isBluetoothAddress(text)) {
     return false;
-  }
-  for (std::size_t i = 0; i < Length; ++i) {
-    const bool good = i % 3 == 2 ? text[i] == ':' : std::strchr(Digits, text[i]) != nullptr && text[i] != 0;
-    if (!good) {
-      return false;
-    }
   }
   for (std::size_t i = 0; i < sizeof(address.device); ++i) {
     address.device[sizeof(address.device) - 1 - i] =

@@ -35,7 +35,11 @@ TEST(LinkText, TellsKindTargetAndNumber) {
       {"serial:/dev/ttyUSB0", Kind::Serial, "/dev/ttyUSB0", 0, "serial:/dev/ttyUSB0"},
       {"serial:/dev/ttyUSB0@115200", Kind::Serial, "/dev/ttyUSB0", 115200, "serial:/dev/ttyUSB0@115200"},
       {"bt:00:1d:A5:68:98:8B", Kind::Bluetooth, "00:1d:A5:68:98:8B", 1, "bt:00:1d:A5:68:98:8B@1"},
-      {"bt:00:1D:A5:68:98:8B@30", Kind::Bluetooth, "00:1D:A5:68:98:8B", 30, "bt:00:1D:A5:68:98:8B@30"}};
+      {"bt:00:1D:A5:68:98:8B@30", Kind::Bluetooth, "00:1D:A5:68:98:8B", 30, "bt:00:1D:A5:68:98:8B@30"},
+      {"BLE:00:1D:A5:68:98:8B", Kind::LowEnergy, "00:1D:A5:68:98:8B", 0, "ble:00:1D:A5:68:98:8B"},
+      {"ble:00:1D:A5:68:98:8B@FFF0", Kind::LowEnergy, "00:1D:A5:68:98:8B", 0, "ble:00:1D:A5:68:98:8B@FFF0"},
+      {"ble:00:1D:A5:68:98:8B@6e400001-b5a3-f393-e0a9-e50e24dcca9e", Kind::LowEnergy, "00:1D:A5:68:98:8B", 0,
+       "ble:00:1D:A5:68:98:8B@6e400001-b5a3-f393-e0a9-e50e24dcca9e"}};
   for (const Case& row : cases) {
     SCOPED_TRACE(row.text);
     const Link link = parseLink(row.text);
@@ -53,7 +57,9 @@ TEST(LinkText, RefusesNonsenseInWords) {
       "tcp:host:99999999999 tcp:::1:35000 tcp:[::1 tcp:[::1]35000 tcp:[]:1 tcp:[::1]: serial: serial:@9600 "
       "serial:/dev/ttyS0@ serial:/dev/ttyS0@9601 serial:/dev/ttyS0@fast bt: bt:00:1D:A5:68:98 "
       "bt:001DA568988B "
-      "bt:00:1D:A5:68:98:8G bt:00:1D:A5:68:98:8B@0 bt:00:1D:A5:68:98:8B@31 bt:00:1D:A5:68:98:8B@");
+      "bt:00:1D:A5:68:98:8G bt:00:1D:A5:68:98:8B@0 bt:00:1D:A5:68:98:8B@31 bt:00:1D:A5:68:98:8B@ "
+      "ble: ble:00:1D:A5:68:98@FFF0 ble:00:1D:A5:68:98:8B@ ble:00:1D:A5:68:98:8B@FFF "
+      "ble:00:1D:A5:68:98:8B@FFFG ble:00:1D:A5:68:98:8B@6e400001xb5a3-f393-e0a9-e50e24dcca9e");
   std::string text;
   do {  // none at all at first
     SCOPED_TRACE(text);

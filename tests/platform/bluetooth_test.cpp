@@ -1,33 +1,24 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <hostos/bluetooth.h>
-#include <sdbus-c++/sdbus-c++.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "bluetoothlimits.h"
+#include "support/bluetoothbus.h"
 
+using bluetoothtest::BluetoothBus;
+using bluetoothtest::Patience;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-constexpr std::chrono::seconds Patience(20);  // far above what a busy machine needs
 constexpr const char* Adapter = "org.bluez.Adapter1";
 constexpr const char* Device = "org.bluez.Device1";
 constexpr const char* AdapterPath = "/org/bluez/hci0";
@@ -35,103 +26,6 @@ constexpr const char* First = "00:1D:A5:68:98:8B";
 constexpr const char* FirstPath = "/org/bluez/hci0/dev_00_1D_A5_68_98_8B";
 constexpr const char* Second = "AA:BB:CC:11:22:33";
 constexpr const char* SecondPath = "/org/bluez/hci0/dev_AA_BB_CC_11_22_33";
-
-bool comes(const std::function<bool()>& condition) {
-  for (const auto limit = std::chrono::steady_clock::now() + Patience; !condition();) {
-    if (std::chrono::steady_clock::now() > limit) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
-// A bus of its own, in place of the system's while it lives.
-class Bus {
- public:
-  Bus() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, ends[0], STDOUT_FILENO);
-    std::string script = BLUETOOTH_BUS;
-    std::array<char*, 2> arguments{script.data(), nullptr};
-    EXPECT_EQ(::posix_spawn(&m_process, script.c_str(), &actions, nullptr, arguments.data(), environ), 0);
-    ::posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[0]);
-    m_socket = ends[1];
-    for (char letter = 0; ::read(m_socket, &letter, 1) == 1 && letter != '\n';) {
-      m_address += letter;
-    }
-    use(m_address);
-  }
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
-  ~Bus() { end(); }
-
-  static void use(const std::string& address) { ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1); }
-  void use() const { use(m_address); }
-  bool missing() const { return m_address == "missing"; }
-
-  void end() {
-    if (m_socket >= 0) {
-      ::close(std::exchange(m_socket, -1));
-      ::waitpid(m_process, nullptr, 0);
-    }
-  }
-
-  // Lets the stand-in for BlueZ join.
-  void startBluez() {
-    const std::string line = m_address + "\n";
-    ASSERT_EQ(::write(m_socket, line.data(), line.size()), static_cast<ssize_t>(line.size()));
-    m_connection = sdbus::createSessionBusConnectionWithAddress(m_address);
-    const auto daemon = sdbus::createProxy(*m_connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
-    ASSERT_TRUE(comes([&] {
-      bool there = false;
-      daemon->callMethod("NameHasOwner")
-          .onInterface("org.freedesktop.DBus")
-          .withArguments("org.bluez")
-          .storeResultsTo(there);
-      return there;
-    })) << "no BlueZ on the bus";
-  }
-
-  template <typename... Arguments>
-  void mock(const char* method, Arguments... arguments) {
-    object("/org/bluez")->callMethod(method).onInterface("org.bluez.Mock").withArguments(arguments...);
-  }
-
-  // Changes a property, and tells so on the bus.
-  template <typename Value>
-  void change(const char* path, const char* interface, const char* name, const Value& value) {
-    object(path)
-        ->callMethod("UpdateProperties")
-        .onInterface("org.freedesktop.DBus.Mock")
-        .withArguments(std::string(interface),
-                       std::map<std::string, sdbus::Variant>{{name, sdbus::Variant(value)}});
-  }
-
-  bool discovering() {
-    return object(AdapterPath)->getProperty("Discovering").onInterface(Adapter).get<bool>();
-  }
-
-  // Whether the adapter's discovery ends; the order to end it may still be on its way.
-  bool discoveryEnds() {
-    return comes([this] { return !discovering(); });
-  }
-
- private:
-  std::unique_ptr<sdbus::IProxy> object(const char* path) {
-    return sdbus::createProxy(*m_connection, "org.bluez", path);
-  }
-
-  pid_t m_process = -1;
-  int m_socket = -1;
-  std::string m_address;
-  std::unique_ptr<sdbus::IConnection> m_connection;
-};
 
 class Listener : public hostos::IBluetoothListener {
  public:
@@ -179,7 +73,7 @@ class Listener : public hostos::IBluetoothListener {
 class Bluetooth : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    bus = std::make_unique<Bus>();
+    bus = std::make_unique<BluetoothBus>();
     if (!bus->missing()) {
       bus->startBluez();
     }
@@ -213,7 +107,7 @@ class Bluetooth : public testing::Test {
     return stack->lastError();
   }
 
-  static std::unique_ptr<Bus> bus;
+  static std::unique_ptr<BluetoothBus> bus;
   Listener listener;
   std::shared_ptr<hostos::IBluetoothStack> stack = hostos::bluetoothStack();
   std::unique_ptr<hostos::IDeviceSearch> search{stack->createDeviceSearch()};
@@ -222,7 +116,7 @@ class Bluetooth : public testing::Test {
   bool m_adapter = false;
 };
 
-std::unique_ptr<Bus> Bluetooth::bus;
+std::unique_ptr<BluetoothBus> Bluetooth::bus;
 
 TEST_F(Bluetooth, saysWhatIsMissing) {
   EXPECT_THAT(refusal(), HasSubstr("no Bluetooth adapter"));
@@ -236,7 +130,7 @@ TEST_F(Bluetooth, saysWhatIsMissing) {
   search->cancel();
 
   {
-    const Bus empty;
+    const BluetoothBus empty;
     EXPECT_THAT(refusal(), HasSubstr("BlueZ"));
   }
   bus->use("unix:path=/nonexistent/bus");
@@ -316,7 +210,7 @@ TEST_F(Bluetooth, maybeLetGoOfFromWithinACall) {
 }
 
 TEST_F(Bluetooth, endsWithTheBus) {
-  Bus other;
+  BluetoothBus other;
   other.startBluez();
   other.mock("AddAdapter", "hci0", "laptop");
   ASSERT_TRUE(search->start());

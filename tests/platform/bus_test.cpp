@@ -22,6 +22,9 @@
 #include <vector>
 
 #include "buslimits.h"
+#ifdef BLUETOOTH_BUS
+#include "support/bluetoothbus.h"
+#endif
 
 using hostos::BusFactory;
 using hostos::IMessageBus;
@@ -221,6 +224,25 @@ class Limit {
   int m_old;
 };
 
+#ifdef BLUETOOTH_BUS
+constexpr const char* LeAddress = "AA:BB:CC:11:22:33";
+
+// A Low Energy adapter that passes bytes to and from a port of this machine; false if nobody can play it.
+// "ble" gives sockets, "ble-calls" does not.
+bool playLowEnergy(const std::string& kind, std::uint32_t port, const std::string& more = {}) {
+  static bluetoothtest::BluetoothBus bus(bluetoothtest::BluetoothBus::LowEnergy);
+  static const bool there = !bus.missing() && (bus.startBluez(), true);
+  if (there) {
+    bus.mock("Play", std::string(R"({"devices": [{"address": ")") + LeAddress +
+                         R"(", "known": true, "port": )" + std::to_string(port) + R"(, "sockets": )" +
+                         (kind == "ble" ? "true" : "false") + more +
+                         R"(, "services": [["fff0", ["fff1", "notify"], )" +
+                         R"(["fff2", "write-without-response"]]]}]})");
+  }
+  return there;
+}
+#endif
+
 // The same expectations for every kind of bus: each test opens `bus` and talks to it through `peer()`.
 class BusTest : public testing::TestWithParam<std::string> {
  protected:
@@ -228,10 +250,23 @@ class BusTest : public testing::TestWithParam<std::string> {
     if (isTerminal) {
       m_terminal = std::make_unique<Terminal>();
       bus = BusFactory::createSerialBus(m_terminal->path, 38400);
-    } else {
-      m_listener = std::make_unique<Listener>(GetParam() == "::1" ? "::1" : "::ffff:127.0.0.1");
+      return;
+    }
+    m_listener = std::make_unique<Listener>(GetParam() == "::1" ? "::1" : "::ffff:127.0.0.1");
+    if (!isLowEnergy) {
       bus = BusFactory::createTcpBus(GetParam(), m_listener->port);
     }
+  }
+
+  void SetUp() override {
+#ifdef BLUETOOTH_BUS
+    if (isLowEnergy) {
+      if (!playLowEnergy(GetParam(), m_listener->port)) {
+        GTEST_SKIP() << "python3-dbusmock is not installed";
+      }
+      bus = BusFactory::createBleBus(LeAddress);
+    }
+#endif
   }
 
   void open() {
@@ -241,9 +276,12 @@ class BusTest : public testing::TestWithParam<std::string> {
       ASSERT_GE(m_connection, 0);
     }
   }
-  File& peer() { return isTerminal ? m_terminal->master : m_connection; }
+  File& peer() {
+    return isTerminal ? m_terminal->master : m_connection;
+  }
 
   const bool isTerminal = GetParam() == "pty";
+  const bool isLowEnergy = GetParam().starts_with("ble");
   std::shared_ptr<IMessageBus> bus;
 
  private:
@@ -253,6 +291,32 @@ class BusTest : public testing::TestWithParam<std::string> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kinds, BusTest, testing::Values("127.0.0.1", "::1", "both.test", "pty"));
+#ifdef BLUETOOTH_BUS
+INSTANTIATE_TEST_SUITE_P(LowEnergy, BusTest, testing::Values("ble", "ble-calls"));
+
+// The stand-in drops a device that is sent more at once than its MTU allows.
+TEST(BleBus, CutsWritesAndJoinsNotificationsOfAnySize) {
+  const Listener listener;
+  for (const std::string kind : {"ble", "ble-calls"}) {
+    for (const std::string more : {R"("mtu": 23)", R"("mtu": 24, "split": 1)", R"("mtu": 185, "split": 7)",
+                                   R"("mtu": 247, "gather": true, "empty": true)", R"("mtu": 517)"}) {
+      SCOPED_TRACE(kind + " " + more);
+      if (!playLowEnergy(kind, listener.port, ", " + more)) {
+        GTEST_SKIP() << "python3-dbusmock is not installed";
+      }
+      const auto bus = BusFactory::createBleBus(LeAddress);
+      ASSERT_EQ(bus->open(), 0) << lastError(*bus);
+      const File peer = listener.accept();
+      Bytes bytes = pattern(1500);
+      bytes.back() = '>';
+      EXPECT_EQ(bus->write(bytes), 0) << lastError(*bus);
+      EXPECT_EQ(receive(peer, bytes.size()), bytes);
+      send(peer, bytes);
+      EXPECT_EQ(readFrom(*bus, bytes.size()), bytes);
+    }
+  }
+}
+#endif
 
 TEST_P(BusTest, EveryByteValuePassesBothWays) {
   open();
@@ -391,7 +455,7 @@ TEST_P(BusTest, EveryReadEndsAtOnceAndNoDescriptorStays) {
   open();
   const auto before = descriptors();
   const Takes takes(0);
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < (isLowEnergy ? 32 : 100); ++round) {  // these take many calls to open
     std::atomic<bool> reading{false};
     auto reader = beside([&] {
       Bytes buffer;

@@ -1,5 +1,6 @@
 // Where an adapter may be: serial ports, Bluetooth devices, and the remembered link.
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <set>
@@ -52,6 +53,31 @@ void print(Output& out, const std::vector<BluetoothDevice>& devices, const std::
   }
 }
 
+// Without what is hardly an adapter: devices that tell neither a name nor a service that would fit.
+void print(Output& out, const std::vector<LowEnergyDevice>& devices) {
+  Table table({{"Link"}, {"Device"}, {"Signal"}, {"Serial service"}});
+  std::size_t nameless = 0;
+  for (const LowEnergyDevice& device : devices) {
+    std::string plain = device.address;
+    std::replace(plain.begin(), plain.end(), ':', '-');  // as BlueZ calls what has no name
+    if (!device.isSerial && (device.name.empty() || device.name == plain || device.name == device.address)) {
+      ++nameless;
+      continue;
+    }
+    table.add({device.link, device.name,
+               device.signal == 0 ? "not heard" : fmt::format("{} dBm", device.signal),
+               device.isSerial ? "yes" : "not told"});
+  }
+  const bool none = nameless == devices.size();
+  out.line(out.heading("Bluetooth Low Energy devices") + (none ? ": none" : ""));
+  if (!none) {
+    table.print(out, 2);
+  }
+  if (nameless > 0) {
+    out.line(fmt::format("  {} without a name left out", nameless));
+  }
+}
+
 class DevicesCommand : public Command {
  public:
   std::string name() const override { return "devices"; }
@@ -91,9 +117,13 @@ class DevicesCommand : public Command {
       search(finder, session, program.notes);
       if (m_json) {
         document["bluetooth"] = toJson(finder.devices());
+        document["lowEnergy"] = toJson(finder.lowEnergyDevices());
         document["bluetoothError"] = finder.error().empty() ? Json() : Json(finder.error());
       } else {
         print(program.out, finder.devices(), finder.error());
+        if (finder.error().empty()) {
+          print(program.out, finder.lowEnergyDevices());
+        }
       }
     }
     if (m_json) {

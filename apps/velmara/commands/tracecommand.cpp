@@ -54,8 +54,10 @@ class TraceCommand : public Command {
                     "There are summary, anonymize, vehicle and compare.");
     }
     if (m_files.size() != wanted) {
-      throw Failure(Failure::Kind::Unusable, fmt::format("velmara trace {} takes {}.", m_action,
-                                                         wanted == 1 ? "one trace" : "two traces"));
+      throw Failure(
+          Failure::Kind::Unusable,
+          fmt::format("velmara trace {} takes {}.", m_action, wanted == 1 ? "one trace" : "two traces"),
+          wanted == 1 ? "--output FILE names where the result goes." : "");
     }
     const std::string& file = m_files.front();
     if (m_action == "anonymize") {

@@ -526,6 +526,7 @@ Json SharedSession::findBluetooth() {
       finder.stop();
     }
     return Json{{"bluetooth", toJson(finder.devices())},
+                {"lowEnergy", toJson(finder.lowEnergyDevices())},
                 {"bluetoothError", finder.error().empty() ? Json() : Json(finder.error())}};
   });
 }

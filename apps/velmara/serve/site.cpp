@@ -113,7 +113,8 @@ void expectHarmless(const Link& link) {
   const bool isBuiltIn = std::any_of(demos.begin(), demos.end(),
                                      [&link](const DemoVehicle& demo) { return demo.link == link.text(); });
   const bool isDevice = link.target.starts_with("/dev/") && link.target.find("..") == std::string::npos;
-  if ((link.kind == Link::Kind::Demo && !isBuiltIn) || (link.kind == Link::Kind::Serial && !isDevice)) {
+  if ((link.kind == Link::Kind::Demo && !isBuiltIn) || (link.kind == Link::Kind::Serial && !isDevice) ||
+      link.kind == Link::Kind::Replay) {
     throw Failure(Failure::Kind::Unusable, "The page opens no files of this computer.",
                   "Name it on the command line: velmara serve --link.");
   }

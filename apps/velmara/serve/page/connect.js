@@ -122,9 +122,9 @@ export class Connect {
       this.#bluetooth.replaceChildren(el("li", {}, "Searching"));
       try {
         const found = await post("bluetooth");
-        const items = found.bluetooth.map((device) => el("li", {},
+        const items = [...found.bluetooth, ...found.lowEnergy].map((device) => el("li", {},
           button(device.name || device.address, () => this.connect(device.link)),
-          el("span", { class: "muted" }, ` ${device.address}`)));
+          el("span", { class: "muted" }, ` ${device.address}${device.signal ? `, Low Energy, ${device.signal} dBm` : ""}`)));
         const words = found.bluetoothError ?? (items.length === 0 ? "None found." : "");
         this.#bluetooth.replaceChildren(...items, ...(words ? [el("li", {}, words)] : []));
       } catch (error) {

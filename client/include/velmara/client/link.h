@@ -9,20 +9,22 @@
 namespace velmara {
 
 /// Where the adapter is, as people write it: "demo:", "tcp:HOST:PORT", "serial:DEVICE@BAUD",
-/// "bt:ADDRESS@CHANNEL"; or "replay:FILE", a trace of one.
+/// "bt:ADDRESS@CHANNEL", "ble:ADDRESS@SERVICE"; or "replay:FILE", a trace of one.
 struct VELMARA_EXPORT Link {
   enum class Kind {
     Demo,  ///< a simulated adapter and vehicle within this process
     Tcp,
     Serial,
-    Bluetooth,
-    Replay,  ///< the answers of a trace, see tracewriter.h
-    Own      ///< a bus of the caller's, which has no text that could be parsed
+    Bluetooth,  ///< the classic one, RFCOMM
+    LowEnergy,  ///< Bluetooth Low Energy
+    Replay,     ///< the answers of a trace, see tracewriter.h
+    Own         ///< a bus of the caller's, which has no text that could be parsed
   };
 
   Kind kind = Kind::Demo;
-  std::string target;  ///< vehicle, host, device, address, file, or words for people
-  int number = 0;      ///< port, baud rate (0: to be found) or channel; 1: a replay that does not wait
+  std::string target;        ///< vehicle, host, device, address, file, or words for people
+  int number = 0;            ///< port, baud rate (0: to be found) or channel; 1: a replay that does not wait
+  std::string service = {};  ///< of Low Energy: the one that carries the serial stream (empty: to be found)
 
   /// Whether it leads to no vehicle: to a simulated one, or to a trace.
   bool isSimulated() const { return kind == Kind::Demo || kind == Kind::Replay; }
