@@ -94,7 +94,7 @@ py::object Watch::next() {
         m_feed->items().pop_front();
         return true;
       }
-      error = m_feed->error();
+      error = m_feed->takeError();
       return m_feed->over();
     });
     if (error) {

@@ -1,7 +1,5 @@
 #include "feed.h"
 
-#include <utility>
-
 namespace velmara::python {
 
 void Feed::begin(std::vector<Sensor> sensors, std::vector<std::string> missing) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velmara/client/poller.h"
@@ -48,7 +49,8 @@ class Feed {
   // With the mutex held.
   std::deque<Item>& items() { return m_items; }
   bool over() const { return m_over; }
-  const std::exception_ptr& error() const { return m_error; }
+  /// What ended it, once.
+  std::exception_ptr takeError() { return std::exchange(m_error, nullptr); }
 
  private:
   void handLocked();
