@@ -36,12 +36,12 @@ std::vector<ControlUnit> unitsOf(const Session& session, const Car::Text& name) 
   return name ? std::vector{session.findUnit(*name)} : session.units();
 }
 
-ReadOptions::Progress progressOf(const Driver::Tell& tell, const ControlUnit& unit) {
-  return [&tell, title = unit.title(), told = std::string()](const char* section, std::size_t /*answers*/,
-                                                             std::size_t /*expected*/) mutable {
+ReadOptions::Progress progressOf(Driver& driver, const ControlUnit& unit) {
+  return [&driver, title = unit.title(), told = std::string()](const char* section, std::size_t /*answers*/,
+                                                               std::size_t /*expected*/) mutable {
     if (told != section) {
       told = section;
-      tell(fmt::format("{}: {}", title, section));
+      driver.tell(fmt::format("{}: {}", title, section));
     }
   };
 }
@@ -49,15 +49,14 @@ ReadOptions::Progress progressOf(const Driver::Tell& tell, const ControlUnit& un
 // One section by its name: reads it from some units, on the driving thread, and gives what makes values of
 // it.
 using Sections = std::function<py::list()>;
-using SectionReader = Sections (*)(Session&, const std::vector<ControlUnit>&, ReadOptions,
-                                   const Driver::Tell&);
+using SectionReader = Sections (*)(Session&, const std::vector<ControlUnit>&, ReadOptions, Driver&);
 
 template <auto Read>
 Sections readSections(Session& session, const std::vector<ControlUnit>& units, ReadOptions options,
-                      const Driver::Tell& tell) {
+                      Driver& driver) {
   std::vector<decltype(Read(session, units.front(), options))> sections;
   for (const ControlUnit& unit : units) {
-    options.progress = progressOf(tell, unit);
+    options.progress = progressOf(driver, unit);
     sections.push_back(Read(session, unit, options));
   }
   return [units, sections = std::move(sections)] {
@@ -85,37 +84,27 @@ Watch::Watch(std::shared_ptr<Driver> driver, std::shared_ptr<Feed> feed)
     : m_driver(std::move(driver)), m_feed(std::move(feed)), m_maker(m_feed->sensors()) {}
 
 py::object Watch::next() {
+  const auto hasNews = [this] { return m_feed->hasNews(); };
   for (;;) {
-    std::optional<Feed::Item> item;
-    std::exception_ptr error;
-    waitUntil(m_feed->mutex(), m_feed->changed(), [&] {
-      if (!m_feed->items().empty()) {
-        item = std::move(m_feed->items().front());
-        m_feed->items().pop_front();
-        return true;
+    if (const std::optional<Feed::Item> item = m_feed->take()) {
+      if (py::object reading = m_maker.make(*item); !reading.is_none()) {
+        return reading;
       }
-      error = m_feed->takeError();
-      return m_feed->over();
-    });
-    if (error) {
-      std::rethrow_exception(error);
-    }
-    if (!item) {
+    } else if (m_feed->isOver()) {
+      if (const std::exception_ptr error = m_feed->takeError()) {
+        std::rethrow_exception(error);
+      }
       return py::none();
+    } else {
+      try {
+        m_driver->run([&](Session&) { m_driver->pumpWatch(hasNews); }, py::none(), hasNews);
+      } catch (const Failure&) {
+        if (!m_driver->isClosed()) {
+          throw;
+        }
+        m_feed->end(nullptr);
+      }
     }
-    if (py::object reading = m_maker.make(*item); !reading.is_none()) {
-      return reading;
-    }
-  }
-}
-
-// Does not wait: it may be the interpreter's garbage collection that lets a watch go.
-void Watch::stop() {
-  try {
-    m_driver->post(
-        [driver = m_driver.get(), feed = m_feed](Session&, const Driver::Tell&) { driver->unwatch(feed); });
-  } catch (const Failure&) {
-    // The car is closed, and with it the watch.
   }
 }
 
@@ -138,47 +127,18 @@ ControlUnit Car::unitOf(const Session& session, const Text& name) const {
   return name ? session.findUnit(*name) : m_unit;
 }
 
-// Gives back only when the job is over, so that it may work on what the caller has.
-void Car::run(Driver::Work work, const py::object& progress) {
-  const std::shared_ptr<Driver::Job> job = m_driver->post(std::move(work));
-  try {
-    for (bool done = false; !done;) {
-      std::vector<std::string> told;
-      waitUntil(m_driver->mutex(), m_driver->changed(), [&] {
-        told = std::exchange(job->told, {});
-        done = job->done;
-        return done || !told.empty();
-      });
-      for (const std::string& words : told) {
-        if (!progress.is_none()) {
-          progress(textOf(words));
-        }
-      }
-    }
-  } catch (...) {  // Ctrl-C, or what `progress` raises
-    const py::gil_scoped_release released;
-    m_driver->cancel(job.get());
-    std::unique_lock lock(m_driver->mutex());
-    m_driver->changed().wait(lock, [&job] { return job->done; });
-    throw;
-  }
-  if (job->error) {
-    std::rethrow_exception(job->error);
-  }
-}
-
 void Car::connect(const std::string& linkText, const std::string& protocol, const py::object& progress) {
   const Link link = parseLink(linkText);
   ConnectOptions options;
   if (!protocol.empty()) {
     options.protocol = parseProtocol(protocol);
   }
-  run(
-      [&](Session& session, const Driver::Tell& tell) {
-        options.progress = [&tell, told = std::string()](Phase /*phase*/, const std::string& words) mutable {
+  m_driver->run(
+      [&](Session& session) {
+        options.progress = [this, told = std::string()](Phase /*phase*/, const std::string& words) mutable {
           if (told != words) {
             told = words;
-            tell(words);
+            m_driver->tell(words);
           }
         };
         session.connect(link, options);
@@ -189,7 +149,7 @@ void Car::connect(const std::string& linkText, const std::string& protocol, cons
 
 py::list Car::units() {
   std::vector<ControlUnit> units;
-  run([&](Session& session, const Driver::Tell&) { units = session.units(); });
+  m_driver->run([&](Session& session) { units = session.units(); });
   py::list list;
   for (const ControlUnit& unit : units) {
     list.append(toPython(unit));
@@ -199,7 +159,7 @@ py::list Car::units() {
 
 py::object Car::link() {
   LinkSection section;
-  run([&](Session& session, const Driver::Tell&) {
+  m_driver->run([&](Session& session) {
     session.expectNoLoss();
     section = readLink(session);
   });
@@ -211,13 +171,13 @@ bool Car::isConnected() {
     return false;
   }
   bool connected = false;
-  run([&](Session& session, const Driver::Tell&) { connected = session.isConnected(); });
+  m_driver->run([&](Session& session) { connected = session.isConnected(); });
   return connected;
 }
 
 py::list Car::sensors(const Text& unit) {
   std::vector<Sensor> sensors;
-  run([&](Session& session, const Driver::Tell&) {
+  m_driver->run([&](Session& session) {
     session.expectNoLoss();
     sensors = m_driver->sensors(session, unitOf(session, unit));
   });
@@ -232,9 +192,8 @@ py::list Car::read(const std::vector<std::string>& pids, const Text& unit) {
   const std::vector<int> parameters = parseParameters(pids);
   std::vector<Feed::Item> items;
   std::vector<Sensor> sensors;
-  run([&](Session& session, const Driver::Tell&) {
-    m_driver->read(session, unitOf(session, unit), parameters, items, sensors);
-  });
+  m_driver->run(
+      [&](Session& session) { m_driver->read(session, unitOf(session, unit), parameters, items, sensors); });
   const ReadingMaker maker(sensors);
   py::list list;
   for (const Feed::Item& item : items) {
@@ -249,7 +208,7 @@ std::unique_ptr<Watch> Car::watch(const std::vector<std::string>& pids, const Te
                                   std::optional<double> seconds) {
   const std::vector<int> parameters = parseParameters(pids);
   const auto feed = std::make_shared<Feed>();
-  run([&](Session& session, const Driver::Tell&) {
+  m_driver->run([&](Session& session) {
     m_driver->watch(session, unitOf(session, unit), parameters, fast, seconds, feed);
   });
   return std::make_unique<Watch>(m_driver, feed);
@@ -261,10 +220,10 @@ py::list Car::section(const std::string& name, const Text& unit, const std::stri
   options.make = parseMake(make);
   const SectionReader reader = sectionReaders().at(name);
   Sections sections;
-  run(
-      [&](Session& session, const Driver::Tell& tell) {
+  m_driver->run(
+      [&](Session& session) {
         session.expectNoLoss();
-        sections = reader(session, unitsOf(session, unit), options, tell);
+        sections = reader(session, unitsOf(session, unit), options, *m_driver);
       },
       progress);
   return sections();
@@ -276,8 +235,8 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
   VehicleReport report;
   std::vector<ControlUnit> units;
   std::string brokenOff;
-  run(
-      [&](Session& session, const Driver::Tell& tell) {
+  m_driver->run(
+      [&](Session& session) {
         session.expectNoLoss();
         report.time = std::time(nullptr);
         report.unitSystem = session.unitSystem();
@@ -288,7 +247,7 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
         }
         try {
           for (std::size_t i = 0; i < units.size(); ++i) {
-            options.progress = progressOf(tell, units[i]);
+            options.progress = progressOf(*m_driver, units[i]);
             readUnit(session, units[i], options, live, report.units[i]);
           }
         } catch (const Failure& failure) {  // what came before remains
@@ -305,7 +264,7 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
 py::list Car::clearCodes() {
   std::vector<ControlUnit> units;
   std::map<unsigned int, ClearOutcome> outcomes;
-  run([&](Session& session, const Driver::Tell&) {
+  m_driver->run([&](Session& session) {
     session.expectNoLoss();
     units = session.units();
     outcomes = velmara::clearCodes(session);
@@ -319,7 +278,7 @@ py::list Car::clearCodes() {
 
 py::object Car::runRoutine(int id, const Text& unit) {
   RoutineOutcome outcome;
-  run([&](Session& session, const Driver::Tell&) {
+  m_driver->run([&](Session& session) {
     session.expectNoLoss();
     outcome = velmara::runRoutine(session, unitOf(session, unit), id);
   });

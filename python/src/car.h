@@ -24,7 +24,8 @@ class Watch {
 
   /// The next reading, or None after the last. Throws what ended the watch.
   pybind11::object next();
-  void stop();
+  /// Does not wait: it may be the interpreter's garbage collection that lets a watch go.
+  void stop() { m_feed->end(nullptr); }
   pybind11::list sensors() const;
   std::vector<std::string> missing() const { return m_feed->missing(); }
   const char* pace() const { return paceText(m_feed->pace()); }
@@ -36,7 +37,7 @@ class Watch {
   ReadingMaker m_maker;
 };
 
-/// One car. Its methods wait, without the interpreter's lock, for what the driving thread does. `unit` is the
+/// One car. Its methods work without the interpreter's lock. `unit` is the
 /// identifier or name of a control unit; without one all are asked, or the one that the library has chosen.
 class Car {
  public:
@@ -70,7 +71,6 @@ class Car {
 
  private:
   ControlUnit unitOf(const Session& session, const Text& name) const;
-  void run(Driver::Work work, const pybind11::object& progress = pybind11::none());
 
   std::shared_ptr<Driver> m_driver;
   ControlUnit m_unit;  // that the library chose; for jobs

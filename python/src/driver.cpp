@@ -9,6 +9,7 @@
 
 #include "velmara/client/library.h"
 #include "velmara/client/parameters.h"
+#include "waiting.h"
 
 namespace velmara::python {
 
@@ -18,6 +19,7 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds IdleTime{1000};  // the adapter is kept awake by turns this often
+constexpr milliseconds RestTime{200};   // a watch goes on by itself when nobody has asked for so long
 
 // Guards the beginning and the end of a car, and looking codes up, of which the library has one at a time.
 std::mutex libraryMutex;
@@ -110,10 +112,10 @@ Driver::Driver(UnitSystem system) {
     throw Failure(Failure::Kind::Unusable, "Another car is connected already; there can be one at a time.",
                   "Close it first: car.close(), or leave its with block.");
   }
-  m_loop.emplace();
+  m_loop.emplace(m_sleeper);
   m_session.emplace(*m_loop);
   m_session->setUnitSystem(system);
-  m_thread = std::thread(&Driver::live, this);
+  m_keeper = std::thread(&Driver::keep, this);
   hasCar = true;
 }
 
@@ -122,124 +124,166 @@ Driver::~Driver() {
 }
 
 void Driver::close() {
-  std::thread thread;
-  {
-    std::unique_lock lock(m_mutex);
-    if (m_ending) {
-      m_changed.wait(lock, [this] { return m_closed; });
-      return;
-    }
-    m_ending = m_wanted = true;
-    if (m_current) {
-      m_loop->cancel();
-    }
-    m_loop->wake();
-    thread = std::move(m_thread);
+  std::unique_lock lock(m_mutex);
+  if (m_helmsman == std::this_thread::get_id()) {
+    m_ending = m_closesLater = true;
+    m_loop->cancel();
+    return;
   }
-  thread.join();
-  const std::lock_guard guard(libraryMutex);
-  m_session.reset();
-  m_loop.reset();
-  hasCar = false;
-  const std::lock_guard lock(m_mutex);
+  if (m_ending && !m_closesLater) {
+    m_changed.wait(lock, [this] { return m_closed; });
+    return;
+  }
+  m_closesLater = false;
+  m_ending = true;
+  if (m_taken && !m_keeping) {
+    m_loop->cancel();
+  }
+  m_loop->wake();
+  m_end.notify_all();
+  m_changed.notify_all();
+  m_changed.wait(lock, [this] { return !m_taken; });
+  lock.unlock();
+  m_keeper.join();
+  m_loop->resume();
+  endWatch(nullptr);
+  m_reader.reset();
+  {
+    const std::lock_guard guard(libraryMutex);
+    m_session.reset();
+    m_loop.reset();
+    hasCar = false;
+  }
+  lock.lock();
   m_closed = true;
   m_changed.notify_all();
 }
 
-bool Driver::isClosed() const {
+void Driver::cancel() {
   const std::lock_guard lock(m_mutex);
-  return m_ending;
-}
-
-std::shared_ptr<Driver::Job> Driver::post(Work work) {
-  const auto job = std::make_shared<Job>();
-  job->work = std::move(work);
-  const std::lock_guard lock(m_mutex);
-  if (m_ending) {
-    throw closed();
-  }
-  m_jobs.push_back(job);
-  m_wanted = true;
-  m_loop->wake();
-  return job;
-}
-
-void Driver::cancel(const Job* job) {
-  const std::lock_guard lock(m_mutex);
-  for (auto queued = m_jobs.begin(); queued != m_jobs.end();) {
-    if (job == nullptr || queued->get() == job) {
-      (*queued)->error = std::make_exception_ptr(cancelled());
-      (*queued)->done = true;
-      queued = m_jobs.erase(queued);
-    } else {
-      ++queued;
-    }
-  }
-  if (m_current && !m_ending && (job == nullptr || m_current.get() == job)) {
+  ++m_cancels;
+  if (m_taken && !m_keeping && !m_ending) {
     m_loop->cancel();
   }
   m_changed.notify_all();
 }
 
-void Driver::live() {
-  std::unique_lock lock(m_mutex);
-  while (!m_ending) {
-    if (!m_jobs.empty()) {
-      execute(lock);
-      continue;
-    }
-    m_wanted = false;
-    lock.unlock();
-    if (m_watch) {
-      pumpWatch();
-    } else {
-      m_loop->turn(IdleTime);
-    }
-    lock.lock();
+void Driver::run(const Work& work, const pybind11::object& progress, const Ready& instead) {
+  if (!takeHelm(instead)) {
+    return;
   }
-  m_loop->resume();
-  for (const std::shared_ptr<Job>& job : std::exchange(m_jobs, {})) {
-    job->error = std::make_exception_ptr(cancelled());
-    job->done = true;
-  }
-  m_changed.notify_all();
-  lock.unlock();
-  if (m_watch) {
-    m_watch->feed->end(nullptr);
-    m_watch.reset();
-  }
-  m_reader.reset();
-}
-
-// A cancel is for the job that is under way, so it is over with it.
-void Driver::execute(std::unique_lock<std::mutex>& lock) {
-  m_current = std::move(m_jobs.front());
-  m_jobs.pop_front();
-  lock.unlock();
   std::exception_ptr error;
+  m_sleeper->attend(&progress);
   try {
-    m_current->work(*m_session, [this](const std::string& words) {
-      const std::lock_guard guard(m_mutex);
-      m_current->told.push_back(words);
-      m_changed.notify_all();
-    });
+    {
+      const Released released;
+      work(*m_session);
+    }
+    m_sleeper->deliver();
   } catch (...) {
     error = std::current_exception();
     m_reader.reset();  // answers may still be on their way to it
   }
-  lock.lock();
-  m_current->error = error;
-  m_current->done = true;
-  m_current.reset();
-  m_loop->resume();
-  m_changed.notify_all();
+  m_sleeper->attend(nullptr);
+  leaveHelm();
+  if (error) {
+    std::rethrow_exception(error);
+  }
 }
 
-void Driver::pumpWatch() {
+bool Driver::takeHelm(const Ready& instead) {
+  bool taken = false;
+  unsigned cancels = 0;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_helmsman == std::this_thread::get_id()) {
+      throw Failure(Failure::Kind::Unusable,
+                    "The car is busy with another call of this very thread, from which this one comes.");
+    }
+    cancels = m_cancels;
+    ++m_wanting;
+    if (m_keeping) {
+      m_loop->wake();
+    }
+  }
+  const auto isOver = [&] {
+    if (m_ending || m_cancels != cancels || (instead && instead())) {
+      return true;
+    }
+    if (!m_taken) {
+      taken = m_taken = true;
+      m_helmsman = std::this_thread::get_id();
+    }
+    return taken;
+  };
+  try {
+    waitUntil(m_mutex, m_changed, isOver);
+  } catch (...) {
+    --m_wanting;
+    throw;
+  }
+  --m_wanting;
+  if (taken) {
+    return true;
+  }
+  if (m_ending) {
+    throw closed();
+  }
+  if (!instead || !instead()) {
+    throw cancelled();
+  }
+  return false;
+}
+
+// A cancel is for what has been under way, so it is over with it.
+void Driver::leaveHelm() {
+  bool closes = false;
+  {
+    const std::lock_guard lock(m_mutex);
+    m_loop->resume();
+    m_left = Clock::now();
+    m_helmsman = {};
+    m_taken = false;
+    closes = m_closesLater;
+    m_changed.notify_all();
+  }
+  if (closes) {
+    const Released released;
+    close();
+  }
+}
+
+void Driver::keep() {
+  std::unique_lock lock(m_mutex);
+  bool watches = false;
+  while (!m_ending) {
+    m_end.wait_for(lock, watches ? RestTime : IdleTime, [this] { return m_ending.load(); });
+    if (m_ending || m_taken || m_wanting > 0 || Clock::now() - m_left < RestTime) {
+      watches = true;  // perhaps: to be seen once the helm is free
+      continue;
+    }
+    m_taken = m_keeping = true;
+    lock.unlock();
+    if (m_watch) {
+      pumpWatch([this] { return m_wanting > 0 || m_ending; });
+    } else {
+      m_loop->turn(milliseconds(0));
+    }
+    watches = m_watch != nullptr;
+    lock.lock();
+    m_taken = m_keeping = false;
+    m_changed.notify_all();
+  }
+}
+
+void Driver::pumpWatch(const Ready& stop) {
+  if (!m_watch) {
+    return;
+  }
   Watch& watch = *m_watch;
   std::exception_ptr error;
   try {
-    if (watch.poller->done()) {  // another job has selected another control unit
+    if (watch.poller->done()) {  // another control unit has been selected meanwhile
       watch.select(*m_session);
       watch.start();
     }
@@ -247,21 +291,25 @@ void Driver::pumpWatch() {
     if (watch.end) {
       left = std::chrono::ceil<milliseconds>(*watch.end - Clock::now());
     }
-    const bool inTime = watch.poller->run(
-        [&] {
-          watch.feed->hand();
-          watch.feed->setPace(watch.poller->pace());
-          return m_wanted.load();
-        },
-        left);
-    if (inTime) {
+    const bool inTime = watch.poller->run([&] { return watch.feed->isOver() || stop(); }, left);
+    watch.feed->setPace(watch.poller->pace());
+    if (inTime && !watch.feed->isOver()) {
       return;
     }
-  } catch (...) {
+  } catch (const Failure& failure) {
+    if (failure.kind() == Failure::Kind::Cancelled) {
+      throw;  // what ends is the wait, not the watch
+    }
     error = std::current_exception();
   }
-  watch.feed->end(error);
-  m_watch.reset();
+  endWatch(error);
+}
+
+void Driver::endWatch(std::exception_ptr error) {
+  if (m_watch) {
+    m_watch->feed->end(std::move(error));
+    m_watch.reset();
+  }
 }
 
 // Making one takes longer than a reading, so it is kept.
@@ -303,9 +351,7 @@ void Driver::read(Session& session, const ControlUnit& unit, const std::vector<i
 void Driver::watch(Session& session, const ControlUnit& unit, const std::vector<int>& parameters, bool fast,
                    std::optional<double> seconds, const std::shared_ptr<Feed>& feed) {
   session.expectNoLoss();
-  if (m_watch) {
-    unwatch(m_watch->feed);
-  }
+  endWatch(nullptr);
   auto watch = std::make_unique<Watch>();
   watch->unit = unit;
   watch->fast = fast;
@@ -320,14 +366,8 @@ void Driver::watch(Session& session, const ControlUnit& unit, const std::vector<
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds));
   }
   watch->start();
+  feed->setPace(watch->poller->pace());
   m_watch = std::move(watch);
-}
-
-void Driver::unwatch(const std::shared_ptr<Feed>& feed) {
-  if (m_watch && m_watch->feed == feed) {
-    feed->end(nullptr);
-    m_watch.reset();
-  }
 }
 
 }  // namespace velmara::python

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -12,28 +12,23 @@
 #include <thread>
 #include <vector>
 
+#include <pybind11/pybind11.h>
+
 #include "feed.h"
+#include "sleeper.h"
 #include "velmara/client/eventloop.h"
 #include "velmara/client/poller.h"
 #include "velmara/client/session.h"
 
 namespace velmara::python {
 
-/// The thread that drives one car: it does one job after the other, feeds a watch between them, and keeps the
-/// adapter awake when there is nothing to do. It never touches the interpreter.
+/// One car, driven by one thread at a time: whoever asks it something takes the helm and runs the event loop
+/// until it has its answer, without the interpreter's lock. While nobody asks, a thread of the driver's own
+/// keeps the adapter awake and goes on with a watch; that one never touches the interpreter.
 class Driver {
  public:
-  /// Takes words of what is under way.
-  using Tell = std::function<void(const std::string&)>;
-  using Work = std::function<void(Session&, const Tell&)>;
-
-  /// One piece of work. What changes is guarded by the driver's mutex, and told by its condition.
-  struct Job {
-    Work work;
-    std::vector<std::string> told;  // and not yet fetched
-    std::exception_ptr error;
-    bool done = false;
-  };
+  using Work = std::function<void(Session&)>;
+  using Ready = std::function<bool()>;
 
   /// Throws `Failure` (Unusable) if another car is there.
   explicit Driver(UnitSystem system);
@@ -41,21 +36,25 @@ class Driver {
   Driver(const Driver&) = delete;
   Driver& operator=(const Driver&) = delete;
 
+  /// Runs `work` on the calling thread, which has the interpreter's lock, once no other thread drives; or
+  /// does nothing, as soon as `instead` says so. Throws what `work` does, what Ctrl-C or `progress` raises,
+  /// and `Failure`: Cancelled, and Unusable once the car is closed or on a thread that is driving it.
+  void run(const Work& work, const pybind11::object& progress = pybind11::none(),
+           const Ready& instead = nullptr);
+
   // For any thread.
 
-  /// Hands a job to the thread. Throws `Failure` (Unusable) once the car is closed.
-  std::shared_ptr<Job> post(Work work);
-  /// Calls a job off, or all of them: they end soon, by `Failure` (Cancelled).
-  void cancel(const Job* job = nullptr);
-  /// Calls all off and ends the connection. Harmless when repeated; all who call it wait for the end.
+  /// Calls off what threads of the interpreter do or wait to do.
+  void cancel();
+  /// Calls all off and ends the connection, before it returns; where this thread is driving, a moment later.
+  /// Harmless when repeated. Without the interpreter's lock.
   void close();
-  bool isClosed() const;
+  bool isClosed() const { return m_ending; }
 
-  std::mutex& mutex() { return m_mutex; }
-  std::condition_variable& changed() { return m_changed; }
+  // For work.
 
-  // For jobs.
-
+  /// Words for `progress`.
+  void tell(const std::string& words) { m_sleeper->tell(words); }
   /// What the unit offers.
   const std::vector<Sensor>& sensors(Session& session, const ControlUnit& unit) {
     return readerOf(session, unit).sensors();
@@ -66,34 +65,41 @@ class Driver {
   /// Reads the parameters over and over into `feed`, for so long; any watch from before ends.
   void watch(Session& session, const ControlUnit& unit, const std::vector<int>& parameters, bool fast,
              std::optional<double> seconds, const std::shared_ptr<Feed>& feed);
-  /// Ends the watch, if it is still this one.
-  void unwatch(const std::shared_ptr<Feed>& feed);
+  /// Goes on with the watch, if there is one, until `stop`, which is asked after each turn of the loop.
+  void pumpWatch(const Ready& stop);
 
  private:
   struct Watch;
 
-  void live();
-  void execute(std::unique_lock<std::mutex>& lock);
-  void pumpWatch();
+  bool takeHelm(const Ready& instead);
+  void leaveHelm();
+  void keep();
+  void endWatch(std::exception_ptr error);
   Poller& readerOf(Session& session, const ControlUnit& unit);
 
+  const std::shared_ptr<Sleeper> m_sleeper = std::make_shared<Sleeper>();
   std::optional<EventLoop> m_loop;
   std::optional<Session> m_session;
 
-  // The thread's own.
+  // Of the thread at the helm.
   std::unique_ptr<Poller> m_reader;
   unsigned int m_readerUnit = 0;
   std::unique_ptr<Watch> m_watch;
 
-  mutable std::mutex m_mutex;
+  std::mutex m_mutex;
   std::condition_variable m_changed;
-  std::deque<std::shared_ptr<Job>> m_jobs;
-  std::shared_ptr<Job> m_current;
-  std::atomic<bool> m_wanted{false};  // a job is there, or the end is due
-  bool m_ending = false;
+  std::condition_variable m_end;                 // for the keeper alone
+  bool m_taken = false;                          // the helm
+  bool m_keeping = false;                        // by the keeper
+  std::thread::id m_helmsman;                    // of the interpreter's threads
+  std::chrono::steady_clock::time_point m_left;  // when the helm was left
+  unsigned m_cancels = 0;
+  bool m_closesLater = false;
   bool m_closed = false;
+  std::atomic<int> m_wanting{0};  // threads that wait for the helm
+  std::atomic<bool> m_ending{false};
 
-  std::thread m_thread;
+  std::thread m_keeper;
 };
 
 /// Runs `work` with the database of trouble codes at hand, be it that of the car or one opened for it. Any

@@ -7,23 +7,24 @@ void Feed::begin(std::vector<Sensor> sensors, std::vector<std::string> missing) 
   m_missing = std::move(missing);
 }
 
-void Feed::hand() {
-  if (!m_fresh.empty()) {
-    const std::lock_guard lock(m_mutex);
-    handLocked();
+void Feed::add(Item item) {
+  const std::lock_guard lock(m_mutex);
+  if (m_over) {
+    return;
   }
-}
-
-void Feed::handLocked() {
-  for (Item& item : m_fresh) {
-    m_items.push_back(std::move(item));
-  }
-  m_fresh.clear();
-  while (m_items.size() > Capacity) {
+  m_items.push_back(std::move(item));
+  if (m_items.size() > Capacity) {
     m_items.pop_front();
     ++m_dropped;
   }
-  m_changed.notify_all();
+}
+
+void Feed::end(std::exception_ptr error) {
+  const std::lock_guard lock(m_mutex);
+  if (!m_over) {
+    m_over = true;
+    m_error = std::move(error);
+  }
 }
 
 void Feed::setPace(Pace pace) {
@@ -31,11 +32,29 @@ void Feed::setPace(Pace pace) {
   m_pace = pace;
 }
 
-void Feed::end(std::exception_ptr error) {
+std::optional<Feed::Item> Feed::take() {
   const std::lock_guard lock(m_mutex);
-  m_over = true;
-  m_error = std::move(error);
-  handLocked();
+  if (m_items.empty()) {
+    return std::nullopt;
+  }
+  std::optional<Item> item = std::move(m_items.front());
+  m_items.pop_front();
+  return item;
+}
+
+bool Feed::hasNews() const {
+  const std::lock_guard lock(m_mutex);
+  return m_over || !m_items.empty();
+}
+
+bool Feed::isOver() const {
+  const std::lock_guard lock(m_mutex);
+  return m_over;
+}
+
+std::exception_ptr Feed::takeError() {
+  const std::lock_guard lock(m_mutex);
+  return std::exchange(m_error, nullptr);
 }
 
 Pace Feed::pace() const {

@@ -4,20 +4,39 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <thread>
+#include <utility>
 
 #include <pybind11/pybind11.h>
 
 namespace velmara::python {
 
-/// How many threads of the interpreter wait at present.
+/// How often Ctrl-C is looked for.
+inline constexpr std::chrono::milliseconds SignalTime{50};
+
+/// How many threads of the interpreter are without its lock at present.
 inline std::atomic<int> waits{0};
 
-/// Waits until `ready`, which is asked with the mutex held. Other threads of the interpreter run meanwhile,
-/// and Ctrl-C is heard: throws what a signal's handler raises.
+/// Lets other threads of the interpreter run.
+class Released {
+ public:
+  Released() { ++waits; }
+  ~Released() {
+    m_release.reset();
+    --waits;
+  }
+  Released(const Released&) = delete;
+  Released& operator=(const Released&) = delete;
+
+ private:
+  std::optional<pybind11::gil_scoped_release> m_release{std::in_place};
+};
+
+/// Waits until `ready`, which is asked with the mutex held, while other threads of the interpreter run.
+/// Throws what a signal's handler raises.
 template <typename Ready>
 void waitUntil(std::mutex& mutex, std::condition_variable& changed, const Ready& ready) {
-  constexpr std::chrono::milliseconds SignalTime{50};
   {
     const std::lock_guard lock(mutex);  // nobody who has it waits for the interpreter
     if (ready()) {
@@ -25,16 +44,12 @@ void waitUntil(std::mutex& mutex, std::condition_variable& changed, const Ready&
     }
   }
   for (;;) {
-    bool over = false;
-    ++waits;
     {
-      const pybind11::gil_scoped_release released;
+      const Released released;
       std::unique_lock lock(mutex);
-      over = changed.wait_for(lock, SignalTime, ready);
-    }
-    --waits;
-    if (over) {
-      return;
+      if (changed.wait_for(lock, SignalTime, ready)) {
+        return;
+      }
     }
     if (PyErr_CheckSignals() != 0) {
       throw pybind11::error_already_set();
