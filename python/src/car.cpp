@@ -223,6 +223,7 @@ py::list Car::section(const std::string& name, const Text& unit, const std::stri
   m_driver->run(
       [&](Session& session) {
         session.expectNoLoss();
+        m_driver->disturb();
         sections = reader(session, unitsOf(session, unit), options, *m_driver);
       },
       progress);
@@ -238,6 +239,7 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
   m_driver->run(
       [&](Session& session) {
         session.expectNoLoss();
+        m_driver->disturb();
         report.time = std::time(nullptr);
         report.unitSystem = session.unitSystem();
         report.link = readLink(session);
@@ -280,6 +282,7 @@ py::object Car::runRoutine(int id, const Text& unit) {
   RoutineOutcome outcome;
   m_driver->run([&](Session& session) {
     session.expectNoLoss();
+    m_driver->disturb();
     outcome = velmara::runRoutine(session, unitOf(session, unit), id);
   });
   return toPython(outcome);

@@ -65,7 +65,7 @@ class Car {
   pybind11::list clearCodes();
   pybind11::object runRoutine(int id, const Text& unit);
 
-  void cancel() { m_driver->cancel(); }
+  void cancel(unsigned long thread) { m_driver->cancel(thread); }
   void close() { m_driver->close(); }
   bool isClosed() const { return m_driver->isClosed(); }
 

@@ -125,7 +125,7 @@ Driver::~Driver() {
 
 void Driver::close() {
   std::unique_lock lock(m_mutex);
-  if (m_helmsman == std::this_thread::get_id()) {
+  if (m_helmsman == PyThread_get_thread_ident()) {
     m_ending = m_closesLater = true;
     m_loop->cancel();
     return;
@@ -136,7 +136,7 @@ void Driver::close() {
   }
   m_closesLater = false;
   m_ending = true;
-  if (m_taken && !m_keeping) {
+  if (m_helmsman != 0) {
     m_loop->cancel();
   }
   m_loop->wake();
@@ -159,10 +159,12 @@ void Driver::close() {
   m_changed.notify_all();
 }
 
-void Driver::cancel() {
+void Driver::cancel(unsigned long thread) {
   const std::lock_guard lock(m_mutex);
-  ++m_cancels;
-  if (m_taken && !m_keeping && !m_ending) {
+  for (Caller& caller : m_callers) {
+    caller.cancelled = caller.cancelled || thread == 0 || caller.thread == thread;
+  }
+  if (m_helmsman != 0 && !m_ending && (thread == 0 || m_helmsman == thread)) {
     m_loop->cancel();
   }
   m_changed.notify_all();
@@ -192,47 +194,52 @@ void Driver::run(const Work& work, const pybind11::object& progress, const Ready
 }
 
 bool Driver::takeHelm(const Ready& instead) {
-  bool taken = false;
-  unsigned cancels = 0;
+  const unsigned long thread = PyThread_get_thread_ident();
+  std::list<Caller>::iterator own;
   {
     const std::lock_guard lock(m_mutex);
-    if (m_helmsman == std::this_thread::get_id()) {
+    if (m_helmsman == thread) {
       throw Failure(Failure::Kind::Unusable,
                     "The car is busy with another call of this very thread, from which this one comes.");
     }
-    cancels = m_cancels;
-    ++m_wanting;
+    own = m_callers.insert(m_callers.end(), {thread, false});
+    m_wanted = true;
     if (m_keeping) {
       m_loop->wake();
     }
   }
-  const auto isOver = [&] {
-    if (m_ending || m_cancels != cancels || (instead && instead())) {
-      return true;
-    }
-    if (!m_taken) {
-      taken = m_taken = true;
-      m_helmsman = std::this_thread::get_id();
-    }
-    return taken;
+  bool taken = false;
+  bool cancels = false;
+  const auto stepAside = [&] {
+    const std::lock_guard lock(m_mutex);
+    cancels = own->cancelled;
+    m_callers.erase(own);
+    m_wanted = !m_callers.empty();
+    m_changed.notify_all();
   };
   try {
-    waitUntil(m_mutex, m_changed, isOver);
+    waitUntil(m_mutex, m_changed, [&] {
+      if (m_ending || own->cancelled || (instead && instead())) {
+        return true;
+      }
+      if (!m_taken && own == m_callers.begin()) {
+        taken = m_taken = true;
+        m_helmsman = thread;
+      }
+      return taken;
+    });
   } catch (...) {
-    --m_wanting;
+    stepAside();
     throw;
   }
-  --m_wanting;
-  if (taken) {
-    return true;
-  }
-  if (m_ending) {
+  stepAside();
+  if (!taken && m_ending) {
     throw closed();
   }
-  if (!instead || !instead()) {
+  if (!taken && cancels) {
     throw cancelled();
   }
-  return false;
+  return taken;
 }
 
 // A cancel is for what has been under way, so it is over with it.
@@ -242,7 +249,7 @@ void Driver::leaveHelm() {
     const std::lock_guard lock(m_mutex);
     m_loop->resume();
     m_left = Clock::now();
-    m_helmsman = {};
+    m_helmsman = 0;
     m_taken = false;
     closes = m_closesLater;
     m_changed.notify_all();
@@ -258,14 +265,14 @@ void Driver::keep() {
   bool watches = false;
   while (!m_ending) {
     m_end.wait_for(lock, watches ? RestTime : IdleTime, [this] { return m_ending.load(); });
-    if (m_ending || m_taken || m_wanting > 0 || Clock::now() - m_left < RestTime) {
+    if (m_ending || m_taken || m_wanted || Clock::now() - m_left < RestTime) {
       watches = true;  // perhaps: to be seen once the helm is free
       continue;
     }
     m_taken = m_keeping = true;
     lock.unlock();
     if (m_watch) {
-      pumpWatch([this] { return m_wanting > 0 || m_ending; });
+      pumpWatch([this] { return m_wanted || m_ending; });
     } else {
       m_loop->turn(milliseconds(0));
     }
@@ -283,9 +290,10 @@ void Driver::pumpWatch(const Ready& stop) {
   Watch& watch = *m_watch;
   std::exception_ptr error;
   try {
-    if (watch.poller->done()) {  // another control unit has been selected meanwhile
+    if (m_disturbed || watch.poller->done()) {
       watch.select(*m_session);
       watch.start();
+      m_disturbed = false;
     }
     std::optional<milliseconds> left;
     if (watch.end) {
@@ -316,6 +324,7 @@ void Driver::endWatch(std::exception_ptr error) {
 Poller& Driver::readerOf(Session& session, const ControlUnit& unit) {
   const std::optional<ControlUnit> selected = session.selectedUnit();
   if (!m_reader || m_readerUnit != unit.id || !selected || selected->id != unit.id) {
+    m_disturbed = m_disturbed || !selected || selected->id != unit.id;
     m_reader = std::make_unique<Poller>(session, unit);
     m_readerUnit = unit.id;
   }
@@ -366,6 +375,7 @@ void Driver::watch(Session& session, const ControlUnit& unit, const std::vector<
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds));
   }
   watch->start();
+  m_disturbed = false;
   feed->setPace(watch->poller->pace());
   m_watch = std::move(watch);
 }

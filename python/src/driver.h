@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <exception>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,8 +45,8 @@ class Driver {
 
   // For any thread.
 
-  /// Calls off what threads of the interpreter do or wait to do.
-  void cancel();
+  /// Calls off what a thread of the interpreter does or waits to do, by its number there; 0 for all.
+  void cancel(unsigned long thread);
   /// Calls all off and ends the connection, before it returns; where this thread is driving, a moment later.
   /// Harmless when repeated. Without the interpreter's lock.
   void close();
@@ -53,6 +54,8 @@ class Driver {
 
   // For work.
 
+  /// The work asks other control units, or may do so: a watch has to begin anew after it.
+  void disturb() { m_disturbed = true; }
   /// Words for `progress`.
   void tell(const std::string& words) { m_sleeper->tell(words); }
   /// What the unit offers.
@@ -70,6 +73,10 @@ class Driver {
 
  private:
   struct Watch;
+  struct Caller {
+    unsigned long thread;
+    bool cancelled;
+  };
 
   bool takeHelm(const Ready& instead);
   void leaveHelm();
@@ -85,18 +92,19 @@ class Driver {
   std::unique_ptr<Poller> m_reader;
   unsigned int m_readerUnit = 0;
   std::unique_ptr<Watch> m_watch;
+  bool m_disturbed = false;
 
   std::mutex m_mutex;
   std::condition_variable m_changed;
   std::condition_variable m_end;                 // for the keeper alone
   bool m_taken = false;                          // the helm
   bool m_keeping = false;                        // by the keeper
-  std::thread::id m_helmsman;                    // of the interpreter's threads
+  unsigned long m_helmsman = 0;                  // of the interpreter's threads
   std::chrono::steady_clock::time_point m_left;  // when the helm was left
-  unsigned m_cancels = 0;
   bool m_closesLater = false;
   bool m_closed = false;
-  std::atomic<int> m_wanting{0};  // threads that wait for the helm
+  std::list<Caller> m_callers;        // who wait for the helm, in their order
+  std::atomic<bool> m_wanted{false};  // there are some
   std::atomic<bool> m_ending{false};
 
   std::thread m_keeper;

@@ -105,7 +105,7 @@ void declareCar(py::module_& module) {
       .def("report", &Car::report, "unit"_a, "make"_a, "live"_a, "progress"_a)
       .def("clear_codes", &Car::clearCodes)
       .def("run_routine", &Car::runRoutine, "id"_a, "unit"_a)
-      .def("cancel", &Car::cancel)
+      .def("cancel", &Car::cancel, "thread"_a)
       .def("close", &Car::close, py::call_guard<py::gil_scoped_release>())
       .def_property_readonly("closed", &Car::isClosed);
 }

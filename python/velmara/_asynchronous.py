@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import threading
 from types import TracebackType
 from typing import Any, AsyncIterator, Callable, Generator, Optional, Type, TypeVar
 
@@ -103,10 +104,20 @@ class AsyncCar:
     async def _run(self, work: Callable[..., _Result], *args: Any, **options: Any) -> _Result:
         if "progress" in options:
             options["progress"] = _on_loop(options["progress"])
+        threads: list[int] = []
+
+        def call() -> _Result:
+            threads.append(threading.get_ident())
+            try:
+                return work(*args, **options)
+            finally:
+                threads.clear()
+
         try:
-            return await asyncio.to_thread(work, *args, **options)
+            return await asyncio.to_thread(call)
         except asyncio.CancelledError:
-            self._car.cancel()
+            for thread in threads:
+                self._car._core.cancel(thread)
             raise
 
     async def __aenter__(self) -> AsyncCar:

@@ -296,7 +296,7 @@ class Car:
 
     def cancel(self) -> None:
         """Calls off what other threads wait for. The car stays connected."""
-        self._core.cancel()
+        self._core.cancel(0)
 
     def close(self) -> None:
         """Ends the connection. Harmless when repeated."""

@@ -89,8 +89,10 @@ def test_watch(car):
     assert [reading.time for reading in got] == sorted(reading.time for reading in got)
     # Other calls come in between, of other units, too; then it goes on.
     assert car.codes("TCM")[0].confirmed
+    assert car.read("0D").pid == "0D"  # of the first unit again
     after = time.time()
     assert next(reading for reading in watch if reading.time > after)
+    assert time.time() - after < 10
     # Another watch ends it.
     other = car.watch("05")
     assert all(reading.pid != "05" for reading in watch)
@@ -109,6 +111,20 @@ def test_watch_as_table(car):
     assert table.index.is_monotonic_increasing and table.index.name == "time"
     with pytest.raises(velmara.Unusable, match="seconds"):
         car.watch("0C").to_pandas()
+
+
+def test_progress_cannot_ask_the_car(car):
+    problems = []
+
+    def ask(words):
+        try:
+            car.read("0C")
+        except velmara.Unusable as problem:
+            problems.append(problem.message)
+
+    car.codes("ECM", progress=ask)
+    assert "busy with another call" in problems[0]
+    assert car.read("0C").value > 0
 
 
 def test_threads_take_turns(car):

@@ -136,7 +136,12 @@ def test_asynchronous():
                     break
             with pytest.raises(asyncio.TimeoutError):
                 await asyncio.wait_for(car.report(), 0.3)
-            assert await car.connected()
+            # Only its own work is called off.
+            patient = asyncio.create_task(car.codes("ECM"))
+            await asyncio.sleep(0)
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(car.report(), 0.3)
+            assert (await patient)[0].has_content
             return car
 
     with velmara.Simulator() as simulator:
