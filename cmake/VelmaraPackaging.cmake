@@ -1,7 +1,7 @@
 # What `cmake --install` and CPack put together besides the library and its headers, which libobd installs.
 #
 # Components: `library` and `client` are the two shared libraries that programs need to run, `development` what is needed
-# to build them, `tools` the two programs. Each becomes one Debian package.
+# to build them, `tools` the two programs, `python` the Python package. Each becomes one Debian package.
 include(GNUInstallDirs)
 find_program(GZIP_PROGRAM gzip REQUIRED)
 
@@ -61,6 +61,7 @@ set(library_package libobd${VELMARA_SOVERSION})
 set(client_package libvelmara${VELMARA_SOVERSION})
 set(development_package libobd-dev)
 set(tools_package velmara)
+set(python_package python3-velmara)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME velmara)
@@ -74,6 +75,9 @@ set(libraries "${library_package} (= ${PROJECT_VERSION})")
 if(VELMARA_WITH_CLIENT)
   list(APPEND components client)
   string(APPEND libraries ", ${client_package} (= ${PROJECT_VERSION})")
+endif()
+if(VELMARA_WITH_PYTHON)
+  list(APPEND components python)
 endif()
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -126,6 +130,25 @@ database of many makes, on the command line.
 .
 Beside velmara the package holds velmara-sim, a simulated adapter with vehicles
 behind it, to try things without a car.")
+
+# For the interpreter that it was built with, which compiles the files at installation and forgets them at removal.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME ${python_package})
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+if(VELMARA_WITH_PYTHON)
+  math(EXPR next "${Python3_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "${libraries}, python3 (>= 3.${Python3_VERSION_MINOR}~), python3 (<< 3.${next}~)")
+endif()
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-pandas)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${packaging}/python/postinst ${packaging}/python/prerm)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Vehicle diagnostics over ELM327-class adapters - Python module
+Reads live values, trouble codes, freeze frames, readiness monitors, test
+results and vehicle information from the control units of a vehicle, by
+OBD-II (SAE J1979) through an adapter on a serial port, Bluetooth or TCP.
+.
+This package holds the module velmara for Python 3, with simulated cars for
+tests.")
 
 # Each package tells its license and its history, and that of developers has the examples. A plain install does without.
 configure_file(${packaging}/changelog.in ${packaging_output}/changelog @ONLY)

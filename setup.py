@@ -1,0 +1,37 @@
+"""Has CMake build the compiled part of the Python package, with the libraries inside of it."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+import setuptools
+from setuptools.command.build_ext import build_ext
+
+TOP = pathlib.Path(__file__).resolve().parent
+
+
+class CMakeBuild(build_ext):
+    def build_extension(self, extension):
+        work = TOP / "build" / "wheel"
+        subprocess.run(
+            ["cmake", "-S", TOP, "-B", work, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DVELMARA_PYTHON_WHEEL=ON",
+             "-DVELMARA_BUILD_TESTS=OFF", "-DVELMARA_BUILD_BENCH=OFF", f"-DPython3_EXECUTABLE={sys.executable}"],
+            check=True,
+        )  # fmt: skip
+        subprocess.run(["cmake", "--build", work, "--target", "velmara_python"], check=True)
+        built = work / "python" / "velmara" / pathlib.Path(self.get_ext_filename(extension.name)).name
+        wanted = pathlib.Path(self.get_ext_fullpath(extension.name))
+        wanted.parent.mkdir(parents=True, exist_ok=True)
+        self.copy_file(str(built), str(wanted))
+
+
+# What setuptools leaves behind goes where builds go.
+os.makedirs(TOP / "build" / "python", exist_ok=True)
+setuptools.setup(
+    version=re.search(r"project\(Velmara VERSION ([\d.]+)", (TOP / "CMakeLists.txt").read_text())[1],
+    ext_modules=[setuptools.Extension("velmara._core", [])],
+    cmdclass={"build_ext": CMakeBuild},
+    options={"egg_info": {"egg_base": "build/python"}, "build": {"build_base": "build/python"}},
+)

@@ -1,0 +1,195 @@
+"""Losses, and ends at every moment. Most run in processes of their own."""
+
+import asyncio
+import math
+import signal
+import subprocess
+import sys
+import time
+
+import pytest
+import velmara
+
+LINK_LOST_AT = 60  # exchanges; opening takes fewer
+
+
+def run(program, **options):
+    return subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=90, **options)
+
+
+def test_loss_and_closing():
+    with velmara.Simulator() as simulator:
+        car = velmara.connect(simulator.link, protocol="can11-500")
+        watch = car.watch("0C")
+        next(watch)
+        simulator.stop()
+        with pytest.raises(velmara.LinkLost, match="tcp:127.0.0.1:.* was lost"):
+            for _ in watch:
+                pass
+        for call in (car.codes, car.report, car.clear_codes, lambda: car.read("0C"), lambda: car.watch("0C")):
+            with pytest.raises(velmara.LinkLost):
+                call()
+        assert not car.connected
+        car.close()
+        car.close()
+        assert list(watch) == [] and not car.connected
+        with pytest.raises(velmara.Unusable, match="is closed"):
+            car.read("0C")
+
+
+def test_report_that_breaks_off():
+    with velmara.Simulator(faults=f"close@{LINK_LOST_AT}") as simulator:
+        with velmara.connect(simulator.link, protocol="can11-500") as car:
+            report = car.report(live=False)
+            assert not report.complete and "was lost" in report.broken_off and report.units[0].info.vin
+
+
+def test_failures_of_opening():
+    with velmara.Simulator() as simulator:
+        simulator.ignition(False)
+        with pytest.raises(velmara.NoVehicle, match="answers, but no vehicle does"):
+            velmara.connect(simulator.link, protocol="can11-500")
+    with velmara.Simulator(faults="silence@0-") as simulator:
+        with pytest.raises(velmara.NoAdapter):
+            velmara.connect(simulator.link)
+
+
+MOMENTS = {
+    "opening": "velmara.connect('demo:')",
+    "reading": "car = velmara.connect('demo:', protocol='can11-500'); print(flush=True)\nwhile True: car.read('0C')",
+    "watching": "car = velmara.connect('demo:', protocol='can11-500'); print(flush=True)\nfor _ in car.watch('0C'): pass",
+    "report": "car = velmara.connect('demo:', protocol='can11-500'); print(flush=True)\nwhile True: car.report()",
+    "asynchronous": """
+import asyncio
+async def work():
+    async with velmara.connect_async('demo:', protocol='can11-500') as car:
+        print(flush=True)
+        async for reading in car.watch('0C'):
+            pass
+asyncio.run(work())""",
+}
+
+
+@pytest.mark.parametrize("moment", MOMENTS)
+def test_interrupt(moment):
+    """Ctrl-C raises KeyboardInterrupt at once, and the process ends in order."""
+    program = "import velmara\nprint(flush=True)\n" + MOMENTS[moment]
+    with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        for _ in range(1 if moment == "opening" else 2):
+            process.stdout.readline()
+        time.sleep(0.3)  # into what it does
+        started = time.monotonic()
+        process.send_signal(signal.SIGINT)
+        _, complaint = process.communicate(timeout=30)
+    assert process.returncode == -signal.SIGINT, complaint
+    assert b"KeyboardInterrupt" in complaint and b"terminate" not in complaint
+    assert time.monotonic() - started < 5
+
+
+def test_car_lives_on_after_interrupt():
+    done = run("""
+import _thread, threading, velmara
+with velmara.connect("demo:", protocol="can11-500") as car:
+    threading.Timer(0.2, _thread.interrupt_main).start()
+    try:
+        car.report()
+    except KeyboardInterrupt:
+        print(car.read("0C").name)
+""")
+    assert done.stdout == "Engine RPM\n", done.stderr
+
+
+@pytest.mark.parametrize(
+    "end",
+    [
+        "",  # the interpreter ends while a thread polls
+        "car.close()",
+        "del car, watch",
+        "sys.exit(0)",
+        "threading.Thread(target=car.report, daemon=True).start()",
+    ],
+)
+def test_ending_while_polling(end):
+    done = run(f"""
+import sys, threading, velmara
+car = velmara.connect("demo:", protocol="can11-500")
+watch = car.watch("0C", "0D", fast=True)
+threading.Thread(target=lambda own=watch: [0 for _ in own], daemon=True).start()
+[car.read("05") for _ in range(3)]
+{end}
+""")
+    assert done.returncode == 0 and "Fatal" not in done.stderr and "terminate" not in done.stderr, done.stderr
+
+
+def test_asynchronous():
+    async def work(link):
+        told = []
+        async with velmara.connect_async(link, protocol="can11-500", progress=told.append) as car:
+            assert told[0].startswith("Opening tcp:") and [unit.name for unit in car.units] == ["ECM", "TCM", "FPCM"]
+            first, codes = await asyncio.gather(car.read("0C"), car.codes("TCM"))
+            assert first.unit == "rpm" and codes[0].confirmed[0].code == "P0700"
+            count = 0
+            async for reading in car.watch("0C", "0D", fast=True):
+                assert not math.isnan(reading.value)
+                count += 1
+                if count == 10:
+                    break
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(car.report(), 0.3)
+            # Only its own work is called off.
+            patient = asyncio.create_task(car.codes("ECM"))
+            await asyncio.sleep(0)
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(car.report(), 0.3)
+            assert (await patient)[0].has_content
+            return car
+
+    with velmara.Simulator() as simulator:
+        car = asyncio.run(work(simulator.link))
+        assert "closed" in repr(car)
+
+
+def test_every_protocol():
+    """The simulated cars, each in a process of its own and all at once, as they mostly wait."""
+    program = """
+import sys, velmara
+with velmara.connect("demo:" + sys.argv[1]) as car:
+    watch = car.watch("0C", fast=True)
+    assert 0 <= next(watch).value < 10000
+    codes = car.codes()
+    assert len(codes) == len(car.units) and any(own.has_content for own in codes)
+    assert next(watch).pid == "0C"
+    print(car.protocol)
+"""
+    names = [name for name in velmara.vehicles() if not name.startswith("odd/")]
+    processes = {
+        name: subprocess.Popen([sys.executable, "-c", program, name], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        for name in names
+    }
+    protocols = set()
+    for name, process in processes.items():
+        said, complaint = process.communicate(timeout=120)
+        assert process.returncode == 0, f"{name}: {complaint.decode()}"
+        protocols.add(said.decode())
+    assert len(protocols) == 9
+
+
+def test_odd_cars():
+    """Cars that break rules tell what they tell, and raise nothing but the errors of this package."""
+    program = """
+import sys, velmara
+with velmara.connect("demo:" + sys.argv[1], protocol=sys.argv[2]) as car:
+    repr(car.report(live=False)._repr_html_())
+    try:
+        car.read_all()
+    except velmara.Error as error:
+        print(error)
+"""
+    processes = []
+    for name in velmara.vehicles():
+        if name.startswith("odd/") and name != "odd/asleep":
+            arguments = [sys.executable, "-c", program, name, ""]
+            processes.append(subprocess.Popen(arguments, stderr=subprocess.PIPE))
+    for process in processes:
+        _, complaint = process.communicate(timeout=170)
+        assert process.returncode == 0, complaint.decode()
