@@ -1,13 +1,15 @@
 #include "answers.h"
 
 #include <algorithm>
-
 #include <cctype>
 
 #include <fmt/format.h>
 
 #include "core/identifiers.h"
+#include "link/iadapter.h"
 #include "parameters/supportedoids.h"
+#include "services/iconnectionservice.h"
+#include "velmara/client/texts.h"
 
 namespace velmara {
 
@@ -50,29 +52,22 @@ class AdapterQuestion : public obd::IQuery {
     return m_reply.empty() ? NoData : Updated;
   }
   void clear() override { m_reply.clear(); }
+  const std::string& reply() const { return m_reply; }
 
  private:
   std::string m_reply;
 };
 
-// A vehicle may keep silent; an adapter that says nothing either has fallen silent itself. Asked twice, as
-// one answer may be lost.
-void expectAdapter(Session& session) {
-  constexpr int Tries = 2;
-  for (int i = 0; i < Tries; ++i) {
-    const auto question = std::make_shared<Question>(std::make_shared<AdapterQuestion>());
-    bool sent = false;
-    session.pumpUntil([&] {
-      sent = sent || obd::Dispatcher::getInstance().update(question);
-      return sent && question->isAnswered();
-    });
-    if (question->hasSucceeded()) {
-      return;
-    }
-  }
-  throw Failure(Failure::Kind::LinkLost,
-                fmt::format("The adapter on {} does not answer any more.", session.link().text()),
-                adviceForAdapter(session.link()));
+// The adapter's name for itself; empty without an answer.
+std::string askAdapter(Session& session) {
+  const auto name = std::make_shared<AdapterQuestion>();
+  const auto question = std::make_shared<Question>(name);
+  bool sent = false;
+  session.pumpUntil([&] {
+    sent = sent || obd::Dispatcher::getInstance().update(question);
+    return sent && question->isAnswered();
+  });
+  return question->hasSucceeded() ? printable(name->reply()) : std::string();
 }
 
 double seconds(milliseconds time) {
@@ -81,6 +76,30 @@ double seconds(milliseconds time) {
 
 }  // namespace
 
+// Asked twice, as one answer may be lost.
+void expectAdapter(Session& session) {
+  obd::IAdapter* const adapter = session.connection().adapter();
+  const std::string name = adapter != nullptr ? printable(adapter->interfaceName()) : std::string();
+  const auto tellsName = [&name](const std::string& reply) {
+    return !reply.empty() && reply.find(name) != std::string::npos;
+  };
+  const std::string first = askAdapter(session);
+  if (tellsName(first)) {
+    return;
+  }
+  const std::string second = askAdapter(session);
+  if (first.empty() && second.empty()) {
+    throw Failure(Failure::Kind::LinkLost,
+                  fmt::format("The adapter on {} does not answer any more.", session.link().text()),
+                  adviceForAdapter(session.link()));
+  }
+  if (!first.empty() && tellsName(second)) {
+    throw Failure(Failure::Kind::LinkLost,
+                  fmt::format("The adapter on {} gives each answer one request late.", session.link().text()),
+                  "Unplug it for a moment, and connect again.");
+  }
+}
+
 Answers::Answers(Session& session, const ReadOptions& options, const char* section)
     : m_session(session), m_options(options), m_section(section) {}
 
@@ -88,7 +107,7 @@ void Answers::heard(bool success) {
   alive();
   ++m_heard;
   m_succeeded += success ? 1U : 0U;
-  m_endsSilent = !success;
+  m_endsInVain = !success;
   tellProgress();
 }
 
@@ -99,7 +118,7 @@ void Answers::heard(const Outcome& outcome) {
   }
   m_unusable += outcome.state == Outcome::State::Unusable ? 1U : 0U;
   heard(outcome.state == Outcome::State::Read);
-  m_endsSilent = outcome.state == Outcome::State::NoAnswer;
+  m_endsInVain = outcome.state == Outcome::State::NoAnswer || outcome.state == Outcome::State::Unusable;
 }
 
 void Answers::alive() {
@@ -172,7 +191,7 @@ bool Answers::tooLong() {
 
 void Answers::conclude(Section& section) const {
   using State = Section::State;
-  if (m_endsSilent || gaveUp()) {
+  if (m_endsInVain || gaveUp()) {
     expectAdapter(m_session);
   }
   const std::size_t wanted = std::max(m_heard, m_expected);

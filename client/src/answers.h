@@ -42,8 +42,7 @@ class Answers {
   void waitUntil(const std::function<bool()>& done);
 
   bool gaveUp() const { return !m_givenUp.empty(); }
-  /// Sets state and reason. Throws `Failure` (LinkLost) if nothing came at the end and the adapter is silent,
-  /// too.
+  /// Sets state and reason. Throws what `expectAdapter` throws if nothing of use came at the end.
   void conclude(Section& section) const;
 
  private:
@@ -60,7 +59,7 @@ class Answers {
   std::size_t m_succeeded = 0;
   std::size_t m_refused = 0;
   std::size_t m_unusable = 0;
-  bool m_endsSilent = true;  // nothing came of the last question
+  bool m_endsInVain = true;  // nothing, or nothing of use, came of the last question
   std::string m_refusal;     // the reason of the last one
   std::size_t m_signs = 0;   // of life
   bool m_finished = false;

@@ -150,13 +150,13 @@ sdbus::Slot Bluez::onEnd(const std::function<void()>& handler) {
 
 bool Bluez::waitUntil(const std::function<bool()>& condition, Clock::time_point deadline) {
   while (!condition()) {
-    if (process()) {
-      continue;
-    }
+    const bool processed = process();
     if (woken() || Clock::now() >= deadline) {
-      return false;
+      return condition();  // however much there is to process
     }
-    wait(deadline);
+    if (!processed) {
+      wait(deadline);
+    }
   }
   return true;
 }

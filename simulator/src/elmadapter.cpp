@@ -335,6 +335,10 @@ void ElmAdapter::Core::queue(unsigned exchange, Reply reply) {
         more = fault.amount;
         late = true;
         break;
+      case Fault::Kind::Behind:
+        std::swap(reply, m_behind);
+        reply.prompt = true;
+        break;
       case Fault::Kind::Split:
         split = std::max(1U, fault.amount);
         break;

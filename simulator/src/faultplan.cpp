@@ -14,13 +14,14 @@ struct KindName {
   Fault::Kind kind;
 };
 
-constexpr std::array<KindName, 13> KindNames = {{{"latency", Fault::Kind::Latency},
+constexpr std::array<KindName, 14> KindNames = {{{"latency", Fault::Kind::Latency},
                                                  {"jitter", Fault::Kind::Jitter},
                                                  {"split", Fault::Kind::Split},
                                                  {"merge", Fault::Kind::Merge},
                                                  {"noise", Fault::Kind::Noise},
                                                  {"lostprompt", Fault::Kind::LostPrompt},
                                                  {"late", Fault::Kind::LateReply},
+                                                 {"behind", Fault::Kind::Behind},
                                                  {"half", Fault::Kind::HalfReply},
                                                  {"silence", Fault::Kind::Silence},
                                                  {"error", Fault::Kind::ErrorWord},

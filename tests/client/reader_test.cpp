@@ -125,9 +125,9 @@ TEST_F(ClientTest, EveryReadingEndsWithTheLink) {
   }
 }
 
-// An adapter that says nothing any more is not one whose vehicle has no answers: reading ends soon, and says
-// so.
-TEST_F(ClientTest, EndsWithAnAdapterThatHasFallenSilent) {
+// An adapter that says nothing any more, or what it was asked before, is not one whose vehicle has no
+// answers: reading ends soon, and says so.
+TEST_F(ClientTest, EndsWithAnAdapterThatHasFallenSilentOrBehind) {
   constexpr std::uint32_t Soon = 40000;
   load("petrol-can11");
   unsigned opening = 0;
@@ -135,18 +135,21 @@ TEST_F(ClientTest, EndsWithAnAdapterThatHasFallenSilent) {
   counting.faults.onExchange = [&opening](unsigned number, const std::string&) { opening = number; };
   session.connect(simulator::makeBus(vehicle, counting), "test");
   session.disconnect();
-  for (const unsigned later : {1U, 2U, 12U, 40U}) {
-    SCOPED_TRACE(later);
-    simulator::AdapterOptions adapter;
-    adapter.faults = simulator::FaultPlan::parse(fmt::format("silence@{}-", opening + later));
-    session.connect(simulator::makeBus(vehicle, adapter), "test");
-    const std::uint32_t start = clock.milliseconds();
-    UnitReport report;
-    EXPECT_EQ(failureOf([&] { readUnit(session, unit(), {}, false, report); }), Kind::LinkLost);
-    EXPECT_LT(clock.milliseconds() - start, Soon);
-    EXPECT_EQ(report.info.state == State::NotRead, later < 6);
-    EXPECT_EQ(report.routines.state, State::NotRead);
-    session.disconnect();
+  for (const char* const fault : {"silence", "behind"}) {
+    for (const unsigned later : {1U, 2U, 12U, 40U}) {
+      SCOPED_TRACE(fmt::format("{} {}", fault, later));
+      simulator::AdapterOptions adapter;
+      adapter.faults = simulator::FaultPlan::parse(fmt::format("{}@{}-", fault, opening + later));
+      session.connect(simulator::makeBus(vehicle, adapter), "test");
+      const std::uint32_t start = clock.milliseconds();
+      UnitReport report;
+      EXPECT_EQ(failureOf([&] { readUnit(session, unit(), {}, false, report); }), Kind::LinkLost);
+      EXPECT_LT(clock.milliseconds() - start, Soon);
+      EXPECT_EQ(report.info.state == State::NotRead, later < 6);
+      EXPECT_EQ(report.routines.state, State::NotRead);
+      EXPECT_EQ(readLink(session).voltage.has_value(), false);
+      session.disconnect();
+    }
   }
 }
 

@@ -280,7 +280,8 @@ TEST_F(ScantoolTest, TellsWhereTheLinkWasLost) {
 
 TEST_F(ScantoolTest, ReadsTheBatteryVoltage) {
   float volts = 0;
-  for (const char* text : {"12V", "12.", "12.V", "V12.5", "", "+", "+-1.5", "1\xFF\xFF.", "99999999999.5V"}) {
+  for (const char* text : {"12V", "12.", "12.V", "V12.5", "", "+", "+-1.5", "1\xFF\xFF.", "99999999999.5V",
+                           "7E8064100BE3EB813", "7E8 06 41 00", "41 0C 1A F8", "12.5X"}) {
     EXPECT_FALSE(ElmScantool::parseVoltage(text, volts)) << text;
   }
   const std::pair<const char*, float> sound[] = {{"12.5V", 12.5F},

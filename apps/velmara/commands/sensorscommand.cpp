@@ -97,11 +97,11 @@ class SensorsCommand : public Command {
       return ExitCode::Ok;
     }
     if (m_record.empty()) {
-      return read(program, poller, parameters);
+      return read(program, session, poller, parameters);
     }
     startRecording(program.out);
     try {
-      const ExitCode code = read(program, poller, parameters);
+      const ExitCode code = read(program, session, poller, parameters);
       endRecording(program);
       return code;
     } catch (...) {  // Ctrl-C, a lost link
@@ -222,7 +222,7 @@ class SensorsCommand : public Command {
     out.flush();
   }
 
-  ExitCode read(Program& program, Poller& poller, const std::vector<int>& parameters) {
+  ExitCode read(Program& program, Session& session, Poller& poller, const std::vector<int>& parameters) {
     const bool live = program.out.isTerminal() && !m_json && !m_once && m_record != StandardOutput;
     LiveArea area(program.out);
     m_start = Clock::now();
@@ -260,12 +260,13 @@ class SensorsCommand : public Command {
       program.notes.note(fmt::format("{} readings in {:.1f} s, {:.0f} a second{}.", poller.readings(),
                                      seconds(), rate(poller), paceWords(poller.pace())));
     }
-    return verdict(program, poller);
+    return verdict(program, session, poller);
   }
 
-  ExitCode verdict(Program& program, const Poller& poller) const {
+  ExitCode verdict(Program& program, Session& session, const Poller& poller) const {
     const std::vector<int> silent = poller.silent();
     if (poller.readings() == 0) {
+      expectAdapter(session);
       throw Failure(Failure::Kind::NoData,
                     fmt::format("The control unit {} gave none of these values.", m_unitLabel),
                     "Is the ignition on? Some values come only while the engine runs.");

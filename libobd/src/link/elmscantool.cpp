@@ -123,6 +123,16 @@ bool takeInteger(std::string_view& text, int& value) {
   return error == std::errc();
 }
 
+// Point, decimals, and a unit that some adapters leave out. Anything else answers another request: of the
+// frame "7E8064100..." the number in front is no voltage.
+bool isVoltageFraction(std::string_view token) {
+  if (token.ends_with('V')) {
+    token.remove_suffix(1);
+  }
+  return token.size() > 1 && (token.front() == '.' || token.front() == ',') &&
+         std::all_of(token.begin() + 1, token.end(), isDigit);
+}
+
 struct Version {
   int major = 0;
   int minor = 0;
@@ -619,7 +629,7 @@ bool ElmScantool::parseVoltage(const std::string& text, float& volts) {
     return false;
   }
   const std::string_view token = word(rest, 1);
-  if (token.size() < 2 || !isDigit(token[1])) {
+  if (!isVoltageFraction(token)) {
     return false;
   }
   const std::int64_t tenths = std::int64_t{whole} * 10 + (token[1] - '0');

@@ -20,6 +20,7 @@ struct Fault {
     Noise,       ///< `amount` random bytes (at least 1) arrive within the reply
     LostPrompt,  ///< the reply comes without its ">"
     LateReply,   ///< the reply comes `amount` ms later, even if another command has come in meanwhile
+    Behind,      ///< the reply to the command before comes in its place; of the first one, an empty one
     HalfReply,   ///< the first half of the reply comes, the rest and the prompt do not
     Silence,     ///< nothing comes
     ErrorWord,   ///< `text` takes the place of the reply: "BUS ERROR"
@@ -54,7 +55,7 @@ struct FaultPlan {
 
   /// Reads the form of the command line: kind[:amount or text][@first[-[last]]], several divided by commas:
   /// "latency:20", "split:3@4-", "error:BUS ERROR@12", "close@30". Kinds are latency, jitter, split, merge,
-  /// noise, lostprompt, late, half, silence, error, close, readerror and writeerror. Throws
+  /// noise, lostprompt, late, behind, half, silence, error, close, readerror and writeerror. Throws
   /// std::runtime_error with a sentence.
   static FaultPlan parse(std::string_view text);
 };

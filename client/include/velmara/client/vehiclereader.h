@@ -26,6 +26,9 @@ struct ReadOptions {
   Progress progress = nullptr;
 };
 
+/// Where a vehicle keeps silent, or its answers cannot be used: throws `Failure` (LinkLost) if that is the
+/// adapter's fault, which does not tell its name either, or gives each answer one request late.
+VELMARA_EXPORT void expectAdapter(Session& session);
 VELMARA_EXPORT LinkSection readLink(Session& session);
 VELMARA_EXPORT IdentitySection readIdentity(Session& session, const ControlUnit& unit);
 
