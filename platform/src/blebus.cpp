@@ -42,6 +42,7 @@ class Opening {
   std::string knownDevice(const Objects& objects) const;
   void scan();
   void takeOver();
+  bool isUsed();
   void connect();
   void makeConnection();
   void update(const Properties& properties);
@@ -139,24 +140,33 @@ void Opening::scan() {
 // A connection that is there already is another program's, or one that a program left behind and BlueZ is
 // about to end: Device1.Disconnect takes it two seconds.
 void Opening::takeOver() {
+  const auto release = Bluez::Clock::now() + Milliseconds(bluetoothLimits().release);
+  while (isUsed()) {
+    if (Bluez::Clock::now() >= release || m_bluez.woken()) {
+      fail(EBUSY, m_address + " is used by another program on this computer; close that one first.");
+    }
+    m_bluez.waitUntil([] { return false; }, Bluez::Clock::now() + Milliseconds(20));
+  }
+  if (m_connected) {
+    m_bluez.tell(m_device, DeviceInterface, "Disconnect");
+    m_bluez.waitUntil([this] { return !m_connected; }, Bluez::Clock::now() + answerTime());
+  }
+}
+
+// Whether somebody has the stream of the device open.
+bool Opening::isUsed() {
   const Objects objects = m_bluez.objects();
   const auto place = objects.find(sdbus::ObjectPath(m_device));
   if (place == objects.end()) {
-    return;
+    return false;
   }
   if (const Properties* const device = find(place->second, DeviceInterface)) {
     update(*device);
   }
-  if (!m_connected) {
-    return;
-  }
-  for (const SerialStream& stream : serialStreams(objects, m_device, m_service)) {
-    if (stream.inlet.busy || stream.outlet.busy) {
-      fail(EBUSY, m_address + " is used by another program on this computer; close that one first.");
-    }
-  }
-  m_bluez.tell(m_device, DeviceInterface, "Disconnect");
-  m_bluez.waitUntil([this] { return !m_connected; }, Bluez::Clock::now() + answerTime());
+  const std::vector<SerialStream> streams = serialStreams(objects, m_device, m_service);
+  return m_connected && std::any_of(streams.begin(), streams.end(), [](const SerialStream& stream) {
+           return stream.inlet.busy || stream.outlet.busy;
+         });
 }
 
 void Opening::update(const Properties& properties) {

@@ -14,6 +14,8 @@ struct BluetoothLimits {
   std::atomic<int> find{10000};
   /// For the connection to it and the list of its services.
   std::atomic<int> connect{20000};
+  /// For whoever is just closing a link to let go of the adapter.
+  std::atomic<int> release{1000};
   /// For somebody to confirm a pairing.
   std::atomic<int> pair{30000};
   /// For a service that is not known to answer a first command.
