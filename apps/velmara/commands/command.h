@@ -27,6 +27,9 @@ class Command {
   virtual std::string examples() const = 0;
   /// Whether the options about the link apply.
   virtual bool needsVehicle() const { return true; }
+  /// Where the adapter is if the user does not say, in words for the help.
+  virtual const char* linkDefault() const { return LinkDefault; }
+  static constexpr const char* LinkDefault = "that of the settings, the last one named, or demo:";
 
   /// Declares the command's own options.
   virtual void declare(Options& options) = 0;

@@ -112,6 +112,8 @@ class ServeCommand : public Command {
            "  velmara serve 0C 0D                        reads these even if no page shows them\n";
   }
 
+  const char* linkDefault() const override { return "the page lets choose, and offers the last one named"; }
+
   void declare(Options& options) override {
     options.value(
         "PID", m_always, "",

@@ -113,28 +113,60 @@ class RenamingProxy:
             end.close()
 
 
+def serve(*options):
+    return Program(VELMARA, "serve", "--listen", "127.0.0.1:0", *options)
+
+
+HOSTILE = """name = Hostile
+protocol = 6
+engine = petrol
+[unit ECM 7E8]
+monitors = 07 E5 04
+codes = P0171
+01 0C = {rpm * 4 : 2}
+01 1C = 07
+09 02 = "<img src=x id=vx>"
+09 04 = "<b id=cx>x</b>"
+09 0A = "<i>" "<script id=sx>"
+"""
+
+
 class Page(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.addCleanup(self.folder.cleanup)
-        os.environ["XDG_CONFIG_HOME"] = self.folder.name
+    # To reach a car takes seconds: all that need none at first begin at once, while the browser starts.
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(cls.folder.cleanup)
+        os.environ["XDG_CONFIG_HOME"] = cls.folder.name
+        hostile = pathlib.Path(cls.folder.name) / "hostile.vehicle"
+        hostile.write_text(HOSTILE)
+        car = Program(SIMULATOR, "--tcp", "0", "--vehicle", str(hostile))
+        proxy = RenamingProxy(int(car.address.rpartition(":")[2]), b"ELM327 v1.5<u id=ax ")
+        cls.addClassCleanup(proxy.server.close)
+        cls.fast, cls.slow = serve("--link", "demo:", "--fast"), serve("--link", "demo:")
+        cls.hostile = serve("--link", f"tcp:127.0.0.1:{proxy.port}")
+        for program in (cls.hostile, car, cls.fast, cls.slow):
+            cls.addClassCleanup(program.end)
         options = webdriver.ChromeOptions()
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--hide-scrollbars"):
             options.add_argument(argument)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        self.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
-        self.addCleanup(self.driver.quit)
+        cls.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
+        cls.addClassCleanup(cls.driver.quit)
+
+    def setUp(self):
+        self.color("light")
         self.resize(1280)
 
     def tearDown(self):
         # A server or a link that goes away is noticed by the network.
         errors = [entry["message"] for entry in self.driver.get_log("browser")
                   if entry["level"] == "SEVERE" and "net::ERR" not in entry["message"]]
+        self.driver.execute_script("localStorage.clear()")
+        self.driver.get("about:blank")
         self.assertEqual(errors, [])
 
-    def serve(self, *options):
-        server = Program(VELMARA, "serve", "--listen", "127.0.0.1:0", *options)
-        self.addCleanup(server.end)
+    def look_at(self, server):
         self.driver.get(server.address)
         return server
 
@@ -170,14 +202,29 @@ class Page(unittest.TestCase):
     def open_tab(self, name):
         self.at(f"#tab-{name}").click()
 
+    def assert_named_and_legible(self):
+        self.assertEqual(self.driver.execute_script(NAMELESS), [])
+        self.assertEqual(self.driver.execute_script(FAINT), [])
+
+    def drop(self, rows):
+        self.driver.execute_script("""
+            const files = new DataTransfer();
+            files.items.add(new File([arguments[0]], "dropped.csv", { type: "text/csv" }));
+            document.body.dispatchEvent(new DragEvent("drop", { bubbles: true, cancelable: true, dataTransfer: files }));
+            """, rows)
+        self.until_text("#recording h2", "dropped.csv")
+
     def until_moving(self):
         self.until_text('.tile[data-key="0C"] .value', r"\d")
         first = self.text('.tile[data-key="0C"] .value')
         self.until(lambda: self.text('.tile[data-key="0C"] .value') != first, "values that move")
 
     def test_car_is_shown_and_cleared(self):
-        self.serve()
+        server = self.look_at(serve())
+        self.addCleanup(server.end)
         self.until_text("#links", "Petrol saloon")
+        self.assert_named_and_legible()
+        self.picture("choose-1280")
         self.at("#connect-demo").click()
         self.until_text("#phases", "Looking for the adapter")
         self.until_text("#status", "Connected: demo:petrol-can11")
@@ -195,6 +242,7 @@ class Page(unittest.TestCase):
         warning = self.text("#clear-dialog")
         for loss in ("P0171", "freeze frames", "on-board tests", "readiness monitors", "demo:petrol-can11", "Permanent"):
             self.assertIn(loss, warning)
+        self.assert_named_and_legible()
         self.driver.switch_to.active_element.send_keys(Keys.ENTER)  # whoever does not look keeps them
         self.until(lambda: not self.driver.find_elements(By.ID, "clear-dialog"), "a closed dialog")
         self.assertIn("P0301", self.text("#codes"))
@@ -216,7 +264,7 @@ class Page(unittest.TestCase):
         self.until_text('.tile[data-key="05"] .unit', "°F")
 
     def test_narrow_and_named_and_legible(self):
-        self.serve("--link", "demo:")
+        self.look_at(self.slow)
         self.until_text("#status", "Connected")
         self.resize(390)
         for scheme in ("light", "dark"):
@@ -230,13 +278,13 @@ class Page(unittest.TestCase):
                     if tab == "live":
                         self.until_moving()
                     self.assertLessEqual(self.driver.execute_script("return document.documentElement.scrollWidth"), 390)
-                    self.assertEqual(self.driver.execute_script(NAMELESS), [])
-                    self.assertEqual(self.driver.execute_script(FAINT), [])
+                    self.assert_named_and_legible()
                     self.picture(f"{tab}-390-{scheme}")
 
     def test_choice_by_keyboard_lasts(self):
-        self.serve("--link", "demo:")
+        self.look_at(self.fast)
         self.until_moving()
+        self.until_text("#rate", r"\d readings/s in groups")
         self.at("#tab-live").send_keys(Keys.ARROW_RIGHT)
         self.assertEqual(self.driver.switch_to.active_element.get_attribute("id"), "tab-codes")
         self.assertTrue(self.at("#codes").is_displayed())
@@ -252,13 +300,18 @@ class Page(unittest.TestCase):
         shown = "return [...document.querySelectorAll('.tile')].map((tile) => tile.dataset.key)"
         self.until(lambda: self.driver.execute_script(shown) == expected, "the chosen values")
         self.until_text('.tile[data-key="2F"] .value', r"\d")
+        pause = '//*[@id="live"]//button[text()="Pause" or text()="Go on"]'
+        for name, text in (("Zoom in", "Go on"), ("Earlier", "Go on"), ("Go on", "Pause")):
+            self.driver.find_element(By.XPATH, f'//*[@id="live"]//button[text()="{name}"]').send_keys(Keys.ENTER)
+            self.assertEqual(self.driver.find_element(By.XPATH, pause).text, text)
         self.driver.refresh()
         self.until(lambda: self.driver.execute_script(shown) == expected, "the same after a reload")
 
     def test_link_lost_and_back(self):
         car = Program(SIMULATOR, "--tcp", "0")
         port = car.address.rpartition(":")[2]
-        self.serve()
+        server = self.look_at(serve())
+        self.addCleanup(server.end)
         self.until_text("#links", "Wi-Fi")
         self.at("#host").send_keys("127.0.0.1")
         self.driver.execute_script("document.querySelector('#port').value = arguments[0]", port)
@@ -266,6 +319,7 @@ class Page(unittest.TestCase):
         self.until_moving()
         car.end()
         self.until_text("#alert", "was lost")
+        self.assert_named_and_legible()
         self.picture("lost-1280")
         car = Program(SIMULATOR, "--tcp", port)
         self.addCleanup(car.end)
@@ -275,15 +329,7 @@ class Page(unittest.TestCase):
         self.assertFalse(self.at("#alert").is_displayed())
 
     def test_texts_of_car_and_adapter_stay_texts(self):
-        hostile = pathlib.Path(self.folder.name) / "hostile.vehicle"
-        hostile.write_text('name = Hostile\nprotocol = 6\nengine = petrol\n[unit ECM 7E8]\nmonitors = 07 E5 04\ncodes = P0171\n'
-                           '01 0C = {rpm * 4 : 2}\n01 1C = 07\n09 02 = "<img src=x id=vx>"\n'
-                           '09 04 = "<b id=cx>x</b>"\n09 0A = "<i>" "<script id=sx>"\n')
-        car = Program(SIMULATOR, "--tcp", "0", "--vehicle", str(hostile))
-        self.addCleanup(car.end)
-        proxy = RenamingProxy(int(car.address.rpartition(":")[2]), b"ELM327 v1.5<u id=ax ")
-        self.addCleanup(proxy.server.close)
-        self.serve("--link", f"tcp:127.0.0.1:{proxy.port}")
+        self.look_at(self.hostile)
         self.until_text("#status", r"Connected.*<u id=ax")
         self.open_tab("info")
         self.until_text("#info", "<img src=x id=vx>.*<b id=cx>")
@@ -296,7 +342,7 @@ class Page(unittest.TestCase):
         self.assertEqual(self.driver.find_elements(By.CSS_SELECTOR, "#vx, #cx, #sx, #ax"), [])
 
     def test_recording_is_made_and_opened(self):
-        server = self.serve("--link", "demo:")
+        self.look_at(self.slow)
         self.until_moving()
         self.at("#record").click()
         self.until_text("#record-state", r"[3-9] rows|\d\d rows")
@@ -318,7 +364,24 @@ class Page(unittest.TestCase):
         broken.write_text("no recording")
         self.at("#recording-file").send_keys(str(broken))
         self.until_text("#note", "broken.csv cannot be shown")
+        self.drop(rows)
+
+    def test_server_gone_and_back(self):
+        server = self.look_at(serve())
+        self.until_text("#links", "Petrol saloon")
         server.end()
+        self.until_text("#alert", "does not answer")
+        port = server.address.rpartition(":")[2].rstrip("/")
+        again = Program(VELMARA, "serve", "--listen", f"127.0.0.1:{port}")
+        self.addCleanup(again.end)
+        self.until(lambda: not self.at("#alert").is_displayed() and self.text("#links"), "the page, again")
+        self.at("#unit-system").send_keys("imperial")  # needs the token of now
+        self.until(lambda: self.driver.execute_script(
+            "return fetch('api/state').then((r) => r.json()).then((state) => state.unitSystem)") == "imperial", "other units")
+        self.assertEqual(self.text("#note"), "")
+
+        self.drop("Seconds,Time,Speed [km/h]\n0,00:00:00,1\n1,00:00:01,2\n")
+        again.end()
         self.until_text("#alert", "does not answer")
         self.assertTrue(self.at("#recording canvas").is_displayed())
 
