@@ -138,9 +138,9 @@ void Reception::watch() {
       }
     }
     for (int i = 0; i < count; ++i) {
-      const int file = events[static_cast<std::size_t>(i)].data.fd;
-      if (file != m_bell && file != m_listener) {
-        look(file);
+      const epoll_event& event = events[static_cast<std::size_t>(i)];
+      if (event.data.fd != m_bell && event.data.fd != m_listener) {
+        look(event.data.fd, (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0);
       }
     }
     moreWait = acceptSome();
@@ -148,16 +148,18 @@ void Reception::watch() {
   }
 }
 
-// Whether the head of a request is there. It is left where it is, for whoever serves it.
-void Reception::look(int socket) {
+// Whether the head of a request is there. It is left where it is, for whoever serves it. `isOver`: no more
+// comes.
+void Reception::look(int socket, bool isOver) {
   std::string head(m_limits.headSize, '\0');
   const ssize_t count = ::recv(socket, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+  if (!isOver && count < 0 && (errno == EAGAIN || errno == EINTR)) {
     return;
   }
   head.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   const bool whole = head.find("\r\n\r\n") != std::string::npos;
-  if (!whole && count > 0 && head.size() < m_limits.headSize) {
+  const bool mayBecomeWhole = !whole && head.size() < m_limits.headSize;
+  if (mayBecomeWhole && !isOver && count > 0) {
     return;
   }
   ::epoll_ctl(m_events, EPOLL_CTL_DEL, socket, nullptr);
@@ -165,7 +167,7 @@ void Reception::look(int socket) {
     const std::lock_guard guard(m_mutex);
     m_waiting.erase(socket);
   }
-  if (count <= 0) {
+  if (count <= 0 || mayBecomeWhole) {
     ::close(socket);
   } else if (!whole) {
     turnAway(socket, HeadTooLarge);

@@ -54,7 +54,7 @@ class Reception {
   void watch();
   bool acceptSome();
   void welcome(int socket);
-  void look(int socket);
+  void look(int socket, bool isOver);
   void dismissLate();
   void turnAway(int socket, int status);
   bool assign(int socket);

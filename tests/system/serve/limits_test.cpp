@@ -39,6 +39,13 @@ TEST_F(Serve, GoesOnInACrowdOfThousandAndDropsThoseWhoAreSlow) {
     viewer.await("event: never", Seconds(0.001));
   }
 
+  // Those who leave in the middle of a request take no room any more.
+  for (int i = 0; i < 300; ++i) {
+    HttpProbe(server.port).send("GET /api/state HTTP/1.1");
+  }
+  EXPECT_TRUE(Server::await([&] { return server.metric("velmara_http_connections") <= 3; }));
+  const double turnedAway = server.metric("velmara_http_turned_away_total");
+
   // Bodies that do not come hold a thread each, for a while; heads that do not come hold none.
   HttpProbe half(server.port);
   half.send("POST /api/disconnect HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port) +
@@ -66,6 +73,7 @@ TEST_F(Serve, GoesOnInACrowdOfThousandAndDropsThoseWhoAreSlow) {
   EXPECT_GT(refused, 250);
   EXPECT_GE(late, 150);
   EXPECT_EQ(refused + late, 1000);
+  EXPECT_EQ(server.metric("velmara_http_turned_away_total") - turnedAway, 1000);
   EXPECT_TRUE(half.awaitEnd());
   EXPECT_TRUE(Server::await([&] { return server.metric("velmara_viewers") == 1; }));
 
