@@ -82,11 +82,11 @@ std::string protocolHelp() {
   return text;
 }
 
-void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle) {
+void declareCommon(CLI::App& app, CommonOptions& options, bool vehicle, const char* linkDefault) {
   constexpr const char* Group = "Options of all commands";
   if (vehicle) {
     app.add_option("--link", options.link,
-                   "Where the adapter is; if not given,\nthe last one named, or demo:")
+                   fmt::format("Where the adapter is; if not given,\n{}", linkDefault))
         ->type_name("LINK")
         ->group(Group);
     app.add_option("--protocol", options.protocol, "The vehicle's protocol; found if not given")
@@ -196,13 +196,13 @@ ExitCode parseAndRun(Program& program, int argc, char** argv) {
       std::string(LinkHelp) + "\nProtocols:\n" + protocolHelp() + "\n" + exitCodeHelp());
   app.require_subcommand(0, 1);
   app.formatter(std::make_shared<HelpFormatter>());
-  declareCommon(app, program.options, true);
+  declareCommon(app, program.options, true, Command::LinkDefault);
   const std::vector<std::unique_ptr<Command>> commands = makeCommands();
   for (const std::unique_ptr<Command>& command : commands) {
     CLI::App* const sub = app.add_subcommand(command->name(), command->summary());
     Options options(*sub);
     command->declare(options);
-    declareCommon(*sub, program.options, command->needsVehicle());
+    declareCommon(*sub, program.options, command->needsVehicle(), command->linkDefault());
     sub->footer("Examples:\n" + command->examples() +
                 (command->needsVehicle() ? "\n" + std::string(LinkHelp) : std::string()) +
                 "\nvelmara --help lists protocols and exit codes.");

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
@@ -75,7 +76,10 @@ void checkAccess(const std::string& path, SerialPort& port) {
   if (errno != EACCES || ::stat(path.c_str(), &status) != 0) {
     return;
   }
-  const group* const owner = ::getgrgid(status.st_gid);
+  group entry{};
+  std::array<char, 4096> texts{};
+  group* owner = nullptr;
+  ::getgrgid_r(status.st_gid, &entry, texts.data(), texts.size(), &owner);
   if ((status.st_mode & GroupAccess) == GroupAccess && status.st_gid != 0 && owner != nullptr) {
     port.group = owner->gr_name;
     port.problem = "only for the group " + port.group;

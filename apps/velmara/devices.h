@@ -23,7 +23,7 @@ struct SerialPort {
   std::string group;    ///< what the user would have to join; empty if that does not help
 };
 
-/// USB adapters first.
+/// USB adapters first. Any thread.
 std::vector<SerialPort> findSerialPorts();
 
 struct BluetoothDevice {

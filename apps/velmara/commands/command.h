@@ -29,6 +29,9 @@ class Command {
   virtual bool needsVehicle() const { return true; }
   /// Whether a signal is how it ends, and so interrupts nothing.
   virtual bool endsBySignal() const { return false; }
+  /// Where the adapter is if the user does not say, in words for the help.
+  virtual const char* linkDefault() const { return LinkDefault; }
+  static constexpr const char* LinkDefault = "that of the settings, the last one named, or demo:";
 
   /// Declares the command's own options.
   virtual void declare(Options& options) = 0;

@@ -113,6 +113,7 @@ class ServeCommand : public Command {
   }
 
   bool endsBySignal() const override { return true; }
+  const char* linkDefault() const override { return "the page lets choose, and offers the last one named"; }
 
   void declare(Options& options) override {
     options.value(

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <chrono>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -32,6 +31,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds RequestPatience{5000};  // for all of a request
 constexpr milliseconds WritePatience{5000};    // for each piece of a response
+constexpr milliseconds DrainPatience{500};
 constexpr int SendBuffer = 131072;
 constexpr int Backlog = 1024;
 
@@ -111,6 +111,14 @@ class SocketStream final : public httplib::Stream {
     return static_cast<ssize_t>(written);
   }
 
+  // To the end, but not for long: what is left unread would make the system throw the response away.
+  void drain() {
+    ::shutdown(m_socket, SHUT_WR);
+    const Clock::time_point until = Clock::now() + DrainPatience;
+    while (await(POLLIN, until) && ::recv(m_socket, m_buffer.data(), m_buffer.size(), MSG_DONTWAIT) > 0) {
+    }
+  }
+
   void get_remote_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
   void get_local_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
   socket_t socket() const override { return m_socket; }
@@ -141,13 +149,6 @@ const char* reasonOf(int status) {
   }
 }
 
-// Hands each connection that the library accepts to the reception, at once.
-class HandOver final : public httplib::TaskQueue {
- public:
-  void enqueue(std::function<void()> task) override { task(); }
-  void shutdown() override {}
-};
-
 [[noreturn]] void failToBind(const std::string& host, int port, int error) {
   const std::string address =
       fmt::format("{}:{}", host.find(':') == std::string::npos ? host : "[" + host + "]", port);
@@ -174,7 +175,6 @@ class HttpServer::Engine final : public httplib::Server {
       : m_reception(
             {}, [this](int socket) { serve(socket); },
             [this](int status) { return wholeComplaint(status); }) {
-    new_task_queue = [] { return new HandOver; };
     set_payload_max_length(LargestBody);
     set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
       return routeEarly(request, response);
@@ -191,7 +191,12 @@ class HttpServer::Engine final : public httplib::Server {
       fill(response, m_site->complaint(500));
     });
   }
-  ~Engine() override { end(); }
+  ~Engine() override {
+    end();
+    if (m_socket >= 0) {
+      ::close(m_socket);
+    }
+  }
 
   void bind(const std::string& host, int port);
   int port() const { return m_port; }
@@ -199,17 +204,12 @@ class HttpServer::Engine final : public httplib::Server {
 
   void start(IHttpSite& site) {
     m_site = &site;
-    m_listener = std::thread([this] { listen_after_bind(); });
-    while (!is_running()) {
-      std::this_thread::yield();
-    }
+    svr_sock_ = m_socket;  // streams go on while the library has one
+    m_reception.listen(m_socket);
   }
   void end() {
+    svr_sock_ = INVALID_SOCKET;
     m_reception.stop();
-    stop();
-    if (m_listener.joinable()) {
-      m_listener.join();
-    }
   }
   const Reception& reception() const { return m_reception; }
 
@@ -228,11 +228,6 @@ class HttpServer::Engine final : public httplib::Server {
     return HandlerResponse::Handled;
   }
 
-  bool process_and_close_socket(socket_t socket) override {
-    m_reception.welcome(socket);
-    return true;
-  }
-
   void serve(int socket) {
     const int on = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
@@ -240,10 +235,15 @@ class HttpServer::Engine final : public httplib::Server {
     ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &SendBuffer, sizeof(SendBuffer));
     SocketStream stream(socket);
     bool closed = false;
-    process_request(stream, true, closed, [](httplib::Request& request) {
+    bool mayGoOn = true;
+    process_request(stream, true, closed, [&mayGoOn](httplib::Request& request) {
       request.ranges.clear();
       request.headers.erase("Accept-Encoding");  // compressing takes longer than sending
+      mayGoOn = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
     });
+    if (mayGoOn) {
+      stream.drain();
+    }
   }
 
   std::string wholeComplaint(int status) {
@@ -260,8 +260,8 @@ class HttpServer::Engine final : public httplib::Server {
   IHttpSite* m_site = nullptr;
   int m_port = 0;
   bool m_loopback = true;
+  int m_socket = -1;
   Reception m_reception;
-  std::thread m_listener;
 };
 
 void HttpServer::Engine::bind(const std::string& host, int port) {
@@ -274,7 +274,7 @@ void HttpServer::Engine::bind(const std::string& host, int port) {
                   "An address to listen at is 127.0.0.1:8020, 0.0.0.0:8020 or [::1]:8020.");
   }
   const std::unique_ptr<addrinfo, void (*)(addrinfo*)> addresses(found, ::freeaddrinfo);
-  const int socket = ::socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int socket = ::socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   const int on = 1;
   ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
   if (socket < 0 || ::bind(socket, found->ai_addr, found->ai_addrlen) != 0 ||
@@ -296,7 +296,7 @@ void HttpServer::Engine::bind(const std::string& host, int port) {
     m_port = ntohs(address.sin6_port);
     m_loopback = IN6_IS_ADDR_LOOPBACK(&address.sin6_addr);
   }
-  svr_sock_ = socket;
+  m_socket = socket;
 }
 
 HttpServer::HttpServer() : m_engine(std::make_unique<Engine>()) {}

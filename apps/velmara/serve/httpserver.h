@@ -28,7 +28,8 @@ class HttpServer {
 
   /// Serves from now on, on threads of its own. The site lasts until `stop`.
   void start(IHttpSite& site);
-  /// Ends all requests and streams.
+  /// Ends all requests and streams, and waits until nobody is with the site any more. Whatever the site waits
+  /// for has been called off before.
   void stop();
 
   std::size_t connections() const;

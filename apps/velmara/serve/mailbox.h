@@ -43,8 +43,8 @@ class Mailbox {
 
   // On the driving thread:
   bool isEmpty() const;
-  /// Does the next job, if there is one. What it throws is its answer; other exceptions than `Failure` pass
-  /// through when it has been answered.
+  /// Does the next job, if there is one. A `Failure` is its answer; other exceptions pass through, and
+  /// whoever waits for it is answered by `close`.
   bool runNext();
 
  private:

@@ -18,9 +18,11 @@ namespace velmara {
 namespace {
 
 constexpr int SweepTime = 250;  // ms
+constexpr int MostAtOnce = 64;
 constexpr int Unavailable = 503;
 constexpr int Late = 408;
 constexpr int HeadTooLarge = 431;
+constexpr int MostLeftovers = 32;  // pieces of what was not asked for that are read all the same
 
 int checked(int file) {
   if (file < 0) {
@@ -46,13 +48,6 @@ Reception::Reception(const Limits& limits, Serve serve, Refusal refusal)
 
 Reception::~Reception() {
   stop();
-  m_watcher.join();
-  for (std::thread& worker : m_workers) {
-    worker.join();
-  }
-  for (const int socket : m_ready) {
-    ::close(socket);
-  }
   ::close(m_events);
   ::close(m_bell);
 }
@@ -70,11 +65,44 @@ void Reception::stop() {
   if (::write(m_bell, &one, sizeof(one)) < 0) {
     // It rings already.
   }
+  if (m_watcher.joinable()) {
+    m_watcher.join();  // before the workers, as it hires them
+  }
+  for (std::thread& worker : m_workers) {
+    worker.join();
+  }
+  m_workers.clear();
+  for (const int socket : m_ready) {
+    ::close(socket);
+  }
+  m_ready.clear();
 }
 
 std::size_t Reception::connections() const {
   const std::lock_guard guard(m_mutex);
   return m_waiting.size() + m_ready.size() + m_served.size();
+}
+
+void Reception::listen(int socket) {
+  m_listener = socket;
+  epoll_event event{};
+  event.events = EPOLLIN | EPOLLET;
+  event.data.fd = socket;
+  ::epoll_ctl(m_events, EPOLL_CTL_ADD, socket, &event);
+}
+
+// Some of those who come, so that a crowd holds nobody up. False if nobody waits any more, or the system has
+// no room for them now; then they are tried again at the next turn.
+bool Reception::acceptSome() {
+  const int listener = m_listener;
+  for (int i = 0; listener >= 0 && i < MostAtOnce; ++i) {
+    const int socket = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket < 0) {
+      return false;
+    }
+    welcome(socket);
+  }
+  return listener >= 0;
 }
 
 void Reception::welcome(int socket) {
@@ -95,9 +123,10 @@ void Reception::welcome(int socket) {
 }
 
 void Reception::watch() {
-  std::array<epoll_event, 64> events{};
+  std::array<epoll_event, MostAtOnce> events{};
+  bool moreWait = false;
   while (true) {
-    const int count = ::epoll_wait(m_events, events.data(), static_cast<int>(events.size()), SweepTime);
+    const int count = ::epoll_wait(m_events, events.data(), MostAtOnce, moreWait ? 0 : SweepTime);
     {
       const std::lock_guard guard(m_mutex);
       if (m_stopped) {
@@ -109,24 +138,28 @@ void Reception::watch() {
       }
     }
     for (int i = 0; i < count; ++i) {
-      if (events[static_cast<std::size_t>(i)].data.fd != m_bell) {
-        look(events[static_cast<std::size_t>(i)].data.fd);
+      const epoll_event& event = events[static_cast<std::size_t>(i)];
+      if (event.data.fd != m_bell && event.data.fd != m_listener) {
+        look(event.data.fd, (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0);
       }
     }
+    moreWait = acceptSome();
     dismissLate();
   }
 }
 
-// Whether the head of a request is there. It is left where it is, for whoever serves it.
-void Reception::look(int socket) {
+// Whether the head of a request is there. It is left where it is, for whoever serves it. `isOver`: no more
+// comes.
+void Reception::look(int socket, bool isOver) {
   std::string head(m_limits.headSize, '\0');
   const ssize_t count = ::recv(socket, head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+  if (!isOver && count < 0 && (errno == EAGAIN || errno == EINTR)) {
     return;
   }
   head.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   const bool whole = head.find("\r\n\r\n") != std::string::npos;
-  if (!whole && count > 0 && head.size() < m_limits.headSize) {
+  const bool mayBecomeWhole = !whole && head.size() < m_limits.headSize;
+  if (mayBecomeWhole && !isOver && count > 0) {
     return;
   }
   ::epoll_ctl(m_events, EPOLL_CTL_DEL, socket, nullptr);
@@ -134,7 +167,7 @@ void Reception::look(int socket) {
     const std::lock_guard guard(m_mutex);
     m_waiting.erase(socket);
   }
-  if (count <= 0) {
+  if (count <= 0 || mayBecomeWhole) {
     ::close(socket);
   } else if (!whole) {
     turnAway(socket, HeadTooLarge);
@@ -171,7 +204,7 @@ void Reception::turnAway(int socket, int status) {
     ::shutdown(socket, SHUT_WR);
   }
   std::array<char, 4096> rest{};
-  while (::recv(socket, rest.data(), rest.size(), MSG_DONTWAIT) > 0) {
+  for (int i = 0; i<MostLeftovers&& ::recv(socket, rest.data(), rest.size(), MSG_DONTWAIT)> 0; ++i) {
     // Unread, it would make the system throw the response away.
   }
   ::close(socket);
@@ -180,14 +213,23 @@ void Reception::turnAway(int socket, int status) {
 bool Reception::assign(int socket) {
   const std::lock_guard guard(m_mutex);
   if (m_idle <= m_ready.size()) {
-    if (m_stopped || m_workers.size() >= m_limits.workers) {
+    if (m_stopped || m_workers.size() >= m_limits.workers || !hire()) {
       return false;
     }
-    m_workers.emplace_back(&Reception::work, this);
-    ++m_idle;
   }
   m_ready.push_back(socket);
   m_wakeUp.notify_one();
+  return true;
+}
+
+// Under the lock. False if the system has no more threads to give.
+bool Reception::hire() {
+  try {
+    m_workers.emplace_back(&Reception::work, this);
+  } catch (const std::system_error&) {
+    return false;
+  }
+  ++m_idle;
   return true;
 }
 

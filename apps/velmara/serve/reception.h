@@ -33,14 +33,16 @@ class Reception {
   using Refusal = std::function<std::string(int status)>;
 
   Reception(const Limits& limits, Serve serve, Refusal refusal);
-  /// Breaks off what is under way.
+  /// Stops.
   ~Reception();
   Reception(const Reception&) = delete;
   Reception& operator=(const Reception&) = delete;
 
-  /// Takes a connection; never waits. Any thread.
-  void welcome(int socket);
-  /// Shuts all connections, so that whoever serves them finds them closed, and takes no more.
+  /// Takes connections from a listening socket that does not block. It stays the caller's, until after
+  /// `stop`.
+  void listen(int socket);
+  /// Shuts all connections, so that whoever serves them finds them closed, and waits for all threads, after
+  /// which it calls nobody any more. Not on one of its threads.
   void stop();
 
   std::size_t connections() const;
@@ -50,10 +52,13 @@ class Reception {
   using Clock = std::chrono::steady_clock;
 
   void watch();
-  void look(int socket);
+  bool acceptSome();
+  void welcome(int socket);
+  void look(int socket, bool isOver);
   void dismissLate();
   void turnAway(int socket, int status);
   bool assign(int socket);
+  bool hire();
   void work();
   void leave(int socket);
 
@@ -62,6 +67,7 @@ class Reception {
   const Refusal m_refusal;
   const int m_events;  // epoll
   const int m_bell;    // eventfd
+  std::atomic<int> m_listener{-1};
   std::atomic<std::size_t> m_turnedAway{0};
 
   mutable std::mutex m_mutex;

@@ -91,6 +91,10 @@ void SharedSession::turn() {
     }
     if (m_poller) {
       m_poller->run(somethingElse, TurnTime);
+      if (m_poller->pace() != m_pace) {
+        m_pace = m_poller->pace();
+        publishState();
+      }
     } else {
       m_session.pumpUntil(somethingElse, TurnTime);
     }
@@ -154,7 +158,8 @@ void SharedSession::opened() {
 
 void SharedSession::lose(const Failure& failure) {
   endRecording("the link was lost");
-  m_poller.reset();
+  stopPolling();
+  m_silence.clear();
   m_session.disconnect();
   m_program.notes.warn(failure.what());
   m_reading.clear();
@@ -163,7 +168,7 @@ void SharedSession::lose(const Failure& failure) {
 
 void SharedSession::leave() {
   endRecording("the connection was ended");
-  m_poller.reset();
+  stopPolling();
   m_session.disconnect();
   m_linkJson = Json::object();
   m_units.clear();
@@ -190,6 +195,12 @@ void SharedSession::keepPolling() {
     m_board.feed.publish("sensors", "{}");
   }
   beginPolling(wantedParameters());
+}
+
+// What has been read is told before anything else is: what comes next may have other units.
+void SharedSession::stopPolling() {
+  m_poller.reset();
+  publishReadings();
 }
 
 // The one place where polling begins, with all that there is to say of how.
@@ -243,10 +254,8 @@ void SharedSession::onReadings(const std::vector<SensorReading>& readings) {
 
 void SharedSession::flush() {
   const Clock::time_point now = Clock::now();
-  if (!m_batch.empty() && now >= m_nextFlush) {
-    m_board.feed.publish("values", jsonText(m_batch));
-    m_batch = Json::array();
-    m_nextFlush = now + FlushTime;
+  if (now >= m_nextFlush) {
+    publishReadings();
   }
   if (m_recording && now >= m_nextRecordingState) {
     if (m_recording->full) {
@@ -254,6 +263,14 @@ void SharedSession::flush() {
     }
     m_nextRecordingState = now + RecordingTime;
     publishState();
+  }
+}
+
+void SharedSession::publishReadings() {
+  if (!m_batch.empty()) {
+    m_board.feed.publish("values", jsonText(m_batch));
+    m_batch = Json::array();
+    m_nextFlush = Clock::now() + FlushTime;
   }
 }
 
@@ -268,11 +285,13 @@ void SharedSession::setStage(Stage stage, const std::string& words, const std::s
 
 void SharedSession::publishState() {
   constexpr const char* Names[] = {"idle", "connecting", "connected", "failed", "lost"};
+  constexpr const char* Paces[] = {"single", "grouped", "declined", "unavailable"};
   Json state = {{"phase", Names[static_cast<std::size_t>(m_stage)]},
                 {"words", m_words},
                 {"advice", m_advice},
                 {"silence", m_silence},
                 {"reading", m_reading.empty() ? Json() : Json(m_reading)},
+                {"pace", Paces[static_cast<std::size_t>(m_pace)]},
                 {"started", m_startOfClock},
                 {"unitSystem", m_session.unitSystem() == UnitSystem::Imperial ? "imperial" : "metric"},
                 {"recording", recordingState()}};
@@ -334,7 +353,7 @@ Json SharedSession::selectUnit(const std::string& name) {
     expectConnected();
     m_unit = m_session.findUnit(name);
     endRecording("another control unit was chosen");
-    m_poller.reset();
+    stopPolling();
     m_session.selectUnit(m_unit);
     keepPolling();
     publishState();
@@ -344,9 +363,10 @@ Json SharedSession::selectUnit(const std::string& name) {
 
 Json SharedSession::setUnitSystem(const std::string& name) {
   return guarded([&] {
+    const UnitSystem system = parseUnitSystem(name);
     endRecording("the units were changed");
-    m_poller.reset();
-    m_session.setUnitSystem(parseUnitSystem(name));
+    stopPolling();
+    m_session.setUnitSystem(system);
     m_board.live.forgetReadings();
     m_board.clearDocuments();
     if (m_stage == Stage::Connected) {
@@ -477,6 +497,7 @@ Json SharedSession::startRecording() {
   if (m_recording) {
     return m_board.state();
   }
+  keepPolling();  // so that it is known what there is to record
   m_board.startRecording();
   m_recording.emplace(Recording{});
   m_recording->parameters = m_polled;

@@ -72,10 +72,12 @@ class SharedSession {
   void turn();
 
   void keepPolling();
+  void stopPolling();
   void beginPolling(const std::vector<int>& parameters);
   std::vector<int> wantedParameters() const;
   void onReadings(const std::vector<SensorReading>& readings);
   void flush();
+  void publishReadings();
 
   void setStage(Stage stage, const std::string& words, const std::string& advice = {});
   void publishState();
@@ -115,6 +117,7 @@ class SharedSession {
 
   std::vector<Sensor> m_sensors;
   std::vector<int> m_polled;
+  Pace m_pace = Pace::Single;
   std::unique_ptr<Poller> m_poller;
   Json m_batch = Json::array();
   Clock::time_point m_nextFlush;

@@ -1,9 +1,11 @@
 #include "serve/site.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -206,6 +208,17 @@ std::optional<HttpResponse> Site::refuse(const HttpRequest& request) {
                                   });
   if (!isAllowed) {
     return error(405, "That is not to be asked in this way.", "GET /api/openapi.json tells how.");
+  }
+  if (const std::string length = request.header("content-length"); !length.empty()) {
+    std::size_t size = 0;
+    const char* const end = length.data() + length.size();
+    const auto [rest, problem] = std::from_chars(length.data(), end, size);
+    if (rest != end || problem == std::errc::invalid_argument) {
+      return complaint(400);
+    }
+    if (problem != std::errc() || size > HttpServer::LargestBody) {
+      return complaint(413);  // before any of it is read
+    }
   }
   return std::nullopt;
 }

@@ -25,7 +25,10 @@ Clock::time_point after(Seconds limit) {
 
 }  // namespace
 
-HttpProbe::HttpProbe(int port) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+HttpProbe::HttpProbe(int port, int room) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  if (room != 0) {
+    ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &room, sizeof(room));
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -157,8 +160,8 @@ json Serve::Server::awaitPhase(const std::string& phase) const {
 }
 
 bool Serve::Server::goesOnReading(std::size_t more) const {
-  const std::size_t before = readings();
-  return await([&] { return readings() >= before + more; });
+  const double enough = metric("velmara_readings_total") + static_cast<double>(more);
+  return await([&] { return metric("velmara_readings_total") >= enough; });
 }
 
 std::string Serve::Server::streamRequest(const std::string& query, const std::string& headers) const {
@@ -166,11 +169,21 @@ std::string Serve::Server::streamRequest(const std::string& query, const std::st
          headers + "\r\n";
 }
 
-std::size_t Serve::Server::readings() const {
+double Serve::Server::metric(const std::string& name) const {
   const std::string text = get("/metrics").body;
   std::smatch found;
-  return std::regex_search(text, found, std::regex("velmara_readings_total (\\d+)")) ? std::stoul(found[1])
-                                                                                     : 0;
+  return std::regex_search(text, found, std::regex("\n" + name + " (\\S+)")) ? std::stod(found[1]) : -1;
+}
+
+const Serve::Server& Serve::shared() {
+  sharedServer()->awaitPhase("connected");
+  return *sharedServer();
+}
+
+std::unique_ptr<Serve::Server>& Serve::sharedServer() {
+  static auto server = std::make_unique<Server>(start("serve --listen 127.0.0.1:0 --link demo: --fast 0C 0D",
+                                                      Terminal::None, "XDG_CONFIG_HOME=/nowhere"));
+  return server;
 }
 
 }  // namespace clitest

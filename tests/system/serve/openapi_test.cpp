@@ -95,9 +95,10 @@ TEST_F(Serve, DoesWhatItsDescriptionSays) {
   }
   EXPECT_EQ(described, routes);
 
-  const Server server = serve("--link demo: 0C 0D 14");
-  server.awaitPhase("connected");
-  ASSERT_TRUE(Server::await([&] { return server.get("/api/history").json().size() >= 4; }));
+  const Server& server = shared();
+  HttpProbe viewer(server.port);
+  viewer.send(server.streamRequest("?watch=14"));  // a PID with two values
+  ASSERT_TRUE(Server::await([&] { return server.get("/api/history").json().contains("14.1"); }));
   const Schemas schemas(description);
   const auto check = [&](const char* method, const std::string& path, const HttpAnswer& answer,
                          const std::string& status = "200") {
@@ -110,28 +111,32 @@ TEST_F(Serve, DoesWhatItsDescriptionSays) {
           << answer.body.substr(0, 500);
     }
   };
-  check("get", "/api/recording.csv", server.get("/api/recording.csv"), "404");
-  check("get", "/report", server.get("/report"), "default");
+  const Server other = serve("");
+  check("get", "/api/recording.csv", other.get("/api/recording.csv"), "404");
+  check("get", "/report", other.get("/report"), "default");
   check("post", "/api/control-unit", server.post("/api/control-unit", "{\"ecu\": \"7E9\"}"));
   check("post", "/api/control-unit", server.post("/api/control-unit", "{\"ecu\": \"ECM\"}"));
   check("post", "/api/recording/start", server.post("/api/recording/start"));
   check("post", "/api/recording/stop", server.post("/api/recording/stop"));
   for (const char* name : {"codes", "freeze", "info", "monitors", "summary", "tests"}) {
-    check("post", "/api/read", server.post("/api/read", std::string("{\"name\": \"") + name + "\"}"));
+    check("post", "/api/read",
+          server.post("/api/read", std::string("{\"name\": \"") + name + "\", \"ecu\": \"ECM\"}"));
   }
+  server.post("/api/read", "{\"name\": \"monitors\"}");
   for (const char* path : {"/api/state", "/api/sensors", "/api/values", "/api/history", "/api/links",
                            "/api/recording.csv", "/api/openapi.json", "/metrics"}) {
     check("get", path, server.get(path));
   }
-  check("get", "/api/document", server.get("/api/document?name=codes"));
+  check("get", "/api/document", server.get("/api/document?name=monitors"));
   check("post", "/api/login", server.post("/api/login"));
   check("post", "/api/clear", server.post("/api/clear", "{\"confirm\": true}"));
   check("post", "/api/clear", server.post("/api/clear"), "default");
   check("post", "/api/bluetooth", server.post("/api/bluetooth"));
   check("post", "/api/unit-system", server.post("/api/unit-system", "{\"unitSystem\": \"imperial\"}"));
-  check("post", "/api/disconnect", server.post("/api/disconnect"));
-  check("post", "/api/connect", server.post("/api/connect", "{\"link\": \"demo:iso9141\"}"));
-  check("post", "/api/cancel", server.post("/api/cancel"));
+  server.post("/api/unit-system", "{\"unitSystem\": \"metric\"}");
+  check("post", "/api/disconnect", other.post("/api/disconnect"));
+  check("post", "/api/connect", other.post("/api/connect", "{\"link\": \"demo:iso9141\"}"));
+  check("post", "/api/cancel", other.post("/api/cancel"));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@ export class Connect {
   #complain;
   #listed = false;
   #proposed = el("div");
+  #isAsked = false;
   #words = "";
   #began = 0;
   #timer = 0;
@@ -45,8 +46,13 @@ export class Connect {
     }
   }
 
-  connect(link) {
-    return this.#ask(post("connect", { link, protocol: this.#protocol.value === "auto" ? "" : this.#protocol.value }));
+  // Once, even if somebody clicks twice: the second time would begin all anew.
+  async connect(link) {
+    if (!this.#isAsked) {
+      this.#isAsked = true;
+      await this.#ask(post("connect", { link, protocol: this.#protocol.value === "auto" ? "" : this.#protocol.value }));
+      this.#isAsked = false;
+    }
   }
 
   #showPhase(words) {

@@ -8,6 +8,12 @@ import { Tile } from "./tiles.js";
 
 const FIRST_CHOICE = ["0C", "0D", "05", "04", "11", "10", "0F", "42"];
 const MOST_POINTS = 20000;
+const PACES = {
+  single: "",
+  grouped: " in groups",
+  declined: " one by one, as the vehicle answers no groups",
+  unavailable: " one by one, as this protocol has no groups",
+};
 const STALE_AFTER = 5000;  // ms
 
 export class Live {
@@ -27,6 +33,7 @@ export class Live {
   #recordState = el("span", { class: "muted", id: "record-state" });
   #download = el("a", { href: "api/recording.csv", download: "velmara-recording.csv", class: "button", id: "download" }, "Download CSV");
   #recording = false;
+  #pace = "single";
   #charts = new Charts({ live: true, mode: memory.get("mode", "each"), onMode: (mode) => memory.set("mode", mode) });
   #counted = [];
 
@@ -55,6 +62,8 @@ export class Live {
     this.#charts.setClock(state.started);
     this.#recording = state.recording.on;
     this.#recordButton.textContent = this.#recording ? "Stop recording" : "Record";
+    this.#recordButton.disabled = state.phase !== "connected" && !this.#recording;
+    this.#pace = state.pace;
     this.#recordButton.classList.toggle("recording", this.#recording);
     const { rows, end } = state.recording;
     this.#recordState.textContent = this.#recording ? `${rows} rows` : end ? `The recording ended: ${end}.` : "";
@@ -80,11 +89,22 @@ export class Live {
       const [sensors, history] = await Promise.all([get("sensors"), get("history")]);
       this.#sensors = new Map(sensors.map((sensor) => [sensor.key, sensor]));
       this.#points = new Map(sensors.map((sensor) => [sensor.key, history[sensor.key] ?? []]));
+      this.#forgetStrange();
     } catch (error) {
       this.#complain(error.message);
       return;
     }
     this.#buildTiles();
+  }
+
+  // Readings in other units than those of now, or of another control unit.
+  #forgetStrange() {
+    for (const [key, { reading }] of this.#latest) {
+      const sensor = this.#sensors.get(key);
+      if (sensor?.unit !== reading.unit || sensor.ecu !== reading.ecu) {
+        this.#latest.delete(key);
+      }
+    }
   }
 
   #keys() {
@@ -157,7 +177,7 @@ export class Live {
     const now = Date.now();
     this.#counted = this.#counted.filter(([time]) => now - time < 5000);
     const count = this.#counted.reduce((sum, [, each]) => sum + each, 0);
-    this.#rate.textContent = count > 0 ? `${(count / 5).toFixed(0)} readings/s` : "";
+    this.#rate.textContent = count > 0 ? `${(count / 5).toFixed(0)} readings/s${PACES[this.#pace]}` : "";
     for (const [key, tile] of this.#tiles) {
       const latest = this.#latest.get(key);
       tile.setStale(!latest || now - latest.now > STALE_AFTER);

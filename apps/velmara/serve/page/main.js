@@ -140,6 +140,9 @@ function start() {
   });
 
   feed.on("state", (now) => {
+    if (state && state.started !== now.started && !hasRecording) {
+      location.reload();  // the server is another one, which knows another token
+    }
     state = now;
     hasCar = ["connected", "lost"].includes(state.phase) || (hasCar && state.phase !== "idle");
     const text = statusText(state);
@@ -152,9 +155,9 @@ function start() {
     updateChoices();
     [connect, live, vehicle].forEach((part) => part.update(state));
   });
-  feed.addEventListener("gone", () => {
-    byId("status").textContent = "The server does not answer; trying again";
-    setAlert("velmara serve does not answer. This page goes on by itself when it is back.");
+  feed.on("gone", (reason) => {
+    byId("status").textContent = "No connection to the server; trying again";
+    setAlert(`${reason} This page goes on by itself.`);
   });
   feed.addEventListener("there", () => {
     if (state) {

@@ -1,7 +1,7 @@
 // A recording of live values, dropped onto the page or chosen: the same charts, without a server.
 
 import { Charts } from "./charts.js";
-import { el, memory, table } from "./dom.js";
+import { el, memory, show, table } from "./dom.js";
 
 // Cells of comma-separated values (RFC 4180).
 export function parseRows(text) {
@@ -65,6 +65,7 @@ export class RecordingView {
     panel.append(this.#title,
       el("p", {}, "Drop a recording (CSV) anywhere onto this page, or ", el("label", {}, "choose one ", file)),
       this.#choices, this.#charts.element, this.#values);
+    show(this.#charts.element, false);
     addEventListener("dragover", (event) => event.preventDefault());
     addEventListener("drop", (event) => {
       event.preventDefault();
@@ -119,6 +120,7 @@ export class RecordingView {
         return [each.name, each.unit, values.reduce((a, b) => Math.min(a, b)), (sum / values.length).toPrecision(5),
           values.reduce((a, b) => Math.max(a, b)), values.length].map(String);
       })));
+    show(this.#charts.element, true);
     this.#onOpen();
     this.#draw();
   }

@@ -89,12 +89,26 @@ class Feed extends EventTarget {
       if (source !== this.#source) {
         return;
       }
-      this.dispatchEvent(new Event("gone"));
       if (source.readyState === EventSource.CLOSED) {  // refused; it does not try again by itself
         this.#timer = setTimeout(() => this.#open(), 3000);
+        this.#tellWhyRefused();
+      } else {
+        this.dispatchEvent(new CustomEvent("gone", { detail: "velmara serve does not answer." }));
       }
     });
     former?.close();
+  }
+
+  async #tellWhyRefused() {
+    try {
+      await get("state");
+      this.dispatchEvent(new CustomEvent("gone", { detail: "velmara serve has no room for another page." }));
+    } catch (error) {
+      if (error.status === 401) {
+        location.reload();  // which asks for the token
+      }
+      this.dispatchEvent(new CustomEvent("gone", { detail: error.message }));
+    }
   }
 
   on(name, listener) {
