@@ -153,6 +153,16 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   };
   const auto uncounted = [](UnitReport& unit) { unit.faults.count = 1; };
   const auto noMonitors = [](UnitReport& unit) { unit.monitors = {}; };
+  // Given up before the permanent codes were asked for.
+  const auto unasked = [](UnitReport& unit) {
+    unit.faults.permanent.reset();
+    unit.faults.permanentOutcome = {};
+  };
+  const auto noLamp = [](UnitReport& unit) {
+    unit.faults.confirmed = codes({"P0301"});
+    unit.faults.lamp.reset();
+    unit.faults.lampOutcome.state = velmara::Outcome::State::NoAnswer;
+  };
   const Case cases[] = {
       {nothing, Tone::Good, {"No fault found", Ready, Passed}},
       {all,
@@ -189,6 +199,10 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
        Tone::Bad,
        {"Faults are counted, but not listed", "7E8 (ECM) counts 1 confirmed code and lists 0", Complete,
         Passed}},
+      {unasked,
+       Tone::Caution,
+       {NotAll, "1 of 2 control units did not tell all fault codes", Complete, Passed}},
+      {noLamp, Tone::Bad, {"1 fault stored", "7E8 (ECM), indicator lamp: no answer", Complete, Passed}},
       {noMonitors,
        Tone::Caution,
        {"No fault found", "Readiness for inspection unknown: 1 control unit", Passed}}};
