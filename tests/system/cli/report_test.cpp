@@ -225,6 +225,31 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   EXPECT_EQ(broken.tone, Tone::Bad);
   EXPECT_EQ(broken.findings.at(0).text, "This report is incomplete: It broke.");
   EXPECT_EQ(velmara::judge(VehicleReport(), "").headline, "Fault codes unknown");
+
+  // What one unit does not tell is not taken from the other.
+  VehicleReport mixed;
+  mixed.units = {soundUnit(), soundUnit()};
+  all(mixed.units[0]);
+  incomplete(mixed.units[0]);
+  mixed.units[1].faults.pending = codes({"P0700"});
+  mixed.units[1].faults.confirmed.reset();
+  mixed.units[1].monitors = {};
+  Texts findings;
+  for (const velmara::Verdict::Finding& finding : velmara::judge(mixed, "").findings) {
+    findings.push_back(finding.text);
+  }
+  for (const char* text :
+       {"2 more faults suspected (pending)", "1 control unit did not tell its readiness monitors"}) {
+    EXPECT_EQ(std::count(findings.begin(), findings.end(), text), 1) << text;
+  }
+
+  VehicleReport counting;
+  counting.units = {soundUnit()};
+  const auto page = [&counting] { return velmara::htmlReport(counting, velmara::judge(counting, "")); };
+  EXPECT_TRUE(has(page(), "No codes are stored."));
+  uncounted(counting.units[0]);
+  EXPECT_FALSE(has(page(), "No codes are stored."));
+  EXPECT_TRUE(has(page(), "No codes are listed."));
 }
 
 TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {
