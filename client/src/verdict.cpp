@@ -18,13 +18,16 @@ std::string counted(std::size_t count, const std::string& noun) {
 // All that the verdict depends on, of all units together.
 struct Facts {
   std::size_t confirmed = 0;
-  std::size_t suspected = 0;  // pending and not confirmed
+  std::size_t suspected = 0;  // pending and not confirmed, as far as is known
+  bool sure = true;           // that these are not confirmed
   std::size_t permanent = 0;
   std::size_t lampsOn = 0;
   std::size_t lampsOff = 0;
-  std::size_t silentOnCodes = 0;        // units
-  std::size_t silentOnPermanent = 0;    // units that told all others
-  std::size_t toldCodes = 0;            // units
+  std::size_t silentOnLamp = 0;  // units, as are the next four
+  std::size_t silentOnCodes = 0;
+  std::size_t untoldPermanent = 0;  // silent or refused
+  std::size_t silentOnPermanent = 0;
+  std::size_t toldCodes = 0;
   std::vector<Verdict::Finding> lists;  // what is wrong with lamps and lists of codes, by unit
   bool counted = false;                 // a unit counts codes that it does not list
   std::size_t monitors = 0;
@@ -80,16 +83,21 @@ void addFaults(const UnitReport& unit, Facts& facts) {
   facts.confirmed += confirmed.size();
   for (const CodeEntry& entry : faults.pending.value_or(std::vector<CodeEntry>())) {
     facts.suspected += confirmed.contains(entry.code) ? 0U : 1U;
+    facts.sure = facts.sure && faults.confirmed;
   }
   facts.permanent += faults.permanent ? faults.permanent->size() : 0U;
   if (faults.lamp) {
     ++(*faults.lamp ? facts.lampsOn : facts.lampsOff);
   }
+  facts.silentOnLamp += faults.lampOutcome.isMissing() ? 1U : 0U;
   facts.toldCodes += faults.confirmed ? 1U : 0U;
   const bool silent = isSilentOnPermanent(faults, faults.permanentOutcome);
-  const bool told = faults.confirmed && faults.pending && (silent || !faults.permanentOutcome.isMissing());
+  // What nobody asked for any more, as the unit was given up, is not told either.
+  const bool untold = !faults.permanent && faults.permanentOutcome.state != Outcome::State::NotOffered;
+  const bool told = faults.confirmed && faults.pending && (silent || !untold);
   facts.silentOnCodes += told ? 0U : 1U;
-  facts.silentOnPermanent += told && silent ? 1U : 0U;
+  facts.untoldPermanent += untold ? 1U : 0U;
+  facts.silentOnPermanent += silent ? 1U : 0U;
   addLists(unit, facts);
 }
 
@@ -174,7 +182,8 @@ Verdict::Finding headlineOfPart(const Facts& facts, const char* lamp) {
 }
 
 Verdict::Finding headline(const Facts& facts) {
-  const char* const lamp = facts.lampsOn != 0 ? ", lamp on" : facts.lampsOff != 0 ? ", lamp off" : "";
+  const bool off = facts.lampsOff != 0 && facts.silentOnLamp == 0;
+  const char* const lamp = facts.lampsOn != 0 ? ", lamp on" : off ? ", lamp off" : "";
   if (facts.silentOnCodes != 0 || facts.toldCodes == 0) {
     return headlineOfPart(facts, lamp);
   }
@@ -205,8 +214,9 @@ Verdict::Finding headline(const Facts& facts) {
 
 void judgeCodes(const Facts& facts, std::size_t units, std::vector<Verdict::Finding>& findings) {
   if (facts.confirmed != 0 && facts.suspected != 0) {
-    findings.push_back(
-        {Tone::Caution, counted(facts.suspected, "more fault") + " suspected, but not confirmed (pending)"});
+    findings.push_back({Tone::Caution, counted(facts.suspected, "more fault") +
+                                           (facts.sure ? " suspected, but not confirmed (pending)"
+                                                       : " suspected (pending)")});
   }
   if (facts.permanent != 0) {
     findings.push_back(
@@ -219,7 +229,7 @@ void judgeCodes(const Facts& facts, std::size_t units, std::vector<Verdict::Find
   }
   if (facts.silentOnPermanent != 0) {
     findings.push_back({Tone::Plain, fmt::format("{} of {} did not tell permanent codes",
-                                                 facts.silentOnPermanent, counted(units, "control unit"))});
+                                                 facts.untoldPermanent, counted(units, "control unit"))});
   }
   findings.insert(findings.end(), facts.lists.begin(), facts.lists.end());
 }
@@ -233,6 +243,10 @@ void judgeMonitors(const Facts& facts, bool faultFree, std::vector<Verdict::Find
     }
     findings.push_back({Tone::Caution, fmt::format("Not ready for inspection: {} incomplete{}",
                                                    counted(facts.incomplete.size(), "monitor"), names)});
+    if (facts.silentOnMonitors != 0) {
+      findings.push_back({Tone::Caution, fmt::format("{} did not tell its readiness monitors",
+                                                     counted(facts.silentOnMonitors, "control unit"))});
+    }
   } else if (facts.silentOnMonitors != 0) {
     findings.push_back({Tone::Caution, fmt::format("Readiness for inspection unknown: {} did not tell",
                                                    counted(facts.silentOnMonitors, "control unit"))});

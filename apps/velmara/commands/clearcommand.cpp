@@ -1,5 +1,8 @@
 #include <unistd.h>
+#include <map>
 #include <set>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -69,8 +72,12 @@ class ClearCommand : public Command {
       const std::set<std::string> codes = erasable(unit.before);
       const char* const rest = isTold(unit.before) ? "" : ", and what it does not tell";
       const char* const none = isTold(unit.before) ? "no codes" : "does not tell its codes";
-      lines.push_back(fmt::format("  {}: {}", unit.unit.title(),
-                                  codes.empty() ? none : fmt::format("{}{}", fmt::join(codes, ", "), rest)));
+      const std::string count = unit.before.isMiscounted()
+                                    ? fmt::format(" (the unit itself counts {})", *unit.before.count)
+                                    : std::string();
+      lines.push_back(fmt::format("  {}: {}{}", unit.unit.title(),
+                                  codes.empty() ? none : fmt::format("{}{}", fmt::join(codes, ", "), rest),
+                                  count));
     }
     return session.confirm(
         fmt::format("{}\nThis clears the codes above, the freeze frames and the results of on-board tests,\n"
@@ -88,22 +95,16 @@ class ClearCommand : public Command {
     }
   }
 
-  // What a silent unit did is told by its codes alone.
-  static bool isSilent(const Cleared& unit) {
-    return unit.outcome.result == Result::NoAnswer &&
-           (!erasable(unit.after).empty() || !unit.after.confirmed || !unit.after.pending);
-  }
-
   static ExitCode verdict(const std::vector<Cleared>& units) {
     std::vector<std::string> refusing;
-    std::vector<std::string> silent;
+    std::map<std::string, std::vector<std::string>> doubts;
     bool acknowledged = false;
     for (const Cleared& unit : units) {
       acknowledged = acknowledged || unit.outcome.result == Result::Acknowledged;
       if (unit.outcome.result == Result::Refused) {
         refusing.push_back(unit.unit.title());
-      } else if (isSilent(unit)) {
-        silent.push_back(unit.unit.title());
+      } else if (const std::string doubt = unit.doubt(); !doubt.empty()) {
+        doubts[doubt].push_back(unit.unit.title());
       }
     }
     if (!refusing.empty()) {
@@ -111,10 +112,13 @@ class ClearCommand : public Command {
                     fmt::format("Not all was cleared: {} refused.", fmt::join(refusing, ", ")),
                     "Many vehicles clear only with the ignition on and the engine off.");
     }
-    if (!silent.empty()) {
-      throw Failure(
-          Failure::Kind::NoData,
-          fmt::format("Whether all was cleared is not known: no answer from {}.", fmt::join(silent, ", ")));
+    if (!doubts.empty()) {
+      std::vector<std::string> reasons;
+      for (const auto& [doubt, titles] : doubts) {
+        reasons.push_back(fmt::format("{} {}", doubt, fmt::join(titles, ", ")));
+      }
+      throw Failure(Failure::Kind::NoData,
+                    fmt::format("Whether all was cleared is not known: {}.", fmt::join(reasons, "; ")));
     }
     if (!acknowledged) {
       throw Failure(Failure::Kind::NoData, "No control unit has acknowledged.");

@@ -95,7 +95,11 @@ class RoutineCommand : public Command {
     }
     program.out.flush();
     if (std::none_of(offers.begin(), offers.end(), isTold)) {
-      throw Failure(Failure::Kind::NoData, "The vehicle does not tell of any test routine.");
+      throw Failure(Failure::Kind::NoData,
+                    offers.size() == session.units().size()
+                        ? std::string("The vehicle does not tell of any test routine.")
+                        : fmt::format("The control unit {} does not tell of any test routine.",
+                                      offers.front().unit.title()));
     }
     return ExitCode::Ok;
   }

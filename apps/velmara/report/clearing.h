@@ -18,6 +18,9 @@ struct Cleared {
 
   /// The codes that went: none are known to be gone where the unit does not tell what is left.
   std::vector<std::string> gone() const;
+  /// Why it is not known whether all was cleared, as in "no answer from", which the unit's name is to follow;
+  /// empty if it is known, or the unit refused.
+  std::string doubt() const;
 };
 
 /// Whether the unit has told all that clearing is to remove.

@@ -246,8 +246,9 @@ void addFaults(Page& page, const FaultsSection& faults) {
         page.badge(tone, name);
       }
     }
-  } else if (faults.confirmed && faults.pending && !faults.permanentOutcome.isMissing()) {
-    page.add("p", "No codes are stored.");
+  } else if (faults.confirmed && faults.pending &&
+             (faults.permanent || faults.permanentOutcome.state == Outcome::State::NotOffered)) {
+    page.add("p", faults.isMiscounted() ? "No codes are listed." : "No codes are stored.");
   }
   if (faults.isMiscounted() || (!faults.confirmed && faults.count.value_or(0) != 0)) {
     page.add("p", fmt::format("The control unit itself counts {} confirmed.", *faults.count),

@@ -52,11 +52,9 @@ std::string countText(const std::optional<unsigned>& count) {
   return count ? std::to_string(*count) : std::string("unknown");
 }
 
-// Why something is not known.
-std::string missingText(const Outcome& outcome) {
-  return outcome.state == Outcome::State::NoAnswer ? "unknown (no answer)"
-         : outcome.isMissing()                     ? fmt::format("unknown ({})", outcomeText(outcome))
-                                                   : "unknown";
+// What was asked for, or why it is not known.
+std::string toldText(const std::string& text, bool told, const Outcome& outcome) {
+  return told ? text : outcome.isMissing() ? outcomeText(outcome) : std::string("unknown");
 }
 
 void printWrapped(Output& out, const std::string& text, std::size_t indent) {
@@ -228,19 +226,25 @@ void print(Output& out, const SummarySection& section) {
     begin(out, section, "Summary", {});
     return;
   }
-  const auto text = [](const std::optional<unsigned>& count, const Outcome& outcome) {
-    return count || !outcome.isMissing() ? countText(count) : missingText(outcome);
-  };
   const std::string count =
       section.isMiscounted() ? fmt::format(" (the unit itself counts {})", *section.count) : "";
-  out.line(fmt::format("  Trouble codes: {} confirmed{}, {} pending",
-                       text(section.confirmed, section.confirmedOutcome), count,
-                       text(section.pending, section.pendingOutcome)));
-  out.line(fmt::format("  Readiness monitors: {} complete, {} incomplete",
-                       text(section.complete, section.monitorsOutcome),
-                       text(section.incomplete, section.monitorsOutcome)));
-  out.line(fmt::format("  Freeze frame: {}", section.frame ? (*section.frame ? "stored" : "none")
-                                                           : missingText(section.frameOutcome)));
+  const std::string confirmed = countText(section.confirmed);
+  const std::string pending = countText(section.pending);
+  if (section.confirmed && section.pending) {
+    out.line(fmt::format("  Trouble codes: {} confirmed{}, {} pending", confirmed, count, pending));
+  } else {
+    out.line(fmt::format("  Confirmed codes: {}{}",
+                         toldText(confirmed, section.confirmed.has_value(), section.confirmedOutcome),
+                         count));
+    out.line(fmt::format("  Pending codes: {}",
+                         toldText(pending, section.pending.has_value(), section.pendingOutcome)));
+  }
+  out.line(fmt::format("  Readiness monitors: {}",
+                       toldText(fmt::format("{} complete, {} incomplete", countText(section.complete),
+                                            countText(section.incomplete)),
+                                section.complete.has_value(), section.monitorsOutcome)));
+  out.line(fmt::format("  Freeze frame: {}", toldText(section.frame.value_or(false) ? "stored" : "none",
+                                                      section.frame.has_value(), section.frameOutcome)));
   end(out, section);
 }
 

@@ -90,6 +90,7 @@ TEST_F(CliCodes, ClearsWhatIsConfirmedAndSaysWhoRefuses) {
   const auto eight = start("clear --yes --json --link demo:eight-units");
   const auto no = start("clear", Terminal::Both);
   const auto broken = start("clear", Terminal::Both);
+  const auto counting = start("clear --link demo:odd/count", Terminal::Both);
   const auto yes = start("clear", Terminal::Both);
   const Result unasked = run("clear");
   expectComplaint(unasked, 1, "--yes");
@@ -99,6 +100,8 @@ TEST_F(CliCodes, ClearsWhatIsConfirmedAndSaysWhoRefuses) {
   no->type("\n");
   yes->await("[y/N]");
   yes->type("y\n");
+  expectAll(counting->stop("[y/N]", SIGINT).err, {"7E8 (ECU#1): P0171, P0301 (the unit itself counts 5)",
+                                                  "7EB (ECU#3): no codes (the unit itself counts 2)"});
   EXPECT_EQ(broken->stop("[y/N]", SIGINT).code, 130);
   const Result kept = no->finish();
   EXPECT_EQ(kept.code, 0);
@@ -136,6 +139,7 @@ TEST_F(CliCodes, ClearTellsWhatEachUnitAnswered) {
   const Case cases[] = {
       {"codes = none", 0, "nothing was stored; monitors were reset", "acknowledged"},
       {"codes = P0171", 0, "cleared P0171", "acknowledged"},
+      {"codes = P0171\nanswer 04 = 44", 6, "acknowledged, but lists P0171 afterwards", "acknowledged"},
       {"codes = none\nanswer 04 = silence", 6, "no answer", "none"},
       {"codes = P0171\nanswer 04 = silence", 6, "no answer: keeps P0171", "none"},
       {"codes = none\nclear = no", 6, "refuses to clear (Conditions not correct)", "refused"},

@@ -153,6 +153,16 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   };
   const auto uncounted = [](UnitReport& unit) { unit.faults.count = 1; };
   const auto noMonitors = [](UnitReport& unit) { unit.monitors = {}; };
+  // Given up before the permanent codes were asked for.
+  const auto unasked = [](UnitReport& unit) {
+    unit.faults.permanent.reset();
+    unit.faults.permanentOutcome = {};
+  };
+  const auto noLamp = [](UnitReport& unit) {
+    unit.faults.confirmed = codes({"P0301"});
+    unit.faults.lamp.reset();
+    unit.faults.lampOutcome.state = velmara::Outcome::State::NoAnswer;
+  };
   const Case cases[] = {
       {nothing, Tone::Good, {"No fault found", Ready, Passed}},
       {all,
@@ -189,6 +199,10 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
        Tone::Bad,
        {"Faults are counted, but not listed", "7E8 (ECM) counts 1 confirmed code and lists 0", Complete,
         Passed}},
+      {unasked,
+       Tone::Caution,
+       {NotAll, "1 of 2 control units did not tell all fault codes", Complete, Passed}},
+      {noLamp, Tone::Bad, {"1 fault stored", "7E8 (ECM), indicator lamp: no answer", Complete, Passed}},
       {noMonitors,
        Tone::Caution,
        {"No fault found", "Readiness for inspection unknown: 1 control unit", Passed}}};
@@ -211,6 +225,31 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   EXPECT_EQ(broken.tone, Tone::Bad);
   EXPECT_EQ(broken.findings.at(0).text, "This report is incomplete: It broke.");
   EXPECT_EQ(velmara::judge(VehicleReport(), "").headline, "Fault codes unknown");
+
+  // What one unit does not tell is not taken from the other.
+  VehicleReport mixed;
+  mixed.units = {soundUnit(), soundUnit()};
+  all(mixed.units[0]);
+  incomplete(mixed.units[0]);
+  mixed.units[1].faults.pending = codes({"P0700"});
+  mixed.units[1].faults.confirmed.reset();
+  mixed.units[1].monitors = {};
+  Texts findings;
+  for (const velmara::Verdict::Finding& finding : velmara::judge(mixed, "").findings) {
+    findings.push_back(finding.text);
+  }
+  for (const char* text :
+       {"2 more faults suspected (pending)", "1 control unit did not tell its readiness monitors"}) {
+    EXPECT_EQ(std::count(findings.begin(), findings.end(), text), 1) << text;
+  }
+
+  VehicleReport counting;
+  counting.units = {soundUnit()};
+  const auto page = [&counting] { return velmara::htmlReport(counting, velmara::judge(counting, "")); };
+  EXPECT_TRUE(has(page(), "No codes are stored."));
+  uncounted(counting.units[0]);
+  EXPECT_FALSE(has(page(), "No codes are stored."));
+  EXPECT_TRUE(has(page(), "No codes are listed."));
 }
 
 TEST(HtmlReport, IsWellFormedWhateverTheVehicleTells) {

@@ -262,6 +262,19 @@ class Page(unittest.TestCase):
         self.open_tab("live")
         self.until_text('.tile[data-key="05"] .unit', "°F")
 
+    def test_what_did_not_come_is_told(self):
+        refused = "The control unit refused: conditions not correct."
+        self.serve("--link", "demo:odd/refusals")
+        self.until_text("#status", "Connected")
+        for tab, words in {
+            "codes": "Confirmed codes: refused: conditions not correct.*The unit itself counts 2 confirmed"
+                     f".*Permanent codes: refused.*Freeze frames: {refused}",
+            "tests": f"On-board monitoring: {refused}.*none of 1 failed",
+            "info": f"Vehicle information: {refused}In-use counters: {refused}.*1VM20ODD0S1000001",
+        }.items():
+            self.open_tab(tab)
+            self.until_text(f"#{tab}", words)
+
     def test_narrow_and_named_and_legible(self):
         self.look_at(self.slow)
         self.until_text("#status", "Connected")

@@ -6,15 +6,18 @@ import { feed, get, post } from "./server.js";
 const unitTitle = (unit) => `${unit.name} (${unit.id})`;
 const withUnit = (value, unit) => value === null || value === undefined ? "–" : `${value}${unit ? ` ${unit}` : ""}`;
 
-// What became of a question, where it did not bring what was asked for.
-function outcome(unit, key, title = null) {
+// What became of a question, where it did not bring all that was asked for.
+function outcome(unit, key, title) {
   const state = unit[`${key}State`];
-  if (state === undefined || state === "read") {
+  const reason = unit[`${key}Reason`];
+  if (state === undefined || (state === "read" && !reason)) {
     return null;
   }
-  const reason = unit[`${key}Reason`];
-  return el("p", { class: state === "not offered" ? "muted" : "caution" }, title ? `${title}: ` : "", state, reason ? `: ${reason}` : "");
+  // The reason of a whole section is a sentence, which tells the state as well.
+  const text = reason?.endsWith(".") ? reason : `${state}${reason ? `: ${reason}` : ""}`;
+  return el("p", { class: state === "not offered" ? "muted" : "caution" }, `${title}: ${text}`);
 }
+const isOffered = (unit, key) => unit[`${key}State`] !== "not offered";
 
 // A panel that shows documents of the server, which it has read when it is looked at for the first time.
 class Panel {
@@ -149,7 +152,15 @@ function frameView(frame) {
   return el("details", { open: true, class: "frame" },
     el("summary", {}, `Freeze frame ${frame.frame}, stored by ${frame.code.code}`),
     table(`Freeze frame ${frame.frame}`, ["PID", "Value", "#Reading", "Unit"],
-      frame.sensors.map((sensor) => [sensor.pid, sensor.name, String(sensor.value ?? "–"), sensor.unit])));
+      frame.sensors.map((sensor) => [sensor.pid, sensor.name, String(sensor.value ?? "–"), sensor.unit])),
+    frame.failures > 0 ? el("p", { class: "caution" }, `Values that did not come: ${frame.failures}`) : null);
+}
+
+// Where the unit counts other codes than it lists.
+function ownCount(unit) {
+  const count = unit.confirmedCount;
+  return typeof count !== "number" || count === (unit.confirmed?.length ?? 0) ? null
+    : el("p", { class: "caution" }, `The unit itself counts ${count} confirmed.`);
 }
 
 // The frames may still be on their way.
@@ -160,7 +171,7 @@ function drawCodes(codes, freeze) {
       unit.mil === null ? outcome(unit, "mil", "Indicator lamp (MIL)")
         : el("p", {}, "Indicator lamp (MIL): ", unit.mil ? badge("bad", "on") : badge("good", "off")),
       since(unit),
-      codeTable(unit, "confirmed", "Confirmed codes"), codeTable(unit, "pending", "Pending codes"),
+      codeTable(unit, "confirmed", "Confirmed codes"), ownCount(unit), codeTable(unit, "pending", "Pending codes"),
       codeTable(unit, "permanent", "Permanent codes"),
       frozen?.frames?.length > 0 ? frozen.frames.map(frameView)
         : frozen ? outcome(frozen, "frames", "Freeze frames") ?? el("p", {}, "Freeze frames: none") : null);
@@ -212,7 +223,8 @@ function monitorTable(unit, key, title) {
   const there = monitors.filter((monitor) => monitor.status !== "notAvailable");
   const open = there.filter((monitor) => monitor.status === "incomplete").length;
   return table(title, ["Monitor", "State"], there.map((monitor) => [monitor.name, badge(...statuses[monitor.status])]),
-    open === 0 ? badge("good", "all complete") : badge("caution", `${open} of ${there.length} not complete`));
+    there.every((monitor) => monitor.status === "complete") ? badge("good", "all complete")
+      : open === 0 ? badge("note", "none incomplete") : badge("caution", `${open} of ${there.length} not complete`));
 }
 
 function drawMonitors(monitors) {
@@ -263,29 +275,45 @@ function drawTests(failedOnly, tests) {
       ({ ...group, tests: group.tests.filter((test) => !failedOnly || test.result === "failed") }))
       .filter((group) => group.tests.length > 0);
     return el("section", { class: "card" }, el("h3", {}, unitTitle(unit)),
-      all.length === 0 ? outcome(unit, "onBoardTests", "Tests")
+      all.length === 0 ? null
         : el("p", {}, failed === 0 ? badge("good", `none of ${all.length} failed`) : badge("bad", `${failed} of ${all.length} failed`)),
-      shown.length > 0 ? testTable(shown) : null);
+      shown.length > 0 ? testTable(shown) : null,
+      all.length === 0 || isOffered(unit, "onBoardTests") ? outcome(unit, "onBoardTests", "On-board monitoring") : null,
+      isOffered(unit, "oxygenSensorTests") ? outcome(unit, "oxygenSensorTests", "Oxygen sensor tests") : null);
   });
 }
 
 const lines = (list) => list && list.length > 0 ? list.map((text) => el("div", {}, text)) : null;
 
+const information = {
+  vin: "Vehicle identification number (VIN)", calibrations: "Calibrations", verificationNumbers: "Their verification numbers",
+  engineSerialNumber: "Engine serial number", approvalNumber: "Approval number",
+};
+
+// What did not come of the vehicle information: one line where that is all of it.
+function missingInfo(unit) {
+  const missing = Object.keys(information).filter((key) => unit[`${key}State`] !== "read");
+  return missing.length === Object.keys(information).length && unit.informationReason
+    ? el("p", { class: isOffered(unit, "vin") ? "caution" : "muted" }, `Vehicle information: ${unit.informationReason}`)
+    : missing.filter((key) => key === "vin" || isOffered(unit, key)).map((key) => outcome(unit, key, information[key]));
+}
+
 function drawInfo(info) {
   return info.units.map((unit) => el("section", { class: "card" }, el("h3", {}, unitTitle(unit)),
     terms([
-      ["Vehicle identification number (VIN)", unit.vin && el("code", { class: "vin" }, unit.vin)],
+      [information.vin, unit.vin && el("code", { class: "vin" }, unit.vin)],
       ["Check digit", unit.vinCheckDigitFits === null ? null : unit.vinCheckDigitFits ? badge("good", "fits") : badge("caution", "does not fit")],
       ["Model year", unit.modelYear],
       ["Control unit", unit.description],
       ["Standard", unit.standard],
       ["Ignition", unit.ignition],
-      ["Calibrations", lines(unit.calibrations)],
-      ["Their verification numbers", lines(unit.verificationNumbers)],
-      ["Engine serial number", unit.engineSerialNumber],
-      ["Approval number", unit.approvalNumber],
+      [information.calibrations, lines(unit.calibrations)],
+      [information.verificationNumbers, lines(unit.verificationNumbers)],
+      [information.engineSerialNumber, unit.engineSerialNumber],
+      [information.approvalNumber, unit.approvalNumber],
     ]),
-    outcome(unit, "vin", "Vehicle identification number (VIN)"),
+    missingInfo(unit),
+    isOffered(unit, "counters") ? outcome(unit, "counters", "In-use counters") : null,
     unit.counters?.length > 0 ? table("How often monitors have run", ["Counter", "#Count"],
       unit.counters.map((counter) => [counter.name, String(counter.count ?? "–")])) : null));
 }
