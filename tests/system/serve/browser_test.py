@@ -149,10 +149,11 @@ class Page(unittest.TestCase):
         proxy = RenamingProxy(int(strange.address.rpartition(":")[2]), b"ELM327 v1.5<u id=ax ")
         cls.addClassCleanup(proxy.server.close)
         cls.fast, cls.slow = serve("--link", "demo:", "--fast"), serve("--link", "demo:")
+        cls.refusing = serve("--link", "demo:odd/refusals")
         cls.hostile = serve("--link", f"tcp:127.0.0.1:{proxy.port}")
         cls.car = Program(SIMULATOR, "--tcp", "0")
         cls.losing = serve("--link", cls.car.address)
-        for program in (strange, cls.hostile, cls.fast, cls.slow, cls.car, cls.losing):
+        for program in (strange, cls.hostile, cls.fast, cls.slow, cls.refusing, cls.car, cls.losing):
             cls.addClassCleanup(program.end)
         options = webdriver.ChromeOptions()
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--hide-scrollbars"):
@@ -264,7 +265,7 @@ class Page(unittest.TestCase):
 
     def test_what_did_not_come_is_told(self):
         refused = "The control unit refused: conditions not correct."
-        self.serve("--link", "demo:odd/refusals")
+        self.look_at(self.refusing)
         self.until_text("#status", "Connected")
         for tab, words in {
             "codes": "Confirmed codes: refused: conditions not correct.*The unit itself counts 2 confirmed"
