@@ -209,7 +209,6 @@ class EveryExchange : public testing::TestWithParam<const Car*> {
 TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
   FrontEnd house;
   unsigned opening = 0;
-  int lives = 0;
   const unsigned lifetimeExchanges = lifetime(house, opening);
   for (const auto kind : {Fault::Kind::PeerClose, Fault::Kind::ReadError, Fault::Kind::WriteError}) {
     for (unsigned k = 0; k + 3 < lifetimeExchanges; ++k) {
@@ -217,7 +216,6 @@ TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
       simulator::FaultPlan faults;
       faults.add(kind, k);
       const Course course = live(house, faults);
-      ++lives;
       EXPECT_FALSE(course.finished);
       EXPECT_EQ(course.opened, k >= opening);
       EXPECT_EQ(course.exchanges, k + 1) << "somebody wrote to a dead link";
@@ -226,7 +224,6 @@ TEST_P(EveryExchange, LosesTheLinkAndIsTold) {
       }
     }
   }
-  RecordProperty("lives", lives);
 }
 
 TEST_P(EveryExchange, StandsASpoiledReply) {
@@ -261,9 +258,6 @@ TEST_P(EveryExchange, StandsASpoiledReply) {
       }
     }
   }
-  RecordProperty("lives", static_cast<int>(lives));
-  RecordProperty("opened", static_cast<int>(opened));
-  RecordProperty("finished", static_cast<int>(finished));
   // Most of an opening can do without one reply.
   EXPECT_GT(opened, lives / 2);
   EXPECT_GT(finished, lives / 4);

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
-
 #include "link/iadapter.h"
 #include "parameters/ecuname.h"
 #include "parameters/identificationnumber.h"
@@ -93,20 +91,6 @@ const Identity& identityOf(Personality personality) {
     }
   }
   throw std::runtime_error("a personality without an identity");
-}
-
-std::string plainName(const std::string& name) {
-  std::string plain;
-  bool begins = true;
-  for (const char c : name) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
-      plain.push_back(begins ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c);
-      begins = false;
-    } else {
-      begins = true;
-    }
-  }
-  return plain;
 }
 
 void expectAdapter(obd::IAdapter* adapter, const Identity& identity, const Truth& truth) {
