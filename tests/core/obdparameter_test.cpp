@@ -109,6 +109,7 @@ TEST_F(ObdParameter, KeepsWhatCameOfEachUnitToTheLatestUpdate) {
   EXPECT_EQ(probe.update(proxy), IQuery::AdapterRefused);
   EXPECT_EQ(came(probe), "N N 0");
   EXPECT_EQ(came(copy), "R34 A 34");
+  EXPECT_EQ(obd::NackToString(34) + obd::NackToString(121), "Conditions not correctUnknown");
 }
 
 TEST_F(ObdParameter, NegativeResponseComesBeforeTheSignature) {

@@ -6,6 +6,7 @@
 
 #include "link/canresponse.h"
 #include "link/messageparser.h"
+#include "support/allocations.h"
 
 #include "fakes.h"
 
@@ -173,6 +174,20 @@ TEST(MessageParser, RebuildsCanMessagesFromFramesInAnyOrder) {
     EXPECT_EQ(messages, responses);
   }
 }
+
+#ifndef VELMARA_SANITIZED
+TEST(MessageParser, LogsAndPassesOnWhatIsThrown) {
+  fake::Log log;
+  const Bytes message = toBytes("7E8");
+  ResponseMap responses;
+  nextAllocationFails = true;
+  EXPECT_THROW(MessageParser::parseResponseMessage(ObdProtocol::Iso15765Can11Bit, message, responses),
+               std::bad_alloc);
+  EXPECT_THAT(log.take(),
+              ElementsAre("3 Failed MessageParser::parseResponseMessage (protocol:3, 0x37, 0x45, 0x38)"));
+  EXPECT_EQ("src\\messageparser", log.lastSource());
+}
+#endif
 
 TEST(CanResponse, ForgetsPlacesThatAShorterMessageDidNotHave) {
   CanResponse response;

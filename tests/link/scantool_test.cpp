@@ -502,15 +502,8 @@ TEST_F(DetectorTest, KeepsToAFixedRate) {
   EXPECT_EQ("ATZ" + noReset, detect({"port", 57600, 9600, ""}));
 }
 
-TEST_F(DetectorTest, KnowsWhatAdaptersCanDo) {
-  sitAt(57600, elm327("OBDKey v1.40"));
-  connection.script["ATBRT28"] = {"OK"};
-  EXPECT_EQ(
-      "ATI ATI ATI ATI ATZ ATI AT@1 ATBRT28; 3 OBDKey doesn't really support the feature"
-      "; 3 Baud rate not supported: 115200" +
-          noChange,
-      detect(automatic));
-  // An OBDPro is told by its description and probed at the new rate.
+// An OBDPro is told by its description and probed at the new rate.
+TEST_F(DetectorTest, ProbesAnObdProAtTheNewRate) {
   sitAt(57600, elm327("ELM327 v1.3"));
   connection.script["AT@1"] = {"ObdPro USB"};
   connection.script["ATSCS6"] = {"OK"};

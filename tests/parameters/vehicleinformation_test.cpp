@@ -131,10 +131,6 @@ TEST_F(VehicleInformation, CalibrationIdsInFrames) {
   EXPECT_THAT(query.calibrationIds(older), ElementsAre("AAAA", "EEEEFFFFGGGGHHHH"));
   EXPECT_FALSE(query.setResponseData(older, train(4, text, {0, 2, 3, 4, 4, 6, 7, 8})));
   EXPECT_THAT(query.calibrationIds(older), ElementsAre("", ""));
-  EXPECT_THAT(log.take(), ElementsAre("3 Invalid data received; too large sequence number (8, 9)",
-                                      "3 Invalid data received; too large sequence number (-1, 0)",
-                                      "3 Invalid data received; too large sequence number (-1, 4)"));
-
   Bytes broken = train(4, text, {1, 2, 3, 4});
   broken[7] = 0x48;
   EXPECT_FALSE(query.setResponseData(older, broken));
@@ -142,9 +138,10 @@ TEST_F(VehicleInformation, CalibrationIdsInFrames) {
   EXPECT_FALSE(query.setResponseData(older, broken));
   // 224 bytes fit both frame lengths; without a checksum wins.
   EXPECT_FALSE(query.setResponseData(older, train(4, std::string(112, 'A'), Bytes(28, 1), true)));
-  EXPECT_THAT(log.take(),
-              ElementsAre("3 Invalid data received; signature mismatch", "3 Invalid number of data bytes: 26",
-                          "3 Invalid data received; signature mismatch"));
+  const std::string mismatch = "3 Invalid data received; signature mismatch";
+  const std::string tooLarge = "3 Invalid data received; too large sequence number ";
+  EXPECT_THAT(log.take(), ElementsAre(tooLarge + "(8, 9)", tooLarge + "(-1, 0)", tooLarge + "(-1, 4)",
+                                      mismatch, "3 Invalid number of data bytes: 26", mismatch));
 }
 
 TEST_F(VehicleInformation, VerificationNumbers) {

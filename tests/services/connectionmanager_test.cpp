@@ -387,14 +387,12 @@ std::shared_ptr<hostos::IMessageBus> makeQuickBus(simulator::AdapterOptions opti
 class StubbornFrontEnd {
  public:
   explicit StubbornFrontEnd(obd::IConnectionManager& manager) {
-    m_observer.onEvent = [this, &manager] {
-      if (m_observer.events.back() == "disconnected") {
-        CTime::msleep(slowness);
-        if (++openings <= 20) {
-          EXPECT_TRUE(manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
-        }
+    m_observer.when("disconnected", [this, &manager] {
+      CTime::msleep(slowness);
+      if (++openings <= 20) {
+        EXPECT_TRUE(manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
       }
-    };
+    });
     m_service->attach(&m_observer);
   }
 

@@ -155,15 +155,11 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
     select(Engine);
     const auto change = [&] {
       ofSummary.onEvent = nullptr;
+      ofSummary.events.clear();
       select(Gearbox);
       summary->refresh();
     };
-    ofSummary.onEvent = [&] {
-      if (ofSummary.events.back() == moment) {
-        ofSummary.events.clear();
-        change();
-      }
-    };
+    ofSummary.when(moment, change);
     summary->refresh();
     if (*moment == '\0') {
       change();
