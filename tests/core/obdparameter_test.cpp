@@ -163,18 +163,4 @@ TEST(SaeFrames, AreToldBySizeAndSignatures) {
   }
 }
 
-TEST(VehicleTypes, FollowFromTheAdaptersNumberOfTheProtocol) {
-  std::string links;
-  for (int number = 0; number <= 10; ++number) {
-    const obd::ObdProtocol link = obd::toObdProtocol(static_cast<obd::VehicleProtocol>(number));
-    links += std::to_string(static_cast<int>(link)) + (obd::isCan(link) ? "c" : "");
-  }
-  EXPECT_EQ(links, "5220113c4c3c4c5");
-  Bytes sensors;
-  for (int location = -1; location <= 12; ++location) {
-    sensors.push_back(obd::sensorByte(static_cast<obd::OxygenSensorLocation>(location)));
-  }
-  EXPECT_EQ(fake::hex(sensors), "00 01 02 04 08 10 20 40 80 10 20 40 80 00");
-}
-
 }  // namespace

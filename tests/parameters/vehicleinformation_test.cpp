@@ -109,14 +109,11 @@ TEST_F(VehicleInformation, CalibrationIdsOnCan) {
   EXPECT_THAT(query.calibrationIds(ecu), ElementsAre("37805-RNA-A650", "ABCDEFGHIJKLMNO"));
   EXPECT_TRUE(query.setResponseData(ecu, can(4, 3, first + other.substr(1))));
   EXPECT_FALSE(query.setResponseData(ecu, can(4, 1, first.substr(1))));
-  EXPECT_THAT(log.take(),
-              ElementsAre("3 Invalid number of data bytes: 34", "3 Invalid number of data bytes: 34",
-                          "3 Invalid number of data bytes: 18"));
+  const std::string line = "3 Invalid number of data bytes: ";
+  EXPECT_THAT(log.take(), ElementsAre(line + "34", line + "34", line + "18"));
   EXPECT_EQ(log.lastSource(), "parameters\\calibrationids");
   query.clear();
   EXPECT_THAT(query.calibrationIds(ecu), ElementsAre("37805-RNA-A650")) << "not emptied by clear";
-  EXPECT_THAT(query.calibrationIds(older), IsEmpty());
-  EXPECT_THAT(log.take(), IsEmpty());
 }
 
 TEST_F(VehicleInformation, CalibrationIdsInFrames) {

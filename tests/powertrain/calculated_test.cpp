@@ -202,16 +202,6 @@ TEST_F(Calculated, ALostReplyOfTheFirstSignalIsInThePast) {
   EXPECT_NEAR(torque.torque(*ecu, UnitSystem::Metric), 245.3F, 0.2F);
 }
 
-TEST_F(Calculated, NoResultWithoutTimeBetweenSamples) {
-  step = 0;
-  clock.now = 0;
-  obd::GasConsumption parameter(*ecu);
-  answer("10", "03 E8");
-  answer("0D", "64");
-  updateAll(parameter, 2);
-  EXPECT_EQ(parameter.consumption(*ecu, UnitSystem::Metric), 0.0F);
-}
-
 // With lambda there are two results per pass, and the mean is over two.
 TEST_F(Calculated, LambdaCorrectsTheMixture) {
   support({0x44});

@@ -244,8 +244,9 @@ TEST_F(SensorGroups, EndInEveryOrderOfCalls) {
 
 // Values that cannot be worked out do not keep the others waiting.
 TEST_F(SensorGroups, GoOnBesideValuesThatFail) {
-  start("name = Bare\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 65 04\n01 0B = 30\n01 0C = 1A F8\n"
-        "01 0D = 32\n01 10 = 04 B0\n");
+  start(
+      "name = Bare\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 65 04\n01 0B = 30\n01 0C = 1A F8\n"
+      "01 0D = 32\n01 10 = 04 B0\n");
   std::vector<int> all = {0x0C, 0x0D};
   for (const auto& parameter : sensors->parameters()) {
     if (parameter->pid() >= 0xF0) {
@@ -403,34 +404,36 @@ TEST(SensorGroup, DecodesAsSingleRequestsDo) {
   }
   ASSERT_GT(data.size(), 100U);
 
+  const auto texts = [&](const std::shared_ptr<obd::PowertrainParameter>& parameter) {
+    std::string text;
+    for (const auto& value : parameter->values(*ecu, obd::UnitSystem::Imperial)) {
+      text += std::to_string(value->uid()) + "=" + value->textualValue() + " ";
+    }
+    return text;
+  };
   const auto compare = [&](const std::vector<unsigned char>& pids) {
     std::string request = "01";
     std::string reply = "41";
     obd::SensorGroup group(ecu->id());
-    std::vector<std::shared_ptr<obd::PowertrainParameter>> alone;
+    std::string alone;
     for (const unsigned char pid : pids) {
       const std::string& own = data.at(pid);
       const auto id = obd::ParameterIdentifier(pid).id();
       request += " " + fake::hex({pid});
       reply += " " + own;
       group.ask({pid, (own.size() + 1) / 3 - 1, true}, obd::ParameterFactory().createParameter(id));
-      alone.push_back(obd::ParameterFactory().createParameter(id));
-      alone.back()->setResponseData(ecu, fake::bytes("41 " + own));
+      const auto single = obd::ParameterFactory().createParameter(id);
+      single->setResponseData(ecu, fake::bytes("41 " + own));
+      alone += texts(single);
     }
     proxy.reply(request, 0x7E8, reply);
-    const std::shared_ptr<obd::IObdProxy> asked(&proxy, [](auto*) {});
-    EXPECT_EQ(group.update(asked), obd::IQuery::Updated);
+    EXPECT_EQ(group.update(std::shared_ptr<obd::IObdProxy>(&proxy, [](auto*) {})), obd::IQuery::Updated);
     EXPECT_EQ(group.told(), pids);
-    for (std::size_t i = 0; i < pids.size(); ++i) {
-      const auto texts = [&](obd::PowertrainParameter& parameter) {
-        std::string text;
-        for (const auto& value : parameter.values(*ecu, obd::UnitSystem::Imperial)) {
-          text += std::to_string(value->uid()) + "=" + value->textualValue() + " ";
-        }
-        return text;
-      };
-      EXPECT_EQ(texts(*group.parameter(pids[i])), texts(*alone[i])) << request << " -> " << reply;
+    std::string together;
+    for (const unsigned char pid : pids) {
+      together += texts(group.parameter(pid));
     }
+    EXPECT_EQ(together, alone) << request << " -> " << reply;
   };
   std::vector<unsigned char> all;
   for (const auto& [pid, bytes] : data) {

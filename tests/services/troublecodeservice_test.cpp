@@ -108,21 +108,6 @@ TEST_F(TroubleCodeServiceTest, TellsCodesLampAndWhatGoesWithIt) {
   EXPECT_EQ(settle(), (Texts{"mil on", "km since fault 42", "min since fault 55", "done"}));
 }
 
-TEST_F(TroubleCodeServiceTest, ReadsLongListsOfAllLinks) {
-  for (const auto& [car, confirmed] :
-       {std::pair(carWithFrames(0), "confirmed P0171 P0301 P0302 P0303 P0304 P0420 P0300 P1FFF"),
-        {"kwp-fast", "confirmed P0133 P0300 P0420 P0171 P0301 P0302 P0303"},
-        {"iso9141", "confirmed P0133 P0300"},
-        {"petrol-can29", "confirmed P0133 P0442 P0455 P0128"}}) {
-    SCOPED_TRACE(car);
-    ASSERT_TRUE(open(car));
-    codes->refreshConfirmedCodes();
-    EXPECT_EQ(settle(), (Texts{confirmed, "done"}));
-    EXPECT_EQ("confirmed" + text(codes->readConfirmedCodes()), confirmed);
-    close();
-  }
-}
-
 TEST_F(TroubleCodeServiceTest, TellsWhetherTheSelectedUnitHasCleared) {
   ASSERT_TRUE(open("petrol-can29"));
   select(0x18DAF118);  // refuses, while the other one confirms
@@ -170,9 +155,8 @@ TEST_F(TroubleCodeServiceTest, WalksAnyNumberOfFreezeFrames) {
     EXPECT_EQ(timesAsked("020200"), 1U);
     EXPECT_EQ(ofCodes.ids, std::vector<int>(ofCodes.ids.size(), static_cast<int>(id)));
     if (frames == 5) {
-      EXPECT_EQ(
-          ofCodes.frameSensors[0][0x05] + ofCodes.frameSensors[1][0x0C] + ofCodes.frameSensors[2][0x0D],
-          "50/761/50/");
+      EXPECT_EQ(ofCodes.frameSensors[0][0x05] + ofCodes.frameSensors[1][0x0C] + ofCodes.frameSensors[2][0x0D],
+                "50/761/50/");
     }
 
     // The lists of sensors are known from now on, until the next connection.
@@ -189,8 +173,9 @@ TEST_F(TroubleCodeServiceTest, WalksAnyNumberOfFreezeFrames) {
 TEST_F(TroubleCodeServiceTest, AFrameMayHaveNoSensorsOrNoListOfThem) {
   ASSERT_TRUE(open(carWithFrames(5, "answer 02 00 02 = silence\n")));
   for (const std::size_t walk : {1U, 2U}) {  // the failure is not remembered
-    EXPECT_EQ(text(this->walk()), " frame 0 P0171 sensor 0 sensor 0 frame 1 P0301 sensor 1 sensor 1"
-                                  " frame 2 P1FFF done");
+    EXPECT_EQ(text(this->walk()),
+              " frame 0 P0171 sensor 0 sensor 0 frame 1 P0301 sensor 1 sensor 1"
+              " frame 2 P1FFF done");
     EXPECT_EQ(log.count(StopLine), static_cast<long>(walk));
     EXPECT_EQ(timesAsked("020002"), walk);
   }
@@ -205,8 +190,9 @@ TEST_F(TroubleCodeServiceTest, AFrameMayHaveNoSensorsOrNoListOfThem) {
                                  "answer 02 40 02 = 42 40 02 00 00 00 01\n"
                                  "answer 02 60 02 = 42 60 02 00 00 00 01\n"
                                  "answer 02 80 02 = 42 80 02 00 00 00 02\n")));
-  EXPECT_EQ(text(walk()), " frame 0 P0171 sensor 0 sensor 0 failed frame 1 P0301 frame 2 P1FFF sensor 2 sensor 2"
-                          " frame 3 failed done");
+  EXPECT_EQ(text(walk()),
+            " frame 0 P0171 sensor 0 sensor 0 failed frame 1 P0301 frame 2 P1FFF sensor 2 sensor 2"
+            " frame 3 failed done");
   EXPECT_EQ(log.count("src\\troublecodeservice 3 Failed to create mode 0x02 sensor 159"), 1);
   EXPECT_EQ(log.count("src\\troublecodeservice 3 Failed to create mode 0x02 sensor 2"), 0);
   EXPECT_EQ(log.count("src\\troublecodeservice 2 NO sensors for the frame found"), 0);

@@ -71,26 +71,6 @@ INSTANTIATE_TEST_SUITE_P(All, EveryPair,
                          testing::Combine(testing::ValuesIn(simulator::personalities()),
                                           testing::ValuesIn(simulator::vehicleNames())));
 
-// A chosen protocol is as good as a search, and a wrong one finds nothing.
-TEST(ChosenProtocol, IsTheOnlyOneTried) {
-  const VirtualClock clock;
-  FrontEnd house;
-  for (const std::string name : {"petrol-can29", "kwp-fast"}) {
-    const auto vehicle = loadAt(name, Cruise);
-    const Truth truth(vehicle);
-    for (int number = 1; number <= 9; ++number) {
-      SCOPED_TRACE(name + " " + std::to_string(number));
-      const bool right = number == vehicle->protocol();
-      EXPECT_EQ(house.open(simulator::makeBus(vehicle), static_cast<obd::VehicleProtocol>(number)), right);
-      if (right) {
-        expectVehicle(*house.proxy(), truth);
-      }
-      house.manager().close();
-      house.run(50);
-    }
-  }
-}
-
 // --- The application's locale ---
 
 // The dialogue, the units as they are described, and the lines of the log, of an opening that a fault
