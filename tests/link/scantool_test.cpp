@@ -265,14 +265,13 @@ TEST_F(ScantoolTest, AnswersRequests) {
 }
 
 TEST_F(ScantoolTest, TellsWhereTheLinkWasLost) {
-  const std::pair<int, const char*> losses[] = {{0, "1; 3 Failed to send data"},
-                                                {1, "2; 2 Failed to receive data"}};
-  for (const auto& [step, expected] : losses) {
+  for (const auto& [step, expected] :
+       {std::pair(0, "1; 3 Failed to send data"), {1, "2; 2 Failed to receive data"}}) {
     connection.down = false;
     connection.onStep = [](int) {};
     enable();  // a new set-up brings it back
     connection.steps = 0;
-    connection.onStep = [this, step = step](int at) { connection.down = at == step; };
+    connection.onStep = [this, last = step](int at) { connection.down = at == last; };
     EXPECT_EQ(expected, request("7E804410C1AF8"));
     EXPECT_FALSE(device.isEnabled());
   }

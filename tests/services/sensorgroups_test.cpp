@@ -259,18 +259,6 @@ TEST_F(SensorGroups, GoOnBesideValuesThatFail) {
   EXPECT_GT(counts()["pid 12"], 40);
 }
 
-TEST_F(SensorGroups, OutliveALink) {
-  start(car(""));
-  EXPECT_EQ(poll({0x0C, 0x0D, 0x05}).size(), 3U);
-  lose();
-  heard.take();
-  pumpFor(2000);
-  EXPECT_TRUE(heard.take().empty());
-  ASSERT_TRUE(open(car("groups = refuse 12\n")));
-  EXPECT_EQ(poll({0x0C, 0x0D, 0x05}).size(), 3U);
-  EXPECT_EQ(sensors->grouping(), SensorGrouping::Declined);
-}
-
 // A unit that answers groups in a way of its own, as the planner sees it.
 struct Unit {
   std::set<unsigned char> spoilers{};  // make it refuse a group

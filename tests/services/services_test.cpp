@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
-#include <set>
 
 #include "dispatch/fetcher.h"
 #include "powertrain/monitorstatus.h"
@@ -173,22 +172,6 @@ class SensorServiceTest : public AllServicesTest {
   Recorder& heard = ofSensors;
 };
 
-TEST_F(SensorServiceTest, OffersWhatTheControlUnitHasInOrder) {
-  ASSERT_TRUE(open());
-  std::set<int> pids;
-  for (const auto& parameter : sensors->parameters()) {
-    EXPECT_TRUE(pids.empty() || *pids.rbegin() < parameter->pid()) << parameter->pid();
-    pids.insert(parameter->pid());
-  }
-  // Fuel consumption goes by one identifier, whatever it is made of.
-  for (const int pid : {0x05, 0x0B, Rpm, 240, 244, 245, 246, 247, 0x00, 0x01, 0x02, 0x20, 0x40, 241, 242}) {
-    EXPECT_EQ(pids.contains(pid), pid >= 0x05 && pid != 0x20 && pid != 0x40 && pid != 241 && pid != 242);
-  }
-  EXPECT_EQ(heard.told["pid"], 0U);
-  // A service that comes later starts with the connection at once.
-  EXPECT_EQ(obd::SensorServiceBuilder::createSensorService()->parameters().size(), pids.size());
-}
-
 TEST_F(SensorServiceTest, PollsWithStatisticsUntilToldToStop) {
   ASSERT_TRUE(open());
   std::vector<float> seen;
@@ -271,17 +254,6 @@ TEST_F(SensorServiceTest, ChangesInvalidate) {
   facade->ecuManager()->selectEcu(0);
   EXPECT_TRUE(sensors->parameters().empty());
   EXPECT_TRUE(sensors->readSensors(Rpm).empty());
-}
-
-TEST_F(SensorServiceTest, AnObserverMayChangeSettingsOrDropTheServiceFromWithin) {
-  ASSERT_TRUE(open());
-  onUpdate([this] { facade->settings()->setFuelTypeOverride(true); });
-  sensors->refresh({Rpm});
-  EXPECT_EQ(updatesWithin(), 1U);
-  onUpdate([this] { sensors.reset(); });
-  makeServices();
-  sensors->refresh({Rpm});
-  EXPECT_EQ(updatesWithin(), 1U);
 }
 
 // A front end that builds and takes down its pages in reply to events.
