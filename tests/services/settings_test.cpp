@@ -88,14 +88,12 @@ TEST(Settings, SettersStoreAndTellEvenWithoutAChange) {
 
 TEST(Settings, ConfigurationReplacesRatesAndAppendsTheRest) {
   obd::Configuration configuration;
-  std::vector<int> rates{1};
-  configuration.baudrates(rates);
-  EXPECT_EQ(rates, (std::vector<int>{9600, 19200, 38400, 57600, 115200}));
-  configuration.lowBaudrates(rates);
-  EXPECT_EQ(rates, (std::vector<int>{9600, 19200, 38400, 57600}));
-  std::vector<int> buses{7};
-  configuration.buses(buses);
-  EXPECT_EQ(buses, (std::vector<int>{7, 0, 1, 2}));
+  std::vector<int> values{1};
+  configuration.baudrates(values);
+  EXPECT_EQ(values, (std::vector<int>{9600, 19200, 38400, 57600, 115200}));
+  configuration.lowBaudrates(values);
+  configuration.buses(values);
+  EXPECT_EQ(values, (std::vector<int>{9600, 19200, 38400, 57600, 0, 1, 2}));
   std::vector<obd::ConnectionProtocol> protocols;
   configuration.protocols(protocols);
   configuration.protocols(protocols);
