@@ -68,14 +68,17 @@ TEST(Settings, SettersStoreAndTellEvenWithoutAChange) {
   settings.setVehicleWeight(-5);
   settings.setVehicleWeight(-5);
   EXPECT_EQ(listener.events, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 7}));
-  const auto stored = [&](const std::string& key) { return std::get<int>(store->values.at("common/" + key)); };
+  const auto stored = [&](const std::string& key) {
+    return std::get<int>(store->values.at("common/" + key));
+  };
   std::string all;
   for (const auto& [key, value] : store->values) {
     all += key.substr(7) + " " + std::to_string(std::get<int>(value)) + ", ";
   }
-  EXPECT_EQ(all,
-            "enginedisplacement 199, fuelcorrectionfactor 29, fueltypeoverride 1, ignitiontype 1, language 33, "
-            "unitsystem 1, vehicleweight -5, volumetricefficiency 100, ");
+  EXPECT_EQ(
+      all,
+      "enginedisplacement 199, fuelcorrectionfactor 29, fueltypeoverride 1, ignitiontype 1, language 33, "
+      "unitsystem 1, vehicleweight -5, volumetricefficiency 100, ");
   settings.setVolumetricEfficiency(-5);
   EXPECT_EQ(stored("volumetricefficiency"), 0);
   for (const auto& [liters, expected] : {std::pair(1e30F, std::numeric_limits<int>::max()),
