@@ -59,7 +59,7 @@ class FrontEnd : public Services {
   /// What the connection went through: a phase by its digit, C connected, D disconnected.
   bool has(char event) const { return heard.course.find(event) != std::string::npos; }
 
-  /// The event loop. A step of 10 ms is as good as a bell here, where time is virtual.
+  /// The event loop, in steps of 10 ms.
   bool run(const std::function<bool()>& condition, std::uint32_t limit) {
     obd::Dispatcher::getInstance().dispatch();
     return pumpUntil(condition, limit, 10);
