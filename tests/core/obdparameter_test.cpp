@@ -65,57 +65,51 @@ TEST_F(ObdParameter, MapsProxyResultsWithoutReadingTheReply) {
   EXPECT_THAT(log.take(), IsEmpty());
 }
 
-TEST_F(ObdParameter, OneGoodReplyAmongBadOnesUpdates) {
-  proxy->reply("0902", 0x7E8, "4903").reply("0902", 0x7E9, "490201").reply("0902", 0x7EA, "490201");
-  EXPECT_EQ(probe.update(proxy), IQuery::Updated);
-  EXPECT_THAT(log.take(), ElementsAre("2 Signature mismatch", "2 Invalid data received for 0x7e8",
-                                      "2 No such ECU: 2025"));
-  EXPECT_THAT(probe.accepted, ElementsAre(std::pair(0x7EAU, bytes("490201"))));
-  proxy->reply("0902", 0x7EA, "49020102");
-  EXPECT_EQ(probe.update(proxy), IQuery::NoData) << "the last one is not to the subclass's liking now";
-}
-
-TEST_F(ObdParameter, RemembersTheLastNegativeResponseUntilTheNextUpdate) {
-  proxy->reply("0902", 0x7E8, "7F0912").reply("0902", 0x7EA, "490201");
-  EXPECT_EQ(probe.update(proxy), IQuery::Updated);
-  EXPECT_THAT(log.take(), ElementsAre("2 ECU with ID 2024 received NACK:  0x7f 0x9 0x12",
-                                      "2 Invalid data received for 0x7e8"));
-  probe.clear();
-  EXPECT_EQ(probe.nack(), obd::NackSubfunctionNotSupported);
-  proxy->reply("0902", 0x7E8, "490201").reply("0902", 0x7EA, "7F09");
-  EXPECT_EQ(probe.update(proxy), IQuery::Updated);
-  EXPECT_EQ(probe.nack(), 121);
-  proxy->result = 3;
-  probe.update(proxy);
-  EXPECT_EQ(probe.nack(), 0);
-}
-
+// One update after the other: the replies of two units, what comes of the update, and what came of each unit
+// (Nothing, Accepted, Refused by a code, Unusable) with the refusal that the query remembers.
 TEST_F(ObdParameter, KeepsWhatCameOfEachUnitToTheLatestUpdate) {
-  using Kind = obd::UnitReply::Kind;
-  const auto kinds = [this] {
-    return std::pair(probe.reply(*proxy->ecu(0x7E8)).kind, probe.reply(*proxy->ecu(0x7EA)).kind);
+  const auto came = [this](const Probe& of) {
+    std::string text;
+    for (const auto& ecu : proxy->ecus()) {
+      const obd::UnitReply reply = of.reply(*ecu);
+      text += "NARU"[reply.kind] + (reply.nack != 0 ? std::to_string(reply.nack) : "") + " ";
+    }
+    return text + std::to_string(of.nack());
   };
-  EXPECT_EQ(kinds(), std::pair(Kind::Nothing, Kind::Nothing));
-  proxy->reply("0902", 0x7E8, "7F0922").reply("0902", 0x7EA, "490201");
-  EXPECT_EQ(probe.update(proxy), IQuery::Updated);
-  EXPECT_EQ(kinds(), std::pair(Kind::Refused, Kind::Accepted));
-  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, obd::NackConditionsNotCorrect);
-  EXPECT_EQ(probe.reply(*proxy->ecu(0x7EA)).nack, 0);
+  EXPECT_EQ(came(probe), "N N 0");
+  const std::tuple<const char*, const char*, IQuery::UpdateStatus, const char*> cases[] = {
+      {"7F0912", "490201", IQuery::Updated, "R18 A 18"},
+      {"490201", "7F09", IQuery::Updated, "A R121 121"},
+      {"4903", "490201", IQuery::Updated, "U A 0"},
+      {"4903", "49020102", IQuery::NoData, "U U 0"},  // the last is not to the subclass's liking
+      {"7F0922", "490201", IQuery::Updated, "R34 A 34"}};
+  for (const auto& [first, second, status, expected] : cases) {
+    proxy->reply("0902", 0x7E8, first).reply("0902", 0x7E9, "490201").reply("0902", 0x7EA, second);
+    EXPECT_EQ(probe.update(proxy), status);
+    probe.clear();
+    EXPECT_EQ(came(probe), expected);
+  }
+  const std::vector<std::string> lines = log.take();
+  EXPECT_THAT(std::vector(lines.begin(), lines.begin() + 5),
+              ElementsAre("2 ECU with ID 2024 received NACK:  0x7f 0x9 0x12",
+                          "2 Invalid data received for 0x7e8", "2 No such ECU: 2025", "2 No such ECU: 2025",
+                          "2 ECU with ID 2026 received NACK:  0x7f 0x9"));
+  EXPECT_THAT(lines, testing::Contains("2 Signature mismatch").Times(2));
+  EXPECT_EQ(probe.accepted.back(), std::pair(0x7EAU, bytes("490201")));
+
   const Probe copy = probe;
-  // A foreign reply, and one that the subclass does not like.
-  proxy->reply("0902", 0x7E8, "4903").reply("0902", 0x7EA, "49020102");
-  EXPECT_EQ(probe.update(proxy), IQuery::NoData);
-  EXPECT_EQ(kinds(), std::pair(Kind::Unusable, Kind::Unusable));
-  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, 0);
-  proxy->reply("0902", 0x7E8, "7F").reply("0902", 0x7EA, "490201");
   probe.fails = true;
   EXPECT_THROW(probe.update(proxy), std::runtime_error);
-  EXPECT_EQ(kinds(), std::pair(Kind::Refused, Kind::Unusable));
-  EXPECT_EQ(probe.reply(*proxy->ecu(0x7E8)).nack, 121);
+  EXPECT_EQ(came(probe), "R34 U 34");
+  EXPECT_EQ(log.take().back(),
+            "3 Failed ObdParameter::update (request: 0x9 0x2\n, response from 0x7e8: 0x7f 0x9 0x22\n"
+            ", response from 0x7e9: 0x49 0x2 0x1\n, response from 0x7ea: 0x49 0x2 0x1)");
+  EXPECT_EQ(log.lastSource(), "src\\obdparameter");
   proxy->result = obd::RequestRefused;
   EXPECT_EQ(probe.update(proxy), IQuery::AdapterRefused);
-  EXPECT_EQ(kinds(), std::pair(Kind::Nothing, Kind::Nothing));
-  EXPECT_EQ(copy.reply(*proxy->ecu(0x7E8)).nack, obd::NackConditionsNotCorrect);
+  EXPECT_EQ(came(probe), "N N 0");
+  EXPECT_EQ(came(copy), "R34 A 34");
+  EXPECT_EQ(obd::NackToString(34) + obd::NackToString(121), "Conditions not correctUnknown");
 }
 
 TEST_F(ObdParameter, NegativeResponseComesBeforeTheSignature) {
@@ -124,16 +118,6 @@ TEST_F(ObdParameter, NegativeResponseComesBeforeTheSignature) {
   EXPECT_FALSE(probe.setResponseData(proxy->currentEcu(), bytes("7F09")));
   probe.signature.clear();
   EXPECT_TRUE(probe.setResponseData(proxy->currentEcu(), {}));
-}
-
-TEST_F(ObdParameter, LogsTheWholeExchangeOfAnException) {
-  proxy->reply("0902", 0x7E8, "490201").reply("0902", 0x7EA, "7F09");
-  probe.fails = true;
-  EXPECT_THROW(probe.update(proxy), std::runtime_error);
-  EXPECT_THAT(log.take(), ElementsAre("3 Failed ObdParameter::update (request: 0x9 0x2\n"
-                                      ", response from 0x7e8: 0x49 0x2 0x1\n"
-                                      ", response from 0x7ea: 0x7f 0x9)"));
-  EXPECT_EQ(log.lastSource(), "src\\obdparameter");
 }
 
 /// `count` frames of the signature, a sequence number and filling bytes, and what comes behind them.
@@ -176,34 +160,6 @@ TEST(SaeFrames, AreToldBySizeAndSignatures) {
     EXPECT_EQ(Probe().findSaeChecksumLength(c.data), c.checksumLength);
     EXPECT_EQ(Probe().verifySaeSignatures(c.data, 0), c.soundWithout);
     EXPECT_EQ(Probe().verifySaeSignatures(c.data, 1), c.soundWith);
-  }
-}
-
-TEST(VehicleTypes, FollowFromTheAdaptersNumberOfTheProtocol) {
-  std::string links;
-  for (int number = 0; number <= 10; ++number) {
-    const obd::ObdProtocol link = obd::toObdProtocol(static_cast<obd::VehicleProtocol>(number));
-    links += std::to_string(static_cast<int>(link)) + (obd::isCan(link) ? "c" : "");
-  }
-  EXPECT_EQ(links, "5220113c4c3c4c5");
-  Bytes sensors;
-  for (int location = -1; location <= 12; ++location) {
-    sensors.push_back(obd::sensorByte(static_cast<obd::OxygenSensorLocation>(location)));
-  }
-  EXPECT_EQ(fake::hex(sensors), "00 01 02 04 08 10 20 40 80 10 20 40 80 00");
-}
-
-TEST(NackToString, GivesTheTextOfEachCode) {
-  const std::map<int, const char*> texts = {{0x00, "Acknowledged"},
-                                            {0x10, "General reject"},
-                                            {0x11, "Service not supported"},
-                                            {0x12, "Subfunction not supported"},
-                                            {0x21, "Busy"},
-                                            {0x22, "Conditions not correct"},
-                                            {0x78, "Response pending"},
-                                            {121, "Unknown"}};
-  for (const auto& [code, text] : texts) {
-    EXPECT_EQ(obd::NackToString(code), text) << code;
   }
 }
 

@@ -8,11 +8,11 @@
 
 #include <hostos/time.h>
 
-#include "dispatch/allocations.h"
 #include "dispatch/callback.h"
 #include "dispatch/fakes.h"
 #include "dispatch/fetcher.h"
 #include "dispatch/refresher.h"
+#include "support/allocations.h"
 #include "support/virtualclock.h"
 
 namespace {
@@ -282,13 +282,13 @@ TEST_F(QueryTest, FetchGivesTheOutcomeOrGivesUpInTime) {
 // For ThreadSanitizer: the worker runs while the front end cancels, begins anew, reads and destroys.
 TEST_F(QueryTest, SurvivesCancelRefreshAndDestructionAtAnyMoment) {
   subject->onUpdate = [this] {
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 5; ++i) {
       subject->values.push_back(i);
       std::this_thread::yield();
     }
     return IQuery::NoData;
   };
-  for (std::uint32_t i = 0; i < 600; ++i) {
+  for (std::uint32_t i = 0; i < 300; ++i) {
     refresher->refresh(Automatic);
     CTime::msleep(i % 4);
     if (i % 2 == 0) {

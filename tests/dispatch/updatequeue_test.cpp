@@ -26,15 +26,6 @@ std::vector<std::shared_ptr<Entry>> makeEntries(std::size_t count) {
   return entries;
 }
 
-TEST(UpdateQueue, TellsADeadEntryFromAnEmptyQueue) {
-  UpdateQueue queue;
-  queue.push(std::make_shared<Entry>());
-  std::weak_ptr<obd::IDispatchable> item;
-  EXPECT_TRUE(queue.take(item));
-  EXPECT_EQ(item.lock(), nullptr);
-  EXPECT_FALSE(queue.take(item));
-}
-
 TEST(UpdateQueue, LosesAndDoublesNothingWithSeveralWriters) {
   constexpr std::size_t Writers = 4;
   constexpr std::size_t PerWriter = 3000;

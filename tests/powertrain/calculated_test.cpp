@@ -88,29 +88,20 @@ TEST_F(Calculated, DescriptionsAndNoRequests) {
   obd::EnginePower power;
   obd::Torque torque;
   obd::BoostPressure boost;
-  support({0x10, 0x0D});
-  const auto fuel = obd::FuelConsumption::create(ecu, IgnitionType::SparkIgnition, 1.0F, 85, 1.6F);
-  ASSERT_TRUE(fuel);
+  obd::GasConsumption fuel(*ecu);
   using Range = std::pair<Unit, float>;
   const std::tuple<obd::PowertrainParameter&, int, const char*, Range, Range> cases[] = {
       {voltage, 244, "Battery voltage", {Unit::Volt, 24.0F}, {Unit::Volt, 24.0F}},
       {power, 245, "Engine power", {Unit::PowerMetric, 1000.0F}, {Unit::PowerImperial, 1300.0F}},
       {torque, 246, "Engine torque", {Unit::NewtonMeter, 2000.0F}, {Unit::NewtonMeter, 2000.0F}},
       {boost, 247, "Boost pressure", {Unit::Kilopascal, 255.0F}, {Unit::PoundsPerSquareInch, 36.98461F}},
-      {*fuel,
-       240,
-       "Fuel consumption",
-       {Unit::ConsumptionMetric, 500.0F},
-       {Unit::ConsumptionImperial, 500.0F}},
-  };
+      {fuel, 240, "Fuel consumption", {Unit::ConsumptionMetric, 500}, {Unit::ConsumptionImperial, 500}}};
   for (const auto& [parameter, id, text, metric, imperial] : cases) {
-    EXPECT_EQ(parameter.pid(), id);
-    EXPECT_EQ(parameter.description(*ecu), text);
     const auto infos = parameter.sensorInfo(*ecu);
     ASSERT_EQ(infos.size(), 1U);
-    EXPECT_EQ(infos[0]->uid(), id * 10);
-    EXPECT_EQ(infos[0]->description(), text);
-    EXPECT_TRUE(infos[0]->isNumeric());
+    EXPECT_EQ(std::tuple(parameter.pid(), infos[0]->uid(), infos[0]->isNumeric()),
+              std::tuple(id, id * 10, true));
+    EXPECT_EQ(parameter.description(*ecu) + infos[0]->description(), std::string(text) + text);
     EXPECT_EQ(Range(infos[0]->unit(UnitSystem::Metric), infos[0]->maxValue(UnitSystem::Metric)), metric);
     EXPECT_EQ(Range(infos[0]->unit(UnitSystem::Imperial), infos[0]->maxValue(UnitSystem::Imperial)),
               imperial);
@@ -180,20 +171,6 @@ TEST_F(Calculated, GasConsumptionAtSteadySpeed) {
   EXPECT_EQ(parameter.consumption(*other, UnitSystem::Metric), 0.0F);
 }
 
-TEST_F(Calculated, SignalsAreTakenToTheTimeOfTheFirst) {
-  obd::GasConsumption parameter(*ecu);
-  answer("10", "03 E8");
-  answer("0D", "50");
-  update(parameter);  // speed 80 at 1200
-  answer("0D", "78");
-  update(parameter);  // air flow at 1300; speed 120 at 1400, so 100 at 1300
-  EXPECT_NEAR(parameter.consumption(*ecu, UnitSystem::Metric), 3.287F, 0.002F);
-  // An input that fails keeps its samples: the air flow moves on to 1500, where the line has 140.
-  proxy->forget("01 0D");
-  EXPECT_EQ(update(parameter), IQuery::NoData);
-  EXPECT_NEAR(parameter.consumption(*ecu, UnitSystem::Metric), 3.287F, 0.002F);
-}
-
 // A lost reply leaves the first signal behind the others: their lines are followed backward, not around the
 // clock.
 TEST_F(Calculated, ALostReplyOfTheFirstSignalIsInThePast) {
@@ -225,16 +202,6 @@ TEST_F(Calculated, ALostReplyOfTheFirstSignalIsInThePast) {
   EXPECT_NEAR(torque.torque(*ecu, UnitSystem::Metric), 245.3F, 0.2F);
 }
 
-TEST_F(Calculated, NoResultWithoutTimeBetweenSamples) {
-  step = 0;
-  clock.now = 0;
-  obd::GasConsumption parameter(*ecu);
-  answer("10", "03 E8");
-  answer("0D", "64");
-  updateAll(parameter, 2);
-  EXPECT_EQ(parameter.consumption(*ecu, UnitSystem::Metric), 0.0F);
-}
-
 // With lambda there are two results per pass, and the mean is over two.
 TEST_F(Calculated, LambdaCorrectsTheMixture) {
   support({0x44});
@@ -259,25 +226,6 @@ TEST_F(Calculated, LambdaCorrectsTheMixture) {
   EXPECT_EQ(update(parameter), IQuery::Updated);
 }
 
-TEST_F(Calculated, GasConsumptionFromPressure) {
-  addSecond();
-  obd::GasConsumptionMap parameter(*ecu);
-  answerPressure(0x7E8);
-  const auto pass = [&](int times = 1) {
-    updateAll(parameter, times);
-    return parameter.consumption(*ecu, UnitSystem::Metric);
-  };
-  EXPECT_NEAR(pass(3), 12.97F, 0.01F);
-  // Half the efficiency: the first unit that is known takes it over, the other one does not.
-  parameter.setVolumetricEfficiency(42.5F);
-  EXPECT_NEAR(pass(), 12.97F / 2.0F, 0.01F);
-  answerPressure(0x7E9);
-  pass(3);  // the first two still see the unit's silence
-  EXPECT_NEAR(parameter.consumption(*other, UnitSystem::Metric), 12.97F, 0.01F);
-  parameter.setEngineDisplacement(3.2F);
-  EXPECT_NEAR(pass(), 12.97F, 0.01F);
-}
-
 // The settings changed before a pass in which a new unit appears are still there for the next known one.
 TEST_F(Calculated, NewUnitsDoNotUseUpChangedSettings) {
   obd::GasConsumptionMap parameter(*other);
@@ -290,6 +238,11 @@ TEST_F(Calculated, NewUnitsDoNotUseUpChangedSettings) {
   addSecond();  // 0x7E8 is new and comes first
   updateAll(parameter, 3);
   EXPECT_NEAR(parameter.consumption(*ecu, UnitSystem::Metric), 6.485F, 0.01F);
+  EXPECT_NEAR(parameter.consumption(*other, UnitSystem::Metric), 6.485F, 0.01F);
+  // The first unit that is known takes over what is changed later.
+  parameter.setEngineDisplacement(3.2F);
+  updateAll(parameter, 1);
+  EXPECT_NEAR(parameter.consumption(*ecu, UnitSystem::Metric), 12.97F, 0.01F);
   EXPECT_NEAR(parameter.consumption(*other, UnitSystem::Metric), 6.485F, 0.01F);
 }
 
@@ -374,20 +327,19 @@ TEST_F(Calculated, BoostAgainstStandardAir) {
   EXPECT_FALSE(obd::BoostPressure::isValid(*ecu));
   support({0x0B});
   EXPECT_TRUE(obd::BoostPressure::isValid(*ecu));
-  answer("0B", "B4");
-  EXPECT_EQ(update(parameter), IQuery::Updated);
-  EXPECT_EQ(readings(), 3);
-  EXPECT_EQ(texts(parameter, *ecu), "78.7");
+  const std::tuple<std::uint32_t, const char*, const char*> cases[] = {
+      {100, "B4", "78.7"},
+      {500, "1E", "3.7"},  // the mean of 78.675 and -71.325
+      {501, "B4", "78.7"}};
+  for (const auto& [time, pressure, expected] : cases) {
+    step = time;
+    answer("0B", pressure);
+    EXPECT_EQ(update(parameter), IQuery::Updated);
+    EXPECT_EQ(texts(parameter, *ecu), expected);
+  }
+  EXPECT_EQ(readings(), 9);
   EXPECT_EQ(texts(parameter, *ecu, UnitSystem::Imperial), "11.4");
-  EXPECT_THAT(proxy->requests, ElementsAre("01 0B"));
-  answer("0B", "1E");
-  step = 500;
-  update(parameter);
-  EXPECT_EQ(texts(parameter, *ecu), "3.7");  // the mean of 78.675 and -71.325
-  step = 501;
-  answer("0B", "B4");
-  update(parameter);
-  EXPECT_EQ(texts(parameter, *ecu), "78.7");
+  EXPECT_THAT(proxy->requests, ElementsAre("01 0B", "01 0B", "01 0B"));
   proxy->silence("01 0B");
   EXPECT_EQ(update(parameter), IQuery::NoData);
   EXPECT_EQ(texts(parameter, *ecu), "78.7");

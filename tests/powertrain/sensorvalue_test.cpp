@@ -95,19 +95,6 @@ TEST(UnitScaling, ScalesRawNumbersAndConvertsOnlyInText) {
   }
 }
 
-TEST(SensorInfo, TheLastRangeOfAUnitSystemCounts) {
-  obd::SensorInfo info(Pid2Uid(0x0D, 3), "Speed", true);
-  info.add(UnitSystem::Metric, Unit::Volt, 1.0F, 2.0F);
-  info.add(UnitSystem::Metric, Unit::KilometersPerHour, -1.0F, 255.0F);
-  EXPECT_EQ(info.unit(UnitSystem::Metric), Unit::KilometersPerHour);
-  EXPECT_EQ(info.minValue(UnitSystem::Metric), -1.0F);
-  EXPECT_EQ(info.maxValue(UnitSystem::Metric), 255.0F);
-  EXPECT_EQ(info.maxValue(UnitSystem::Imperial), 0.0F);
-  EXPECT_EQ(info.unit(UnitSystem::Imperial), Unit::NoUnit);
-  EXPECT_EQ(info.uid(), 133);
-  EXPECT_EQ(info.pid(), ParameterIdentifier::VehicleSpeed);
-}
-
 TEST(ParameterIdentifier, NotationAndUid) {
   for (const auto& [id, text] : {std::pair(5, "$05"), {12, "$0C"}, {0xF4, "$F4"}, {0x1234, "$1234"}}) {
     EXPECT_EQ(ParameterIdentifier(id).toString(), text);
@@ -144,15 +131,10 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
     const auto frozen = factory.createFreezeFrameParameter(pid, 7);
     EXPECT_EQ(live != nullptr, registered || id == 0x01 || inRange(244, 247));
     EXPECT_EQ(frozen != nullptr, registered);
-    if (live) {
-      EXPECT_EQ(live->pid(), id);
-      EXPECT_FALSE(live->description(ecu).empty());
-      for (const auto& info : live->sensorInfo(ecu)) {
-        EXPECT_EQ(info->pid(), id);
-      }
-    }
+    EXPECT_TRUE(!live || (live->pid() == id && !live->description(ecu).empty()));
     if (live && frozen) {
       ++count;
+      EXPECT_TRUE(std::ranges::all_of(live->sensorInfo(ecu), [id](auto& info) { return info->pid() == id; }));
       fake::Bytes request = fake::bytes("FF");
       frozen->requestData(request);
       EXPECT_EQ(request, (fake::Bytes{0x02, static_cast<unsigned char>(id), 7}));
@@ -161,9 +143,9 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
     }
   }
   EXPECT_EQ(count, 119);
-  using Id = ParameterIdentifier;
-  EXPECT_TRUE(std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(Id(1).id())));
-  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(Id::Torque)));
+  EXPECT_TRUE(
+      std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(ParameterIdentifier(1).id())));
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(ParameterIdentifier::Torque)));
 }
 
 TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {

@@ -206,10 +206,7 @@ TEST_F(ConnectionManagerTest, ABusThatDoesNotOpenGivesItsReason) {
   EXPECT_FALSE(open(nullptr));
   EXPECT_FALSE(manager.openBluetooth({"x", "not an address", 1}, VehicleProtocol::Automatic));
   EXPECT_EQ(listener.heard(), "10D");
-}
-
-TEST_F(ConnectionManagerTest, CloseBreaksOffABusThatIsBeingOpened) {
-  for (const std::uint32_t wait : {0U, 50U, 100U, 101U, 500U}) {
+  for (const std::uint32_t wait : {0U, 50U, 100U, 101U, 500U}) {  // broken off in between
     ASSERT_TRUE(open(makeStuckBus(60000)));
     CTime::msleep(wait);
     const std::uint32_t start = CTime::milliseconds();
@@ -325,27 +322,6 @@ TEST_F(ConnectionManagerTest, TellsItsStateAtOnceWhileTheAdapterIsBusy) {
   manager.close();
 }
 
-TEST_F(ConnectionManagerTest, ALostLinkIsToldOnceAndTheRestIsLeftToClose) {
-  simulator::AdapterOptions options;
-  std::atomic<bool> lose{false};
-  std::shared_ptr<hostos::IMessageBus> bus;
-  options.faults.onExchange = [&](unsigned, const std::string&) {
-    if (lose) {
-      bus->close();
-    }
-  };
-  bus = makeBus(options);
-  openAndWait(bus, "1234C");
-  lose = true;
-  obd::ResponseMap responses;
-  EXPECT_NE(manager.proxy()->sendRequest({0x01, 0x0C}, responses, 200), 0);
-  waitFor("1234CD");
-  EXPECT_FALSE(manager.isConnected());
-  EXPECT_NE(manager.device(), nullptr);
-  manager.close();
-  EXPECT_EQ(listener.heard(), "1234CDD");
-}
-
 TEST_F(ConnectionManagerTest, LoggersSeeTheTrafficOnceFromThePhaseOfTheAdapterOn) {
   Logger early;
   Logger inPhase1;
@@ -387,14 +363,12 @@ std::shared_ptr<hostos::IMessageBus> makeQuickBus(simulator::AdapterOptions opti
 class StubbornFrontEnd {
  public:
   explicit StubbornFrontEnd(obd::IConnectionManager& manager) {
-    m_observer.onEvent = [this, &manager] {
-      if (m_observer.events.back() == "disconnected") {
-        CTime::msleep(slowness);
-        if (++openings <= 20) {
-          EXPECT_TRUE(manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
-        }
+    m_observer.when("disconnected", [this, &manager] {
+      CTime::msleep(slowness);
+      if (++openings <= 20) {
+        EXPECT_TRUE(manager.openBus(makeQuickBus(), VehicleProtocol::Automatic));
       }
-    };
+    });
     m_service->attach(&m_observer);
   }
 
@@ -475,9 +449,7 @@ TEST(ConnectionNotifier, TellsPriorityByPriority) {
        {std::pair(2, &a), {1, &b}, {1, &c}, {0, &d}, {0, &d}, {3, &a}, {-1, &a}}) {
     notifier.attach(priority, listener);
   }
-  EXPECT_FALSE(notifier.isConnected());
   notifier.onConnected();
-  EXPECT_TRUE(notifier.isConnected());
   notifier.detach(0, &d);
   notifier.detach(0, &b);
   notifier.onConnectionPhase(IConnectionListener::PhaseFailed, "");

@@ -118,6 +118,14 @@ TEST_F(InformationServicesTest, TellWhichParametersThereAre) {
       last = pid;
     }
     EXPECT_EQ(last, unit == Engine ? 247 : 246);  // boost pressure needs a sensor
+    // To be polled there are all that the unit has, but what is told in other ways.
+    std::vector<int> polled;
+    for (const auto& parameter : sensors->parameters()) {
+      polled.push_back(parameter->pid());
+      EXPECT_TRUE(offers(offered, polled.back()) && polled.back() != 0x01) << polled.back();
+    }
+    EXPECT_TRUE(std::is_sorted(polled.begin(), polled.end()) && polled.back() == last);
+    EXPECT_EQ(obd::SensorServiceBuilder::createSensorService()->parameters().size(), polled.size());
     EXPECT_FALSE(ecus->isParameterSupported(nullptr));
   }
   // An engine said to burn diesel fuel lacks what consumption is worked out from.
@@ -155,15 +163,11 @@ TEST_F(InformationServicesTest, CountForAnOverview) {
     select(Engine);
     const auto change = [&] {
       ofSummary.onEvent = nullptr;
+      ofSummary.events.clear();
       select(Gearbox);
       summary->refresh();
     };
-    ofSummary.onEvent = [&] {
-      if (ofSummary.events.back() == moment) {
-        ofSummary.events.clear();
-        change();
-      }
-    };
+    ofSummary.when(moment, change);
     summary->refresh();
     if (*moment == '\0') {
       change();

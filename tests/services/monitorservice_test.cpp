@@ -55,21 +55,6 @@ class MonitorServicesTest : public AllServicesTest {
   }
 };
 
-// The second unit takes what the first one refuses.
-TEST_F(MonitorServicesTest, TellWhoRefusesARoutine) {
-  ASSERT_TRUE(open(CanCar));
-  routines->runTest(2);
-  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Refused);
-  EXPECT_EQ(routines->lastReply().nack, obd::NackConditionsNotCorrect);
-  EXPECT_FALSE(monitors->readMonitorsSinceReset().empty());
-  EXPECT_EQ(monitors->lastReply().kind, obd::UnitReply::Accepted);
-  select(0x7E9);
-  routines->runTest(2);
-  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Accepted);
-  routines->runTest(3);
-  EXPECT_EQ(routines->lastReply().kind, obd::UnitReply::Nothing);
-}
-
 TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
   ASSERT_TRUE(open(CanCar));
   for (const int kind : {0, 1, 2, 7}) {
@@ -87,6 +72,7 @@ TEST_F(MonitorServicesTest, TellMonitorsOfTheSelectedUnit) {
                    "monitor failed", "done"}));
   EXPECT_EQ(text(monitors->readMonitorsSinceReset()), " 0+ 1- 2+ 3+ 4x 5- 6x 7+ 8+ 9x");
   EXPECT_EQ(text(monitors->readMonitorsThisCycle()), " 0+ 1o 2+ 3o 4x 5+ 6x 7- 8o 9x");
+  EXPECT_EQ(monitors->lastReply().kind, obd::UnitReply::Accepted);
   EXPECT_EQ(monitors->readMonitorsThisCycle()[5]->description, "Evaporative System");
 
   // The new units come with the next reading.
@@ -174,12 +160,19 @@ TEST_F(MonitorServicesTest, RunRoutines) {
   EXPECT_EQ(text(std::vector{routines->runTest(4), routines->runTest(5), routines->runTest(3)}),
             " 4:0 Acknowledged 5:1 Busy 3:3 Acknowledged");
   EXPECT_FALSE(routines->runTest(-1) || routines->runTest(0x101));
+  const auto replyTo = [this](int tid) {
+    routines->runTest(tid);
+    return std::pair(routines->lastReply().kind, routines->lastReply().nack);
+  };
+  EXPECT_EQ(replyTo(2), std::pair(obd::UnitReply::Refused, int{obd::NackConditionsNotCorrect}));
+  EXPECT_EQ(replyTo(3), std::pair(obd::UnitReply::Nothing, 0));
   EXPECT_EQ(timesAsked("0801"), 1U);
 
   routines->startTest(1);
   select(0x7E9);
   EXPECT_EQ(text(routines->tests()), " 2:3 Acknowledged");
   EXPECT_FALSE(routines->startTest(1));
+  EXPECT_EQ(replyTo(2), std::pair(obd::UnitReply::Accepted, 0));
   routines->startTest(2);
   EXPECT_EQ(hear(ofRoutines), (Texts{"void", "test 2:0 Acknowledged", "done"}));
 

@@ -139,6 +139,18 @@ class OrdersOfCalls : public AllServicesTest {
       {"oxygen", ofOxygen, [this] { oxygen->refresh(); }, {"status complete", "done"}, {"status", "done"}},
       walk};
 
+  void refreshBatches() {
+    for (const Batch& batch : batches) {
+      batch.refresh();
+    }
+    sensors->refresh({Rpm});
+  }
+  void expectWholeBatches() {
+    for (const Batch& batch : batches) {
+      batch.refresh();
+      EXPECT_EQ(settle(batch.heard), batch.engine) << batch.name;
+    }
+  }
   // Selects the other unit at each moment of a refresh, to and fro in between. `again`: and refreshes.
   void selectAtEveryMoment(bool again);
   // Everything refreshes when the connection ends like this.
@@ -174,11 +186,11 @@ TEST_F(OrdersOfCalls, RefreshFromWithinAnObserver) {
     for (const std::string& moment : batch.engine) {
       SCOPED_TRACE(batch.name + moment);
       int rounds = 0;
-      batch.heard.onEvent = [&] {
-        if (batch.heard.events.back() == moment && ++rounds < 3) {
+      batch.heard.when(moment, [&] {
+        if (++rounds < 3) {
           batch.refresh();
         }
-      };
+      });
       batch.refresh();
       EXPECT_TRUE(pumpUntil([&] { return rounds >= 3; }, 20000));
       const Texts all = settle(batch.heard);
@@ -207,11 +219,9 @@ void OrdersOfCalls::selectAtEveryMoment(bool again) {
         const Texts before = batch.heard.take();
         EXPECT_TRUE(before ==
                     Texts(batch.engine.begin(), batch.engine.begin() + static_cast<long>(before.size())));
-        batch.heard.onEvent = [&batch, again] {  // outlives this function
-          if (again && batch.heard.events.back() == "void") {
-            batch.refresh();
-          }
-        };
+        if (again) {
+          batch.heard.when("void", [&batch] { batch.refresh(); });  // outlives this function
+        }
         for (const unsigned unit : toAndFro ? std::vector{Gearbox, Engine, Gearbox} : std::vector{Gearbox}) {
           EXPECT_EQ(batch.heard.take(), Texts());
           select(unit);
@@ -249,12 +259,10 @@ TEST_F(OrdersOfCalls, SelectAnotherUnitAndRefreshInOnInvalidated) {
     forgetAll();
     sensors->refresh({Rpm});
     pumpFor(moment);
-    ofSensors.onEvent = [this] {
-      if (ofSensors.events.back() == "void") {
-        ofSensors.take();
-        sensors->refresh({Rpm});
-      }
-    };
+    ofSensors.when("void", [this] {
+      ofSensors.take();
+      sensors->refresh({Rpm});
+    });
     select(Gearbox);
     const Texts heard = hear(ofSensors, 1000);
     EXPECT_TRUE(heard.size() >= 7 && heard.size() <= 10) << heard.size();
@@ -274,12 +282,10 @@ TEST_F(OrdersOfCalls, ChangeTheUnitSystemInMidRefresh) {
     sensors->refresh({Speed});
     pumpFor(moment);
     const Texts before = ofCodes.take();
-    ofCodes.onEvent = [this] {
-      if (ofCodes.events.back() == "void") {
-        ofCodes.frameSensors.clear();
-        walk.refresh();
-      }
-    };
+    ofCodes.when("void", [this] {
+      ofCodes.frameSensors.clear();
+      walk.refresh();
+    });
     facade->settings()->setUnitSystem(UnitSystem::Imperial);
     EXPECT_EQ(ofSensors.take().back(), "void");
     Texts told = settle(ofCodes);
@@ -309,10 +315,7 @@ void OrdersOfCalls::endAtEveryMoment(const std::function<void()>& end) {
     SCOPED_TRACE(moment);
     makeAll();
     ASSERT_TRUE(open(Car, 30));
-    for (const Batch& batch : batches) {
-      batch.refresh();
-    }
-    sensors->refresh({Rpm});
+    refreshBatches();
     pumpFor(moment);
     forgetAll();
     end();
@@ -355,9 +358,7 @@ TEST_F(OrdersOfCalls, OpenFromWithinOnDisconnected) {
     SCOPED_TRACE(lost);
     makeAll();
     ASSERT_TRUE(open(Car, 30));
-    for (const Batch& batch : batches) {
-      batch.refresh();
-    }
+    refreshBatches();
     pumpFor(50);
     forgetAll();
     simulator::AdapterOptions options;
@@ -390,12 +391,10 @@ TEST_F(OrdersOfCalls, CloseFromWithinAnObserver) {
       SCOPED_TRACE(batch.name + moment);
       makeAll();
       ASSERT_TRUE(open(Car));
-      batch.heard.onEvent = [&] {
-        if (batch.heard.events.back() == moment) {
-          batch.heard.take();
-          manager().close();
-        }
-      };
+      batch.heard.when(moment, [&] {
+        batch.heard.take();
+        manager().close();
+      });
       batch.refresh();
       sensors->refresh({Rpm});
       EXPECT_TRUE(pumpUntil([&] { return !manager().isConnected(); }, 10000));
@@ -428,10 +427,7 @@ TEST_F(OrdersOfCalls, RefreshWithAFullQueue) {
   for (std::size_t i = 0; i <= Entries; ++i) {
     console->sendRequest("0902", 1000);
   }
-  for (const Batch& batch : batches) {
-    batch.refresh();  // says that there is a connection, and no more
-  }
-  sensors->refresh({Rpm});
+  refreshBatches();  // says that there is a connection, and no more
   const std::uint32_t start = hostos::CTime::milliseconds();
   EXPECT_TRUE(codes->readConfirmedCodes().empty() && sensors->readSensors(Rpm).empty());
   EXPECT_EQ(hostos::CTime::milliseconds(), start);
@@ -440,34 +436,21 @@ TEST_F(OrdersOfCalls, RefreshWithAFullQueue) {
   pumpFor(1000);
   EXPECT_EQ(ofConsole.take().size(), 1 + Entries);
   EXPECT_EQ(hearAll(0), "");
-  for (const Batch& batch : batches) {
-    batch.refresh();
-    EXPECT_EQ(settle(batch.heard), batch.engine);
-  }
+  expectWholeBatches();
 }
 
 TEST_F(OrdersOfCalls, OnInvalidatedAtAConnect) {
   for (const Batch& batch : batches) {
     SCOPED_TRACE(batch.name);
     forgetAll();
-    batch.heard.onEvent = [&] {
-      if (batch.heard.events.back() == "void") {
-        batch.refresh();  // of no use yet
-      }
-    };
-    ofSensors.onEvent = [this] {
-      if (ofSensors.events.back() == "void") {
-        sensors->refresh({Speed});
-      }
-    };
-    ofConnection.onEvent = [&] {
-      if (ofConnection.events.back() == "connected") {
-        EXPECT_EQ(batch.heard.take(), &batch.heard != &ofSummary ? Texts{"void"} : Texts());
-        EXPECT_EQ(ofSensors.take(), Texts{"void"});
-        batch.refresh();
-        sensors->refresh({Rpm});
-      }
-    };
+    batch.heard.when("void", [&] { batch.refresh(); });  // of no use yet
+    ofSensors.when("void", [this] { sensors->refresh({Speed}); });
+    ofConnection.when("connected", [&] {
+      EXPECT_EQ(batch.heard.take(), &batch.heard != &ofSummary ? Texts{"void"} : Texts());
+      EXPECT_EQ(ofSensors.take(), Texts{"void"});
+      batch.refresh();
+      sensors->refresh({Rpm});
+    });
     ASSERT_TRUE(ServiceTest::open(Car));
     EXPECT_EQ(settle(batch.heard), batch.engine);
     const Texts heard = ofSensors.take();
@@ -483,25 +466,18 @@ TEST_F(OrdersOfCalls, MakeAServiceWhileConnected) {
   EXPECT_EQ(hearAll(1000), "");
   const auto offers = [this] { return ecus->isParameterSupported(sensors->parameters().front()); };
   EXPECT_FALSE(offers());  // the one thing that a service learns only with the next unit
-  for (const Batch& batch : batches) {
-    batch.refresh();
-    EXPECT_EQ(settle(batch.heard), batch.engine);
-  }
+  expectWholeBatches();
   select(Engine);
   EXPECT_TRUE(offers());
 
   // From within `onConnected`, too.
   close();
   forgetAll();
-  ofConnection.onEvent = [this] {
-    if (ofConnection.events.back() == "connected") {
-      makeServices();
-      for (Recorder* const heard : recorders) {
-        heard->take();
-      }
-      batches[0].refresh();
-    }
-  };
+  ofConnection.when("connected", [this] {
+    makeServices();
+    ofCodes.take();
+    batches[0].refresh();
+  });
   ASSERT_TRUE(ServiceTest::open(Car));
   EXPECT_EQ(settle(ofCodes), batches[0].engine);
 }
@@ -515,10 +491,7 @@ TEST_F(OrdersOfCalls, ReleaseFacadeAndServicesInAnyOrder) {
     for (const bool closedBefore : {false, true}) {
       SCOPED_TRACE(place);
       ASSERT_TRUE(open(Car, 30));
-      for (const Batch& batch : batches) {
-        batch.refresh();
-      }
-      sensors->refresh({Rpm});
+      refreshBatches();
       pumpFor(40);
       for (std::size_t i = 0; i <= std::size(releases); ++i) {
         if (i == place) {
@@ -633,14 +606,12 @@ TEST_F(OrdersOfCalls, DropServicesFromWithinAnObserver) {
   for (const Batch& batch : batches) {
     for (const std::string& moment : batch.engine) {
       SCOPED_TRACE(batch.name + moment);
-      batch.heard.onEvent = [&] {
-        if (batch.heard.events.back() == moment) {
-          batch.heard.onEvent = nullptr;
-          makeServices();  // in place of the old ones
-          batch.heard.take();
-          batch.refresh();
-        }
-      };
+      batch.heard.when(moment, [&] {
+        batch.heard.onEvent = nullptr;
+        makeServices();  // in place of the old ones
+        batch.heard.take();
+        batch.refresh();
+      });
       batch.refresh();
       EXPECT_TRUE(pumpUntil([&] { return !batch.heard.onEvent; }, 10000));
       if (batch.endsWith(moment)) {
@@ -787,7 +758,7 @@ TEST_F(OrdersOfCalls, ClearCodesInMidWalk) {
 }
 
 TEST_F(OrdersOfCalls, WalkWithACodeInEveryFrame) {
-  std::string car = "name = x\nprotocol = 6\nengine = petrol\n[unit ECM 7E8]\n01 0D = 32\ncodes = P0171\n";
+  std::string car = "name = x\nprotocol = 6\nengine = petrol\n[unit ECM 7E8]\n01 0D = 32\n";
   for (int frame = 0; frame <= 255; ++frame) {
     car += "freeze " + std::to_string(frame) + " = P0171\n";
   }

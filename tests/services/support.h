@@ -34,13 +34,14 @@ class CommandLog {
 };
 
 /// Pumps the dispatcher, like a front end's event loop, until the condition holds or the time is over.
-inline bool pumpUntil(const std::function<bool()>& condition, std::uint32_t limit = 120000) {
+inline bool pumpUntil(const std::function<bool()>& condition, std::uint32_t limit = 120000,
+                      std::uint32_t step = 2) {
   const std::uint32_t start = hostos::CTime::milliseconds();
   while (!condition()) {
     if (hostos::CTime::milliseconds() - start > limit) {
       return false;
     }
-    hostos::CTime::msleep(2);
+    hostos::CTime::msleep(step);
     obd::Dispatcher::getInstance().dispatch();
   }
   return true;

@@ -76,6 +76,14 @@ class Recorder : public obd::IConnectionServiceObserver,
  public:
   long count(const std::string& event) const { return std::count(events.begin(), events.end(), event); }
   Texts take() { return std::exchange(events, {}); }
+  /// Acts on each of these events; one action at a time.
+  void when(const std::string& event, const std::function<void()>& action) {
+    onEvent = [this, event, action] {
+      if (!events.empty() && events.back() == event) {
+        action();
+      }
+    };
+  }
   void forget() {
     take();
     told.clear();
@@ -237,16 +245,7 @@ struct Services {
     (codes = obd::TroubleCodeServiceBuilder::createTroubleCodeService())->attach(of[6]);
     (sensors = obd::SensorServiceBuilder::createSensorService())->attach(of[7]);
   }
-  void dropServices() {
-    ecus.reset();
-    summary.reset();
-    console.reset();
-    monitors.reset();
-    oxygen.reset();
-    routines.reset();
-    codes.reset();
-    sensors.reset();
-  }
+  void dropServices() { *this = {}; }
 
   std::shared_ptr<obd::IEcuService> ecus;
   std::shared_ptr<obd::ISummaryService> summary;

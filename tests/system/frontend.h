@@ -1,13 +1,10 @@
 #pragma once
 
-#include <algorithm>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <hostos/time.h>
 
 #include "dispatch/dispatcher.h"
 #include "dispatch/updatequeue.h"
@@ -20,7 +17,6 @@ class FrontEnd : public Services {
  public:
   FrontEnd()
       : m_facade(obd::ObdVelmaraBuilder::createObdVelmara(1, 2, 3, std::make_shared<MemorySettings>())) {
-    obd::Dispatcher::getInstance().attach(&m_bell);
     (connection = obd::ConnectionServiceBuilder::createConnectionService())->attach(&heard);
     renewServices();
   }
@@ -30,7 +26,6 @@ class FrontEnd : public Services {
     dropServices();
     connection.reset();
     m_facade.reset();
-    obd::Dispatcher::getInstance().detach(&m_bell);
     // What is still queued would hold up the next front end: an entry whose object has gone ends a pass.
     for (std::size_t i = 0; i < obd::UpdateQueue::Capacity; ++i) {
       obd::Dispatcher::getInstance().dispatch();
@@ -64,20 +59,10 @@ class FrontEnd : public Services {
   /// What the connection went through: a phase by its digit, C connected, D disconnected.
   bool has(char event) const { return heard.course.find(event) != std::string::npos; }
 
-  /// The event loop: sleeps until the library wants to be heard, looks at the condition after each pass.
+  /// The event loop, in steps of 10 ms.
   bool run(const std::function<bool()>& condition, std::uint32_t limit) {
-    const std::uint32_t start = hostos::CTime::milliseconds();
-    while (true) {
-      obd::Dispatcher::getInstance().dispatch();
-      if (condition()) {
-        return true;
-      }
-      const std::uint32_t elapsed = hostos::CTime::milliseconds() - start;
-      if (elapsed >= limit) {
-        return false;
-      }
-      m_bell.wait(std::min<std::uint32_t>(limit - elapsed, 1000));
-    }
+    obd::Dispatcher::getInstance().dispatch();
+    return pumpUntil(condition, limit, 10);
   }
   void run(std::uint32_t time) {
     run([] { return false; }, time);
@@ -87,28 +72,5 @@ class FrontEnd : public Services {
   std::shared_ptr<obd::IConnectionService> connection;
 
  private:
-  // Rung from any thread, so it is whole before anybody knows it and until nobody does.
-  class Bell final : public obd::IDispatchRunner {
-   public:
-    void runDispatch() override {
-      const std::lock_guard guard(m_mutex);
-      m_rung = true;
-      m_condition.notifyAll();
-    }
-    void wait(std::uint32_t time) {
-      std::unique_lock lock(m_mutex);
-      if (!m_rung) {
-        m_condition.wait(lock, time);
-      }
-      m_rung = false;
-    }
-
-   private:
-    std::mutex m_mutex;
-    hostos::WaitCondition m_condition;
-    bool m_rung = false;
-  };
-
-  Bell m_bell;
   std::shared_ptr<obd::IObdVelmara> m_facade;
 };

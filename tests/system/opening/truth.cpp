@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
+#include <algorithm>
 
 #include "link/iadapter.h"
 #include "parameters/ecuname.h"
@@ -87,26 +87,7 @@ const Identity& identityOf(Personality personality) {
       {Personality::Kiwi, "PLXKiwi v1.4", "PLX Kiwi interface", true},
       {Personality::Unknown, "OBD interface", "", false},
   };
-  for (const Identity& identity : identities) {
-    if (identity.personality == personality) {
-      return identity;
-    }
-  }
-  throw std::runtime_error("a personality without an identity");
-}
-
-std::string plainName(const std::string& name) {
-  std::string plain;
-  bool begins = true;
-  for (const char c : name) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
-      plain.push_back(begins ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c);
-      begins = false;
-    } else {
-      begins = true;
-    }
-  }
-  return plain;
+  return *std::ranges::find(identities, personality, &Identity::personality);
 }
 
 void expectAdapter(obd::IAdapter* adapter, const Identity& identity, const Truth& truth) {
@@ -120,13 +101,10 @@ void expectVehicle(obd::IObdProxy& proxy, const Truth& truth) {
   ASSERT_TRUE(proxy.isConnected());
   const std::vector<std::shared_ptr<obd::IEcu>> found = proxy.ecus();
   ASSERT_EQ(found.size(), truth.units().size());
-  std::vector<const Unit*> units;
-  for (const Unit& unit : truth.units()) {
-    units.push_back(&unit);
-  }
-  std::sort(units.begin(), units.end(), [](const Unit* a, const Unit* b) { return a->id < b->id; });
+  std::vector<Unit> units = truth.units();
+  std::ranges::sort(units, {}, &Unit::id);
   for (std::size_t i = 0; i < units.size(); ++i) {
-    const Unit& unit = *units[i];
+    const Unit& unit = units[i];
     const obd::IEcu& ecu = *found[i];
     SCOPED_TRACE(unit.name);
     EXPECT_EQ(ecu.id(), unit.id);
@@ -135,18 +113,12 @@ void expectVehicle(obd::IObdProxy& proxy, const Truth& truth) {
     EXPECT_FALSE(ecu.description().empty());
     for (const obd::ObdMode mode : {obd::ObdMode::Mode01, obd::ObdMode::Mode09}) {
       const std::vector<unsigned char> list = ecu.supportedIds(mode, 0);
-      std::set<unsigned> supported;
-      std::size_t real = 0;
-      for (const unsigned char id : list) {
-        if (id < FirstCalculated) {
-          supported.insert(id);
-          ++real;
-        }
-      }
-      EXPECT_EQ(real, supported.size()) << "told twice";
+      std::multiset<unsigned> supported(list.begin(), list.end());
+      supported.erase(supported.lower_bound(FirstCalculated), supported.end());
       std::set<unsigned> expected = truth.answered(unit, static_cast<unsigned>(mode));
       expected.insert(0);  // is asked for in any case
-      EXPECT_EQ(supported, expected) << static_cast<int>(mode);
+      EXPECT_EQ(supported, std::multiset<unsigned>(expected.begin(), expected.end()))
+          << static_cast<int>(mode);
     }
   }
 }

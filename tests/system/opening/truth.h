@@ -43,9 +43,6 @@ struct Identity {
 };
 const Identity& identityOf(simulator::Personality personality);
 
-/// "Diamex", "PetrolCan11": what GoogleTest takes for a name.
-std::string plainName(const std::string& name);
-
 /// Compares everything that an opening finds out with the truth.
 void expectVehicle(obd::IObdProxy& proxy, const Truth& truth);
 void expectAdapter(obd::IAdapter* adapter, const Identity& identity, const Truth& truth);

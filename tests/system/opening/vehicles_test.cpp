@@ -46,6 +46,7 @@ class EveryPair : public testing::TestWithParam<std::tuple<PersonalityName, std:
 
 TEST_P(EveryPair, Opens) {
   const auto& [adapter, name] = GetParam();
+  SCOPED_TRACE(std::string(adapter.name) + " on " + name);
   const auto vehicle = loadAt(name, Cruise);
   const Truth truth(vehicle);
   AdapterOptions options;
@@ -68,31 +69,7 @@ TEST_P(EveryPair, Opens) {
 
 INSTANTIATE_TEST_SUITE_P(All, EveryPair,
                          testing::Combine(testing::ValuesIn(simulator::personalities()),
-                                          testing::ValuesIn(simulator::vehicleNames())),
-                         [](const auto& pair) {
-                           return plainName(std::get<0>(pair.param).name) +
-                                  plainName(std::get<1>(pair.param));
-                         });
-
-// A chosen protocol is as good as a search, and a wrong one finds nothing.
-TEST(ChosenProtocol, IsTheOnlyOneTried) {
-  const VirtualClock clock;
-  FrontEnd house;
-  for (const std::string name : {"petrol-can29", "kwp-fast"}) {
-    const auto vehicle = loadAt(name, Cruise);
-    const Truth truth(vehicle);
-    for (int number = 1; number <= 9; ++number) {
-      SCOPED_TRACE(name + " " + std::to_string(number));
-      const bool right = number == vehicle->protocol();
-      EXPECT_EQ(house.open(simulator::makeBus(vehicle), static_cast<obd::VehicleProtocol>(number)), right);
-      if (right) {
-        expectVehicle(*house.proxy(), truth);
-      }
-      house.manager().close();
-      house.run(50);
-    }
-  }
-}
+                                          testing::ValuesIn(simulator::vehicleNames())));
 
 // --- The application's locale ---
 
@@ -181,6 +158,7 @@ class EverySerialRate : public testing::TestWithParam<std::tuple<PersonalityName
 
 TEST_P(EverySerialRate, IsFoundAndRaised) {
   const auto& [personality, start] = GetParam();
+  SCOPED_TRACE(std::string(personality.name) + " at " + std::to_string(start));
   const Identity& identity = identityOf(personality.personality);
   const auto vehicle = loadAt("can11-250", Cruise);
   const Truth truth(vehicle);
@@ -213,155 +191,27 @@ TEST_P(EverySerialRate, IsFoundAndRaised) {
 
 INSTANTIATE_TEST_SUITE_P(All, EverySerialRate,
                          testing::Combine(testing::ValuesIn(simulator::personalities()),
-                                          testing::Values(9600, 19200, 38400, 57600, HighestRate)),
-                         [](const auto& pair) {
-                           return plainName(std::get<0>(pair.param).name) + "At" +
-                                  std::to_string(std::get<1>(pair.param));
-                         });
+                                          testing::Values(9600, 19200, 38400, 57600, HighestRate)));
 
-// Noise on the answer to a new rate, or a line that does not stand it: the old rate goes on.
-TEST(SerialRate, StaysWhereARaiseFails) {
+TEST(ManyUnits, AnswerInPiecesAndAreToldApart) {
   const VirtualClock clock;
-  const auto vehicle = loadAt("can11-250", Cruise);
-  const Truth truth(vehicle);
-  for (const auto kind : {simulator::Fault::Kind::Silence, simulator::Fault::Kind::ErrorWord,
-                          simulator::Fault::Kind::HalfReply, simulator::Fault::Kind::LateReply}) {
-    SCOPED_TRACE(static_cast<int>(kind));
-    for (unsigned exchange = 0; exchange < 14; ++exchange) {
-      SCOPED_TRACE(exchange);
-      AdapterOptions options;
-      options.baudrate = 38400;
-      options.faults.add(kind, exchange, kind == simulator::Fault::Kind::LateReply ? 700 : 0, "BUS ERROR");
-      const auto adapter = std::make_shared<ElmAdapter>(vehicle, options);
-      const auto bus = simulator::makeSerialBus(adapter, 9600);
-      obd::Connection connection(bus);
-      ASSERT_EQ(connection.connect(), 0);
-      const auto device = obd::DeviceDetector(obd::SerialDescriptor("port", ""), bus).detect(&connection);
-      if (!device->init()) {
-        continue;  // struck where the opening cannot do without
-      }
-      EXPECT_EQ(adapter->baudrate(), bus->baudrate());
-      EXPECT_EQ(device->interfaceName(), "ELM327 v1.5");
-    }
-  }
-}
-
-TEST(SerialRate, IsTakenWhereItIsTold) {
-  const VirtualClock clock;
-  const auto vehicle = loadAt("kwp-slow", Cruise);
-  const Truth truth(vehicle);
-  struct Row {
-    int adapter;
-    int initial;
-    int wanted;
-  };
-  for (const Row& row : {Row{38400, 0, 38400}, Row{38400, 38400, HighestRate}, Row{19200, 19200, 57600},
-                         Row{HighestRate, HighestRate, HighestRate}}) {
-    SCOPED_TRACE(row.wanted);
-    AdapterOptions options;
-    options.baudrate = row.adapter;
-    const auto adapter = std::make_shared<ElmAdapter>(vehicle, options);
-    Port port(adapter, row.wanted);
-    ASSERT_NO_FATAL_FAILURE(port.open(obd::SerialDescriptor("port", row.wanted, row.initial, "")));
-    EXPECT_EQ(adapter->baudrate(), row.wanted);
-    EXPECT_EQ(port.rate(), row.wanted);
-    expectVehicle(*port.proxy, truth);
-  }
-}
-
-// --- Many units ---
-
-class ManyUnits : public testing::Test {
- protected:
-  ManyUnits() { m_options.latency = 2; }
-
-  VirtualClock m_clock;
-  AdapterOptions m_options;
-  FrontEnd m_house;
-};
-
-TEST_F(ManyUnits, AnswerAtOnceAndAreToldApart) {
   const auto vehicle = loadAt("eight-units", Cruise);
   const Truth truth(vehicle);
-  for (const bool pieces : {false, true}) {
-    SCOPED_TRACE(pieces);
-    if (pieces) {
-      m_options.faults.addAlways(simulator::Fault::Kind::Split, 5);
-      m_options.faults.addAlways(simulator::Fault::Kind::Jitter, 30);
-    }
-    ASSERT_TRUE(m_house.open(simulator::makeBus(vehicle, m_options)));
-    expectVehicle(*m_house.proxy(), truth);
-    for (const simulator::Unit& unit : truth.units()) {
-      m_house.units().selectEcu(unit.id);
-      expectLiveValue(m_house, truth, unit);
-    }
-
-    // The frames of long messages come mixed, or the test would be worth little.
-    std::string raw;
-    ASSERT_EQ(m_house.proxy()->sendCommand("0904", raw, 1000), obd::RequestAnswered);
-    std::erase(raw, ' ');
-    int changes = 0;
-    for (std::size_t at = 19; at + 3 <= raw.size(); at += 19) {  // three digits of identifier, eight bytes
-      changes += raw.compare(at, 3, raw, at - 19, 3) != 0 ? 1 : 0;
-    }
-    EXPECT_GT(changes, 10) << raw;
-
-    obd::CalibrationIds ids;
-    ASSERT_EQ(ids.update(m_house.proxy()), obd::IQuery::Updated);
-    for (const simulator::Unit& unit : truth.units()) {
-      const std::vector<std::string> texts = ids.calibrationIds(m_house.proxy()->ecu(unit.id));
-      ASSERT_EQ(texts.size(), 1U) << unit.name;
-      EXPECT_TRUE(texts.front().starts_with("VSIM30-" + unit.name)) << texts.front();
-    }
-    m_house.manager().close();
+  AdapterOptions options;
+  options.latency = 2;
+  options.faults = simulator::FaultPlan::parse("split:5,jitter:30");
+  FrontEnd house;
+  ASSERT_TRUE(house.open(simulator::makeBus(vehicle, options)));
+  expectVehicle(*house.proxy(), truth);
+  obd::CalibrationIds ids;
+  ASSERT_EQ(ids.update(house.proxy()), obd::IQuery::Updated);
+  for (const simulator::Unit& unit : truth.units()) {
+    house.units().selectEcu(unit.id);
+    expectLiveValue(house, truth, unit);
+    const std::vector<std::string> texts = ids.calibrationIds(house.proxy()->ecu(unit.id));
+    ASSERT_EQ(texts.size(), 1U) << unit.name;
+    EXPECT_TRUE(texts.front().starts_with("VSIM30-" + unit.name)) << texts.front();
   }
-}
-
-TEST_F(ManyUnits, GiveTheirOwnValuesWhileTheSelectionChanges) {
-  std::string text = "name = Eight speeds\nprotocol = 7\n";
-  std::map<unsigned, unsigned> speeds;
-  for (unsigned i = 0; i < 8; ++i) {
-    const std::string digit = std::to_string(i);
-    text += "[unit U" + digit + " 18DAF11" + digit + "]\nlatency = " + std::to_string(i % 3) + "\n01 0D = 6" +
-            digit + "\n01 1C = 07\n01 42 = 3" + digit + " 00\ncodes = P010" + digit + "\npending = none\n";
-    speeds[0x18DAF110 + i] = 0x60 + i;
-  }
-  const auto vehicle = Vehicle::parse(text, "test");
-  ASSERT_TRUE(m_house.open(simulator::makeBus(vehicle, m_options)));
-  expectVehicle(*m_house.proxy(), Truth(vehicle));
-
-  unsigned selected = 0x18DAF110;
-  m_house.heard.onEvent = [&] {
-    if (!m_house.heard.events.empty() && m_house.heard.events.back().starts_with("pid 13 ")) {
-      ASSERT_EQ(m_house.heard.values.size(), 1U);
-      const obd::SensorValueDataModel& value = *m_house.heard.values.front();
-      EXPECT_EQ(std::stof(value.value), static_cast<float>(speeds.at(selected)));
-      EXPECT_EQ(value.minimum, value.maximum);
-    }
-  };
-  for (const unsigned step : {0U, 3U, 7U, 1U, 1U, 6U}) {
-    selected = 0x18DAF110 + step;
-    m_house.units().selectEcu(selected);
-    m_house.run(20);
-    m_house.heard.forget();
-    m_house.sensors->refresh({0x0D, 0x42});
-    EXPECT_TRUE(m_house.codes->refreshConfirmedCodes());
-    m_house.run(1000);
-    EXPECT_GT(m_house.heard.told["pid"], 10U) << step;
-    EXPECT_EQ(m_house.heard.count("confirmed P010" + std::to_string(step)), 1);
-    const auto models = m_house.sensors->readSensors(0x0D);
-    ASSERT_EQ(models.size(), 1U);
-    EXPECT_EQ(std::stof(models.front()->value->value), static_cast<float>(speeds.at(selected)));
-    // From here on the next turn: the polling goes on right up to the change.
-  }
-
-  // A unit that is not there.
-  m_house.units().selectEcu(0x18DAF1FF);
-  m_house.run(20);
-  m_house.heard.forget();
-  m_house.sensors->refresh({0x0D});
-  m_house.run(500);
-  EXPECT_EQ(m_house.heard.told["pid"], 0U);
 }
 
 }  // namespace

@@ -1,4 +1,0 @@
-#pragma once
-
-/// Allocations of this thread by `new`, which this program replaces for the purpose.
-extern thread_local int allocations;
