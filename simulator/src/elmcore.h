@@ -164,7 +164,7 @@ class ElmAdapter::Core {
   int m_rate;
   int m_linkRate = 0;
   std::mt19937 m_random;
-  Reply m_behind;  // to the command before, of a faulty adapter
+  Reply m_behind;           // to the command before, of a faulty adapter
   std::uint32_t m_clock;    // last reading of the clock
   std::uint64_t m_now = 0;  // milliseconds since power on
   bool m_up = false;
