@@ -153,7 +153,7 @@ bool unitReplied(const Outcome& outcome, const std::string& name, const Bytes& p
   return std::ranges::any_of(outcome.responses, [&](const auto& entry) {
     const auto& [id, data] = entry;
     return (id == wanted || (wanted <= 0xFF && (id & 0xFF) == wanted)) &&
-           !std::ranges::search(data, part).empty();
+           std::search(data.begin(), data.end(), part.begin(), part.end()) != data.end();
   });
 }
 
