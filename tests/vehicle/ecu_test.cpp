@@ -19,7 +19,6 @@ using obd::IgnitionType;
 using obd::ObdMode;
 using obd::ObdProtocol;
 using obd::OxygenSensorLocation;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
