@@ -29,6 +29,7 @@ constexpr std::size_t VinLength = 17;
 constexpr std::size_t AddressLength = 17;  // of Bluetooth, with its colons
 constexpr std::size_t AddressDigits = 12;
 constexpr std::string_view OwnAddress = "020000";
+constexpr std::size_t MostNames = 200;
 constexpr std::size_t ShortestName = 3;   // of a host, that is looked for in words
 constexpr std::size_t DamagedDigits = 8;  // in a row, from which on a damaged line may hold data
 
@@ -54,7 +55,11 @@ constexpr SecretReply SecretReplies[] = {
     {{0x62, 0xF1, 0x98}, 3, 3, Secret::Bytes},  // of a tester, of the one that calibrated
     {{0x62, 0xF1, 0x9A}, 3, 3, Secret::Bytes},  //
     {{0x5A, 0x80}, 2, 2, Secret::Text},         // ISO 14230-3: all identifications,
-    {{0x5A, 0x90}, 2, 2, Secret::Vin}};         // VIN
+    {{0x5A, 0x90}, 2, 2, Secret::Vin},          // VIN
+    {{0x7C, 0x01}, 2, 2, Secret::Text},         // VIN in three blocks, as many J1850 VPW cars give it
+    {{0x7C, 0x02}, 2, 2, Secret::Text},         //
+    {{0x7C, 0x03}, 2, 2, Secret::Text}};        //
+
 constexpr std::string_view SecretServices[] = {"09", "22", "1A"};
 
 // What asks an adapter for its own number, and what sets it.
@@ -91,6 +96,18 @@ Found secretOf(const TracedMessage& message) {
     }
   }
   return {};
+}
+
+// What a request asks the vehicle for, also where it is a parameter of a command (STN11xx data sheet, STPX).
+std::string questionOf(const std::string& request) {
+  constexpr std::string_view Command = "STPX";
+  constexpr std::string_view Data = "D:";
+  const std::size_t data = request.starts_with(Command) ? request.find(Data) : std::string::npos;
+  if (data == std::string::npos) {
+    return request;
+  }
+  const std::size_t begin = data + Data.size();
+  return request.substr(begin, request.find(',', begin) - begin);
 }
 
 bool asksForSecret(std::string_view request) {
@@ -143,18 +160,17 @@ struct Value {
   }
 };
 
-// The vehicle's number at the end of a text, whatever was asked for; empty if there is none.
-std::string vinIn(const TracedBytes& data) {
-  std::string text;
-  for (const std::uint8_t byte : data.bytes) {
-    const bool isEnd = !isPrintable(byte);
-    if (isEnd && text.size() >= VinLength && Secrets::looksLikeVin(text.substr(text.size() - VinLength))) {
-      break;
+// The last thing in a text that looks like a vehicle's number, whatever was asked for; empty if there is
+// none.
+std::string vinIn(const std::vector<std::uint8_t>& bytes) {
+  for (std::size_t end = bytes.size(); end >= VinLength; --end) {
+    const auto last = bytes.begin() + static_cast<std::ptrdiff_t>(end);
+    const std::string text(last - static_cast<std::ptrdiff_t>(VinLength), last);
+    if (Secrets::looksLikeVin(text)) {
+      return text;
     }
-    text = isEnd ? std::string() : text + static_cast<char>(byte);
   }
-  const bool found = text.size() >= VinLength && Secrets::looksLikeVin(text.substr(text.size() - VinLength));
-  return found ? text.substr(text.size() - VinLength) : std::string();
+  return {};
 }
 
 void writeByte(std::string& text, std::size_t place, std::uint8_t byte) {
@@ -184,16 +200,19 @@ struct Reading {
 
   std::vector<Value> values(bool secret) const {
     std::vector<Value> result;
+    Begun begun;
     for (const TracedAnswer& answer : answers) {
       for (const TracedMessage& message : answer.messages) {
-        collect(message, secret, result);
+        collect(message, secret, result, begun);
       }
     }
     return result;
   }
 
  private:
-  static void collect(const TracedMessage& message, bool secret, std::vector<Value>& values) {
+  using Begun = std::map<std::pair<const SecretReply*, std::string>, std::size_t>;  // values, by place
+
+  static void collect(const TracedMessage& message, bool secret, std::vector<Value>& values, Begun& begun) {
     const Found found = secretOf(message);
     if (!message.whole && (found.row != nullptr || secret)) {
       values.push_back({message.unit, nullptr, message.data});
@@ -203,10 +222,9 @@ struct Reading {
       return;
     }
     // Before CAN the data come in several messages.
-    const auto before = std::find_if(values.begin(), values.end(), [&](const Value& value) {
-      return !message.isCan && value.row == found.row && value.unit == message.unit;
-    });
-    Value& value = before != values.end() ? *before : values.emplace_back(Value{message.unit, found.row, {}});
+    const auto [place, isFirst] = begun.try_emplace({found.row, message.unit}, values.size());
+    const bool goesOn = !isFirst && !message.isCan;
+    Value& value = goesOn ? values[place->second] : values.emplace_back(Value{message.unit, found.row, {}});
     value.data.append(message.data, found.at, message.data.size());
   }
 };
@@ -268,7 +286,7 @@ class Anonymizer {
 
   void learn(const TraceExchange& exchange) {
     const std::string text = simulator::answerOf(m_trace, exchange);
-    const Reading reading(text, exchange.request);
+    const Reading reading(text, questionOf(exchange.request));
     for (const Value& value : reading.values(false)) {
       for (const auto& [place, secret] : value.texts()) {
         if (value.row != nullptr) {
@@ -278,13 +296,11 @@ class Anonymizer {
     }
     for (const TracedAnswer& answer : reading.answers) {
       for (const TracedMessage& message : answer.messages) {
-        addVin(vinIn(message.data));
+        addVin(vinIn(message.data.bytes));
       }
     }
     if (const auto bytes = requestBytes(exchange.request)) {
-      TracedBytes data;
-      data.bytes = *bytes;
-      addVin(vinIn(data));
+      addVin(vinIn(*bytes));
     }
     if (std::find(std::begin(IdentifierQuestions), std::end(IdentifierQuestions), exchange.request) ==
         std::end(IdentifierQuestions)) {
@@ -294,8 +310,8 @@ class Anonymizer {
     while (begin < text.size()) {
       const std::size_t end = std::min(text.find_first_of("\r\n>", begin), text.size());
       const std::string line = text.substr(begin, end - begin);
-      if (line != exchange.request) {
-        addIdentifier(line);
+      if (line != exchange.request) {  // the answers of Bluetooth modules begin with OK+ADDR: or +ADDR:
+        addIdentifier(line.substr(line.find('+') < line.find(':') ? line.find(':') + 1 : 0));
       }
       begin = end + 1;
     }
@@ -353,13 +369,13 @@ class Anonymizer {
   void replace(const TraceExchange& exchange) {
     const std::string before = simulator::answerOf(m_trace, exchange);
     std::string text = before;
-    const Reading reading(before, exchange.request);
+    const Reading reading(before, questionOf(exchange.request));
     for (const TracedAnswer& answer : reading.answers) {
       for (const TracedMessage& message : answer.messages) {
         replacePieces(message.data, text);
       }
     }
-    const bool secret = asksForSecret(exchange.request);
+    const bool secret = asksForSecret(questionOf(exchange.request));
     for (const Value& value : reading.values(secret)) {
       replaceValue(value, text);
     }
@@ -613,6 +629,9 @@ class Anonymizer {
     m_names.try_emplace(text, link.text());
     if (target.size() >= ShortestName) {
       m_names.try_emplace(target, link.target);
+    }
+    if (m_names.size() > MostNames) {  // all of which are sought in every line of words
+      throw Failure(Failure::Kind::Unusable, "The trace holds too many links that are to be replaced.");
     }
   }
 
