@@ -158,8 +158,11 @@ void Secrets::replaceIn(std::string& text, Place place) const {
     const std::string_view match = std::string_view(text).substr(at, length);
     const auto digits = static_cast<std::size_t>(std::count_if(match.begin(), match.end(), isDigit));
     const bool isMixed = digits != 0 && digits != length;
-    const bool needsMore = !isMixed && (place == Place::Words || (best != nullptr && !best->isVin));
-    if (best == nullptr || isAllAlike(match) || (needsMore && length < ShortestWord)) {
+    const bool isVin = best != nullptr && best->isVin;
+    const std::size_t shortest = isMixed || (isVin && place == Place::Data) ? ShortestPiece
+                                 : digits == 0 && !isVin                    ? ShortestName
+                                                                            : ShortestWord;
+    if (best == nullptr || isAllAlike(match) || length < shortest) {
       ++at;
       continue;
     }

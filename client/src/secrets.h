@@ -18,6 +18,7 @@ class Secrets {
  public:
   static constexpr std::size_t ShortestPiece = 4;  // that may not stay anywhere
   static constexpr std::size_t ShortestWord = 5;   // likewise of letters alone or digits alone
+  static constexpr std::size_t ShortestName = 8;  // without a digit, as a unit's name may be part of a number
   static constexpr std::size_t Most = 10000;
 
   /// How a text stands for itself: what else is in a serial number stays, unless it is one of bytes.

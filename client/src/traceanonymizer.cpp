@@ -165,7 +165,7 @@ struct Value {
 std::string vinIn(const std::vector<std::uint8_t>& bytes) {
   for (std::size_t end = bytes.size(); end >= VinLength; --end) {
     const auto last = bytes.begin() + static_cast<std::ptrdiff_t>(end);
-    const std::string text(last - static_cast<std::ptrdiff_t>(VinLength), last);
+    std::string text(last - static_cast<std::ptrdiff_t>(VinLength), last);
     if (Secrets::looksLikeVin(text)) {
       return text;
     }
