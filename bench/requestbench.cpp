@@ -3,7 +3,9 @@
 // the library.
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -23,6 +25,10 @@
 #include "link/devicedetector.h"
 #include "link/elmscantool.h"
 #include "measure.h"
+#ifdef BENCH_CLIENT
+#include "velmara/client/tracewriter.h"
+#include "velmara/client/tracingbus.h"
+#endif
 #ifdef BLUETOOTH_BUS
 #include "support/bluetoothbus.h"
 #endif
@@ -92,6 +98,25 @@ void requestInProcess(benchmark::State& state) {
   measure(state, [&] { return adapter.request(); });
 }
 BENCHMARK(requestInProcess)->UseManualTime()->Iterations(RequestsPerRun);
+
+#ifdef BENCH_CLIENT
+// As in process, with every piece written to a trace.
+void requestRecorded(benchmark::State& state) {
+  char folder[] = "/tmp/velmara-bench-XXXXXX";
+  const std::string file = std::string(::mkdtemp(folder)) + "/bench.trace";
+  {
+    OpenAdapter adapter(velmara::makeTracingBus(simulator::makeBus(bench::promptVehicle()),
+                                                std::make_shared<velmara::TraceWriter>(file), "bench"));
+    if (adapter.isReady()) {
+      measure(state, [&] { return adapter.request(); });
+    } else {
+      state.SkipWithError("the adapter did not open");
+    }
+  }
+  std::filesystem::remove_all(folder);
+}
+BENCHMARK(requestRecorded)->UseManualTime()->Iterations(RequestsPerRun);
+#endif
 
 void requestOverTcp(benchmark::State& state) {
   simulator::TcpServer server(bench::promptVehicle(), {});

@@ -130,18 +130,17 @@ class Summarizer {
   }
 
   void addError(const std::string& what) {
-    const auto known = std::find_if(m_summary.errors.begin(), m_summary.errors.end(),
-                                    [&](const TraceSummary::Error& error) { return error.what == what; });
-    if (known != m_summary.errors.end()) {
-      ++known->count;
-    } else {
-      m_summary.errors.push_back({what, 1});
+    const auto [place, isNew] = m_errors.try_emplace(what, m_summary.errors.size());
+    if (isNew) {
+      m_summary.errors.push_back({what, 0});
     }
+    ++m_summary.errors[place->second].count;
   }
 
   const simulator::Trace& m_trace;
   TraceSummary m_summary;
   std::map<std::string, Times> m_times;
+  std::map<std::string, std::size_t> m_errors;  // where they stand
   std::set<std::string> m_units;
 };
 

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <utility>
 
 #include <fmt/format.h>
@@ -24,27 +27,44 @@ using Kind = TraceEvent::Kind;
 
 constexpr std::size_t VinLength = 17;
 constexpr std::size_t AddressLength = 17;  // of Bluetooth, with its colons
-constexpr std::size_t DamagedDigits = 8;   // in a row, from which on a damaged line may hold data
+constexpr std::size_t AddressDigits = 12;
+constexpr std::string_view OwnAddress = "020000";
+constexpr std::size_t MostNames = 200;
+constexpr std::size_t ShortestName = 3;   // of a host, that is looked for in words
+constexpr std::size_t DamagedDigits = 8;  // in a row, from which on a damaged line may hold data
 
 // What a reply begins with whose data tell the vehicle from others.
 struct SecretReply {
   std::array<std::uint8_t, 3> start;
   std::size_t size;  // of the start
   std::size_t head;  // in front of the data: the start, and the number of the item or message
-  bool isVin;
+  Secrets::Kind kind;
 };
+using Secret = Secrets::Kind;
 constexpr SecretReply SecretReplies[] = {
-    {{0x49, 0x02}, 2, 3, true},         // SAE J1979: VIN,
-    {{0x49, 0x04}, 2, 3, false},        // calibration identifications,
-    {{0x49, 0x0D}, 2, 3, false},        // engine serial number,
-    {{0x49, 0x0F}, 2, 3, false},        // exhaust regulation or type approval number
-    {{0x62, 0xF1, 0x90}, 3, 3, true},   // ISO 14229-1: VIN,
-    {{0x62, 0xF1, 0x8C}, 3, 3, false},  // serial number of the control unit
-    {{0x5A, 0x90}, 2, 2, true}};        // ISO 14230-3: VIN
+    {{0x49, 0x02}, 2, 3, Secret::Vin},          // SAE J1979: VIN,
+    {{0x49, 0x04}, 2, 3, Secret::Text},         // calibration identifications,
+    {{0x49, 0x0D}, 2, 3, Secret::Text},         // engine serial number,
+    {{0x49, 0x0F}, 2, 3, Secret::Text},         // exhaust regulation or type approval number
+    {{0x62, 0xF8, 0x02}, 3, 3, Secret::Vin},    // SAE J1979-2: the same
+    {{0x62, 0xF8, 0x04}, 3, 3, Secret::Text},   //
+    {{0x62, 0xF8, 0x0D}, 3, 3, Secret::Text},   //
+    {{0x62, 0xF8, 0x0F}, 3, 3, Secret::Text},   //
+    {{0x62, 0xF1, 0x90}, 3, 3, Secret::Vin},    // ISO 14229-1: VIN,
+    {{0x62, 0xF1, 0x8C}, 3, 3, Secret::Bytes},  // serial number of the control unit,
+    {{0x62, 0xF1, 0x98}, 3, 3, Secret::Bytes},  // of a tester, of the one that calibrated
+    {{0x62, 0xF1, 0x9A}, 3, 3, Secret::Bytes},  //
+    {{0x5A, 0x80}, 2, 2, Secret::Text},         // ISO 14230-3: all identifications,
+    {{0x5A, 0x90}, 2, 2, Secret::Vin},          // VIN
+    {{0x7C, 0x01}, 2, 2, Secret::Text},         // VIN in three blocks, as many J1850 VPW cars give it
+    {{0x7C, 0x02}, 2, 2, Secret::Text},         //
+    {{0x7C, 0x03}, 2, 2, Secret::Text}};        //
+
 constexpr std::string_view SecretServices[] = {"09", "22", "1A"};
 
 // What asks an adapter for its own number, and what sets it.
-constexpr std::string_view IdentifierQuestions[] = {"AT@2", "AT!00", "STSN"};
+constexpr std::string_view IdentifierQuestions[] = {"AT@2", "AT!00", "STSN", "AT+ADDR", "AT+ADDR?"};
+constexpr std::string_view Refusals[] = {"?", "OK", "ERROR", "NO DATA", "STOPPED"};
 constexpr std::string_view IdentifierSetting = "AT@3";
 
 bool isHexDigit(char c) {
@@ -54,14 +74,40 @@ bool isPrintable(std::uint8_t byte) {
   return byte > ' ' && byte < 0x7F;
 }
 
-const SecretReply* secretOf(const TracedMessage& message) {
-  const auto* const found =
-      std::find_if(std::begin(SecretReplies), std::end(SecretReplies), [&](const SecretReply& row) {
-        return message.data.size() >= row.size &&
-               std::equal(row.start.begin(), row.start.begin() + static_cast<std::ptrdiff_t>(row.size),
-                          message.data.bytes.begin());
-      });
-  return found == std::end(SecretReplies) ? nullptr : found;
+// What is secret in a message, and where it begins.
+struct Found {
+  const SecretReply* row = nullptr;
+  std::size_t at = 0;
+};
+
+Found secretOf(const TracedMessage& message) {
+  const std::vector<std::uint8_t>& bytes = message.data.bytes;
+  for (const SecretReply& row : SecretReplies) {
+    if (bytes.size() < row.size || bytes[0] != row.start[0]) {
+      continue;
+    }
+    // A reply to ISO 14229's service 22 may hold several items, each behind its identifier.
+    const auto begin = bytes.begin() + 1;
+    const auto end = row.size > 2 ? bytes.end() : begin + static_cast<std::ptrdiff_t>(row.size) - 1;
+    const auto found = std::search(begin, end, row.start.begin() + 1,
+                                   row.start.begin() + static_cast<std::ptrdiff_t>(row.size));
+    if (found != end) {
+      return {&row, static_cast<std::size_t>(found - begin) + row.head};
+    }
+  }
+  return {};
+}
+
+// What a request asks the vehicle for, also where it is a parameter of a command (STN11xx data sheet, STPX).
+std::string questionOf(const std::string& request) {
+  constexpr std::string_view Command = "STPX";
+  constexpr std::string_view Data = "D:";
+  const std::size_t data = request.starts_with(Command) ? request.find(Data) : std::string::npos;
+  if (data == std::string::npos) {
+    return request;
+  }
+  const std::size_t begin = data + Data.size();
+  return request.substr(begin, request.find(',', begin) - begin);
 }
 
 bool asksForSecret(std::string_view request) {
@@ -72,7 +118,7 @@ bool asksForSecret(std::string_view request) {
   TracedMessage reply;
   reply.data.bytes = *bytes;
   reply.data.bytes[0] = static_cast<std::uint8_t>(reply.data.bytes[0] + 0x40U);
-  return secretOf(reply) != nullptr;
+  return secretOf(reply).row != nullptr;
 }
 
 // Data of one control unit that are secret.
@@ -86,7 +132,7 @@ struct Value {
     std::vector<std::pair<std::size_t, std::string>> result;
     bool inside = false;
     for (std::size_t i = 0; i < data.size(); ++i) {
-      if (!isPrintable(data.bytes[i])) {
+      if (!belongs(data.bytes[i])) {
         inside = false;
         continue;
       }
@@ -98,7 +144,34 @@ struct Value {
     }
     return result;
   }
+
+  Secrets::Kind kindOf(const std::string& text) const {
+    const bool printable = std::all_of(text.begin(), text.end(),
+                                       [](char c) { return isPrintable(static_cast<std::uint8_t>(c)); });
+    return !printable                                             ? Secret::Bytes
+           : row->kind == Secret::Vin && text.size() == VinLength ? Secret::Vin
+                                                                  : Secret::Text;
+  }
+
+ private:
+  // Fillers are no part of a number of bytes.
+  bool belongs(std::uint8_t byte) const {
+    return isPrintable(byte) || (row != nullptr && row->kind == Secret::Bytes && byte != 0 && byte != 0xFF);
+  }
 };
+
+// The last thing in a text that looks like a vehicle's number, whatever was asked for; empty if there is
+// none.
+std::string vinIn(const std::vector<std::uint8_t>& bytes) {
+  for (std::size_t end = bytes.size(); end >= VinLength; --end) {
+    const auto last = bytes.begin() + static_cast<std::ptrdiff_t>(end);
+    std::string text(last - static_cast<std::ptrdiff_t>(VinLength), last);
+    if (Secrets::looksLikeVin(text)) {
+      return text;
+    }
+  }
+  return {};
+}
 
 void writeByte(std::string& text, std::size_t place, std::uint8_t byte) {
   const bool lower = std::islower(static_cast<unsigned char>(text[place])) != 0 ||
@@ -127,30 +200,32 @@ struct Reading {
 
   std::vector<Value> values(bool secret) const {
     std::vector<Value> result;
+    Begun begun;
     for (const TracedAnswer& answer : answers) {
       for (const TracedMessage& message : answer.messages) {
-        collect(message, secret, result);
+        collect(message, secret, result, begun);
       }
     }
     return result;
   }
 
  private:
-  static void collect(const TracedMessage& message, bool secret, std::vector<Value>& values) {
-    const SecretReply* const row = secretOf(message);
-    if (!message.whole && (row != nullptr || secret)) {
+  using Begun = std::map<std::pair<const SecretReply*, std::string>, std::size_t>;  // values, by place
+
+  static void collect(const TracedMessage& message, bool secret, std::vector<Value>& values, Begun& begun) {
+    const Found found = secretOf(message);
+    if (!message.whole && (found.row != nullptr || secret)) {
       values.push_back({message.unit, nullptr, message.data});
       return;
     }
-    if (row == nullptr) {
+    if (found.row == nullptr) {
       return;
     }
     // Before CAN the data come in several messages.
-    const auto before = std::find_if(values.begin(), values.end(), [&](const Value& value) {
-      return !message.isCan && value.row == row && value.unit == message.unit;
-    });
-    Value& value = before != values.end() ? *before : values.emplace_back(Value{message.unit, row, {}});
-    value.data.append(message.data, row->head, message.data.size());
+    const auto [place, isFirst] = begun.try_emplace({found.row, message.unit}, values.size());
+    const bool goesOn = !isFirst && !message.isCan;
+    Value& value = goesOn ? values[place->second] : values.emplace_back(Value{message.unit, found.row, {}});
+    value.data.append(message.data, found.at, message.data.size());
   }
 };
 
@@ -163,9 +238,14 @@ class Anonymizer {
     for (const TraceExchange& exchange : m_exchanges) {
       learn(exchange);
     }
-    for (TraceEvent& event : m_trace.events) {
+    for (const TraceEvent& event : m_trace.events) {
       if (event.kind == Kind::Opened) {
         hideLink(event.text);
+      }
+      if (event.kind == Kind::Sent) {
+        learnSetting(event.text);
+      } else if (event.kind != Kind::Received) {
+        learnWords(event.text);
       }
     }
     std::vector<bool> done(m_trace.events.size(), false);
@@ -190,23 +270,37 @@ class Anonymizer {
     const bool isBytes = event.kind == Kind::Sent || event.kind == Kind::Received;
     if (!isBytes) {
       replaceWords(event.text);
-    } else if (event.kind == Kind::Received || event.text.starts_with("AT") || event.text.starts_with("at")) {
+    } else if (event.kind == Kind::Received || !isHexLine(event.text)) {
       replaceTexts(event.text);
+    }
+    if (event.kind == Kind::Failed || event.kind == Kind::Lost) {
+      hidePlaces(event.text);
     }
     replaceHex(event.text, 0, event.text.size());
   }
 
+  static bool isHexLine(const std::string& text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return isHexDigit(c) || c == ' ' || c == '\r'; });
+  }
+
   void learn(const TraceExchange& exchange) {
     const std::string text = simulator::answerOf(m_trace, exchange);
-    for (const Value& value : Reading(text, exchange.request).values(false)) {
+    const Reading reading(text, questionOf(exchange.request));
+    for (const Value& value : reading.values(false)) {
       for (const auto& [place, secret] : value.texts()) {
-        if (value.row != nullptr && secret.size() >= Secrets::ShortestPiece) {
-          secretFor(*value.row, secret);
+        if (value.row != nullptr) {
+          m_secrets.add(secret, value.kindOf(secret));
         }
       }
     }
-    if (exchange.request.starts_with(IdentifierSetting)) {
-      addIdentifier(exchange.request.substr(IdentifierSetting.size()));
+    for (const TracedAnswer& answer : reading.answers) {
+      for (const TracedMessage& message : answer.messages) {
+        addVin(vinIn(message.data.bytes));
+      }
+    }
+    if (const auto bytes = requestBytes(exchange.request)) {
+      addVin(vinIn(*bytes));
     }
     if (std::find(std::begin(IdentifierQuestions), std::end(IdentifierQuestions), exchange.request) ==
         std::end(IdentifierQuestions)) {
@@ -216,19 +310,58 @@ class Anonymizer {
     while (begin < text.size()) {
       const std::size_t end = std::min(text.find_first_of("\r\n>", begin), text.size());
       const std::string line = text.substr(begin, end - begin);
-      if (line != exchange.request) {
-        addIdentifier(line);
+      if (line != exchange.request) {  // the answers of Bluetooth modules begin with OK+ADDR: or +ADDR:
+        addIdentifier(line.substr(line.find('+') < line.find(':') ? line.find(':') + 1 : 0));
       }
       begin = end + 1;
     }
   }
 
-  const std::string& secretFor(const SecretReply& row, const std::string& text) {
-    return row.isVin && text.size() == VinLength ? m_secrets.addVin(text) : m_secrets.add(text);
+  // What names the adapter, as it was written and as the adapter reads it.
+  void learnSetting(const std::string& sent) {
+    std::string line;
+    std::size_t begin = std::string::npos;
+    for (std::size_t i = 0; i < sent.size(); ++i) {
+      if (static_cast<unsigned char>(sent[i]) > ' ') {
+        line += static_cast<char>(std::toupper(static_cast<unsigned char>(sent[i])));
+        begin = line == IdentifierSetting ? i + 1 : begin;
+      }
+    }
+    if (line.starts_with(IdentifierSetting)) {
+      const std::size_t first = sent.find_first_not_of(' ', begin);
+      const std::size_t end = sent.find('\r', begin);
+      addIdentifier(first < end ? sent.substr(first, end - first) : std::string());
+      addIdentifier(line.substr(IdentifierSetting.size()));
+    }
+  }
+
+  // What people, or links, say.
+  void learnWords(const std::string& text) {
+    for (std::size_t at = 0; at + AddressLength <= text.size(); ++at) {
+      if (isAddress(std::string_view(text).substr(at, AddressLength))) {
+        addressFor(text.substr(at, AddressLength));
+      }
+    }
+    std::string word;
+    for (const char c : text + " ") {
+      if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
+        word += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      } else {
+        addVin(word);
+        word.clear();
+      }
+    }
+  }
+
+  void addVin(const std::string& text) {
+    if (Secrets::looksLikeVin(text)) {
+      m_secrets.add(text, Secret::Vin);
+    }
   }
 
   void addIdentifier(const std::string& text) {
-    if (text.size() >= Secrets::ShortestPiece) {
+    const bool refused = std::find(std::begin(Refusals), std::end(Refusals), text) != std::end(Refusals);
+    if (!refused && text.size() >= Secrets::ShortestPiece) {
       m_secrets.add(text);
     }
   }
@@ -236,8 +369,13 @@ class Anonymizer {
   void replace(const TraceExchange& exchange) {
     const std::string before = simulator::answerOf(m_trace, exchange);
     std::string text = before;
-    const Reading reading(before, exchange.request);
-    const bool secret = asksForSecret(exchange.request);
+    const Reading reading(before, questionOf(exchange.request));
+    for (const TracedAnswer& answer : reading.answers) {
+      for (const TracedMessage& message : answer.messages) {
+        replacePieces(message.data, text);
+      }
+    }
+    const bool secret = asksForSecret(questionOf(exchange.request));
     for (const Value& value : reading.values(secret)) {
       replaceValue(value, text);
     }
@@ -250,7 +388,7 @@ class Anonymizer {
         blank(text, line.begin, line.end);
       }
       std::string words = text.substr(line.begin, line.end - line.begin);
-      m_secrets.replaceIn(words);
+      m_secrets.replaceIn(words, Secrets::Place::Words);
       text.replace(line.begin, line.end - line.begin, words);
     }
     replaceHex(text, 0, text.size());
@@ -267,10 +405,22 @@ class Anonymizer {
     }
   }
 
+  // Pieces in other messages, over the bounds of their frames.
+  void replacePieces(const TracedBytes& data, std::string& text) const {
+    const std::string before(data.bytes.begin(), data.bytes.end());
+    std::string after = before;
+    m_secrets.replaceIn(after, Secrets::Place::Data);
+    for (std::size_t i = 0; i < after.size(); ++i) {
+      if (after[i] != before[i]) {
+        writeByte(text, data.places[i], static_cast<std::uint8_t>(after[i]));
+      }
+    }
+  }
+
   void replaceValue(const Value& value, std::string& text) {
     for (const auto& [first, secret] : value.texts()) {
-      const bool known = value.row != nullptr && secret.size() >= Secrets::ShortestPiece;
-      const std::string other = known ? secretFor(*value.row, secret) : std::string();
+      const bool known = value.row != nullptr;
+      const std::string other = known ? m_secrets.add(secret, value.kindOf(secret)) : std::string();
       for (std::size_t i = 0; i < secret.size(); ++i) {
         const char c = known ? other[i] : m_secrets.disguise(secret[i]);
         writeByte(text, value.data.places[first + i], static_cast<std::uint8_t>(c));
@@ -335,7 +485,7 @@ class Anonymizer {
       bytes += static_cast<char>(byteAt(digits, i));
     }
     std::string changed = bytes;
-    m_secrets.replaceIn(changed);
+    m_secrets.replaceIn(changed, Secrets::Place::Data);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
       if (changed[i] != bytes[i]) {
         const std::string hex = fmt::format("{:02X}", static_cast<unsigned char>(changed[i]));
@@ -355,12 +505,62 @@ class Anonymizer {
     replaceTexts(text);
   }
 
+  // Hosts and files in words of the system, of links that were never open.
+  static void hidePlaces(std::string& text) {
+    std::string result;
+    for (std::size_t begin = 0; begin < text.size();) {
+      const std::size_t end = std::min(text.find(' ', begin), text.size() - 1) + 1;
+      const std::string word = text.substr(begin, end - begin);
+      const std::size_t size = word.find_last_not_of(" ,;.:()\"") + 1;
+      result += placeless(word.substr(0, size)) + word.substr(size);
+      begin = end;
+    }
+    text = result;
+  }
+
+  static std::string placeless(const std::string& word) {
+    if (word.find('/') != std::string::npos) {
+      return isPlainPort(word) ? word : "/dev/adapter";
+    }
+    const std::size_t colon = word.rfind(':');
+    const bool hasPort = colon != std::string::npos && colon + 1 < word.size() && word.find(':') == colon &&
+                         std::all_of(word.begin() + static_cast<std::ptrdiff_t>(colon) + 1, word.end(),
+                                     [](unsigned char c) { return std::isdigit(c) != 0; });
+    if (hasPort) {
+      return "adapter" + word.substr(colon);
+    }
+    return word.find('.') != std::string::npos ? "adapter" : word;
+  }
+
   // What stays as long as it was.
   void replaceTexts(std::string& text) {
-    m_secrets.replaceIn(text);
+    m_secrets.replaceIn(text, Secrets::Place::Words);
     for (std::size_t at = 0; at + AddressLength <= text.size(); ++at) {
       if (isAddress(std::string_view(text).substr(at, AddressLength))) {
         text.replace(at, AddressLength, addressFor(text.substr(at, AddressLength)));
+      }
+    }
+    replaceBareAddresses(text);
+  }
+
+  // Those that are known, without colons or with them elsewhere, as some adapters write them.
+  void replaceBareAddresses(std::string& text) const {
+    std::string digits;
+    std::vector<std::size_t> places;
+    for (std::size_t at = 0; at <= text.size() && !m_addresses.empty(); ++at) {
+      const char c = at < text.size() ? text[at] : ' ';
+      if (isHexDigit(c)) {
+        digits += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        places.push_back(at);
+      } else if (c != ':' && c != '-' && c != '_') {
+        for (std::size_t i = 0; i + AddressDigits <= digits.size(); ++i) {
+          const auto known = m_addresses.find(digits.substr(i, AddressDigits));
+          for (std::size_t k = 0; known != m_addresses.end() && k < AddressDigits; ++k) {
+            text[places[i + k]] = known->second[k];
+          }
+        }
+        digits.clear();
+        places.clear();
       }
     }
   }
@@ -375,19 +575,22 @@ class Anonymizer {
   }
 
   // One that its owner has given (the second bit of the first byte), so that it is nobody's own.
-  std::string addressFor(std::string address) {
-    std::transform(address.begin(), address.end(), address.begin(), [](unsigned char c) {
-      return c == '-' || c == '_' ? ':' : static_cast<char>(std::toupper(c));
-    });
-    for (const auto& [known, other] : m_addresses) {
-      if (address == known || address == other) {
-        return other;
-      }
+  std::string addressFor(const std::string& address) {
+    std::string digits;
+    std::copy_if(address.begin(), address.end(), std::back_inserter(digits), isHexDigit);
+    std::transform(digits.begin(), digits.end(), digits.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    if (!m_addresses.contains(digits)) {
+      const std::size_t number = m_addresses.size() / 2 + 1;
+      const std::string other = fmt::format("{}{:06X}", OwnAddress, number & 0xFFFFFFU);
+      m_addresses.emplace(other, other);
+      m_addresses.emplace(digits, other);
     }
-    const std::size_t number = m_addresses.size() + 1;
-    m_addresses.emplace_back(address,
-                             fmt::format("02:00:00:00:{:02X}:{:02X}", number >> 8U & 0xFFU, number & 0xFFU));
-    return m_addresses.back().second;
+    std::string other = m_addresses[digits];
+    for (std::size_t at = 2; at < AddressLength; at += 3) {
+      other.insert(at, ":");
+    }
+    return other;
   }
 
   // Hosts and paths; what leads to a vehicle of the simulator's own stays.
@@ -410,7 +613,7 @@ class Anonymizer {
         link.target = "adapter";
         break;
       case Link::Kind::Serial:
-        if (target.starts_with("/dev/tty")) {
+        if (isPlainPort(target)) {
           return;
         }
         link.target = "/dev/adapter";
@@ -423,10 +626,27 @@ class Anonymizer {
       case Link::Kind::Own:
         return;
     }
-    m_names.emplace_back(text, link.text());
-    if (target.size() >= Secrets::ShortestPiece) {
-      m_names.emplace_back(target, link.target);
+    m_names.try_emplace(text, link.text());
+    if (target.size() >= ShortestName) {
+      m_names.try_emplace(target, link.target);
     }
+    if (m_names.size() > MostNames) {  // all of which are sought in every line of words
+      throw Failure(Failure::Kind::Unusable, "The trace holds too many links that are to be replaced.");
+    }
+  }
+
+  // One that the system has named: /dev/ttyUSB0.
+  static bool isPlainPort(std::string_view path) {
+    constexpr std::string_view Start = "/dev/tty";
+    if (!path.starts_with(Start)) {
+      return false;
+    }
+    path.remove_prefix(Start.size());
+    const std::size_t letters = std::min(path.find_first_of("0123456789"), path.size());
+    return letters <= 4 && path.size() - letters <= 3 &&
+           std::all_of(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(letters),
+                       [](unsigned char c) { return std::isupper(c) != 0; }) &&
+           path.find_first_not_of("0123456789", letters) == std::string_view::npos;
   }
 
   static bool isBuiltin(const std::string& name) {
@@ -439,8 +659,8 @@ class Anonymizer {
   simulator::Trace m_trace;
   const std::vector<TraceExchange> m_exchanges;
   Secrets m_secrets;
-  std::vector<std::pair<std::string, std::string>> m_names;  // of links and what they lead to
-  std::vector<std::pair<std::string, std::string>> m_addresses;
+  std::map<std::string, std::string, std::greater<>> m_names;  // of links and what they lead to
+  std::map<std::string, std::string> m_addresses;              // their digits
 };
 
 }  // namespace

@@ -1,7 +1,11 @@
 #include "traceframes.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <deque>
+#include <map>
+#include <set>
 
 namespace velmara {
 
@@ -151,15 +155,23 @@ class Reader {
       TracedMessage message;
       message.isCan = true;
       message.length = m_lengths[m_begun++];
+      if (message.length != 0) {
+        m_waiting[0].insert(m_result.messages.size());
+      }
       m_result.messages.push_back(std::move(message));
     }
-    for (TracedMessage& message : m_result.messages) {
-      if (message.isCan && message.nextFrame == number && message.data.size() < message.length) {
-        extend(message, bytes, 0);
-        return true;
-      }
+    std::set<std::size_t>& waiting = m_waiting[number];
+    if (waiting.empty()) {
+      return orphan("", bytes, 0);
     }
-    return orphan("", bytes, 0);
+    const std::size_t first = *waiting.begin();
+    waiting.erase(waiting.begin());
+    TracedMessage& message = m_result.messages[first];
+    extend(message, bytes, 0);
+    if (message.data.size() < message.length) {
+      m_waiting[message.nextFrame].insert(first);
+    }
+    return true;
   }
 
   // ISO 15765-2.
@@ -178,21 +190,27 @@ class Reader {
       if (kind == 0 && low + 1 < FrameSize) {
         m_result.filler = bytes.size() >= FrameSize ? bytes.bytes.back() : -1;
       }
+      if (message.data.size() < message.length) {
+        m_open[unit].push_back(m_result.messages.size());
+      }
       m_result.messages.push_back(std::move(message));
       return true;
     }
     if (kind != 2) {
       return kind == 3;  // flow control says nothing
     }
-    for (TracedMessage& message : m_result.messages) {
-      if (message.isCan && message.unit == unit && message.data.size() < message.length) {
-        message.whole = message.whole && message.nextFrame == low;
-        message.nextFrame = low;
-        extend(message, bytes, 1);
-        return true;
-      }
+    std::deque<std::size_t>& open = m_open[unit];
+    if (open.empty()) {
+      return orphan(unit, bytes, 1);
     }
-    return orphan(unit, bytes, 1);
+    TracedMessage& message = m_result.messages[open.front()];
+    message.whole = message.whole && message.nextFrame == low;
+    message.nextFrame = low;
+    extend(message, bytes, 1);
+    if (message.data.size() >= message.length) {
+      open.pop_front();
+    }
+    return true;
   }
 
   static void extend(TracedMessage& message, const TracedBytes& bytes, std::size_t from) {
@@ -213,8 +231,10 @@ class Reader {
   const std::string_view m_answer;
   const std::string_view m_request;
   const std::uint8_t m_service;
-  std::vector<std::size_t> m_lengths;  // announced where headers are off
-  std::size_t m_begun = 0;             // how many of them have begun
+  std::vector<std::size_t> m_lengths;                     // announced where headers are off
+  std::size_t m_begun = 0;                                // how many of them have begun
+  std::array<std::set<std::size_t>, Sequence> m_waiting;  // those of them that are not whole, by what is next
+  std::map<std::string, std::deque<std::size_t>> m_open;  // messages with headers that are not whole, by unit
   TracedAnswer m_result;
 };
 

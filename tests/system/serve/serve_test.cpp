@@ -114,6 +114,8 @@ TEST_F(Serve, RefusesWhatIsNotInOrderAndGoesOnPolling) {
                           {"/api/connect", "{\"link\": \"demo:/etc/passwd\"}"},
                           {"/api/connect", "{\"link\": \"serial:/etc/passwd\"}"},
                           {"/api/connect", "{\"link\": \"serial:/dev/../etc/passwd\"}"},
+                          {"/api/connect", "{\"link\": \"replay:/etc/passwd\"}"},
+                          {"/api/connect", "{\"link\": \"replay:/dev/ttyUSB0@fast\"}"},
                           {"/api/connect", "{\"protocol\": \"smoke\"}"},
                           {"/api/read", "{\"name\": \"nothing\"}"},
                           {"/api/read", "{\"name\": \"codes\", \"make\": \"nobody\"}"},
