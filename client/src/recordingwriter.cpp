@@ -20,7 +20,7 @@ bool beginsFormula(std::string_view text) {
 }
 
 std::string csvCell(const std::string& cell) {
-  const std::string text = guarded(cell);
+  std::string text = guarded(cell);
   if (text.find_first_of("\",\r\n") == std::string::npos) {
     return text;
   }
