@@ -1,11 +1,7 @@
 #include "linkopener.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <exception>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
@@ -25,16 +21,6 @@ namespace velmara {
 namespace {
 
 std::shared_ptr<simulator::Vehicle> loadVehicle(const std::string& name) {
-  constexpr std::uintmax_t LargestFile = 1U << 24U;
-  const std::vector<std::string> names = simulator::vehicleNames();
-  std::error_code ignored;
-  // A device may have no end, and a folder has no text.
-  if (std::find(names.begin(), names.end(), name) == names.end() && std::filesystem::exists(name, ignored) &&
-      (!std::filesystem::is_regular_file(name, ignored) ||
-       std::filesystem::file_size(name, ignored) > LargestFile)) {
-    throw Failure(Failure::Kind::Unusable,
-                  fmt::format("The simulated vehicle \"{}\" cannot be used: it is no file of text.", name));
-  }
   try {
     return simulator::Vehicle::load(name);
   } catch (const std::exception& error) {

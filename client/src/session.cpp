@@ -322,7 +322,7 @@ ControlUnit Session::findUnit(const std::string& text) const {
     known.push_back(unitOf(*ecu).title());
   }
   expectNoLoss();  // which takes all units away
-  throw Failure(Kind::NoData, fmt::format("The vehicle has no control unit \"{}\".", text),
+  throw Failure(Kind::NoData, fmt::format("The vehicle has no control unit \"{}\".", printable(text)),
                 fmt::format("It has {}.", fmt::join(known, ", ")));
 }
 

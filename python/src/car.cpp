@@ -21,11 +21,13 @@ namespace py = pybind11;
 
 namespace {
 
+constexpr int LastRoutine = 0xFF;
+
 std::shared_ptr<Driver> makeDriver(const std::string& unitSystem) {
   if (unitSystem != "metric" && unitSystem != "imperial") {
     throw Failure(Failure::Kind::Unusable, "The unit system is either \"metric\" or \"imperial\".");
   }
-  const py::gil_scoped_release released;
+  const Released released;
   auto driver =
       std::make_shared<Driver>(unitSystem == "imperial" ? UnitSystem::Imperial : UnitSystem::Metric);
   tavrix::traceLogger() = &LogQueue::instance();  // until the library closes
@@ -119,7 +121,7 @@ py::list Watch::sensors() const {
 Car::Car(const std::string& unitSystem) : m_driver(makeDriver(unitSystem)) {}
 
 Car::~Car() {
-  const py::gil_scoped_release released;
+  const Released released;
   m_driver->close();
 }
 
@@ -127,11 +129,15 @@ ControlUnit Car::unitOf(const Session& session, const Text& name) const {
   return name ? session.findUnit(*name) : m_unit;
 }
 
-void Car::connect(const std::string& linkText, const std::string& protocol, const py::object& progress) {
+void Car::connect(const std::string& linkText, const std::string& protocol, const py::object& progress,
+                  const std::string& trace) {
   const Link link = parseLink(linkText);
   ConnectOptions options;
   if (!protocol.empty()) {
     options.protocol = parseProtocol(protocol);
+  }
+  if (!trace.empty()) {
+    options.trace = m_trace = std::make_shared<TraceWriter>(trace);
   }
   m_driver->run(
       [&](Session& session) {
@@ -175,6 +181,20 @@ bool Car::isConnected() {
   return connected;
 }
 
+py::list Car::missingRequests() {
+  std::vector<MissingRequest> missing;
+  m_driver->run([&](Session& session) { missing = session.missingRequests(); });
+  py::list list;
+  for (const MissingRequest& request : missing) {
+    list.append(toPython(request));
+  }
+  return list;
+}
+
+py::str Car::traceFailure() const {
+  return textOf(m_trace ? m_trace->failure() : std::string());
+}
+
 py::list Car::sensors(const Text& unit) {
   std::vector<Sensor> sensors;
   m_driver->run([&](Session& session) {
@@ -207,9 +227,13 @@ py::list Car::read(const std::vector<std::string>& pids, const Text& unit) {
 std::unique_ptr<Watch> Car::watch(const std::vector<std::string>& pids, const Text& unit, bool fast,
                                   std::optional<double> seconds) {
   const std::vector<int> parameters = parseParameters(pids);
+  std::optional<Driver::Duration> time;
+  if (seconds) {
+    time = durationOf(*seconds);
+  }
   const auto feed = std::make_shared<Feed>();
   m_driver->run([&](Session& session) {
-    m_driver->watch(session, unitOf(session, unit), parameters, fast, seconds, feed);
+    m_driver->watch(session, unitOf(session, unit), parameters, fast, time, feed);
   });
   return std::make_unique<Watch>(m_driver, feed);
 }
@@ -279,6 +303,10 @@ py::list Car::clearCodes() {
 }
 
 py::object Car::runRoutine(int id, const Text& unit) {
+  if (id < 0 || id > LastRoutine) {
+    throw Failure(Failure::Kind::Unusable, "A test routine has a number from 0 to 255.",
+                  "routines() shows what the vehicle offers.");
+  }
   RoutineOutcome outcome;
   m_driver->run([&](Session& session) {
     session.expectNoLoss();

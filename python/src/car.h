@@ -11,6 +11,7 @@
 #include "driver.h"
 #include "feed.h"
 #include "values.h"
+#include "velmara/client/tracewriter.h"
 
 namespace velmara::python {
 
@@ -37,8 +38,8 @@ class Watch {
   ReadingMaker m_maker;
 };
 
-/// One car. Its methods work without the interpreter's lock. `unit` is the
-/// identifier or name of a control unit; without one all are asked, or the one that the library has chosen.
+/// One car. Its methods work without the interpreter's lock. `unit` is the identifier or name of a control
+/// unit; without one all are asked, or the one that the library has chosen.
 class Car {
  public:
   using Text = std::optional<std::string>;
@@ -49,10 +50,16 @@ class Car {
   Car& operator=(const Car&) = delete;
 
   /// `progress` takes words on the caller's thread; what it raises calls the work off.
-  void connect(const std::string& link, const std::string& protocol, const pybind11::object& progress);
+  /// A `trace` that is not empty is the file that records what goes over the link.
+  void connect(const std::string& link, const std::string& protocol, const pybind11::object& progress,
+               const std::string& trace);
   pybind11::list units();
   pybind11::object link();
   bool isConnected();
+  /// What was asked in vain of a replayed trace.
+  pybind11::list missingRequests();
+  /// Why the recorded trace is not whole; empty if it is, and without one.
+  pybind11::str traceFailure() const;
   pybind11::list sensors(const Text& unit);
   pybind11::list read(const std::vector<std::string>& pids, const Text& unit);
   std::unique_ptr<Watch> watch(const std::vector<std::string>& pids, const Text& unit, bool fast,
@@ -73,7 +80,8 @@ class Car {
   ControlUnit unitOf(const Session& session, const Text& name) const;
 
   std::shared_ptr<Driver> m_driver;
-  ControlUnit m_unit;  // that the library chose; for jobs
+  ControlUnit m_unit;                    // that the library chose; for jobs
+  std::shared_ptr<TraceWriter> m_trace;  // null without one
 };
 
 }  // namespace velmara::python

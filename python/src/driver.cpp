@@ -358,7 +358,7 @@ void Driver::read(Session& session, const ControlUnit& unit, const std::vector<i
 }
 
 void Driver::watch(Session& session, const ControlUnit& unit, const std::vector<int>& parameters, bool fast,
-                   std::optional<double> seconds, const std::shared_ptr<Feed>& feed) {
+                   std::optional<Duration> time, const std::shared_ptr<Feed>& feed) {
   session.expectNoLoss();
   endWatch(nullptr);
   auto watch = std::make_unique<Watch>();
@@ -370,9 +370,8 @@ void Driver::watch(Session& session, const ControlUnit& unit, const std::vector<
   watch->parameters = chosen(watch->poller->sensors(), parameters, missing);
   expectAny(watch->parameters, unit, missing);
   feed->begin(watch->poller->sensors(), std::move(missing));
-  if (seconds) {
-    watch->end =
-        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds));
+  if (time) {
+    watch->end = Clock::now() + *time;
   }
   watch->start();
   m_disturbed = false;

@@ -30,6 +30,7 @@ class Driver {
  public:
   using Work = std::function<void(Session&)>;
   using Ready = std::function<bool()>;
+  using Duration = std::chrono::steady_clock::duration;
 
   /// Throws `Failure` (Unusable) if another car is there.
   explicit Driver(UnitSystem system);
@@ -67,7 +68,7 @@ class Driver {
             std::vector<Feed::Item>& readings, std::vector<Sensor>& sensors);
   /// Reads the parameters over and over into `feed`, for so long; any watch from before ends.
   void watch(Session& session, const ControlUnit& unit, const std::vector<int>& parameters, bool fast,
-             std::optional<double> seconds, const std::shared_ptr<Feed>& feed);
+             std::optional<Duration> time, const std::shared_ptr<Feed>& feed);
   /// Goes on with the watch, if there is one, until `stop`, which is asked after each turn of the loop.
   void pumpWatch(const Ready& stop);
 

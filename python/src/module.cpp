@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -13,8 +14,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include "bluetooth.h"
 #include "car.h"
+#include "devices.h"
 #include "driver.h"
 #include "logqueue.h"
 #include "simulation.h"
@@ -43,7 +44,7 @@ void raise(const Failure& failure) {
 
 // Without the interpreter's lock, as the database may be busy.
 std::vector<CodeEntry> entries(const std::function<std::vector<CodeRow>()>& find, const std::string& make) {
-  const py::gil_scoped_release released;
+  const Released released;
   std::vector<CodeEntry> found;
   withLibrary([&] { found = explainCodes(find(), make); });
   return found;
@@ -69,17 +70,20 @@ py::list search(const std::vector<std::string>& words, const std::string& makeTe
   return list;
 }
 
-// The next message, or None after the last.
+// The next message, or None after the last. Waits without looking for signals, which are the main thread's,
+// as waking up for nothing would cost every reading.
 std::optional<py::tuple> nextLog() {
   LogQueue& queue = LogQueue::instance();
   std::optional<LogQueue::Message> message;
-  waitUntil(queue.mutex(), queue.changed(), [&] {
+  {
+    const Released released;
+    std::unique_lock lock(queue.mutex());
+    queue.changed().wait(lock, [&] { return !queue.messages().empty() || queue.ended(); });
     if (!queue.messages().empty()) {
       message = std::move(queue.messages().front());
       queue.messages().pop_front();
     }
-    return message || queue.ended();
-  });
+  }
   return message ? std::optional(py::make_tuple(message->first, textOf(message->second))) : std::nullopt;
 }
 
@@ -94,10 +98,12 @@ void declareCar(py::module_& module) {
       .def_property_readonly("dropped", &Watch::dropped);
   py::class_<Car>(module, "Car")
       .def(py::init<const std::string&>(), "unit_system"_a)
-      .def("connect", &Car::connect, "link"_a, "protocol"_a, "progress"_a)
+      .def("connect", &Car::connect, "link"_a, "protocol"_a, "progress"_a, "trace"_a)
       .def("units", &Car::units)
       .def("link", &Car::link)
       .def("is_connected", &Car::isConnected)
+      .def("missing_requests", &Car::missingRequests)
+      .def("trace_failure", &Car::traceFailure)
       .def("sensors", &Car::sensors, "unit"_a)
       .def("read", &Car::read, "pids"_a, "unit"_a)
       .def("watch", &Car::watch, "pids"_a, "unit"_a, "fast"_a, "seconds"_a)
@@ -106,7 +112,7 @@ void declareCar(py::module_& module) {
       .def("clear_codes", &Car::clearCodes)
       .def("run_routine", &Car::runRoutine, "id"_a, "unit"_a)
       .def("cancel", &Car::cancel, "thread"_a)
-      .def("close", &Car::close, py::call_guard<py::gil_scoped_release>())
+      .def("close", &Car::close, py::call_guard<Released>())
       .def_property_readonly("closed", &Car::isClosed);
 }
 
@@ -125,11 +131,10 @@ PYBIND11_MODULE(_core, module) {
   py::class_<Simulation>(module, "Simulation")
       .def(py::init<const std::string&, const std::vector<std::string>&, const std::string&, unsigned,
                     std::uint16_t>(),
-           "vehicle"_a, "faults"_a, "adapter"_a, "latency"_a, "port"_a,
-           py::call_guard<py::gil_scoped_release>())
+           "vehicle"_a, "faults"_a, "adapter"_a, "latency"_a, "port"_a, py::call_guard<Released>())
       .def_property_readonly("link", &Simulation::link)
       .def("ignition", &Simulation::ignition, "on"_a)
-      .def("stop", &Simulation::stop, py::call_guard<py::gil_scoped_release>());
+      .def("stop", &Simulation::stop, py::call_guard<Released>());
   module.def("lookup", &lookup, "code"_a, "make"_a);
   module.def("search", &search, "words"_a, "make"_a);
   module.def("vehicles", &Simulation::vehicles);
@@ -140,7 +145,7 @@ PYBIND11_MODULE(_core, module) {
     }
     return names;
   });
-  module.def("bluetooth", &findBluetooth, "seconds"_a);
+  module.def("devices", &findDevices, "bluetooth"_a, "seconds"_a);
   module.def("next_log", &nextLog);
   module.def("end_log", [] { LogQueue::instance().end(); });
   module.def("settle", &settleWaits);

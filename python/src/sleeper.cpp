@@ -25,9 +25,7 @@ void Sleeper::wait(std::chrono::milliseconds limit) {
   if (m_progress != nullptr && (!m_told.empty() || Clock::now() - m_looked >= SignalTime)) {
     const pybind11::gil_scoped_acquire acquired;
     m_looked = Clock::now();
-    if (PyErr_CheckSignals() != 0) {
-      throw pybind11::error_already_set();
-    }
+    hearSignals();
     deliver();
   }
 }

@@ -398,6 +398,32 @@ struct Layout<Verdict> {
                                      Field{"findings", &Verdict::findings}};
 };
 
+template <>
+struct Layout<SerialPort> {
+  static constexpr const char* Name = "Device";
+  static constexpr std::tuple Fields{Field{"link", &SerialPort::link}, Field{"name", &SerialPort::name},
+                                     Field{"problem", &SerialPort::problem}};
+};
+template <>
+struct Layout<BluetoothDevice> {
+  static constexpr const char* Name = "Device";
+  static constexpr std::tuple Fields{Field{"link", &BluetoothDevice::link},
+                                     Field{"name", &BluetoothDevice::name}};
+};
+template <>
+struct Layout<LowEnergyDevice> {
+  static constexpr const char* Name = "Device";
+  static constexpr std::tuple Fields{Field{"link", &LowEnergyDevice::link},
+                                     Field{"name", &LowEnergyDevice::name}};
+};
+
+template <>
+struct Layout<MissingRequest> {
+  static constexpr const char* Name = "MissingRequest";
+  static constexpr std::tuple Fields{Field{"request", &MissingRequest::request},
+                                     Field{"count", &MissingRequest::count}};
+};
+
 // Two structs that do not go field by field: a state in words, and a value that is a number or a text.
 template <>
 struct Layout<Outcome> {
@@ -453,6 +479,18 @@ py::object toPython(const LinkSection& section) {
 }
 py::object toPython(const RoutineOutcome& outcome) {
   return convert(outcome);
+}
+py::object toPython(const SerialPort& port) {
+  return convert(port);
+}
+py::object toPython(const BluetoothDevice& device) {
+  return convert(device);
+}
+py::object toPython(const LowEnergyDevice& device) {
+  return convert(device);
+}
+py::object toPython(const MissingRequest& request) {
+  return convert(request);
 }
 py::object toPython(const ControlUnit& unit, const ClearOutcome& outcome) {
   return classOf("ClearOutcome")(toPython(unit), wordOf(ClearResults, outcome.result),

@@ -10,7 +10,9 @@
 
 #include "feed.h"
 #include "velmara/client/codetexts.h"
+#include "velmara/client/devices.h"
 #include "velmara/client/poller.h"
+#include "velmara/client/session.h"
 #include "velmara/client/vehiclereader.h"
 #include "velmara/client/vehiclereport.h"
 #include "velmara/client/verdict.h"
@@ -28,6 +30,10 @@ pybind11::object toPython(const Sensor& sensor);
 pybind11::object toPython(const CodeEntry& entry);
 pybind11::object toPython(const LinkSection& section);
 pybind11::object toPython(const RoutineOutcome& outcome);
+pybind11::object toPython(const SerialPort& port);
+pybind11::object toPython(const BluetoothDevice& device);
+pybind11::object toPython(const LowEnergyDevice& device);
+pybind11::object toPython(const MissingRequest& request);
 pybind11::object toPython(const ControlUnit& unit, const ClearOutcome& outcome);
 
 /// A section of the report with its control unit.

@@ -10,12 +10,9 @@
 
 from __future__ import annotations
 
-from typing import Union
-
 from . import _core, values
 from ._asynchronous import AsyncCar, AsyncWatch, connect_async
 from ._car import Car, Watch, connect
-from ._devices import Device, devices
 from .errors import (
     Cancelled,
     Error,
@@ -29,7 +26,7 @@ from .errors import (
     Unusable,
 )
 from ._simulator import Simulator, vehicles
-from .values import Code, ControlUnit, Reading, Report, Sections
+from .values import Code, ControlUnit, Device, Reading, Report, Sections
 
 __all__ = [
     "AsyncCar", "AsyncWatch", "Cancelled", "Car", "Code", "ControlUnit", "Device", "Error", "FileExists", "LinkFailed",
@@ -52,6 +49,15 @@ def search(*words: str, make: str = "") -> Sections[Code]:
     if not split:
         raise Unusable("There is no word to look for.")
     return values.sections(_core.search(split, make))
+
+
+def devices(bluetooth: bool = False, seconds: float = 13) -> Sections[Device]:
+    """Where an adapter may be: serial ports, at once; with `bluetooth` also the Bluetooth devices, classic and Low
+    Energy, that show up in so many seconds, those first that offer a serial stream.
+
+    Where Bluetooth cannot be used, one device without a link tells why.
+    """
+    return values.sections(_core.devices(bluetooth, seconds))
 
 
 def protocols() -> list[str]:

@@ -7,7 +7,7 @@ import threading
 from types import TracebackType
 from typing import Any, AsyncIterator, Callable, Generator, Optional, Type, TypeVar
 
-from ._car import Car, Progress, Watch
+from ._car import Car, Path, Progress, Watch
 from .values import (
     ClearOutcome,
     Codes,
@@ -16,6 +16,7 @@ from .values import (
     FreezeFrames,
     Info,
     LinkInfo,
+    MissingRequest,
     Monitors,
     OxygenTests,
     Reading,
@@ -39,18 +40,25 @@ class connect_async:
     """
 
     def __init__(
-        self, link: str = "demo:", *, protocol: str = "", unit_system: str = "metric", progress: Progress = None
+        self,
+        link: str = "demo:",
+        *,
+        protocol: str = "",
+        unit_system: str = "metric",
+        progress: Progress = None,
+        trace: Path = "",
     ) -> None:
         self._link = link
         self._protocol = protocol
         self._unit_system = unit_system
         self._progress = progress
+        self._trace = trace
         self._car: Optional[AsyncCar] = None
 
     async def _connect(self) -> AsyncCar:
         car = AsyncCar(await asyncio.to_thread(Car, self._unit_system))
         try:
-            await car._run(car._car._open, self._link, self._protocol, _on_loop(self._progress))
+            await car._run(car._car._open, self._link, self._protocol, _on_loop(self._progress), self._trace)
         except BaseException:
             await car.close()
             raise
@@ -116,8 +124,9 @@ class AsyncCar:
         try:
             return await asyncio.to_thread(call)
         except asyncio.CancelledError:
-            for thread in threads:
-                self._car._core.cancel(thread)
+            while own := list(threads):  # until it has heard of it, as it may be about to ask
+                self._car._core.cancel(own[0])
+                await asyncio.sleep(0.01)
             raise
 
     async def __aenter__(self) -> AsyncCar:
@@ -152,6 +161,9 @@ class AsyncCar:
 
     async def link_info(self) -> LinkInfo:
         return await self._run(self._car.link_info)
+
+    async def missing_requests(self) -> Sections[MissingRequest]:
+        return await self._run(self._car.missing_requests)
 
     async def sensors(self, unit: Optional[str] = None) -> list[Sensor]:
         return await self._run(self._car.sensors, unit)

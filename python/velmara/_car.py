@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import atexit
+import os
+import warnings
 import weakref
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, Callable, Iterator, Optional, Type
+from typing import TYPE_CHECKING, Any, Callable, Iterator, Optional, Type, Union
 
 from . import _core, _log
 from .errors import Unusable
@@ -17,6 +19,7 @@ from .values import (
     FreezeFrames,
     Info,
     LinkInfo,
+    MissingRequest,
     Monitors,
     OxygenTests,
     Reading,
@@ -37,24 +40,32 @@ if TYPE_CHECKING:
 _cars: weakref.WeakSet[Car] = weakref.WeakSet()
 
 Progress = Optional[Callable[[str], None]]
+Path = Union[str, "os.PathLike[str]"]
 
 
 def connect(
-    link: str = "demo:", *, protocol: str = "", unit_system: str = "metric", progress: Progress = None
+    link: str = "demo:",
+    *,
+    protocol: str = "",
+    unit_system: str = "metric",
+    progress: Progress = None,
+    trace: Path = "",
 ) -> Car:
     """Opens a link and finds adapter, car and control units, which takes seconds.
 
-    link: "demo:", "demo:VEHICLE", "tcp:HOST:PORT", "serial:DEVICE", "serial:DEVICE@BAUD", "bt:ADDRESS"
+    link: "demo:", "demo:VEHICLE", "tcp:HOST:PORT", "serial:DEVICE", "serial:DEVICE@BAUD", "bt:ADDRESS", "ble:ADDRESS",
+        or "replay:FILE", what a trace holds
     protocol: one of `protocols()`; empty to have all tried
     unit_system: "metric" or "imperial"
     progress: is given each phase in words
+    trace: a new file, which records what goes over the link
 
-    Raises what went wrong: `LinkFailed`, `NoAdapter`, `NoVehicle`, `LinkLost`, or `Unusable` for a wrong link and where
-    another car is connected.
+    Raises what went wrong: `LinkFailed`, `NoAdapter`, `NoVehicle`, `LinkLost`; `Unusable` for a wrong link and where
+    another car is connected; `FileExists`, `NotAFile` for the trace.
     """
     car = Car(unit_system)
     try:
-        car._open(link, protocol, progress)
+        car._open(link, protocol, progress, trace)
     except BaseException:
         car.close()
         raise
@@ -146,9 +157,9 @@ class Car:
         self._units: list[ControlUnit] = []
         _cars.add(self)
 
-    def _open(self, link: str, protocol: str, progress: Progress) -> None:
+    def _open(self, link: str, protocol: str, progress: Progress, trace: Path) -> None:
         _log.start()
-        self._core.connect(link, protocol, progress)
+        self._core.connect(link, protocol, progress, os.fspath(trace))
         self._link = self._core.link()
         self._units = self._core.units()
 
@@ -190,6 +201,10 @@ class Car:
     def link_info(self) -> LinkInfo:
         """All of the link, with the voltage at this moment."""
         return self._core.link()
+
+    def missing_requests(self) -> Sections[MissingRequest]:
+        """What was asked in vain of a trace that is replayed."""
+        return sections(self._core.missing_requests())
 
     # Live values.
 
@@ -299,8 +314,11 @@ class Car:
         self._core.cancel(0)
 
     def close(self) -> None:
-        """Ends the connection. Harmless when repeated."""
+        """Ends the connection. Harmless when repeated. Warns of a recorded trace that is not whole."""
+        was_open = not self._core.closed
         self._core.close()
+        if was_open and (failure := self._core.trace_failure()):
+            warnings.warn(f"The trace is not whole. {failure}", RuntimeWarning, stacklevel=2)
 
     def _section(self, name: str, unit: Optional[str], make: str, progress: Progress) -> Sections[Any]:
         return sections(self._core.section(name, unit, make, progress))

@@ -300,6 +300,23 @@ class LinkInfo(_Value):
 
 
 @_value
+class Device(_Value):
+    """A link on which an adapter may be."""
+
+    link: str
+    name: str  #: what the device says of itself; empty if nothing
+    problem: str = ""  #: why it cannot be used, as far as that is known
+
+
+@_value
+class MissingRequest(_Value):
+    """A request to which a replayed trace has no answer."""
+
+    request: str  #: as it went to the adapter
+    count: int  #: how often it was sent
+
+
+@_value
 class OfferedItem(_Value):
     id: str
     name: str

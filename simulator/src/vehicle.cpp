@@ -1,8 +1,11 @@
 #include <simulator/vehicle.h>
 
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "builtinvehicles.h"
@@ -39,6 +42,14 @@ std::shared_ptr<Vehicle> Vehicle::load(const std::string& nameOrPath) {
     if (vehicle.name == nameOrPath) {
       return parse(vehicle.text, nameOrPath + ".vehicle");
     }
+  }
+  // A device may have no end, and a folder has no text.
+  constexpr std::uintmax_t LargestFile = 1U << 24U;
+  std::error_code ignored;
+  if (std::filesystem::exists(nameOrPath, ignored) &&
+      (!std::filesystem::is_regular_file(nameOrPath, ignored) ||
+       std::filesystem::file_size(nameOrPath, ignored) > LargestFile)) {
+    throw std::runtime_error(nameOrPath + " is no file of text.");
   }
   std::ifstream file(nameOrPath, std::ios::binary);
   std::string text;

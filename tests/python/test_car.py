@@ -1,6 +1,7 @@
 """One car, and all that it tells."""
 
 import gc
+import math
 import sys
 import threading
 import time
@@ -33,8 +34,11 @@ def test_one_value(car):
     for wrong, kind in [("XX", velmara.Unusable), ("AA", velmara.NoData)]:
         with pytest.raises(kind):
             car.read(wrong)
-    with pytest.raises(velmara.NoData, match='no control unit "nobody".*It has 7E8'):
-        car.read("0C", unit="nobody")
+    with pytest.raises(velmara.NoData, match='no control unit ".nobody".*It has 7E8'):
+        car.read("0C", unit="\0nobody")
+    for wrong in (-5, 256):
+        with pytest.raises(velmara.Unusable, match="from 0 to 255"):
+            car.run_routine(wrong)
     offered = {sensor.pid: sensor for sensor in car.sensors()}
     assert offered["0C"].unit == "rpm" and offered["0C"].numeric and not offered["03"].numeric
 
@@ -101,6 +105,10 @@ def test_watch(car):
     assert all(reading.pid == "05" for reading in other)
     with pytest.raises(velmara.NoData, match="does not list AA"):
         car.watch("AA")
+    for never in (math.nan, math.inf, -1.0, 1e300):
+        with pytest.raises(velmara.Unusable, match="number of seconds"):
+            car.watch("0C", seconds=never)
+    assert list(car.watch("0C", seconds=0)) == []
 
 
 def test_watch_as_table(car):

@@ -2,6 +2,7 @@
 
 import ast
 import inspect
+import math
 import pathlib
 import subprocess
 import sys
@@ -101,6 +102,11 @@ def test_codes():
         (lambda: velmara.connect(protocol="morse"), "morse"),
         (lambda: velmara.connect(unit_system="parsec"), "unit system"),
         (lambda: velmara.Simulator("no-such-car"), "no-such-car"),
+        (lambda: velmara.Simulator("/dev/zero"), "no file of text"),
+        (lambda: velmara.connect("replay:/dev/zero"), "no file of text"),
+        (lambda: velmara.connect("ble:nobody"), "six pairs"),
+        (lambda: velmara.connect(trace="/no/such/folder/trace"), "/no/such/folder"),
+        (lambda: velmara.devices(bluetooth=True, seconds=math.nan), "number of seconds"),
         (lambda: velmara.Simulator(adapter="none"), '"none"'),
         (lambda: velmara.Simulator(faults="gremlins"), "gremlins"),
     ],
@@ -138,7 +144,9 @@ def test_devices():
     for device in velmara.devices():
         assert device.link.startswith("serial:/dev/")
     found = velmara.devices(bluetooth=True, seconds=0.5)
+    assert found[: len(velmara.devices())] == velmara.devices()
     assert all(device.link or device.problem for device in found)
+    assert found.to_dicts() == [device.to_dict() for device in found]
 
 
 def test_log(tmp_path):

@@ -9,7 +9,7 @@
 #include <fmt/ranges.h>
 
 #include "commands/command.h"
-#include "devices.h"
+#include "devicesjson.h"
 #include "programsession.h"
 #include "terminal/table.h"
 #include "velmara/client/texts.h"

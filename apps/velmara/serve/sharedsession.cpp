@@ -8,7 +8,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "devices.h"
+#include "devicesjson.h"
 #include "report/clearing.h"
 #include "report/htmlreport.h"
 #include "report/jsonreport.h"

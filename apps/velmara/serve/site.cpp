@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "devices.h"
+#include "devicesjson.h"
 #include "serve/httpserver.h"
 #include "serve/metrics.h"
 #include "serve/pages.h"

@@ -1,4 +1,4 @@
-#include "devices.h"
+#include "velmara/client/devices.h"
 
 #include <grp.h>
 #include <sys/stat.h>
@@ -6,12 +6,15 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -19,6 +22,7 @@
 
 #include <hostos/bluetooth.h>
 
+#include "link/bluetoothsearch.h"
 #include "velmara/client/link.h"
 #include "velmara/client/texts.h"
 
@@ -110,30 +114,51 @@ std::vector<SerialPort> findSerialPorts() {
   return ports;
 }
 
-BluetoothFinder::LowEnergy::LowEnergy(hostos::IBluetoothStack& stack) : m_search(stack.createLeSearch()) {
-  if (m_search) {
-    m_search->setListener(this);
+namespace {
+
+class LowEnergySearch : private hostos::IBluetoothListener {
+ public:
+  explicit LowEnergySearch(hostos::IBluetoothStack& stack) : m_search(stack.createLeSearch()) {
+    if (m_search) {
+      m_search->setListener(this);
+    }
   }
-}
-
-BluetoothFinder::LowEnergy::~LowEnergy() {
-  if (m_search) {
-    m_search->cancel();
+  ~LowEnergySearch() override {
+    if (m_search) {
+      m_search->cancel();
+    }
   }
-}
+  LowEnergySearch(const LowEnergySearch&) = delete;
+  LowEnergySearch& operator=(const LowEnergySearch&) = delete;
 
-bool BluetoothFinder::LowEnergy::start() {
-  m_done = !m_search;
-  return !m_search || m_search->start();
-}
-
-void BluetoothFinder::LowEnergy::stop() {
-  if (m_search) {
-    m_search->stop();
+  bool start() {
+    m_done = !m_search;
+    return !m_search || m_search->start();
   }
-}
+  void stop() {
+    if (m_search) {
+      m_search->stop();
+    }
+  }
+  bool isDone() const { return m_done; }
+  std::vector<LowEnergyDevice> devices();
 
-std::vector<LowEnergyDevice> BluetoothFinder::LowEnergy::devices() {
+ private:
+  void onDeviceFound(const std::string& /*name*/, const std::string& /*address*/, int /*port*/) override {}
+  void onLeDeviceFound(const hostos::LeDevice& device) override {
+    const std::lock_guard guard(m_mutex);
+    m_devices[device.address] = {Link{Link::Kind::LowEnergy, device.address}.text(), printable(device.name),
+                                 device.address, device.signal, device.isSerial};
+  }
+  void onSearchDone() override { m_done = true; }
+
+  std::mutex m_mutex;
+  std::map<std::string, LowEnergyDevice> m_devices;  // by address
+  std::atomic<bool> m_done{false};
+  const std::unique_ptr<hostos::IDeviceSearch> m_search;  // null where there is none to be had
+};
+
+std::vector<LowEnergyDevice> LowEnergySearch::devices() {
   const std::lock_guard guard(m_mutex);
   std::vector<LowEnergyDevice> devices;
   for (const auto& [address, device] : m_devices) {
@@ -147,79 +172,76 @@ std::vector<LowEnergyDevice> BluetoothFinder::LowEnergy::devices() {
   return devices;
 }
 
-void BluetoothFinder::LowEnergy::onLeDeviceFound(const hostos::LeDevice& device) {
-  const std::lock_guard guard(m_mutex);
-  m_devices[device.address] = {Link{Link::Kind::LowEnergy, device.address}.text(), printable(device.name),
-                               device.address, device.signal, device.isSerial};
-}
+}  // namespace
 
-BluetoothFinder::BluetoothFinder()
-    : m_stack(hostos::bluetoothStack()), m_search(m_stack.get()), m_lowEnergy(*m_stack) {
-  m_search.attachObserver(this);
-}
+// Results come on threads of their own.
+class BluetoothFinder::State : private obd::IBluetoothObserver {
+ public:
+  State() : stack(hostos::bluetoothStack()), search(stack.get()), lowEnergy(*stack) {
+    search.attachObserver(this);
+  }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  ~State() override {
+    search.stopScan();
+    search.detachObserver(this);
+  }
 
-BluetoothFinder::~BluetoothFinder() {
-  m_search.stopScan();
-  m_search.detachObserver(this);
-}
+  bool isDone() const { return m_done && lowEnergy.isDone(); }
+  std::vector<BluetoothDevice> devices() {
+    const std::lock_guard guard(m_mutex);
+    std::vector<BluetoothDevice> devices;
+    for (const auto& [address, device] : m_devices) {
+      devices.push_back(device);
+    }
+    return devices;
+  }
+
+ private:
+  void onSearchStarted() override {}
+  void onDeviceFound(const std::string& name, const std::string& address, int port) override {
+    const std::lock_guard guard(m_mutex);
+    m_devices[address] = {Link{Link::Kind::Bluetooth, address, port}.text(), printable(name), address};
+  }
+  void onSearchDone() override { m_done = true; }
+
+  std::mutex m_mutex;
+  std::map<std::string, BluetoothDevice> m_devices;  // by address
+  std::atomic<bool> m_done{false};
+
+ public:
+  const std::shared_ptr<hostos::IBluetoothStack> stack;
+  obd::BluetoothSearch search;
+  LowEnergySearch lowEnergy;
+};
+
+BluetoothFinder::BluetoothFinder() : m_state(std::make_unique<State>()) {}
+
+BluetoothFinder::~BluetoothFinder() = default;
 
 bool BluetoothFinder::start() {
-  return m_search.startScan() && m_lowEnergy.start();
+  return m_state->search.startScan() && m_state->lowEnergy.start();
 }
 
 void BluetoothFinder::stop() {
-  m_search.stopScan();
-  m_lowEnergy.stop();
+  m_state->search.stopScan();
+  m_state->lowEnergy.stop();
+}
+
+bool BluetoothFinder::isDone() const {
+  return m_state->isDone();
 }
 
 std::string BluetoothFinder::error() const {
-  return printable(m_stack->lastError());
+  return printable(m_state->stack->lastError());
 }
 
-std::vector<BluetoothDevice> BluetoothFinder::devices() {
-  const std::lock_guard guard(m_mutex);
-  std::vector<BluetoothDevice> devices;
-  for (const auto& [address, device] : m_devices) {
-    devices.push_back(device);
-  }
-  return devices;
+std::vector<BluetoothDevice> BluetoothFinder::devices() const {
+  return m_state->devices();
 }
 
-void BluetoothFinder::onDeviceFound(const std::string& name, const std::string& address, int port) {
-  const std::lock_guard guard(m_mutex);
-  m_devices[address] = {Link{Link::Kind::Bluetooth, address, port}.text(), printable(name), address};
-}
-
-Json toJson(const std::vector<SerialPort>& ports) {
-  Json list = Json::array();
-  for (const SerialPort& port : ports) {
-    list.push_back({{"link", port.link},
-                    {"name", port.name},
-                    {"accessible", port.problem.empty()},
-                    {"problem", port.problem.empty() ? Json() : Json(port.problem)},
-                    {"joinGroup", port.group.empty() ? Json() : Json(port.group)}});
-  }
-  return list;
-}
-
-Json toJson(const std::vector<BluetoothDevice>& devices) {
-  Json list = Json::array();
-  for (const BluetoothDevice& device : devices) {
-    list.push_back({{"link", device.link}, {"name", device.name}, {"address", device.address}});
-  }
-  return list;
-}
-
-Json toJson(const std::vector<LowEnergyDevice>& devices) {
-  Json list = Json::array();
-  for (const LowEnergyDevice& device : devices) {
-    list.push_back({{"link", device.link},
-                    {"name", device.name},
-                    {"address", device.address},
-                    {"signal", device.signal == 0 ? Json() : Json(device.signal)},
-                    {"serialService", device.isSerial}});
-  }
-  return list;
+std::vector<LowEnergyDevice> BluetoothFinder::lowEnergyDevices() const {
+  return m_state->lowEnergy.devices();
 }
 
 }  // namespace velmara
