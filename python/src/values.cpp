@@ -48,6 +48,9 @@ struct Field {
   const char* name;
   Member Struct::*member;
 };
+// Which not every compiler of C++20 finds by itself.
+template <typename Struct, typename Member>
+Field(const char*, Member Struct::*) -> Field<Struct, Member>;
 // A number that the client gives as a text.
 template <typename Struct>
 struct NumberField {

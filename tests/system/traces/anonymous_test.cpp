@@ -33,7 +33,7 @@ std::string pieceOf(const std::string& secret, const std::string& text, std::siz
     }
   }
   for (std::size_t i = 0; i + size <= secret.size(); ++i) {
-    const std::string piece = secret.substr(i, size);
+    std::string piece = secret.substr(i, size);
     if (piece.find_first_not_of(piece.front()) == std::string::npos) {
       continue;  // as in many a filler
     }
