@@ -1,6 +1,5 @@
 #include "vehicle/ecu.h"
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -24,7 +23,7 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 /// The reply to a block of identifiers: `head` and the bitmap of `ids`, 1 to 32.
-std::string block(const std::string& head, std::initializer_list<int> ids) {
+std::string block(const std::string& head, const std::vector<int>& ids) {
   Bytes bitmap(4);
   for (const int id : ids) {
     bitmap[static_cast<std::size_t>(id - 1) / 8] |= static_cast<unsigned char>(0x80 >> (id - 1) % 8);
@@ -168,7 +167,7 @@ TEST_F(Ecu, ChainEndsBehindTheLastBlock) {
 TEST_F(Ecu, OffersFuelConsumptionWhereItCanBeCalculated) {
   const std::string spark = "410100070000";
   const std::string compression = "4101000F0000";
-  const std::tuple<std::initializer_list<int>, std::string, bool> cases[] = {
+  const std::tuple<std::vector<int>, std::string, bool> cases[] = {
       {{0x01, 0x0D, 0x10}, spark, true},
       {{0x01, 0x0D, 0x10}, compression, false},
       {{0x01, 0x04, 0x0D, 0x10}, compression, true},
