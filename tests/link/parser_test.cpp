@@ -97,6 +97,8 @@ TEST(MessageParser, FollowsTheFramesOfEveryFamily) {
        "7E8=01020304050609090909090909 ", ""},
       {3, "", "", noId},
       {4, "18DAF11", "", noId},
+      {4, "18DAF110",
+       "18DAF110= ", "; 3 Failed to parse message payload; 3 Failed to extract message payload"},
       {0, "", "", "; 2 Not enought data left: 0"},
       {1, "", "", "; 2 Not enough data left: 0"},
       {5, "7E80341057A", "", ""},
@@ -104,6 +106,7 @@ TEST(MessageParser, FollowsTheFramesOfEveryFamily) {
       {0, "486B1049020100000031AA486B1049020247314A43BB", "10=49020100000031AA49020247314A43BB ", ""},
       {0, "486B1041", "10=41 ", ""},
       {0, "486B10", "", "; 2 Not enought data left: 3"},
+      {0, "486B1041481122006B33AA", "10=41481122006B33AA ", ""},  // one byte of a header is none
       // Two bytes that look like the next header need a third, and a header a payload.
       {0, "486B1041486B", "10=41486B ", ""},
       {0, "486B1041486B11", "10=41 ", "; 2 Not enought data left: 3"},
@@ -132,10 +135,10 @@ TEST(MessageParser, FollowsTheFramesOfEveryFamily) {
 
 TEST(MessageParser, ReadsPairsThatAreNoHexadecimalByTheirLeadingDigits) {
   Bytes data = {0x42};
-  MessageParser::hexToBytes(toBytes("1FfaG03Z0x-1 7\t7g5+A9"), data);
-  EXPECT_THAT(data, ElementsAre(0x42, 0x1F, 0xFA, 0, 3, 0, 0, 0, 0, 0, 0));
+  MessageParser::hexToBytes(toBytes("1FfaG03Z0x-1 7\t7g5:9+A9"), data);
+  EXPECT_THAT(data, ElementsAre(0x42, 0x1F, 0xFA, 0, 3, 0, 0, 0, 0, 0, 0, 0));
   MessageParser::hexToBytes(toBytes("5"), data);
-  EXPECT_EQ(11U, data.size());
+  EXPECT_EQ(12U, data.size());
 }
 
 TEST(MessageParser, RebuildsCanMessagesFromFramesInAnyOrder) {
