@@ -100,7 +100,7 @@ class DispatcherTask {
       m_running.store(false);
       return false;
     }
-    argument.release();  // NOLINT(bugprone-unused-return-value): the thread's now
+    argument.release();  // the thread's now
     debugStream << "DispatcherTask started";
     return true;
   }

@@ -266,12 +266,7 @@ TEST_P(AnonymousVehicles, ReadAsBefore) {
   EXPECT_EQ(Json::diff(live, after).dump(), "[]");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, AnonymousVehicles, testing::ValuesIn(allVehicles()), [](const auto& parameter) {
-  std::string name = parameter.param;
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(All, AnonymousVehicles, testing::ValuesIn(allVehicles()), testName);
 
 }  // namespace
 }  // namespace velmara

@@ -1,7 +1,6 @@
 // A replay tells what the vehicle told.
 
 #include <algorithm>
-#include <cctype>
 #include <sstream>
 
 #include <simulator/replay.h>
@@ -33,12 +32,7 @@ TEST_P(Vehicles, TellTheSameFromTheirTraces) {
   EXPECT_TRUE(compareTraces(first, traceFile).empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Vehicles, testing::ValuesIn(allVehicles()), [](const auto& parameter) {
-  std::string name = parameter.param;
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(All, Vehicles, testing::ValuesIn(allVehicles()), testName);
 
 // What went wrong live goes wrong in the same way from the trace.
 TEST_F(TraceTest, FaultsAreReplayed) {
@@ -243,12 +237,7 @@ TEST_P(HandedIn, GivesItsReport) {
   EXPECT_EQ(told, contentOf(expected));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HandedIn, testing::ValuesIn(handedIn()), [](const auto& parameter) {
-  std::string name = parameter.param;
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(All, HandedIn, testing::ValuesIn(handedIn()), testName);
 
 }  // namespace
 }  // namespace velmara

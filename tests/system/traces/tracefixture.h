@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -88,5 +90,13 @@ class TraceTest : public ClientTest {
  private:
   int m_traces = 0;
 };
+
+/// The name of a test by its vehicle or trace, of letters, digits and "_".
+inline std::string testName(const testing::TestParamInfo<std::string>& parameter) {
+  std::string name = parameter.param;
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
 
 }  // namespace velmara
