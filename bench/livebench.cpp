@@ -12,13 +12,13 @@
 #include <benchmark/benchmark.h>
 #include <hostos/busfactory.h>
 #include <simulator/server.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "allocations.h"
 #include "frontend.h"
 #include "measure.h"
+#include "processortime.h"
 #include "services/iconnectionservice.h"
 #include "services/iobdvelmara.h"
 #include "services/isensorservice.h"
@@ -38,15 +38,6 @@ class Readings : public obd::ISensorServiceObserver {
   }
   long count = 0;
 };
-
-double processorSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 double peakMegabytes() {
   std::ifstream status("/proc/self/status");
@@ -131,7 +122,7 @@ void liveReadings(benchmark::State& state) {
       for (auto _ : state) {
         const long before = readings.count;
         const unsigned long allocationsBefore = bench::allocations;
-        const double processorBefore = processorSeconds();
+        const double processorBefore = bench::processorSeconds();
         const Clock::time_point start = Clock::now();
         pump.run(std::chrono::seconds(5), [] { return false; });
         const double seconds = bench::microsecondsSince(start) * 1e-6;
@@ -140,7 +131,7 @@ void liveReadings(benchmark::State& state) {
         state.counters["allocations_per_reading"] =
             static_cast<double>(bench::allocations - allocationsBefore) /
             static_cast<double>(readings.count - before);
-        state.counters["core_percent"] = 100 * (processorSeconds() - processorBefore) / seconds;
+        state.counters["core_percent"] = 100 * (bench::processorSeconds() - processorBefore) / seconds;
       }
     }
     sensors->detach(&readings);

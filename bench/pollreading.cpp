@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <sys/resource.h>
-
+#include "processortime.h"
 #include "velmara/client/parameters.h"
 #include "velmara/client/poller.h"
 #include "velmara/client/session.h"
@@ -17,15 +16,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double processorSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 void measure(velmara::Poller& poller, const std::vector<int>& parameters, double limit,
              const std::string& pace) {
@@ -39,7 +29,7 @@ void measure(velmara::Poller& poller, const std::vector<int>& parameters, double
     poller.run(nullptr, WarmUp);
   }
   count = 0;
-  const double processor = processorSeconds();
+  const double processor = bench::processorSeconds();
   const Clock::time_point start = Clock::now();
   const auto seconds = [&start] { return std::chrono::duration<double>(Clock::now() - start).count(); };
   while (seconds() < limit) {
@@ -48,7 +38,7 @@ void measure(velmara::Poller& poller, const std::vector<int>& parameters, double
     }
     poller.run([&] { return seconds() >= limit; });
   }
-  std::printf("%zu %.3f %.6f\n", count, seconds(), processorSeconds() - processor);
+  std::printf("%zu %.3f %.6f\n", count, seconds(), bench::processorSeconds() - processor);
 }
 
 }  // namespace

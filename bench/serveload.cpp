@@ -4,7 +4,6 @@
 
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "exitcode.h"
+#include "processortime.h"
 #include "program.h"
 #include "serve/board.h"
 #include "serve/httpserver.h"
@@ -109,13 +109,6 @@ double at(std::vector<double>& values, double share) {
   return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1))];
 }
 
-double processorSeconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
-}
-
 // As the session does it: keeps each reading, and publishes all of 100 ms in one event.
 void publish(velmara::Board& board, Clock::time_point start, std::vector<double>& costs) {
   velmara::Json batch = velmara::Json::array();
@@ -147,11 +140,11 @@ void measureFeed(velmara::Board& board, int port, int viewerCount, int deafCount
   for (const auto& viewer : viewers) {
     viewer->begin(start);
   }
-  const double before = processorSeconds();
+  const double before = bench::processorSeconds();
   std::vector<double> costs;
   publish(board, start, costs);
   std::this_thread::sleep_for(milliseconds(300));
-  const double used = processorSeconds() - before;
+  const double used = bench::processorSeconds() - before;
   std::size_t least = static_cast<std::size_t>(-1);
   std::vector<double> ages;
   for (int i = 0; i < viewerCount; ++i) {
