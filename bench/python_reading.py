@@ -5,6 +5,7 @@ BUILD is the folder of an optimized build. Both talk to a simulated adapter in a
 in turns. Figures are the medians of the rounds; processor time is that of the whole process, all its threads.
 """
 
+import itertools
 import os
 import pathlib
 import resource
@@ -13,6 +14,7 @@ import subprocess
 import sys
 import time
 
+ROUGHLY = 30  # of such requests in a second
 PIDS = {"read": ["0C"], "watch": ["0C"], "fast": ["0C", "0D", "04", "11", "0B", "0E"]}
 
 
@@ -25,18 +27,17 @@ def measure(link, seconds, pace, *pids):
     """In a process of its own: the counterpart of bench/pollreading.cpp."""
     import velmara
 
+    seconds = float(seconds)
     with velmara.connect(link) as car:
         if pace == "read":
-            step = lambda: car.read(pids[0])
+            car.read(pids[0])  # to warm up
+            readings = map(car.read, itertools.repeat(pids[0], int(seconds * ROUGHLY)))
         else:
-            watch = car.watch(*pids, fast=pace == "fast")
-            step = lambda: next(watch)
-            warm = time.monotonic() + 1
-            while time.monotonic() < warm:
-                step()
+            for _ in car.watch(*pids, fast=pace == "fast", seconds=1):
+                pass
+            readings = car.watch(*pids, fast=pace == "fast", seconds=seconds)
         count, start, used = 0, time.monotonic(), processor()
-        while time.monotonic() - start < float(seconds):
-            step()
+        for _ in readings:
             count += 1
         print(count, time.monotonic() - start, processor() - used)
 

@@ -1,6 +1,7 @@
 #include "values.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <optional>
 #include <tuple>
@@ -535,7 +536,30 @@ py::object toPython(const std::vector<ControlUnit>& units, const VehicleReport& 
   return classOf("Report")(**fields);
 }
 
-ReadingMaker::ReadingMaker(const std::vector<Sensor>& sensors) : m_class(classOf("Reading")) {
+namespace {
+
+// A reading without a call of its class, whose __init__ would run in Python and take several times as long.
+py::object makeReading(const std::array<py::object, 5>& values) {
+  static const auto* const type = new py::object(classOf("Reading"));  // both as long as the interpreter
+  static PyObject* const names[] = {PyUnicode_InternFromString("name"), PyUnicode_InternFromString("value"),
+                                    PyUnicode_InternFromString("unit"), PyUnicode_InternFromString("pid"),
+                                    PyUnicode_InternFromString("time")};
+  auto reading =
+      py::reinterpret_steal<py::object>(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(type->ptr()), 0));
+  for (std::size_t i = 0; reading && i < values.size(); ++i) {
+    if (PyObject_GenericSetAttr(reading.ptr(), names[i], values[i].ptr()) != 0) {
+      reading = py::object();
+    }
+  }
+  if (!reading) {
+    throw py::error_already_set();
+  }
+  return reading;
+}
+
+}  // namespace
+
+ReadingMaker::ReadingMaker(const std::vector<Sensor>& sensors) {
   for (const Sensor& sensor : sensors) {
     m_sensors.push_back({sensor.uid, textOf(sensor.name), textOf(sensor.unit), textOf(sensor.label)});
   }
@@ -548,8 +572,8 @@ py::object ReadingMaker::make(const Feed::Item& item) const {
   if (found == m_sensors.end() || found->uid != item.uid) {
     return py::none();
   }
-  return m_class(found->name, item.numeric ? number(item.value) : textOf(item.value), found->unit, found->pid,
-                 item.time);
+  return makeReading({found->name, item.numeric ? number(item.value) : textOf(item.value), found->unit,
+                      found->pid, py::float_(item.time)});
 }
 
 }  // namespace velmara::python

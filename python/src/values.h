@@ -59,7 +59,6 @@ class ReadingMaker {
     pybind11::str pid;
   };
   std::vector<Texts> m_sensors;  // ascending by uid
-  pybind11::object m_class;
 };
 
 }  // namespace velmara::python
