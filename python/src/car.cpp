@@ -23,6 +23,8 @@ namespace {
 
 constexpr int LastRoutine = 0xFF;
 
+std::weak_ptr<Driver> lastDriver;
+
 std::shared_ptr<Driver> makeDriver(const std::string& unitSystem) {
   if (unitSystem != "metric" && unitSystem != "imperial") {
     throw Failure(Failure::Kind::Unusable, "The unit system is either \"metric\" or \"imperial\".");
@@ -31,6 +33,7 @@ std::shared_ptr<Driver> makeDriver(const std::string& unitSystem) {
   auto driver =
       std::make_shared<Driver>(unitSystem == "imperial" ? UnitSystem::Imperial : UnitSystem::Metric);
   tavrix::traceLogger() = &LogQueue::instance();  // until the library closes
+  lastDriver = driver;
   return driver;
 }
 
@@ -81,6 +84,14 @@ const std::map<std::string, SectionReader>& sectionReaders() {
 }
 
 }  // namespace
+
+void abandonCar() {
+  waits = 0;
+  if (const std::shared_ptr<Driver> driver = lastDriver.lock()) {
+    driver->abandon();
+    new std::shared_ptr<Driver>(driver);  // for good: there is no thread that could end it
+  }
+}
 
 Watch::Watch(std::shared_ptr<Driver> driver, std::shared_ptr<Feed> feed)
     : m_driver(std::move(driver)), m_feed(std::move(feed)), m_maker(m_feed->sensors()) {}
@@ -149,13 +160,22 @@ void Car::connect(const std::string& linkText, const std::string& protocol, cons
         };
         session.connect(link, options);
         m_unit = session.selectedUnit().value_or(ControlUnit());
+        m_connected = true;
       },
       progress);
 }
 
+void Car::ask(const Driver::Work& work, const py::object& progress) {
+  if (!m_connected && !isClosed()) {
+    throw Failure(Failure::Kind::Unusable, "The car is not connected.",
+                  "velmara.connect() gives one that is.");
+  }
+  m_driver->run(work, progress);
+}
+
 py::list Car::units() {
   std::vector<ControlUnit> units;
-  m_driver->run([&](Session& session) { units = session.units(); });
+  ask([&](Session& session) { units = session.units(); });
   py::list list;
   for (const ControlUnit& unit : units) {
     list.append(toPython(unit));
@@ -165,7 +185,7 @@ py::list Car::units() {
 
 py::object Car::link() {
   LinkSection section;
-  m_driver->run([&](Session& session) {
+  ask([&](Session& session) {
     session.expectNoLoss();
     section = readLink(session);
   });
@@ -173,17 +193,17 @@ py::object Car::link() {
 }
 
 bool Car::isConnected() {
-  if (isClosed()) {
+  if (isClosed() || !m_connected) {
     return false;
   }
   bool connected = false;
-  m_driver->run([&](Session& session) { connected = session.isConnected(); });
+  ask([&](Session& session) { connected = session.isConnected(); });
   return connected;
 }
 
 py::list Car::missingRequests() {
   std::vector<MissingRequest> missing;
-  m_driver->run([&](Session& session) { missing = session.missingRequests(); });
+  ask([&](Session& session) { missing = session.missingRequests(); });
   py::list list;
   for (const MissingRequest& request : missing) {
     list.append(toPython(request));
@@ -197,7 +217,7 @@ py::str Car::traceFailure() const {
 
 py::list Car::sensors(const Text& unit) {
   std::vector<Sensor> sensors;
-  m_driver->run([&](Session& session) {
+  ask([&](Session& session) {
     session.expectNoLoss();
     sensors = m_driver->sensors(session, unitOf(session, unit));
   });
@@ -212,8 +232,7 @@ py::list Car::read(const std::vector<std::string>& pids, const Text& unit) {
   const std::vector<int> parameters = parseParameters(pids);
   std::vector<Feed::Item> items;
   std::vector<Sensor> sensors;
-  m_driver->run(
-      [&](Session& session) { m_driver->read(session, unitOf(session, unit), parameters, items, sensors); });
+  ask([&](Session& session) { m_driver->read(session, unitOf(session, unit), parameters, items, sensors); });
   const ReadingMaker maker(sensors);
   py::list list;
   for (const Feed::Item& item : items) {
@@ -232,7 +251,7 @@ std::unique_ptr<Watch> Car::watch(const std::vector<std::string>& pids, const Te
     time = durationOf(*seconds);
   }
   const auto feed = std::make_shared<Feed>();
-  m_driver->run([&](Session& session) {
+  ask([&](Session& session) {
     m_driver->watch(session, unitOf(session, unit), parameters, fast, time, feed);
   });
   return std::make_unique<Watch>(m_driver, feed);
@@ -244,7 +263,7 @@ py::list Car::section(const std::string& name, const Text& unit, const std::stri
   options.make = parseMake(make);
   const SectionReader reader = sectionReaders().at(name);
   Sections sections;
-  m_driver->run(
+  ask(
       [&](Session& session) {
         session.expectNoLoss();
         m_driver->disturb();
@@ -260,7 +279,7 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
   VehicleReport report;
   std::vector<ControlUnit> units;
   std::string brokenOff;
-  m_driver->run(
+  ask(
       [&](Session& session) {
         session.expectNoLoss();
         m_driver->disturb();
@@ -290,7 +309,7 @@ py::object Car::report(const Text& unit, const std::string& make, bool live, con
 py::list Car::clearCodes() {
   std::vector<ControlUnit> units;
   std::map<unsigned int, ClearOutcome> outcomes;
-  m_driver->run([&](Session& session) {
+  ask([&](Session& session) {
     session.expectNoLoss();
     units = session.units();
     outcomes = velmara::clearCodes(session);
@@ -308,7 +327,7 @@ py::object Car::runRoutine(int id, const Text& unit) {
                   "routines() shows what the vehicle offers.");
   }
   RoutineOutcome outcome;
-  m_driver->run([&](Session& session) {
+  ask([&](Session& session) {
     session.expectNoLoss();
     m_driver->disturb();
     outcome = velmara::runRoutine(session, unitOf(session, unit), id);

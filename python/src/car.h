@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -77,11 +78,17 @@ class Car {
   bool isClosed() const { return m_driver->isClosed(); }
 
  private:
+  /// What `Driver::run` does, of a car that has been connected.
+  void ask(const Driver::Work& work, const pybind11::object& progress = pybind11::none());
   ControlUnit unitOf(const Session& session, const Text& name) const;
 
   std::shared_ptr<Driver> m_driver;
   ControlUnit m_unit;                    // that the library chose; for jobs
   std::shared_ptr<TraceWriter> m_trace;  // null without one
+  std::atomic<bool> m_connected{false};
 };
+
+/// In the child of a fork: a car of the parent's stays the parent's alone.
+void abandonCar();
 
 }  // namespace velmara::python

@@ -124,6 +124,9 @@ Driver::~Driver() {
 }
 
 void Driver::close() {
+  if (m_abandoned) {
+    return;
+  }
   std::unique_lock lock(m_mutex);
   if (m_helmsman == PyThread_get_thread_ident()) {
     m_ending = m_closesLater = true;
@@ -160,6 +163,9 @@ void Driver::close() {
 }
 
 void Driver::cancel(unsigned long thread) {
+  if (m_abandoned) {
+    return;
+  }
   const std::lock_guard lock(m_mutex);
   for (Caller& caller : m_callers) {
     caller.cancelled = caller.cancelled || thread == 0 || caller.thread == thread;
@@ -171,6 +177,11 @@ void Driver::cancel(unsigned long thread) {
 }
 
 void Driver::run(const Work& work, const pybind11::object& progress, const Ready& instead) {
+  if (m_abandoned) {
+    throw Failure(Failure::Kind::Unusable,
+                  "The car is connected in the process from which this one was forked.",
+                  "Ask it there, or start processes before connecting.");
+  }
   if (!takeHelm(instead)) {
     return;
   }

@@ -52,6 +52,9 @@ class Driver {
   /// Harmless when repeated. Without the interpreter's lock.
   void close();
   bool isClosed() const { return m_ending; }
+  /// In the child of a fork, where none of its threads goes on: it does nothing any more, and must not be
+  /// destroyed.
+  void abandon() { m_abandoned = true; }
 
   // For work.
 
@@ -107,6 +110,7 @@ class Driver {
   std::list<Caller> m_callers;        // who wait for the helm, in their order
   std::atomic<bool> m_wanted{false};  // there are some
   std::atomic<bool> m_ending{false};
+  std::atomic<bool> m_abandoned{false};
 
   std::thread m_keeper;
 };

@@ -149,6 +149,7 @@ PYBIND11_MODULE(_core, module) {
   module.def("next_log", &nextLog);
   module.def("end_log", [] { LogQueue::instance().end(); });
   module.def("settle", &settleWaits);
+  py::module_::import("os").attr("register_at_fork")("after_in_child"_a = py::cpp_function(&abandonCar));
   module.def(
       "set_log_level", [](int level) { LogQueue::instance().setLevel(level); }, "level"_a);
 }

@@ -172,7 +172,8 @@ class Car:
         self.close()
 
     def __repr__(self) -> str:
-        state = "closed" if self._core.closed else f"{self.adapter}, {self.protocol}"
+        connected = f"{self.adapter}, {self.protocol}" if self._units else "not connected"
+        state = "closed" if self._core.closed else connected
         return f"<velmara.Car {self.link!r}: {state}>"
 
     # What was found when the connection opened.

@@ -37,6 +37,29 @@ def test_loss_and_closing():
             car.read("0C")
 
 
+def test_never_connected():
+    car = velmara.Car()
+    for call in (car.codes, car.report, car.clear_codes, lambda: car.read("0C"), lambda: car.watch("0C")):
+        with pytest.raises(velmara.Unusable, match="is not connected"):
+            call()
+    assert not car.connected and "not connected" in repr(car)
+    car.close()
+
+
+def test_fork():
+    """The car stays that of the parent; the child ends as any other."""
+    forked = run(
+        "import os, velmara\n"
+        "with velmara.connect('demo:', protocol='can11-500') as car:\n"
+        "    if os.fork() == 0:\n"
+        "        try: car.read('0C')\n"
+        "        except velmara.Unusable as unusable: print(unusable)\n"
+        "        raise SystemExit(3)\n"
+        "    print(os.waitstatus_to_exitcode(os.wait()[1]), car.read('0C').unit)"
+    )
+    assert "from which this one was forked" in forked.stdout and forked.stdout.endswith("\n3 rpm\n"), forked
+
+
 def test_report_that_breaks_off():
     with velmara.Simulator(faults=f"close@{LINK_LOST_AT}") as simulator:
         with velmara.connect(simulator.link, protocol="can11-500") as car:
