@@ -82,7 +82,7 @@ void QueryRuns::update(QueryRun& run, const std::shared_ptr<IObdProxy>& proxy) {
     if (m_current.get() != &run) {
       return;
     }
-    if (std::exchange(run.m_clearFirst, false)) {
+    if (run.m_clearFirst) {
       subject().clear();
     }
     if (!proxy) {
