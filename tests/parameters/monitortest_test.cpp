@@ -1,5 +1,3 @@
-#include <tuple>
-
 #include "parameters/monitortestresult.h"
 #include "parameters/oxygensensortestresult.h"
 #include "parameters/unitscalingfactory.h"
@@ -7,11 +5,8 @@
 
 namespace {
 
-using fake::bytes;
 using obd::OxygenSensorLocation;
 using obd::UnitScalingFactory;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using enum obd::UnitSystem;
 using Unit = MeasurementUnit;
 

@@ -1,13 +1,21 @@
 #pragma once
 
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../core/fakevehicle.h"
+
+using fake::bytes;
+using fake::Bytes;
+using obd::ObdProtocol;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 /// Tests of records: a log, two control units on CAN and one on an older protocol.
 class Records : public testing::Test {

@@ -1,6 +1,3 @@
-#include <thread>
-#include <tuple>
-
 #include "parameters/onboardtest.h"
 #include "parameters/performancetracking.h"
 #include "parameters/testroutinedatamodel.h"
@@ -8,12 +5,7 @@
 
 namespace {
 
-using fake::bytes;
-using fake::Bytes;
-using obd::ObdProtocol;
 using obd::OnBoardTest;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 using Spark = obd::PerformanceTrackingSpark;
 using Compression = obd::PerformanceTrackingCompression;
@@ -147,21 +139,6 @@ TEST_F(ServiceRecords, ARefusalIsTheLatestUpdates) {
   proxy->forget("08 02");
   EXPECT_EQ(test.update(proxy), obd::IQuery::AdapterRefused);
   EXPECT_EQ(test.result(*second), OnBoardTest::Unknown);
-}
-
-// Counts under a sanitizer for threads.
-TEST_F(ServiceRecords, OnBoardTestIsReadWhileItRuns) {
-  OnBoardTest test(1, ObdProtocol::Iso14230);
-  std::thread worker([&] {
-    for (int i = 0; i < 200; ++i) {
-      test.setResponseData(older, bytes(i % 2 == 0 ? "48010000000000" : "7F0822"));
-      test.clear();
-    }
-  });
-  for (int i = 0; i < 200; ++i) {
-    EXPECT_NE(test.result(*older), OnBoardTest::TooShort);
-  }
-  worker.join();
 }
 
 }  // namespace

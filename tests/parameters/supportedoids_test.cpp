@@ -1,16 +1,8 @@
 #include "parameters/supportedoids.h"
 
-#include <tuple>
-
 #include "records.h"
 
 namespace {
-
-using fake::bytes;
-using fake::Bytes;
-using obd::ObdProtocol;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class SupportedOids : public Records {};
 

@@ -4,17 +4,12 @@
 
 #include <algorithm>
 #include <iterator>
-#include <stdexcept>
 
 #include "records.h"
 
 namespace {
 
-using fake::bytes;
-using fake::Bytes;
 using obd::VehicleIdentificationNumber;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 const std::string Vin = "1G1JC5444R7252367";
