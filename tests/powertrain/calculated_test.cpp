@@ -1,13 +1,9 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <hostos/time.h>
-
 #include "powertrain/batteryvoltage.h"
 #include "powertrain/boostpressure.h"
 #include "powertrain/enginepower.h"
 #include "powertrain/fuelconsumption.h"
 #include "powertrain/torque.h"
+#include "support/virtualclock.h"
 #include "texts.h"
 
 namespace {
@@ -20,30 +16,16 @@ using testing::IsEmpty;
 using Unit = MeasurementUnit;
 
 // Stands still until a test moves it, and counts how often it is read.
-class StillClock : public hostos::IClock {
- public:
-  explicit StillClock(std::uint32_t start) : now(start) { hostos::CTime::setClock(this); }
-  StillClock(const StillClock&) = delete;
-  StillClock& operator=(const StillClock&) = delete;
-  ~StillClock() override { hostos::CTime::setClock(nullptr); }
-
+struct StillClock : VirtualClock {
   std::uint32_t milliseconds() override {
     ++readings;
     return now;
   }
-  void msleep(std::uint32_t /*milliseconds*/) override {}
-  bool wait(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& /*lock*/,
-            std::uint32_t /*milliseconds*/) override {
-    return false;
-  }
-  void notify(std::condition_variable& /*condition*/, bool /*all*/) override {}
-
-  std::uint32_t now;
+  std::uint32_t now = 1000;
   int readings = 0;
 };
 
-class VoltageProxy : public fake::Proxy {
- public:
+struct VoltageProxy : fake::Proxy {
   float batteryVoltage() override { return voltage; }
   float voltage = 0;
 };
@@ -77,7 +59,7 @@ class Calculated : public testing::Test {
   }
 
   std::uint32_t step = 100;
-  StillClock clock{1000};
+  StillClock clock;
   std::shared_ptr<VoltageProxy> proxy = std::make_shared<VoltageProxy>();
   std::shared_ptr<fake::Ecu> ecu = std::make_shared<fake::Ecu>(0x7E8);
   std::shared_ptr<fake::Ecu> other = std::make_shared<fake::Ecu>(0x7E9);

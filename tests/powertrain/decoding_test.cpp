@@ -1,7 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "powertrain/parameterfactory.h"
 #include "powertrain/pidparameters.h"
 #include "texts.h"
 
@@ -189,10 +185,6 @@ const Row Rows[] = {
 };
 // clang-format on
 
-std::shared_ptr<obd::PowertrainParameter> make(int pid) {
-  return obd::ParameterFactory().createParameter(ParameterIdentifier(pid).id());
-}
-
 fake::Bytes message(const Row& row) {
   fake::Bytes data = fake::bytes(row.payload);
   data.insert(data.begin(), {0x41, static_cast<unsigned char>(row.pid)});
@@ -352,7 +344,10 @@ TEST_F(Decoding, ReadsAFreezeFrame) {
   const auto parameter =
       obd::ParameterFactory().createFreezeFrameParameter(ParameterIdentifier(0x66).id(), 3);
   EXPECT_NE(std::dynamic_pointer_cast<obd::MassAirFlow>(parameter), nullptr);
+  EXPECT_EQ(parameter->timeout() + static_cast<unsigned>(parameter->frame()), 1500U + 3U);
   EXPECT_TRUE(reply(*parameter, ecu, "42 66 03 02 0020 0040"));
+  EXPECT_FALSE(reply(*parameter, ecu, "42 66 02 02 0040 0040") || reply(*parameter, ecu, "42 66 03") ||
+               reply(*parameter, ecu, "41 66 03 02 0040 0040"));
   EXPECT_EQ(texts(*parameter, *ecu), "2.00");
   EXPECT_EQ(parameter->values(*ecu, UnitSystem::Metric).at(0)->uid(), 1021);
 }

@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "../core/fakevehicle.h"
 #include "powertrain/groupreply.h"
 

@@ -1,12 +1,5 @@
-#include <atomic>
-#include <thread>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "powertrain/fueltrim.h"
 #include "powertrain/monitorstatus.h"
-#include "powertrain/parameterfactory.h"
 #include "powertrain/pidparameters.h"
 #include "powertrain/testequipmentconfiguration.h"
 #include "texts.h"
@@ -15,40 +8,13 @@ namespace {
 
 using obd::ObdMode;
 using obd::ObdTest;
-using obd::ParameterIdentifier;
 using obd::UnitSystem;
-
-std::shared_ptr<obd::PowertrainParameter> make(int pid) {
-  return obd::ParameterFactory().createParameter(ParameterIdentifier(pid).id());
-}
 
 class Parameters : public testing::Test {
  protected:
   const std::shared_ptr<fake::Ecu> ecu = std::make_shared<fake::Ecu>(0x7E8);
   const fake::Ecu silent{0x7E9};
 };
-
-// A front end may ask anything while the worker decodes. Counts only under a sanitizer for threads.
-TEST_F(Parameters, ReadableWhileUpdated) {
-  for (const char* reply : {"41 0B 63", "41 06 80 80", "41 1C 06", "41 03 02 02", "41 14 10 80",
-                            "41 24 80 00 40 00", "41 13 33", "41 01 81 07 65 00", "41 66 03 A1 B3 1F 45"}) {
-    const fake::Bytes data = fake::bytes(reply);
-    const auto parameter = make(data[1]);
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-      for (int i = 0; i < 200; ++i) {
-        EXPECT_TRUE(parameter->setResponseData(ecu, data));
-      }
-      done = true;
-    });
-    do {
-      EXPECT_FALSE(parameter->description(*ecu).empty());
-      EXPECT_FALSE(parameter->sensorInfo(*ecu).empty());
-      parameter->values(*ecu, UnitSystem::Imperial);
-    } while (!done);
-    worker.join();
-  }
-}
 
 TEST_F(Parameters, TestEquipmentTellsLimits) {
   obd::TestEquipmentConfiguration1 first(ObdMode::Mode01, 0);
@@ -136,7 +102,6 @@ TEST_F(Parameters, MonitorStatusOfAUnit) {
   EXPECT_FALSE(status.isMalfunctionIndicatorLightOn(*ecu));
 }
 
-// Each monitor in turn: its own bits, and no others.
 TEST_F(Parameters, MonitorsHaveBitsAndNames) {
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"00 01 00 00", "00 11 00 00", "Misfire"},

@@ -3,13 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "powertrain/monitorstatus.h"
 #include "powertrain/parameterdescriptor.h"
-#include "powertrain/parameterfactory.h"
-#include "powertrain/pidparameters.h"
 #include "powertrain/torque.h"
 #include "powertrain/unitscaling.h"
 #include "support/foreignlocale.h"
@@ -18,7 +13,6 @@
 namespace {
 
 using obd::LinearScaling;
-using obd::ObdMode;
 using obd::ParameterIdentifier;
 using obd::Pid2Uid;
 using obd::UnitSystem;
@@ -60,7 +54,7 @@ TEST(Texts, DoNotFollowTheGlobalLocale) {
   EXPECT_EQ(obd::DummyScaling().toString(12345.0F), "12345");
   EXPECT_EQ(ParameterIdentifier(0x12345).toString(), "$12345");
   const auto ecu = std::make_shared<fake::Ecu>(12345);
-  const auto distance = obd::ParameterFactory().createParameter(ParameterIdentifier::MilDistance);
+  const auto distance = make(0x21);
   EXPECT_TRUE(reply(*distance, ecu, "41 21 30 39"));
   EXPECT_EQ(texts(*distance, *ecu), "12345");
   fake::Log log;
@@ -68,19 +62,11 @@ TEST(Texts, DoNotFollowTheGlobalLocale) {
   EXPECT_EQ(log.take().at(0), "2 ECU with ID 12345 received NACK:  0x7f 0x1 0x12");
 }
 
-TEST(UnitScaling, ScalesRawNumbersAndConvertsOnlyInText) {
-  EXPECT_FLOAT_EQ(LinearScaling(0x02, 0.1F, 1, Unit::Volt, nullptr).scale(0xFFFF), 6553.5F);
-  EXPECT_FLOAT_EQ(LinearScaling(0x82, 0.1F, 1, Unit::Volt, nullptr).scale(0xFFFF), -0.1F);
-  const obd::LinearOffsetScaling fahrenheit(0x16, 0.1F, -40.0F, 1, Unit::DegreeFahrenheit,
-                                            [](float v) { return v * 1.8F + 32.0F; });
-  EXPECT_EQ(fahrenheit.unit(), Unit::DegreeFahrenheit);
-  EXPECT_FLOAT_EQ(fahrenheit.scale(1400), 100.0F);
-  EXPECT_EQ(fahrenheit.toString(100.0F), "212.0");
+TEST(UnitScaling, TextsOfNumbersBeyondTheRange) {
   // Same numbers, other width: double for test results, float for sensors.
   EXPECT_EQ(LinearScaling(1, 1.0F, 2, Unit::NoUnit, nullptr).toString(1.005F), "1.00");
   EXPECT_EQ(LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(-2.5F), "-2");
   EXPECT_EQ(LinearScaling(1, 1.0F, 0, Unit::NoUnit, nullptr).toString(8388609.0F), "8388609");
-
   const obd::BoolScaling flag;
   EXPECT_EQ(flag.scale(0xFFFF), 65535.0F);
   EXPECT_EQ(flag.toString(0.0F) + flag.toString(0.5F), "falsetrue");
@@ -103,18 +89,6 @@ TEST(ParameterIdentifier, NotationAndUid) {
   EXPECT_EQ(obd::Uid2Pid(Pid2Uid(104, 5)), 104);
   EXPECT_EQ(Pid2Uid(ParameterIdentifier::FuelConsumption), 2400);
   EXPECT_EQ(obd::Uid2Pid(-15), -1);
-}
-
-TEST(PowertrainParameter, RequestAndSignature) {
-  const auto ecu = std::make_shared<fake::Ecu>(0x7E8);
-  obd::EngineRpm frozen(ObdMode::Mode02, 3);
-  EXPECT_EQ(frozen.timeout(), 1500U);
-  EXPECT_EQ(frozen.frame(), 3);
-  EXPECT_TRUE(reply(frozen, ecu, "42 0C 03 0F A3"));
-  EXPECT_FALSE(reply(frozen, ecu, "42 0C 02 1F 40"));  // another frame
-  EXPECT_FALSE(reply(frozen, ecu, "42 0C 03"));
-  EXPECT_FALSE(reply(frozen, ecu, "41 0C 1F 40 00"));
-  EXPECT_EQ(frozen.engineRpm(*ecu), 1000U);
 }
 
 TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
@@ -143,25 +117,21 @@ TEST(ParameterFactory, OffersExactlyTheKnownIdentifiers) {
     }
   }
   EXPECT_EQ(count, 119);
-  EXPECT_TRUE(
-      std::dynamic_pointer_cast<obd::MonitorStatus>(factory.createParameter(ParameterIdentifier(1).id())));
-  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(factory.createParameter(ParameterIdentifier::Torque)));
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::MonitorStatus>(make(1)));
+  EXPECT_TRUE(std::dynamic_pointer_cast<obd::Torque>(make(246)));
 }
 
 TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {
-  obd::ParameterFactory factory;
   const auto ecu = std::make_shared<fake::Ecu>(0x7E8);
   ecu->pressureMax = 400;
-  const obd::ParameterDescriptor pressure(factory.createParameter(ParameterIdentifier::ManifoldPressure), ecu,
-                                          UnitSystem::Imperial);
+  const obd::ParameterDescriptor pressure(make(0x0B), ecu, UnitSystem::Imperial);
   EXPECT_EQ(pressure.description(), "Intake Manifold Absolute Pressure");
   EXPECT_EQ(pressure.pid(), 0x0B);
   EXPECT_TRUE(pressure.hasNumericSensors());
-  EXPECT_EQ(pressure.sensors().at(0)->uid(), 110);
-  EXPECT_EQ(pressure.sensors().at(0)->unit(), Unit::InchOfMercury);
-  EXPECT_FLOAT_EQ(pressure.sensors().at(0)->maxValue(), 118.12023F);
-  const obd::ParameterDescriptor fuel(factory.createParameter(ParameterIdentifier::FuelSystem), ecu,
-                                      UnitSystem::Metric);
+  const auto sensor = pressure.sensors().at(0);
+  EXPECT_EQ(std::pair(sensor->uid(), sensor->unit()), std::pair(110, Unit::InchOfMercury));
+  EXPECT_FLOAT_EQ(sensor->maxValue(), 118.12023F);
+  const obd::ParameterDescriptor fuel(make(0x03), ecu, UnitSystem::Metric);
   EXPECT_FALSE(fuel.hasNumericSensors());
   EXPECT_EQ(fuel.sensors().size(), 2U);
 }

@@ -1,10 +1,14 @@
 #pragma once
 
-#include <memory>
-#include <string>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "../core/fakevehicle.h"
-#include "powertrain/powertrainparameter.h"
+#include "powertrain/parameterfactory.h"
+
+inline std::shared_ptr<obd::PowertrainParameter> make(int pid) {
+  return obd::ParameterFactory().createParameter(obd::ParameterIdentifier(pid).id());
+}
 
 /// The texts of all values of a control unit, "30.2|60.8"; "none" without a value.
 inline std::string texts(obd::PowertrainParameter& parameter, const obd::IEcu& ecu,
