@@ -3,13 +3,8 @@
 #include <tavrix/notifier.h>
 
 #include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -40,16 +35,10 @@ struct Service : tavrix::Notifier<IReader> {
   using Notifier::fireEvent;
 };
 
-class NotifierTest : public testing::Test {
- protected:
+TEST(Notifier, CallsInOrderOnceForEachAttachment) {
   std::vector<std::string> calls;
-  Reader a{"a", calls};
-  Reader b{"b", calls};
-  Reader c{"c", calls};
+  Reader a{"a", calls}, b{"b", calls}, c{"c", calls};
   Service service;
-};
-
-TEST_F(NotifierTest, CallsInOrderOnceForEachAttachment) {
   service.fireEvent(&IReader::onBegin);
   EXPECT_TRUE(calls.empty());
   for (Reader* reader : {&b, static_cast<Reader*>(nullptr), &a, &b}) {
@@ -62,7 +51,6 @@ TEST_F(NotifierTest, CallsInOrderOnceForEachAttachment) {
   calls.clear();
   service.fireEvent(&IReader::onBegin);
   EXPECT_THAT(calls, ElementsAre("a"));
-
   // An event keeps copies of its own.
   std::string text = "first";
   const auto copied = tavrix::makeEvent(&IReader::onText, false, text);
@@ -93,12 +81,6 @@ struct Producer : tavrix::EventProducer<Change, tavrix::IEventListener<Change>> 
   using EventProducer::fire;
 };
 
-void repeat(int times, const std::function<void()>& work) {
-  for (int i = 0; i < times; ++i) {
-    work();
-  }
-}
-
 struct Log : tavrix::ITraceLogger {
   Log() { tavrix::traceLogger() = this; }
   ~Log() override { tavrix::traceLogger() = nullptr; }
@@ -111,13 +93,12 @@ struct Log : tavrix::ITraceLogger {
 TEST(EventProducer, ThrowingListenerEndsTheWalkAndIsLogged) {
   Log log;
   Producer producer;
-  Listener first;
+  Listener first, last;
   Listener throwing([](Change change) {
     if (change == Change::Values) {
       throw std::runtime_error("listener");
     }
   });
-  Listener last;
   for (Listener* listener : {&first, &throwing, &last}) {
     producer.attach(listener);
   }
@@ -127,7 +108,6 @@ TEST(EventProducer, ThrowingListenerEndsTheWalkAndIsLogged) {
   EXPECT_EQ(throwing.events, 2);
   EXPECT_EQ(last.events, 1);
   EXPECT_THAT(log.lines, ElementsAre("common\\eventproducer|3|Listener threw an exception"));
-
   // The lock is free again, and a double entry goes out whole.
   producer.detach(&throwing);
   producer.attach(&last);
@@ -139,9 +119,7 @@ TEST(EventProducer, ThrowingListenerEndsTheWalkAndIsLogged) {
 
 TEST(EventProducer, AListenerMayAttachDetachAndFireFromWithin) {
   Producer producer;
-  Listener added;
-  Listener dropped;
-  Listener acting;
+  Listener added, dropped, acting;
   acting.action = [&](Change change) {
     if (change == Change::Names) {
       producer.attach(&added);
@@ -162,9 +140,7 @@ TEST(EventProducer, AListenerMayAttachDetachAndFireFromWithin) {
 
 // Taken out by a listener while another thread is just telling it.
 TEST(EventProducer, DetachWaitsForTheCallOfAnotherThread) {
-  std::atomic<bool> entered{false};
-  std::atomic<bool> leave{false};
-  std::atomic<bool> left{false};
+  std::atomic<bool> entered{false}, leave{false}, left{false};
   bool waited = false;
   Producer producer;
   Listener slow([&](Change) {
@@ -197,8 +173,7 @@ TEST(EventProducer, DetachWaitsForTheCallOfAnotherThread) {
 
 // Each of two producers tells a listener that changes the list of the other, on two threads at once.
 TEST(EventProducer, ListenersMayChangeEachOthersProducers) {
-  Producer left;
-  Producer right;
+  Producer left, right;
   Listener passing;
   const auto changing = [&passing](Producer& other) {
     return [&passing, &other](Change) {
@@ -210,8 +185,13 @@ TEST(EventProducer, ListenersMayChangeEachOthersProducers) {
   Listener fromRight(changing(left));
   left.attach(&fromLeft);
   right.attach(&fromRight);
-  std::thread another([&] { repeat(2000, [&] { right.fire(Change::Values); }); });
-  repeat(2000, [&] { left.fire(Change::Values); });
+  const auto fireOften = [](Producer& producer) {
+    for (int i = 0; i < 2000; ++i) {
+      producer.fire(Change::Values);
+    }
+  };
+  std::thread another([&] { fireOften(right); });
+  fireOften(left);
   another.join();
 }
 

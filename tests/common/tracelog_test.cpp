@@ -1,13 +1,9 @@
 #include <gmock/gmock.h>
 #include <tavrix/tracelog.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <new>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "support/foreignlocale.h"
 

@@ -2,14 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "dtc/dtctable.h"
 #include "dtc/generator/dtcgenerator.h"
@@ -17,8 +12,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-using testing::HasSubstr;
 
 // A data folder of its own that goes away with the test. Generic, Chrysler and Dodge have rows.
 class DataFolder {
@@ -76,13 +69,9 @@ TEST(DtcGeneratorTest, ReadsTheRowsMakeByMake) {
 }
 
 TEST(DtcGeneratorTest, RefusesWhatIsWrongWithFileAndLine) {
-  struct Case {
-    const char* file;
-    const char* from;
-    const char* to;
-    const char* refusal;
-  };
-  const Case cases[] = {
+  const struct {
+    const char *file, *from, *to, *refusal;
+  } cases[] = {
       // malformed
       {"c-d.tsv", "P1101\t", "P1101 ", "c-d.tsv:4: a line has 2 columns"},
       {"c-d.tsv", "Misfire", "Mis\tfire", "c-d.tsv:4: a line has 2 columns"},
@@ -111,11 +100,11 @@ TEST(DtcGeneratorTest, RefusesWhatIsWrongWithFileAndLine) {
       {"generic.tsv", "Bag", "Bag B\xC3\xA4g Bag", "totals.tsv:4: longest must be 10, but the table has 11"},
       {"totals.tsv", "makes P1\t6", "makes P1\t7", "totals.tsv:6: makes P1 must be 7, but the table has 6"},
   };
-  for (const Case& wrong : cases) {
+  for (const auto& wrong : cases) {
     SCOPED_TRACE(std::string(wrong.file) + ": " + wrong.from + " -> " + wrong.to);
     DataFolder data;
     data.replace(wrong.file, wrong.from, wrong.to);
-    EXPECT_THAT(data.read(), HasSubstr(wrong.refusal));
+    EXPECT_THAT(data.read(), testing::HasSubstr(wrong.refusal));
   }
 }
 
