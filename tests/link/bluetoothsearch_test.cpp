@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <utility>
-#include <vector>
-
 namespace {
 
 using Calls = std::vector<std::string>;
@@ -38,7 +34,7 @@ struct FakeStack : hostos::IBluetoothStack {
 };
 
 struct Observer : obd::IBluetoothObserver {
-  Observer(const char* mark, Calls& target) : name(mark), calls(target) {}
+  Observer(std::string mark, Calls& target) : name(std::move(mark)), calls(target) {}
   void onSearchStarted() override { calls.push_back(name + " started"); }
   void onDeviceFound(const std::string& device, const std::string& address, int port) override {
     calls.push_back(name + " found " + device + " " + address + " " + std::to_string(port));

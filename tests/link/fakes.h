@@ -1,15 +1,10 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
-#include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <hostos/imessagebus.h>
 #include <hostos/time.h>
@@ -82,9 +77,8 @@ class FakeBus : public hostos::ISerialBus {
   }
   int baudrate() override { return m_rate; }
 
-  void deliver(const std::string& bytes) { script({hostos::BusRead, bytes}); }
-  void script(const Read& read) {
-    change([&] { m_reads.push_back(read); });
+  void deliver(const std::string& bytes, int result = hostos::BusRead) {
+    change([&] { m_reads.push_back({result, bytes}); });
   }
   template <typename Change>
   void change(Change apply) {
@@ -199,6 +193,5 @@ class FakeConnection : public obd::IConnection {
 
   std::mutex m_mutex;
   std::deque<std::string> m_messages;
-  std::string m_trace;
-  std::string m_written;
+  std::string m_trace, m_written;
 };

@@ -13,8 +13,7 @@ using testing::ElementsAre;
 
 using Values = decltype(MemorySettings::values);
 
-class EventListener : public tavrix::IEventListener<ConnectionOptionsEvent> {
- public:
+struct EventListener : tavrix::IEventListener<ConnectionOptionsEvent> {
   void onEvent(const ConnectionOptionsEvent& event) override { events.push_back(static_cast<int>(event)); }
   std::vector<int> events;
 };

@@ -1,10 +1,5 @@
 #include "vehicle/ecu.h"
 
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

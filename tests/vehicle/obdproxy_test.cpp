@@ -1,18 +1,7 @@
 #include "vehicle/obdproxy.h"
 
-#include <atomic>
-#include <functional>
-#include <map>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <hostos/time.h>
 
 #include "link/fakes.h"
 #include "link/idevice.h"
@@ -210,8 +199,7 @@ TEST_F(ObdProxy, CallersWaitForTheExchangeInProgressOnly) {
   device.onExchange = [] { CTime::msleep(1000); };
   const std::uint32_t start = CTime::milliseconds();
   std::vector<int> results;
-  std::uint32_t seenAt = 0;
-  std::uint32_t removedAt = 0;
+  std::uint32_t seenAt = 0, removedAt = 0;
   {
     // The lock is taken again the moment it is free, as polling does.
     Runner worker([&] {
