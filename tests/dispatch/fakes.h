@@ -1,9 +1,9 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
-#include <memory>
-#include <vector>
 
 #include <hostos/time.h>
 
@@ -13,16 +13,9 @@
 
 using CapturedLog = fake::Log;
 
-/// A proxy without a vehicle that counts what it is asked.
-class FakeProxy : public fake::Proxy {
- public:
-  int sendRequest(const std::vector<unsigned char>& /*request*/, obd::ResponseMap& /*responses*/,
-                  unsigned int /*timeout*/) override {
-    ++asked;
-    return obd::RequestUnusable;
-  }
-
-  std::atomic<int> asked{0};
+/// A proxy without a vehicle.
+struct FakeProxy : fake::Proxy {
+  FakeProxy() { result = obd::RequestUnusable; }
 };
 
 /// A query that does what the test tells it.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <memory>
 #include <thread>
 #include <vector>
 
@@ -17,20 +16,15 @@ struct Entry : obd::IDispatchable {
   std::size_t number = 0;
 };
 
-std::vector<std::shared_ptr<Entry>> makeEntries(std::size_t count) {
-  std::vector<std::shared_ptr<Entry>> entries(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    entries[i] = std::make_shared<Entry>();
-    entries[i]->number = i;
-  }
-  return entries;
-}
-
 TEST(UpdateQueue, LosesAndDoublesNothingWithSeveralWriters) {
   constexpr std::size_t Writers = 4;
   constexpr std::size_t PerWriter = 3000;
   UpdateQueue queue;
-  const auto entries = makeEntries(Writers * PerWriter);
+  std::vector<std::shared_ptr<Entry>> entries;
+  while (entries.size() < Writers * PerWriter) {
+    entries.push_back(std::make_shared<Entry>());
+    entries.back()->number = entries.size() - 1;
+  }
   std::vector<std::thread> threads;
   for (std::size_t writer = 0; writer < Writers; ++writer) {
     threads.emplace_back([&, writer] {
