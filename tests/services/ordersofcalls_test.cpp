@@ -77,14 +77,6 @@ class OrdersOfCalls : public AllServicesTest {
     EXPECT_TRUE(pumpUntil([&] { return heard.count("done") != 0; }, 20000));
     return hear(heard, 700);
   }
-  // Works through the queue without a front end.
-  void waitUnpumped(const std::string& begin, std::size_t times) {
-    while (timesAsked(begin) < times) {
-      hostos::CTime::msleep(5);
-    }
-    hostos::CTime::msleep(300);
-  }
-
   // A refresh, and what it tells of each unit.
   struct Batch {
     const char* name;
@@ -155,11 +147,6 @@ class OrdersOfCalls : public AllServicesTest {
   void selectAtEveryMoment(bool again);
   // Everything refreshes when the connection ends like this.
   void endAtEveryMoment(const std::function<void()>& end);
-  void expectNothingAtAll() {
-    expectNothing();
-    EXPECT_FALSE(connection->isConnected() || connection->adapter());
-    EXPECT_EQ(connection->obdStandard(), "");
-  }
 };
 
 TEST_F(OrdersOfCalls, RefreshWhileOneIsOnItsWay) {
@@ -302,7 +289,8 @@ TEST_F(OrdersOfCalls, ChangeTheUnitSystemInMidRefresh) {
     for (const char* list : {"confirmed P0171 P0420", "pending", "permanent P0171"}) {
       EXPECT_EQ(std::count(told.begin(), told.end(), list), 1);  // does not depend on units
     }
-    // Polling goes on.
+    // The lists of sensors hold, and polling goes on.
+    EXPECT_EQ(timesAsked("020000"), moment == 0 ? 1U : 0U);
     const Texts speeds = ofSensors.take();
     EXPECT_GT(speeds.size(), 3U);
     EXPECT_EQ(speeds, Texts(speeds.size(), "pid 13 31"));
@@ -469,7 +457,6 @@ TEST_F(OrdersOfCalls, MakeAServiceWhileConnected) {
   expectWholeBatches();
   select(Engine);
   EXPECT_TRUE(offers());
-
   // From within `onConnected`, too.
   close();
   forgetAll();
@@ -530,7 +517,9 @@ TEST_F(OrdersOfCalls, CallAServiceWhoseFacadeIsGone) {
     end();
     facade.reset();
     forgetAll();
-    expectNothingAtAll();
+    expectNothing();
+    EXPECT_FALSE(connection->isConnected() || connection->adapter());
+    EXPECT_EQ(connection->obdStandard(), "");
     EXPECT_EQ(hear(ofSensors, 0), Texts());
     EXPECT_EQ(obd::TroubleCodeServiceBuilder::createTroubleCodeService(), nullptr);
     makeFacade();
@@ -543,7 +532,6 @@ TEST_F(OrdersOfCalls, ReadForms) {
   std::uint32_t start = now();
   EXPECT_EQ(text(codes->readConfirmedCodes()), " P0171 P0420");
   EXPECT_TRUE(now() - start >= 100 && now() - start < 150) << now() - start;
-
   // Behind what is queued already, as far as its time allows. What comes too late is nobody's.
   for (const auto& [ahead, gives] : {std::pair(5, " P0171 P0420"), {20, ""}}) {
     for (int i = 0; i < ahead; ++i) {
@@ -557,7 +545,6 @@ TEST_F(OrdersOfCalls, ReadForms) {
     EXPECT_EQ(hear(ofConsole, 3000).size(), static_cast<std::size_t>(ahead));
     EXPECT_EQ(timesAsked("03"), ahead == 20 ? 0U : 1U);
   }
-
   // From within an observer, nobody else is called meanwhile.
   std::string read;
   ofCodes.onEvent = [&] {
@@ -569,7 +556,6 @@ TEST_F(OrdersOfCalls, ReadForms) {
   batches[0].refresh();
   EXPECT_EQ(settle(ofCodes), batches[0].engine);
   EXPECT_EQ(read, " P0171");
-
   // A link that goes ends the wait.
   console->sendRequest("0902", 1000);
   bus->close();
@@ -603,6 +589,15 @@ TEST_F(OrdersOfCalls, ChangeObserversFromWithinAnObserver) {
 
 TEST_F(OrdersOfCalls, DropServicesFromWithinAnObserver) {
   ASSERT_TRUE(open(Car));
+  for (Recorder* const heard : recorders) {
+    heard->when("void", [this] { makeServices(); });
+  }
+  select(Engine);
+  facade->settings()->setUnitSystem(UnitSystem::Imperial);
+  facade->settings()->setUnitSystem(UnitSystem::Metric);
+  facade->settings()->setVehicleWeight(1000);
+  EXPECT_EQ(hearAll(0), " void void void void") << "of the first service that hears of each change";
+  forget();
   for (const Batch& batch : batches) {
     for (const std::string& moment : batch.engine) {
       SCOPED_TRACE(batch.name + moment);
@@ -620,6 +615,9 @@ TEST_F(OrdersOfCalls, DropServicesFromWithinAnObserver) {
       EXPECT_EQ(settle(batch.heard), batch.engine);
     }
   }
+  ofConnection.when("disconnected", [this] { makeAll(); });
+  manager().close();
+  EXPECT_EQ(hear(ofConnection), Texts{"disconnected"});
 }
 
 TEST_F(OrdersOfCalls, AFrontEndThatDoesNotPump) {
@@ -643,11 +641,16 @@ TEST_F(OrdersOfCalls, AFrontEndThatDoesNotPump) {
   EXPECT_EQ(ofConnection.take(), (Texts{"disconnected", "connected"}));
   pumpFor(500);
   forgetAll();
-
   // 63 results wait. One more is lost, and its service takes it for being on its way ever after.
   for (int i = 0; i < 63; ++i) {
     console->sendRequest("0902", 1000);
   }
+  const auto waitUnpumped = [this](const std::string& begin, std::size_t times) {
+    while (timesAsked(begin) < times) {
+      hostos::CTime::msleep(5);
+    }
+    hostos::CTime::msleep(300);
+  };
   waitUnpumped("0902", 63);
   codes->refreshConfirmedCodes();
   waitUnpumped("03", 1);
@@ -727,7 +730,6 @@ TEST_F(OrdersOfCalls, ClearCodesInMidWalk) {
     second.reset();
     close();
   }
-
   // Another tester on the car.
   ASSERT_TRUE(open(Car));
   walk.refresh();

@@ -8,22 +8,17 @@
 #include "powertrain/monitorstatus.h"
 #include "powertrain/parameteridentifier.h"
 #include "services/fixture.h"
-#include "services/iconnectionservice.h"
-#include "services/isensorservice.h"
 #include "services/libobd.h"
 
 namespace {
 
 using obd::EcuManagerEvent;
-using obd::IConnectionServiceObserver;
-using obd::ISensorServiceObserver;
 using obd::UnitSystem;
 using obd::VehicleProtocol;
 
 constexpr int Rpm = 0x0C;
 
-class EcuListener : public tavrix::IEventListener<EcuManagerEvent> {
- public:
+struct EcuListener : tavrix::IEventListener<EcuManagerEvent> {
   void onEvent(const EcuManagerEvent& event) override {
     heard += static_cast<char>('0' + static_cast<int>(event));
   }
@@ -92,7 +87,6 @@ TEST_F(ServicesTest, ConnectionServiceFollowsTheConnection) {
   EXPECT_EQ(observer.course, "1234C");  // only with the next pass
   pumpFor(20);
   EXPECT_EQ(observer.course, "1234CD");
-
   // A port that is not there.
   observer.forget();
   ASSERT_TRUE(manager().openTcp({"256.0.0.1", 1}, VehicleProtocol::Automatic));
@@ -105,19 +99,17 @@ TEST_F(ServicesTest, EcuManagerFollowsConnectionAndChoice) {
   EcuListener listener;
   obd::IEcuManager& ecus = *facade->ecuManager();
   ecus.attach(&listener);
-  const auto idsNow = [&ecus] {
-    std::vector<unsigned int> ids;
-    ecus.ecuIds(ids);
-    return ids;
-  };
-  EXPECT_TRUE(idsNow().empty() && ecus.sensors(0x7E8).empty());
+  std::vector<unsigned int> ids;
+  ecus.ecuIds(ids);
+  EXPECT_TRUE(ids.empty() && ecus.sensors(0x7E8).empty());
   ASSERT_TRUE(open("eight-units"));
   EXPECT_EQ(listener.heard, "01");
-  EXPECT_EQ(idsNow(), (std::vector<unsigned int>{0x7E8, 0x7E9, 0x7EA, 0x7EB, 0x7EC, 0x7ED, 0x7EE, 0x7EF}));
+  ecus.ecuIds(ids);
+  EXPECT_EQ(ids, (std::vector<unsigned int>{0x7E8, 0x7E9, 0x7EA, 0x7EB, 0x7EC, 0x7ED, 0x7EE, 0x7EF}));
   EXPECT_EQ(ecus.currentEcu()->id(), 0x7E8U);
   EXPECT_EQ(ecus.ecuName(0x7E8), ecus.currentEcu()->name());
   EXPECT_EQ(ecus.ecuName(0x123) + ecus.ecuDescription(0x123), "");
-  for (const unsigned int id : idsNow()) {
+  for (const unsigned int id : ids) {
     // The calculated ones are always there, and behind all others; boost pressure needs a sensor.
     std::string last;
     for (const auto& sensor : ecus.sensors(id)) {
@@ -128,9 +120,9 @@ TEST_F(ServicesTest, EcuManagerFollowsConnectionAndChoice) {
     EXPECT_TRUE(last.ends_with(boost ? " 244 245 246 247" : " 244 245 246")) << last;
     EXPECT_GT(last.size(), 16U);
   }
-  ecus.selectEcu(0x7EF);
+  select(0x7EF);
   EXPECT_EQ(ecus.currentEcu()->id(), 0x7EFU);
-  ecus.selectEcu(0x99);
+  select(0x99);
   EXPECT_EQ(listener.heard, "0111");
   EXPECT_EQ(ecus.currentEcu(), nullptr);
   EXPECT_EQ(service->obdStandard(), "");
@@ -161,13 +153,6 @@ class SensorServiceTest : public AllServicesTest {
     return pidsWithin(time).size();
   }
   unsigned long long invalidations() { return heard.told["void"]; }
-  void onUpdate(const std::function<void()>& action) {
-    heard.onEvent = [this, action] {
-      if (!heard.events.empty() && heard.events.back().starts_with("pid ")) {
-        action();
-      }
-    };
-  }
 
   Recorder& heard = ofSensors;
 };
@@ -175,7 +160,10 @@ class SensorServiceTest : public AllServicesTest {
 TEST_F(SensorServiceTest, PollsWithStatisticsUntilToldToStop) {
   ASSERT_TRUE(open());
   std::vector<float> seen;
-  onUpdate([&] {
+  heard.onEvent = [&] {
+    if (!heard.events.back().starts_with("pid ")) {
+      return;
+    }
     ASSERT_EQ(heard.values.size(), 1U);
     const obd::SensorValueDataModel& value = *heard.values[0];
     EXPECT_EQ(value.uid, obd::Pid2Uid(Rpm));
@@ -184,24 +172,21 @@ TEST_F(SensorServiceTest, PollsWithStatisticsUntilToldToStop) {
     EXPECT_EQ(std::pair(std::stof(value.minimum), std::stof(value.maximum)), std::pair(*lowest, *highest));
     const float sum = std::accumulate(seen.begin(), seen.end(), 0.0F);
     EXPECT_NEAR(std::stof(value.average), sum / static_cast<float>(seen.size()), 1.0F);
-  });
+  };
   sensors->refresh({Rpm, 0x0999, Rpm});
   const std::size_t updates = updatesWithin(3000);  // one loop, and not faster than the vehicle may be asked
   EXPECT_TRUE(updates > 20 && updates <= 3000U / 30 + 1) << updates;
   EXPECT_NE(heard.values.at(0)->minimum, heard.values.at(0)->maximum);
-
   // The statistics go on through another `refresh`.
   sensors->refreshOnce({});
   updatesWithin();
   EXPECT_EQ(updatesWithin(), 0U);
-  for (const bool reset : {false, true}) {
-    if (reset) {
-      sensors->reset();
-      seen.clear();
-    }
-    sensors->refreshOnce({Rpm});
-    EXPECT_EQ(updatesWithin(), 1U);
-  }
+  sensors->refreshOnce({Rpm});
+  EXPECT_EQ(updatesWithin(), 1U);
+  sensors->reset();
+  seen.clear();
+  sensors->refreshOnce({Rpm});
+  EXPECT_EQ(updatesWithin(), 1U);
   EXPECT_EQ(invalidations(), 1U);  // when the connection brought a control unit
 }
 
@@ -231,61 +216,23 @@ TEST_F(SensorServiceTest, ChangesInvalidate) {
   ASSERT_TRUE(open());
   EXPECT_EQ(invalidations(), 2U);  // a control unit was selected
 
-  sensors->refresh({Rpm});
-  EXPECT_GT(updatesWithin(), 5U);
-  facade->settings()->setEngineDisplacement(1.6F);
-  EXPECT_EQ(invalidations(), 3U);
-  EXPECT_EQ(updatesWithin(), 0U);
-  EXPECT_FALSE(sensors->parameters().empty());
-
   // Another unit system restarts the statistics and lets the polling go on.
   sensors->refresh({0x05});
   updatesWithin();
   const std::string metric = heard.values.at(0)->value;
   facade->settings()->setUnitSystem(UnitSystem::Metric);
   facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  EXPECT_EQ(invalidations(), 4U);
+  EXPECT_EQ(invalidations(), 3U);
   EXPECT_GT(updatesWithin(), 5U);
   EXPECT_GT(std::stof(heard.values.at(0)->minimum), std::stof(metric));  // Fahrenheit
-
-  facade->ecuManager()->selectEcu(facade->ecuManager()->ecus().back()->id());
-  EXPECT_EQ(invalidations(), 5U);
+  facade->settings()->setEngineDisplacement(1.6F);
+  EXPECT_EQ(invalidations(), 4U);
   EXPECT_EQ(updatesWithin(), 0U);
-  facade->ecuManager()->selectEcu(0);
+  EXPECT_FALSE(sensors->parameters().empty());
+  select(0);
+  EXPECT_EQ(invalidations(), 5U);
   EXPECT_TRUE(sensors->parameters().empty());
   EXPECT_TRUE(sensors->readSensors(Rpm).empty());
-}
-
-// A front end that builds and takes down its pages in reply to events.
-TEST_F(SensorServiceTest, AnObserverMayMakeAndDropServicesWhenItHearsOfAChange) {
-  struct Page : ISensorServiceObserver, IConnectionServiceObserver {
-    void renew() { (sensors = obd::SensorServiceBuilder::createSensorService())->attach(this); }
-    void onInvalidated() override {
-      ++renewals;
-      renew();  // the old service goes within its own call
-    }
-    void onConnected() override {}
-    void onDisconnected() override {
-      sensors.reset();
-      connection.reset();
-    }
-    std::shared_ptr<obd::IConnectionService> connection;
-    std::shared_ptr<obd::ISensorService> sensors;
-    int renewals = 0;
-  };
-  Page page;
-  page.renew();
-  (page.connection = obd::ConnectionServiceBuilder::createConnectionService())->attach(&page);
-  ASSERT_TRUE(ServiceTest::open());
-  EXPECT_EQ(page.renewals, 1);  // told of the control unit
-  facade->settings()->setVehicleWeight(1000);
-  facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  facade->ecuManager()->selectEcu(facade->ecuManager()->ecus().front()->id());
-  EXPECT_EQ(page.renewals, 4);
-  EXPECT_FALSE(page.sensors->parameters().empty());
-  manager().close();
-  EXPECT_TRUE(pumpUntil([&] { return !page.connection; }));
-  EXPECT_EQ(page.sensors, nullptr);
 }
 
 TEST_F(SensorServiceTest, ReadsAtOnceWhatTheFactoryCanMake) {
@@ -326,12 +273,12 @@ TEST(Library, LogsItsBeginAndItsEndAndHoldsTheTroubleCodesBetween) {
     EXPECT_EQ(textOfP0300(), "ISO/SAE Reserved");
     tavrix::LogStream("src\\nowhere", __LINE__, 3) << "too late";
   }
-  std::vector<std::string> messages;
+  std::string messages;
   std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
-    messages.push_back(line.substr(line.find(' ', line.find(' ', 11) + 1) + 1));
+    messages += line.substr(line.find(" INFO"));
   }
-  EXPECT_EQ(messages, (std::vector<std::string>{"INFO - Lib OBD init", "INFO - Lib OBD cleanup done"}));
+  EXPECT_EQ(messages, " INFO - Lib OBD init INFO - Lib OBD cleanup done");
   std::filesystem::remove(path);
 }
 

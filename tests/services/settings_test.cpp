@@ -1,12 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <limits>
-#include <memory>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "services/configuration.h"
 #include "services/support.h"
@@ -17,8 +13,7 @@ namespace {
 using obd::VelmaraSettings;
 using obd::VelmaraSettingsEvent;
 
-class Listener : public tavrix::IEventListener<VelmaraSettingsEvent> {
- public:
+struct Listener : tavrix::IEventListener<VelmaraSettingsEvent> {
   void onEvent(const VelmaraSettingsEvent& event) override { events.push_back(static_cast<int>(event)); }
   std::vector<int> events;
 };
@@ -68,9 +63,6 @@ TEST(Settings, SettersStoreAndTellEvenWithoutAChange) {
   settings.setVehicleWeight(-5);
   settings.setVehicleWeight(-5);
   EXPECT_EQ(listener.events, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 7}));
-  const auto stored = [&](const std::string& key) {
-    return std::get<int>(store->values.at("common/" + key));
-  };
   std::string all;
   for (const auto& [key, value] : store->values) {
     all += key.substr(7) + " " + std::to_string(std::get<int>(value)) + ", ";
@@ -80,12 +72,12 @@ TEST(Settings, SettersStoreAndTellEvenWithoutAChange) {
       "enginedisplacement 199, fuelcorrectionfactor 29, fueltypeoverride 1, ignitiontype 1, language 33, "
       "unitsystem 1, vehicleweight -5, volumetricefficiency 100, ");
   settings.setVolumetricEfficiency(-5);
-  EXPECT_EQ(stored("volumetricefficiency"), 0);
-  for (const auto& [liters, expected] : {std::pair(1e30F, std::numeric_limits<int>::max()),
-                                         {-1e30F, std::numeric_limits<int>::min()},
-                                         {std::nanf(""), 0}}) {
+  EXPECT_EQ(std::get<int>(store->values["common/volumetricefficiency"]), 0);
+  for (const auto& [liters, stored] : {std::pair(1e30F, std::numeric_limits<int>::max()),
+                                       {-1e30F, std::numeric_limits<int>::min()},
+                                       {std::nanf(""), 0}}) {
     settings.setEngineDisplacement(liters);
-    EXPECT_EQ(stored("enginedisplacement"), expected);
+    EXPECT_EQ(std::get<int>(store->values["common/enginedisplacement"]), stored);
   }
 }
 

@@ -3,8 +3,6 @@
 
 namespace {
 
-using obd::UnitSystem;
-
 constexpr const char* CodesOfFrames[] = {"P0171", "P0301", "P1FFF", "P0303", "P0420"};
 constexpr const char* StopLine = "src\\troublecodeservice 2 Configuration query failed -> stop.";
 
@@ -73,7 +71,6 @@ TEST_F(TroubleCodeServiceTest, TellsCodesLampAndWhatGoesWithIt) {
   codes->refreshPendingCodes();
   codes->refreshPendingCodes();  // on its way already
   EXPECT_EQ(settle(), (Texts{"pending P0442", "done"}));
-
   // With the lamp off the other pair comes.
   codes->clearCodes();
   EXPECT_EQ(settle(), (Texts{"reset cleared", "done"}));
@@ -86,7 +83,6 @@ TEST_F(TroubleCodeServiceTest, TellsCodesLampAndWhatGoesWithIt) {
   codes->refreshConfirmedCodes();
   codes->refreshPermanentCodes();
   EXPECT_EQ(settle(), (Texts{"confirmed", "permanent P0171 P0420", "done"}));
-
   // A silent vehicle.
   vehicle->setIgnition(false);
   codes->refreshMilStatus();
@@ -95,7 +91,6 @@ TEST_F(TroubleCodeServiceTest, TellsCodesLampAndWhatGoesWithIt) {
   codes->refreshFreezeFrames();
   EXPECT_EQ(settle(),
             (Texts{"mil failed off", "confirmed failed", "reset failed kept", "frame 0 failed", "done"}));
-
   // Distance and time are asked for where the unit has them.
   close();
   ASSERT_TRUE(open("eight-units"));
@@ -154,7 +149,6 @@ TEST_F(TroubleCodeServiceTest, WalksAnyNumberOfFreezeFrames) {
       EXPECT_EQ(ofCodes.frameSensors[0][0x05] + ofCodes.frameSensors[1][0x0C] + ofCodes.frameSensors[2][0x0D],
                 "50/761/50/");
     }
-
     // The lists of sensors are known from now on, until the next connection.
     commands->clear();
     EXPECT_EQ(codes->refreshFreezeFrames(), ++id);
@@ -194,28 +188,8 @@ TEST_F(TroubleCodeServiceTest, AFrameMayHaveNoSensorsOrNoListOfThem) {
   EXPECT_EQ(log.count("src\\troublecodeservice 2 NO sensors for the frame found"), 0);
 }
 
-TEST_F(TroubleCodeServiceTest, AnotherUnitOrUnitSystemVoidsWhatDependsOnIt) {
-  ASSERT_TRUE(open(carWithFrames(2) + "freeze 0 = P0700\nfreeze 0 0D = 32\n"));
-  const Texts events = walk();
-  ofCodes.frameSensors.clear();
-  facade->settings()->setUnitSystem(UnitSystem::Imperial);
-  EXPECT_EQ(ofCodes.take(), (Texts{"void"}));
-  commands->clear();
-  EXPECT_EQ(walk(), events);
-  EXPECT_EQ(ofCodes.frameSensors[0][0x05], "122/");
-  EXPECT_EQ(timesAsked("020000"), 0U);  // the unit's own list holds
-
-  codes->refreshFreezeFrames();
-  codes->refreshConfirmedCodes();
-  codes->refreshMilStatus();
-  select(0x7E9);
-  EXPECT_EQ(hear(ofCodes), (Texts{"void"}));
-  codes->refreshConfirmedCodes();
-  codes->refreshFreezeFrames();
-  EXPECT_EQ(hear(ofCodes), (Texts{"confirmed P0700", "frame 0 P0700", "sensor 0", "frame 1", "done"}));
-
-  // No unit at all: queries succeed, and there is nothing to tell.
-  makeServices();
+TEST_F(TroubleCodeServiceTest, WithoutAUnitQueriesSucceedWithNothingToTell) {
+  ASSERT_TRUE(open(carWithFrames(2)));
   select(0x99);
   ofCodes.take();
   codes->refreshConfirmedCodes();
@@ -259,22 +233,6 @@ TEST_F(TroubleCodeServiceTest, ReadsAtOnce) {
   EXPECT_FALSE(codes->readMilStatus() || codes->readDistance(false) || codes->clearCodesNow() ||
                !codes->readConfirmedCodes().empty());
   EXPECT_EQ(hear(ofCodes), Texts());
-}
-
-// All services here, while any query is under way. Nothing comes afterwards.
-TEST_F(TroubleCodeServiceTest, ServicesMayGoAtEveryMoment) {
-  ASSERT_TRUE(open(carWithFrames(2,
-                                 "09 02 = \"1VM20SAL6R1000417\"\nanswer 08 01 = 48 01\n"
-                                 "answer 06 01 = 46 01 01 0B 00 64 00 00 01 00\n")));
-  for (std::uint32_t moment = 0; moment < 60; ++moment) {
-    SCOPED_TRACE(moment);
-    makeServices();
-    refreshAll();
-    pumpFor(moment);
-    dropServices();
-    forget();
-    EXPECT_EQ(hearAll(1000), "");
-  }
 }
 
 }  // namespace
