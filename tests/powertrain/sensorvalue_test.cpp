@@ -133,6 +133,7 @@ TEST(ParameterDescriptor, BindsUnitAndUnitSystem) {
   EXPECT_FLOAT_EQ(sensor->maxValue(), 118.12023F);
   const obd::ParameterDescriptor fuel(make(0x03), ecu, UnitSystem::Metric);
   EXPECT_FALSE(fuel.hasNumericSensors());
+  EXPECT_TRUE(obd::ParameterDescriptor(make(0x70), ecu, UnitSystem::Metric).hasNumericSensors()) << "some";
   EXPECT_EQ(fuel.sensors().size(), 2U);
 }
 
