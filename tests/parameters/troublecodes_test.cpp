@@ -184,7 +184,7 @@ TEST_F(TroubleCodes, ReadableWhileUpdated) {
   obd::ConfirmedTroubleCodes query;
   std::atomic<bool> done{false};
   std::thread worker([&] {
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 5000; ++i) {
       EXPECT_TRUE(query.setResponseData(ecu, bytes(i % 2 == 0 ? "43010133" : "4300")));
       EXPECT_FALSE(query.setResponseData(ecu, bytes("7F0312")));
       if (i % 10 == 0) {
