@@ -73,6 +73,7 @@ TEST_F(DispatcherTest, RunsInOrderOnOneWorkerAndNotifiesOnTheCallersThread) {
   std::string order;
   std::vector<std::shared_ptr<Task>> tasks;
   const auto proxy = std::make_shared<FakeProxy>();
+  const CountingRunner other;
   dispatcher.setProxy(proxy);
   for (const char name : {'a', 'b', 'c', 'd', 'e'}) {
     tasks.push_back(std::make_shared<Task>([&order, name] {
@@ -83,7 +84,7 @@ TEST_F(DispatcherTest, RunsInOrderOnOneWorkerAndNotifiesOnTheCallersThread) {
     }));
     ASSERT_TRUE(dispatcher.update(tasks.back()));
   }
-  waitFor([this] { return runner.calls == 5; });
+  waitFor([&] { return runner.calls == 5 && other.calls == 5; });
   EXPECT_EQ(order, "abcde");
   EXPECT_EQ(tasks[0]->notified, 0);
   dispatcher.dispatch();
@@ -193,6 +194,8 @@ TEST_F(DispatcherTest, WhatIsQueuedDuringACancelRunsAfterIt) {
   EXPECT_NE(fresh->proxy, nullptr);
   EXPECT_EQ(running->notified, 0);
   EXPECT_FALSE(waiting->started);
+  EXPECT_TRUE(dispatcher.update(waiting));  // by the worker that has begun with the other
+  waitFor([&] { return waiting->updated.load(); });
 }
 
 TEST_F(DispatcherTest, CancelFromWithinANotificationEndsThePass) {
@@ -235,10 +238,23 @@ TEST_F(DispatcherTest, KeepsTheLinkAwakeAfterFiveSecondsOfSilence) {
   EXPECT_EQ(log.count(failure), 1);
   EXPECT_EQ(proxy->requests.size(), 1U);
 
+  CTime::msleep(5100);
+  // Due, but with no room in the queue.
+  const auto slow = task(100);
+  dispatcher.update(slow);
+  waitFor([&] { return slow->started.load(); });
+  while (dispatcher.update(quick)) {
+  }
+  dispatcher.dispatch();
+  CTime::msleep(5200);
+  dispatcher.dispatch();
+  waitFor([&] { return proxy->requests.size() == 2; });
+
   dispatcher.cancel();  // and a fresh dispatcher counts no idle time
+  const int calls = runner.calls;
   CTime::msleep(20000);
   dispatcher.dispatch();
-  EXPECT_EQ(runner.calls, 5);
+  EXPECT_EQ(runner.calls, calls);
 }
 
 TEST_F(DispatcherTest, CallbackRunsItsNewestFunctionOncePerEntry) {
