@@ -70,16 +70,13 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
   EXPECT_EQ(document.err, "");
   const json report = parsed(document);
   EXPECT_TRUE(report.at("simulated").get<bool>());
-  EXPECT_GT(report.at("voltage").get<double>(), 9.0);
   const json& engine = report.at("units").at(0);
-  EXPECT_EQ(engine.at("id"), "7E8");
   std::map<std::string, std::string> names;
   for (const json& entry : engine.at("services").at("01")) {
     names[entry.at("id")] = entry.value("name", "");
   }
   EXPECT_EQ(names.count("20"), 0U);  // asks for identifiers, is none
   EXPECT_NE(names["0C"], "");
-  EXPECT_FALSE(engine.at("services").at("09").empty());
 
   // What is listed is what is read.
   const Result listed = list->finish();

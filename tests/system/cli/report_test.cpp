@@ -107,123 +107,104 @@ std::vector<CodeEntry> codes(const Texts& names) {
   return entries;
 }
 
+// The headline, and the beginning of each finding, of two sound units of which one is changed.
+void expectVerdict(const std::function<void(UnitReport&)>& change, Tone tone, const std::string& texts) {
+  SCOPED_TRACE(texts);
+  VehicleReport report;
+  report.units = {soundUnit(), soundUnit()};
+  change(report.units[1]);
+  const velmara::Verdict verdict = velmara::judge(report, "");
+  EXPECT_EQ(verdict.tone, tone);
+  const Texts wanted = linesOf(texts);
+  EXPECT_EQ(verdict.headline, wanted[0]);
+  ASSERT_EQ(verdict.findings.size() + 1, wanted.size());
+  for (std::size_t i = 1; i < wanted.size(); ++i) {
+    EXPECT_TRUE(verdict.findings[i - 1].text.starts_with(wanted[i])) << verdict.findings[i - 1].text;
+  }
+}
+
 TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
-  struct Case {
-    std::function<void(UnitReport&)> change;  // in one of two sound units
-    Tone tone;
-    Texts texts;  // the headline, and the beginning of each finding
-  };
-  constexpr const char* Ready = "Ready for inspection: 4 monitors complete";
-  constexpr const char* Complete = "4 readiness monitors complete";
-  constexpr const char* Passed = "2 on-board tests passed";
-  constexpr const char* NotAll = "Not all fault codes were told";
-  const auto nothing = [](UnitReport&) {};
+  using State = velmara::Outcome::State;
+  const std::string passed = "\n2 on-board tests passed";
+  const std::string ready = "\nReady for inspection: 4 monitors complete" + passed;
+  const std::string complete = "\n4 readiness monitors complete" + passed;
+  const std::string notAll =
+      "Not all fault codes were told\n1 of 2 control units did not tell all fault codes";
   const auto all = [](UnitReport& unit) {
     unit.faults.lamp = true;
     unit.faults.confirmed = codes({"P0171", "P0420"});
     unit.faults.pending = codes({"P0420", "P0442"});
     unit.faults.permanent = codes({"P0171"});
   };
-  const auto confirmed = [](UnitReport& unit) { unit.faults.confirmed = codes({"P0171"}); };
-  const auto lamp = [](UnitReport& unit) { unit.faults.lamp = true; };
-  const auto pending = [](UnitReport& unit) { unit.faults.pending = codes({"P0171"}); };
-  const auto permanent = [](UnitReport& unit) { unit.faults.permanent = codes({"P0171", "P0172"}); };
   const auto incomplete = [](UnitReport& unit) {
     unit.monitors.sinceReset->at(0).status = MonitorsSection::Status::Incomplete;
   };
-  const auto failed = [](UnitReport& unit) {
-    unit.tests.groups[0].tests[0].verdict = TestsSection::Verdict::Failed;
-    unit.oxygen.groups = {{0, "Sensor", {{1, "T", "", "", "", "", TestsSection::Verdict::NoResult}}}};
-  };
-  const auto noFaults = [](UnitReport& unit) { unit.faults = {}; };
-  const auto noPending = [](UnitReport& unit) { unit.faults.pending.reset(); };
-  const auto refusedPermanent = [](UnitReport& unit) {
-    unit.faults.permanent.reset();
-    unit.faults.permanentOutcome = {velmara::Outcome::State::Refused, "busy"};
-  };
-  const auto silentPermanent = [](UnitReport& unit) {
-    unit.faults.permanent.reset();
-    unit.faults.permanentOutcome.state = velmara::Outcome::State::NoAnswer;
-  };
-  const auto lampAndSilence = [](UnitReport& unit) {
-    unit.faults.lamp = true;
-    unit.faults.confirmed.reset();
-    unit.faults.confirmedOutcome.state = velmara::Outcome::State::NoAnswer;
-    unit.faults.count = 2;
-  };
   const auto uncounted = [](UnitReport& unit) { unit.faults.count = 1; };
-  const auto noMonitors = [](UnitReport& unit) { unit.monitors = {}; };
-  // Given up before the permanent codes were asked for.
-  const auto unasked = [](UnitReport& unit) {
-    unit.faults.permanent.reset();
-    unit.faults.permanentOutcome = {};
-  };
-  const auto noLamp = [](UnitReport& unit) {
-    unit.faults.confirmed = codes({"P0301"});
-    unit.faults.lamp.reset();
-    unit.faults.lampOutcome.state = velmara::Outcome::State::NoAnswer;
-  };
-  const Case cases[] = {
-      {nothing, Tone::Good, {"No fault found", Ready, Passed}},
-      {all,
-       Tone::Bad,
-       {"2 faults stored, lamp on", "1 more fault suspected", "1 permanent code:", Complete, Passed}},
-      {confirmed, Tone::Bad, {"1 fault stored, lamp off", Complete, Passed}},
-      {lamp, Tone::Bad, {"Lamp on, but no fault stored", Complete, Passed}},
-      {pending, Tone::Caution, {"No confirmed fault, 1 suspected", Complete, Passed}},
-      {permanent,
-       Tone::Caution,
-       {"No current fault, but 2 permanent codes", "2 permanent codes:", Complete, Passed}},
-      {incomplete,
-       Tone::Caution,
-       {"No fault found", "Not ready for inspection: 1 monitor incomplete (Misfire)", Passed}},
-      {failed,
-       Tone::Bad,
-       {"No fault stored, but 1 on-board test failed", Complete,
-        "1 of 3 on-board tests failed, 1 without result"}},
-      {noFaults, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
-      {noPending, Tone::Caution, {NotAll, "1 of 2 control units did not tell", Complete, Passed}},
-      {refusedPermanent,
-       Tone::Caution,
-       {NotAll, "1 of 2 control units did not tell", "7E8 (ECM), permanent codes: refused: busy", Complete,
-        Passed}},
-      {silentPermanent,
-       Tone::Good,
-       {"No confirmed or pending codes", "1 of 2 control units did not tell permanent codes", Ready, Passed}},
-      {lampAndSilence,
-       Tone::Bad,
-       {"Lamp on, but not all fault codes were told", "1 of 2 control units did not tell",
-        "7E8 (ECM), confirmed codes: no answer", "7E8 (ECM) counts 2 confirmed codes and gives no list",
-        Complete, Passed}},
-      {uncounted,
-       Tone::Bad,
-       {"Faults are counted, but not listed", "7E8 (ECM) counts 1 confirmed code and lists 0", Complete,
-        Passed}},
-      {unasked,
-       Tone::Caution,
-       {NotAll, "1 of 2 control units did not tell all fault codes", Complete, Passed}},
-      {noLamp, Tone::Bad, {"1 fault stored", "7E8 (ECM), indicator lamp: no answer", Complete, Passed}},
-      {noMonitors,
-       Tone::Caution,
-       {"No fault found", "Readiness for inspection unknown: 1 control unit", Passed}}};
-  for (const auto& [change, tone, texts] : cases) {
-    VehicleReport report;
-    report.units = {soundUnit(), soundUnit()};
-    change(report.units[1]);
-    const velmara::Verdict verdict = velmara::judge(report, "");
-    SCOPED_TRACE(texts[0]);
-    EXPECT_EQ(verdict.headline, texts[0]);
-    EXPECT_EQ(verdict.tone, tone);
-    ASSERT_EQ(verdict.findings.size() + 1, texts.size());
-    for (std::size_t i = 1; i < texts.size(); ++i) {
-      EXPECT_TRUE(verdict.findings[i - 1].text.starts_with(texts[i])) << verdict.findings[i - 1].text;
-    }
+  expectVerdict([](UnitReport&) {}, Tone::Good, "No fault found" + ready);
+  expectVerdict(all, Tone::Bad,
+                "2 faults stored, lamp on\n1 more fault suspected\n1 permanent code:" + complete);
+  expectVerdict([](UnitReport& unit) { unit.faults.confirmed = codes({"P0171"}); }, Tone::Bad,
+                "1 fault stored, lamp off" + complete);
+  expectVerdict([](UnitReport& unit) { unit.faults.lamp = true; }, Tone::Bad,
+                "Lamp on, but no fault stored" + complete);
+  expectVerdict([](UnitReport& unit) { unit.faults.pending = codes({"P0171"}); }, Tone::Caution,
+                "No confirmed fault, 1 suspected" + complete);
+  expectVerdict(
+      [](UnitReport& unit) {
+        unit.faults.permanent = codes({"P0171", "P0172"});
+      },
+      Tone::Caution, "No current fault, but 2 permanent codes\n2 permanent codes:" + complete);
+  expectVerdict(incomplete, Tone::Caution,
+                "No fault found\nNot ready for inspection: 1 monitor incomplete (Misfire)" + passed);
+  expectVerdict(
+      [](UnitReport& unit) {
+        unit.tests.groups[0].tests[0].verdict = TestsSection::Verdict::Failed;
+        unit.oxygen.groups = {{0, "Sensor", {{1, "T", "", "", "", "", TestsSection::Verdict::NoResult}}}};
+      },
+      Tone::Bad,
+      "No fault stored, but 1 on-board test failed\n4 readiness monitors complete\n"
+      "1 of 3 on-board tests failed, 1 without result");
+  expectVerdict([](UnitReport& unit) { unit.faults = {}; }, Tone::Caution, notAll + complete);
+  expectVerdict([](UnitReport& unit) { unit.faults.pending.reset(); }, Tone::Caution, notAll + complete);
+  // Given up before the permanent codes were asked for, refused, and silent.
+  for (const auto& [outcome, tone, texts] :
+       {std::tuple(velmara::Outcome(), Tone::Caution, notAll + complete),
+        {{State::Refused, "busy"},
+         Tone::Caution,
+         notAll + "\n7E8 (ECM), permanent codes: refused: busy" + complete},
+        {{State::NoAnswer, ""},
+         Tone::Good,
+         "No confirmed or pending codes\n1 of 2 control units did not tell permanent codes" + ready}}) {
+    expectVerdict(
+        [&own = outcome](UnitReport& unit) {
+          unit.faults.permanent.reset();
+          unit.faults.permanentOutcome = own;
+        },
+        tone, texts);
   }
-  VehicleReport sound;
-  sound.units = {soundUnit()};
-  const velmara::Verdict broken = velmara::judge(sound, "It broke.");
-  EXPECT_EQ(broken.tone, Tone::Bad);
-  EXPECT_EQ(broken.findings.at(0).text, "This report is incomplete: It broke.");
+  expectVerdict(
+      [](UnitReport& unit) {
+        unit.faults.lamp = true;
+        unit.faults.confirmed.reset();
+        unit.faults.confirmedOutcome.state = State::NoAnswer;
+        unit.faults.count = 2;
+      },
+      Tone::Bad,
+      "Lamp on, but not all fault codes were told\n1 of 2 control units did not tell\n"
+      "7E8 (ECM), confirmed codes: no answer\n7E8 (ECM) counts 2 confirmed codes and gives no list" +
+          complete);
+  expectVerdict(
+      uncounted, Tone::Bad,
+      "Faults are counted, but not listed\n7E8 (ECM) counts 1 confirmed code and lists 0" + complete);
+  expectVerdict(
+      [](UnitReport& unit) {
+        unit.faults.confirmed = codes({"P0301"});
+        unit.faults.lamp.reset();
+        unit.faults.lampOutcome.state = State::NoAnswer;
+      },
+      Tone::Bad, "1 fault stored\n7E8 (ECM), indicator lamp: no answer" + complete);
+  expectVerdict([](UnitReport& unit) { unit.monitors = {}; }, Tone::Caution,
+                "No fault found\nReadiness for inspection unknown: 1 control unit" + passed);
   EXPECT_EQ(velmara::judge(VehicleReport(), "").headline, "Fault codes unknown");
 
   // What one unit does not tell is not taken from the other.
@@ -234,18 +215,17 @@ TEST(ReportVerdict, NeverCountsWhatWasNotToldAsGood) {
   mixed.units[1].faults.pending = codes({"P0700"});
   mixed.units[1].faults.confirmed.reset();
   mixed.units[1].monitors = {};
-  Texts findings;
+  std::string findings = "\n";
   for (const velmara::Verdict::Finding& finding : velmara::judge(mixed, "").findings) {
-    findings.push_back(finding.text);
+    findings += finding.text + "\n";
   }
-  for (const char* text :
-       {"2 more faults suspected (pending)", "1 control unit did not tell its readiness monitors"}) {
-    EXPECT_EQ(std::count(findings.begin(), findings.end(), text), 1) << text;
-  }
+  expectAll(findings, {"\n2 more faults suspected (pending)\n",
+                       "\n1 control unit did not tell its readiness monitors\n"});
 
   VehicleReport counting;
   counting.units = {soundUnit()};
   const auto page = [&counting] { return velmara::htmlReport(counting, velmara::judge(counting, "")); };
+  EXPECT_EQ(velmara::judge(counting, "It broke.").tone, Tone::Bad);
   EXPECT_TRUE(has(page(), "No codes are stored."));
   uncounted(counting.units[0]);
   EXPECT_FALSE(has(page(), "No codes are stored."));

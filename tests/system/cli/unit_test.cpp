@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -82,6 +83,16 @@ class SettingsFile : public testing::Test {
     return names;
   }
 
+  template <typename T = int>
+  static std::optional<T> valueOf(SettingsStore& store, const std::string& key) {
+    T value{};
+    return store.value(key, value) ? std::optional<T>(value) : std::nullopt;
+  }
+  std::optional<int> stored(const std::string& key) const {
+    SettingsStore store(m_file);
+    return valueOf(store, key);
+  }
+
   std::filesystem::path m_folder;
   std::filesystem::path m_file;
 };
@@ -95,15 +106,9 @@ TEST_F(SettingsFile, KeepsNumbersAndTextsApart) {
 
   SettingsStore again(m_file);
   EXPECT_EQ(again.complaint(), "");
-  int number = 1;
-  std::string text = "untouched";
-  EXPECT_TRUE(again.value("number", number));
-  EXPECT_FALSE(again.value("text", number) || again.value("absent", number));
-  EXPECT_EQ(number, -7);
-  EXPECT_FALSE(again.value("number", text));
-  EXPECT_EQ(text, "untouched");
-  EXPECT_TRUE(again.value("text", text));
-  EXPECT_EQ(text, "a \"quoted\" ü\n");
+  EXPECT_EQ(valueOf(again, "number"), -7);
+  EXPECT_EQ(valueOf<std::string>(again, "text"), "a \"quoted\" ü\n");
+  EXPECT_FALSE(valueOf(again, "text") || valueOf(again, "absent") || valueOf<std::string>(again, "number"));
 }
 
 TEST_F(SettingsFile, IsWrittenOnlyWhenSomethingChanged) {
@@ -112,13 +117,10 @@ TEST_F(SettingsFile, IsWrittenOnlyWhenSomethingChanged) {
   write("{ \"a\": 1,\n\n \"other\": [1, 2.5, null] }");
   const std::string before = read(m_file);
   SettingsStore store(m_file);
-  int number = 0;
-  EXPECT_TRUE(store.value("a", number));
   store.setValue("a", 1);
   store.remove("absent");
   store.overrideValue("a", 5);
-  EXPECT_TRUE(store.value("a", number));
-  EXPECT_EQ(number, 5);
+  EXPECT_EQ(valueOf(store, "a"), 5);
   store.sync();
   EXPECT_EQ(read(m_file), before);
   // A change keeps what the program does not know, the override out, and a link to another place.
@@ -129,8 +131,7 @@ TEST_F(SettingsFile, IsWrittenOnlyWhenSomethingChanged) {
   store.sync();
   EXPECT_TRUE(std::filesystem::is_symlink(m_file));
   EXPECT_NE(read(real).find("2.5"), std::string::npos);
-  EXPECT_TRUE(SettingsStore(m_file).value("a", number));
-  EXPECT_EQ(number, 1);
+  EXPECT_EQ(stored("a"), 1);
 
   SettingsStore below(m_file / "below-a-file.json");
   below.setValue("a", 1);
@@ -184,13 +185,10 @@ TEST_F(SettingsFile, KeepsTheChangesOfAll) {
   SettingsStore store(m_file);
   for (int program = 0; program < Programs; ++program) {
     for (int change = 0; change < Changes; ++change) {
-      int number = -1;
-      EXPECT_TRUE(store.value(std::to_string(program) + "-" + std::to_string(change), number));
-      EXPECT_EQ(number, change);
+      EXPECT_EQ(valueOf(store, std::to_string(program) + "-" + std::to_string(change)), change);
     }
   }
-  int number = 0;
-  EXPECT_FALSE(store.value("gone", number));
+  EXPECT_FALSE(valueOf(store, "gone"));
   EXPECT_NE(read(m_file).find("mine"), std::string::npos);
   EXPECT_EQ(files(), (std::set<std::string>{"settings.json"}));
 }
@@ -202,21 +200,14 @@ TEST_F(SettingsFile, LeavesTheChangesOfOthersAlone) {
   SettingsStore other(m_file);
   one.setValue("a", 2);
   one.sync();
-  int number = 0;
-  EXPECT_TRUE(other.value("a", number));
-  EXPECT_EQ(number, 1);
+  EXPECT_EQ(valueOf(other, "a"), 1);
   other.setValue("b", 3);
   other.sync();
   other.setValue("a", 1);  // as it read it, but meant all the same
-  SettingsStore later(m_file);
-  EXPECT_TRUE(later.value("a", number));
-  EXPECT_EQ(number, 2);
+  EXPECT_EQ(stored("a"), 2);
   other.sync();
-  SettingsStore latest(m_file);
-  EXPECT_TRUE(latest.value("a", number));
-  EXPECT_EQ(number, 1);
-  EXPECT_TRUE(latest.value("b", number));
-  EXPECT_EQ(number, 3);
+  EXPECT_EQ(stored("a"), 1);
+  EXPECT_EQ(stored("b"), 3);
   // What others have broken since is not overwritten.
   write("[");
   other.setValue("b", 4);
@@ -227,15 +218,11 @@ TEST_F(SettingsFile, LeavesTheChangesOfOthersAlone) {
 TEST_F(SettingsFile, NumbersOutOfRangeDoNotCount) {
   write(R"({"big": 2147483648, "huge": 18446744073709551615, "small": -2147483649, "half": 1.5, "bool": true,
             "max": 2147483647, "min": -2147483648})");
-  SettingsStore store(m_file);
-  int number = 0;
   for (const char* key : {"big", "huge", "small", "half", "bool"}) {
-    EXPECT_FALSE(store.value(key, number)) << key;
+    EXPECT_FALSE(stored(key)) << key;
   }
-  EXPECT_TRUE(store.value("max", number));
-  EXPECT_EQ(number, 2147483647);
-  EXPECT_TRUE(store.value("min", number));
-  EXPECT_EQ(number, -2147483647 - 1);
+  EXPECT_EQ(stored("max"), 2147483647);
+  EXPECT_EQ(stored("min"), -2147483647 - 1);
 }
 
 }  // namespace
