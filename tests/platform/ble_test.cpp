@@ -4,19 +4,17 @@
 #include <simulator/server.h>
 #include <simulator/vehicle.h>
 
-#include <atomic>
 #include <chrono>
-#include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "bluetoothlimits.h"
+#include "simulator/dialogue.h"
 #include "support/bluetoothbus.h"
+#include "support/bluetoothlistener.h"
+#include "support/limit.h"
 
 using bluetoothtest::BluetoothBus;
 using hostos::BusFactory;
@@ -38,25 +36,10 @@ std::string lastError(IMessageBus& bus) {
   return bus.lastError(text);
 }
 
-// Reads until a prompt, the end of the link, or two seconds are over.
-std::string answer(IMessageBus& bus) {
-  std::string text;
-  for (const auto end = Clock::now() + std::chrono::seconds(2);
-       Clock::now() < end && text.find('>') == std::string::npos;) {
-    std::vector<unsigned char> bytes;
-    const int result = bus.read(bytes);
-    if (result == hostos::BusPeerClosed || result == hostos::BusReadError) {
-      return "lost: " + lastError(bus);
-    }
-    text.append(bytes.begin(), bytes.end());
-  }
-  return text;
-}
-
-std::string exchange(IMessageBus& bus, const std::string& command) {
-  std::vector<unsigned char> bytes(command.begin(), command.end());
-  bytes.push_back('\r');
-  return bus.write(bytes) == 0 ? answer(bus) : "not written: " + lastError(bus);
+// The reply to a command, or why there is none.
+std::string ask(const std::shared_ptr<IMessageBus>& bus, const std::string& command) {
+  const std::string reply = Dialogue(bus).ask(command);
+  return reply.empty() ? lastError(*bus) : reply;
 }
 
 // Adapters of Low Energy that lead to a simulated one.
@@ -81,21 +64,13 @@ class Ble : public testing::Test {
     }
     bluez->use();
   }
-  void TearDown() override {
-    hostos::BluetoothLimits usual;
-    for (auto limit : {&hostos::BluetoothLimits::inquiry, &hostos::BluetoothLimits::call,
-                       &hostos::BluetoothLimits::find, &hostos::BluetoothLimits::connect,
-                       &hostos::BluetoothLimits::pair, &hostos::BluetoothLimits::probe}) {
-      hostos::bluetoothLimits().*limit = (usual.*limit).load();
-    }
-  }
 
   // One device with these services and whatever else is said of it, and of the scene.
   static void play(const std::string& device, const std::string& services = Usual,
-                   const std::string& scene = R"("radios": [true])") {
-    bluez->mock("Play", "{" + scene + R"(, "devices": [{"address": ")" + Address + R"(", "port": )" +
-                            std::to_string(adapter->port()) + R"(, "services": [)" + services + "], " +
-                            device + "}]}");
+                   const std::string& scene = R"("radios": [true])", BluetoothBus& bus = *bluez) {
+    bus.mock("Play", "{" + scene + R"(, "devices": [{"address": ")" + Address + R"(", "port": )" +
+                         std::to_string(adapter->port()) + R"(, "services": [)" + services + "], " + device +
+                         "}]}");
   }
 
   static std::shared_ptr<IMessageBus> makeBus(const std::string& service = {}) {
@@ -161,7 +136,7 @@ TEST_F(Ble, FindsTheSerialStreamAmongTheServices) {
       {"nothing", "", "", "", false},
       {"chosen, but missing", Usual, "", "18f0", false},
       {"silent", other + R"(["abf0", ["abf1", "notify"]])", R"("abf1", "abf2")", "", false}};
-  hostos::bluetoothLimits().probe = 300;
+  const Limit probe(hostos::bluetoothLimits().probe, 300);
   for (const Case& row : cases) {
     for (const char* way : {Sockets, Calls}) {
       SCOPED_TRACE(std::string(row.what) + " " + way);
@@ -170,7 +145,7 @@ TEST_F(Ble, FindsTheSerialStreamAmongTheServices) {
       const auto bus = makeBus(row.service);
       EXPECT_EQ(bus->open() == 0, row.opens) << lastError(*bus);
       if (row.opens) {
-        EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr("ELM327"));
+        EXPECT_THAT(ask(bus, "ATI"), HasSubstr("ELM327"));
       } else {
         EXPECT_THAT(lastError(*bus), HasSubstr("no serial stream"));
       }
@@ -186,19 +161,19 @@ TEST_F(Ble, TellsOfALinkLostAtEveryExchange) {
       const auto bus = makeBus();
       ASSERT_EQ(bus->open(), 0) << lastError(*bus);
       for (int i = 1; i < number; ++i) {
-        EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr("ELM327"));
+        EXPECT_THAT(ask(bus, "ATI"), HasSubstr("ELM327"));
       }
-      EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr(std::string("The link to ") + Address + " was lost"));
+      EXPECT_THAT(ask(bus, "ATI"), HasSubstr(std::string("The link to ") + Address + " was lost"));
       EXPECT_EQ(bus->open(), 0) << "again: " << lastError(*bus);
     }
   }
 }
 
 TEST_F(Ble, SaysWhatIsWrongWithinItsLimits) {
-  hostos::bluetoothLimits().call = 300;
-  hostos::bluetoothLimits().find = 300;
-  hostos::bluetoothLimits().connect = 500;
-  hostos::bluetoothLimits().pair = 300;
+  const Limit call(hostos::bluetoothLimits().call, 300);
+  const Limit find(hostos::bluetoothLimits().find, 300);
+  const Limit connect(hostos::bluetoothLimits().connect, 500);
+  const Limit pair(hostos::bluetoothLimits().pair, 300);
   struct Case {
     std::string device;
     std::string words;  // none: it opens
@@ -242,7 +217,7 @@ TEST_F(Ble, SaysWhatIsWrongWithinItsLimits) {
     EXPECT_THAT(lastError(*bus), HasSubstr(row.words));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
     if (row.words.empty()) {
-      EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr("ELM327")) << lastError(*bus);
+      EXPECT_THAT(ask(bus, "ATI"), HasSubstr("ELM327")) << lastError(*bus);
     }
   }
 
@@ -268,7 +243,7 @@ TEST_F(Ble, LeavesAnAdapterToWhoHasIt) {
     EXPECT_NE(second->open(), 0);
     EXPECT_THAT(lastError(*second), HasSubstr("used by another program"));
     second->close();
-    EXPECT_THAT(exchange(*first, "ATI"), HasSubstr("ELM327")) << way;
+    EXPECT_THAT(ask(first, "ATI"), HasSubstr("ELM327")) << way;
   }
 }
 
@@ -279,7 +254,7 @@ TEST_F(Ble, OutlivesTheDisconnectionOfTheLinkBefore) {
     const auto bus = makeBus();
     ASSERT_EQ(bus->open(), 0) << lastError(*bus);
     std::this_thread::sleep_for(milliseconds(250));
-    EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr("ELM327"));
+    EXPECT_THAT(ask(bus, "ATI"), HasSubstr("ELM327"));
   }
 }
 
@@ -315,42 +290,16 @@ TEST_F(Ble, EndsWithBluez) {
   for (const char* way : {Sockets, Calls}) {
     BluetoothBus other(BluetoothBus::LowEnergy);
     other.startBluez();
-    other.mock("Play", std::string(R"({"devices": [{"address": ")") + Address +
-                           R"(", "known": true, "port": )" + std::to_string(adapter->port()) +
-                           R"(, "services": [)" + Usual + "], " + way + "}]}");
+    play(std::string(R"("known": true, )") + way, Usual, R"("radios": [true])", other);
     const auto bus = makeBus();
-    ASSERT_EQ(bus->open(), 0) << lastError(*bus);
-    EXPECT_THAT(exchange(*bus, "ATI"), HasSubstr("ELM327"));
+    Dialogue elm(bus);
+    EXPECT_THAT(elm.ask("ATI"), HasSubstr("ELM327")) << lastError(*bus);
     other.end();
-    EXPECT_THAT(answer(*bus), HasSubstr("was lost")) << way;
+    elm.listen();
+    EXPECT_THAT(lastError(*bus), HasSubstr("was lost")) << way;
     EXPECT_NE(bus->write({1}), 0);
   }
 }
-
-class LeListener : public hostos::IBluetoothListener {
- public:
-  void onDeviceFound(const std::string& name, const std::string&, int) override { add("classic " + name); }
-  void onLeDeviceFound(const hostos::LeDevice& device) override {
-    add(device.name + "|" + device.address + "|" + std::to_string(device.signal) +
-        (device.isSerial ? "|serial" : ""));
-  }
-  void onSearchDone() override { done = true; }
-
-  std::vector<std::string> found() {
-    const std::lock_guard guard(m_mutex);
-    return m_found;
-  }
-  std::atomic<bool> done{false};
-
- private:
-  void add(const std::string& text) {
-    const std::lock_guard guard(m_mutex);
-    m_found.push_back(text);
-  }
-
-  std::mutex m_mutex;
-  std::vector<std::string> m_found;
-};
 
 TEST_F(Ble, SearchTellsNamesSignalsAndServices) {
   bluez->mock("Play", std::string(R"({"devices": [
@@ -358,21 +307,23 @@ TEST_F(Ble, SearchTellsNamesSignalsAndServices) {
       {"address": "AA:00:00:00:00:02", "name": "watch", "rssi": -80, "type": "random"},
       {"address": "AA:00:00:00:00:03", "name": "old", "known": true},
       {"address": "AA:00:00:00:00:04", "name": "OBDII", "class": 7936, "rssi": -40, "known": true}]})"));
-  hostos::bluetoothLimits().inquiry = 400;
+  const Limit inquiry(hostos::bluetoothLimits().inquiry, 400);
   const auto stack = hostos::bluetoothStack();
-  LeListener low;
-  LeListener classic;
+  bluetoothtest::Listener low;
+  bluetoothtest::Listener classic;
   const std::unique_ptr<hostos::IDeviceSearch> search(stack->createLeSearch());
-  const std::unique_ptr<hostos::IDeviceSearch> inquiry(stack->createDeviceSearch());
+  const std::unique_ptr<hostos::IDeviceSearch> other(stack->createDeviceSearch());
   search->setListener(&low);
-  inquiry->setListener(&classic);
+  other->setListener(&classic);
   ASSERT_TRUE(search->start()) << stack->lastError();
-  ASSERT_TRUE(inquiry->start()) << stack->lastError();
-  EXPECT_TRUE(bluetoothtest::comes([&] { return low.done && classic.done; }));
-  EXPECT_THAT(low.found(),
-              testing::UnorderedElementsAre("V-LINK|AA:00:00:00:00:01|-58|serial",
-                                            "watch|AA:00:00:00:00:02|-80", "old|AA:00:00:00:00:03|0"));
-  EXPECT_THAT(classic.found(), testing::UnorderedElementsAre("classic old", "classic OBDII"));
+  ASSERT_TRUE(other->start()) << stack->lastError();
+  EXPECT_TRUE(low.done() && classic.done());
+  EXPECT_THAT(low.found(3),
+              testing::UnorderedElementsAre("V-LINK|AA:00:00:00:00:01|-58", "watch|AA:00:00:00:00:02|-80",
+                                            "old|AA:00:00:00:00:03|0"));
+  EXPECT_EQ(low.serial, "V-LINK");
+  EXPECT_THAT(classic.found(2),
+              testing::UnorderedElementsAre("old|AA:00:00:00:00:03|1", "OBDII|AA:00:00:00:00:04|1"));
 }
 
 }  // namespace

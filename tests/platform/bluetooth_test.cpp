@@ -2,18 +2,15 @@
 #include <hostos/bluetooth.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
 #include "bluetoothlimits.h"
 #include "support/bluetoothbus.h"
+#include "support/bluetoothlistener.h"
+#include "support/limit.h"
 
 using bluetoothtest::BluetoothBus;
-using bluetoothtest::Patience;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -26,49 +23,6 @@ constexpr const char* First = "00:1D:A5:68:98:8B";
 constexpr const char* FirstPath = "/org/bluez/hci0/dev_00_1D_A5_68_98_8B";
 constexpr const char* Second = "AA:BB:CC:11:22:33";
 constexpr const char* SecondPath = "/org/bluez/hci0/dev_AA_BB_CC_11_22_33";
-
-class Listener : public hostos::IBluetoothListener {
- public:
-  void onDeviceFound(const std::string& name, const std::string& address, int port) override {
-    const std::lock_guard guard(m_mutex);
-    EXPECT_FALSE(m_closed) << "found after the end: " << name;
-    m_found.push_back(name + "|" + address + "|" + std::to_string(port));
-    m_news.notify_all();
-    if (whenFound) {
-      whenFound();
-    }
-  }
-  void onSearchDone() override {
-    const std::lock_guard guard(m_mutex);
-    EXPECT_FALSE(m_closed) << "done after the end";
-    m_closed = true;
-    m_news.notify_all();
-  }
-
-  // Closed: fails if a call comes later. Open: for the next search.
-  void setClosed(bool closed) {
-    const std::lock_guard guard(m_mutex);
-    m_closed = closed;
-    m_found.clear();
-  }
-  std::vector<std::string> found(std::size_t count) {
-    std::unique_lock lock(m_mutex);
-    m_news.wait_for(lock, Patience, [&] { return m_found.size() >= count; });
-    return m_found;
-  }
-  bool done() {
-    std::unique_lock lock(m_mutex);
-    return m_news.wait_for(lock, Patience, [&] { return m_closed; });
-  }
-
-  std::function<void()> whenFound;
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_news;
-  std::vector<std::string> m_found;
-  bool m_closed = false;
-};
 
 class Bluetooth : public testing::Test {
  protected:
@@ -93,7 +47,6 @@ class Bluetooth : public testing::Test {
     if (m_adapter) {
       bus->mock("RemoveAdapterWithDevices", "hci0");
     }
-    hostos::bluetoothLimits().inquiry = 12800;
   }
 
   void addAdapter() {
@@ -108,7 +61,7 @@ class Bluetooth : public testing::Test {
   }
 
   static std::unique_ptr<BluetoothBus> bus;
-  Listener listener;
+  bluetoothtest::Listener listener;
   std::shared_ptr<hostos::IBluetoothStack> stack = hostos::bluetoothStack();
   std::unique_ptr<hostos::IDeviceSearch> search{stack->createDeviceSearch()};
 
@@ -172,7 +125,7 @@ TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
 }
 
 TEST_F(Bluetooth, endsByItself) {
-  hostos::bluetoothLimits().inquiry = 200;
+  const Limit limit(hostos::bluetoothLimits().inquiry, 200);
   addAdapter();
   const auto begin = std::chrono::steady_clock::now();
   ASSERT_TRUE(search->start());

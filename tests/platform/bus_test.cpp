@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "buslimits.h"
+#include "support/limit.h"
 #ifdef BLUETOOTH_BUS
 #include "support/bluetoothbus.h"
 #endif
@@ -209,19 +210,6 @@ struct Terminal {
   }
   File master;
   std::string path;
-};
-
-// Sets a limit of the buses for one test.
-class Limit {
- public:
-  Limit(std::atomic<int>& limit, int value) : m_limit(limit), m_old(limit.exchange(value)) {}
-  Limit(const Limit&) = delete;
-  Limit& operator=(const Limit&) = delete;
-  ~Limit() { m_limit = m_old; }
-
- private:
-  std::atomic<int>& m_limit;
-  int m_old;
 };
 
 #ifdef BLUETOOTH_BUS

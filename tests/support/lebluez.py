@@ -48,6 +48,8 @@ def failure(name, text):
 class Node(dbus.service.Object):
     """An object with one interface of BlueZ."""
 
+    settings = {}  # what the device plays
+
     def __init__(self, world, path, interface, properties):
         super().__init__(world.bus, path)
         self.world, self.path, self.interface, self.properties = world, path, interface, properties
@@ -61,9 +63,8 @@ class Node(dbus.service.Object):
 
     def answer(self, method, ok, fail, work=lambda: ()):
         """Answers as the faults of the device say, or by what `work` gives; None: it answers later."""
-        play = self.play()
-        error = play.get("errors", {}).get(method)
-        if method in play.get("hang", []):
+        error = self.settings.get("errors", {}).get(method)
+        if method in self.settings.get("hang", []):
             return
         try:
             if error and error[2] != 0:
@@ -74,9 +75,6 @@ class Node(dbus.service.Object):
                 ok(*result)
         except dbus.DBusException as problem:
             fail(problem)
-
-    def play(self):
-        return {}
 
     @dbus.service.signal(PROPERTIES, signature="sa{sv}as")
     def PropertiesChanged(self, interface, changed, invalidated):
@@ -113,13 +111,10 @@ class Characteristic(Node):
     def __init__(self, device, path, row):
         properties = {"UUID": uuid(row[0]), "Flags": dbus.Array(row[1:], signature="s"), "Notifying": False}
         super().__init__(device.world, path, CHARACTERISTIC, properties)
-        self.device, self.flags = device, row[1:]
-
-    def play(self):
-        return self.device.settings
+        self.device, self.flags, self.settings = device, row[1:], device.settings
 
     def socket_for(self, name, flag):
-        if not self.device.settings.get("sockets", True) or flag not in self.flags:
+        if not self.settings.get("sockets", True) or flag not in self.flags:
             raise failure("org.bluez.Error.NotSupported", "Operation is not supported")
         self.device.demand_pairing()
         if self.properties.get(name):
@@ -195,9 +190,6 @@ class Device(Node):
             place = f"{path}/service{i:04x}"
             self.gatt.append(Node(world, place, SERVICE, {"UUID": uuid(row[0]), "Primary": True}))
             self.gatt += [Characteristic(self, f"{place}/char{j:04x}", entry) for j, entry in enumerate(row[1:])]
-
-    def play(self):
-        return self.settings
 
     def nodes(self):
         return [self] + (self.gatt if self.properties["ServicesResolved"] else [])
@@ -378,10 +370,12 @@ class Device(Node):
 
 
 class World(dbus.service.Object):
+    SUPPORTS_MULTIPLE_OBJECT_PATHS = True
+
     def __init__(self, bus):
         super().__init__(bus, "/")
+        self.add_to_connection(bus, "/org/bluez")
         self.bus, self.radios, self.devices, self.hidden = bus, [], [], []
-        self.control = Control(self)
 
     @dbus.service.method(MANAGER, out_signature="a{oa{sa{sv}}}")
     def GetManagedObjects(self):
@@ -392,7 +386,9 @@ class World(dbus.service.Object):
     def InterfacesAdded(self, path, interfaces):
         pass
 
-    def play(self, scene):
+    @dbus.service.method("org.bluez.Mock", in_signature="s")
+    def Play(self, scene):
+        scene = json.loads(scene)
         for device in self.devices + self.hidden:
             device.drop()
             for node in [device] + device.gatt:
@@ -412,16 +408,6 @@ class World(dbus.service.Object):
             self.hidden.remove(device)
             self.devices.append(device)
             self.InterfacesAdded(device.path, device.interfaces())
-
-
-class Control(dbus.service.Object):
-    def __init__(self, world):
-        super().__init__(world.bus, "/org/bluez")
-        self.world = world
-
-    @dbus.service.method("org.bluez.Mock", in_signature="s")
-    def Play(self, scene):
-        self.world.play(json.loads(scene))
 
 
 dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
