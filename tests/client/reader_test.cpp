@@ -201,27 +201,5 @@ TEST_F(ClientTest, ReadsMoreTestsThanTheQueueHolds) {
   EXPECT_GT(ids.size(), 64U);
 }
 
-// An adapter that goes silent costs a section its time, not for ever.
-TEST_F(ClientTest, SilenceHasALimit) {
-  std::atomic<unsigned> exchanges{0};
-  FaultPlan plan;
-  plan.onExchange = [&](unsigned number, const std::string&) { exchanges = number; };
-  connect("petrol-can11", plan);
-  FaultPlan silent;
-  silent.faults.push_back({.kind = Fault::Kind::Silence, .first = exchanges + 1, .text = {}});
-  session.disconnect();
-  connect("petrol-can11", silent);
-  ReadOptions options;
-  options.silence = std::chrono::milliseconds(4000);
-  const std::uint32_t start = clock.milliseconds();
-  const auto kind = failureOf([&] {
-    const FaultsSection section = readFaults(session, unit(), options);
-    EXPECT_EQ(section.state, State::NoAnswer);
-    EXPECT_FALSE(section.reason.empty());
-  });
-  EXPECT_TRUE(!kind || kind == Kind::LinkLost);
-  EXPECT_LT(clock.milliseconds() - start, 60000U);
-}
-
 }  // namespace
 }  // namespace velmara

@@ -266,57 +266,6 @@ TEST(Services, HaveTheFormOfTheProtocol) {
   }
 }
 
-// What the comments of their files say. A conversation begins with a vehicle that nobody has asked yet; all
-// are on 11-bit CAN.
-TEST(OddVehicles, AreOddAsTheyTell) {
-  struct Case {
-    const char* vehicle;
-    unsigned second;  // of the drive: at 0 a hybrid's engine stands, at 30 it runs
-    const char* dialogue;
-  };
-  static constexpr Case Cases[] = {
-      {"odd/asleep", 0,
-       "0100 > 7E8:410080180010 7EA:410080080010; 010C >; 010C0D > 7EA:410D00; 0902 >; 04 > 7EA:44"},
-      {"odd/asleep", 30, "03 > 7E8:43010171 7EA:43010A80; 0900 > 7E8:490040000000; 04 > 7E8:44 7EA:44"},
-      {"odd/count", 0,
-       R"(0101 > 7E8:410185076500 7E9:410100040000 7EB:410102040000;
-          03 > 7E8:430201710301 7E9:43010700 7EB:4300)"},
-      {"odd/groups", 0,
-       R"(010D0C1C > 7E8:411C070C0C300D00 7E9:410D00 7EA:7F0112 7EC:410D001C07
-          7ED:410D000C0C301C07555555 7EE:410D000C0C301C 7EF:410D000C0C30001C07)"},
-      {"odd/lists", 0,
-       R"(0100 > 7E8:410098390011 7E9:410080100010; 010B >; 0110 >; 0120 >; 010F > 7E8:410F45; 0111 > 7E8:41111C;
-           0600 > 7E8:4600C0000000; 0602 >; 0605 > 7E8:4605070A024600000CCF; 0900 > 7E8:490054000000; 0906 >)"},
-      {"odd/one-reply", 0,
-       R"(0100 > 7E8:410080180010 7E9:410080080010; 0100 > 7E8:410080180010 7E9:410080080010;
-          0101 > 7E8:410181076500; 03 > 7E8:43010171)"},
-      {"odd/refusals", 0,
-       R"(0101 > 7E8:410182076500 7E9:410182040000; 020000 > 7E8:7F0222 7E9:42000040080000;
-          03 > 7E8:7F0322 7E9:430207000730; 0600 > 7E8:7F0622 7E9:460000000001; 0A > 7E8:7F0A22 7E9:4A010700)"},
-      {"odd/silences", 0,
-       R"(0101 > 7E8:410182076500 7E9:410182040000; 020000 > 7E9:42000040080000; 03 > 7E9:430207000730;
-          0600 > 7E9:460000000001; 0A > 7E9:4A010700)"},
-      {"odd/standing", 0,
-       "03 > 7E8:7F0322 7EA:4300; 0600 > 7E8:7F0622; 0900 > 7E8:490054000000; 0904 > 7E8:7F0922"},
-      {"odd/standing", 30, "03 > 7E8:43010171 7EA:4300; 0601 > 7E8:4601070A029800000CCF"}};
-  std::set<std::string> met;
-  for (const Case& row : Cases) {
-    SCOPED_TRACE(row.vehicle);
-    const VirtualClock clock;
-    const auto car = Vehicle::load(row.vehicle);
-    car->holdDrive(row.second * 1000);
-    simulator::AdapterOptions options;
-    options.silence = 0;
-    Dialogue elm(simulator::makeBus(car, options));
-    elm.prepare();
-    elm.ask("ATSP6");
-    expectDialogue(elm, 6, row.dialogue);
-    met.insert(row.vehicle);
-  }
-  const std::vector<std::string> names = simulator::oddVehicleNames();
-  EXPECT_EQ(met, std::set<std::string>(names.begin(), names.end()));
-}
-
 TEST(OddVehicles, StandBeforeTheyDrive) {
   const VirtualClock clock;
   const auto car =

@@ -52,25 +52,6 @@ TEST_F(TraceTest, FaultsAreReplayed) {
   }
 }
 
-// And a replay can have faults of its own, as an adapter has: it ends, one way or the other.
-TEST_F(TraceTest, ReplaysStandFaults) {
-  outcomeOf("demo:iso9141", recording());
-  const auto trace = simulator::Trace::load(traceFile);
-  std::size_t whole = 0;
-  for (const char* const fault : {"latency:700@20-", "jitter:50", "split:3", "merge@12", "noise:3@15-25",
-                                  "lostprompt@20", "late:900@18", "half@22", "silence@21-",
-                                  "error:STOPPED@19", "close@23", "readerror@9", "writeerror@30"}) {
-    SCOPED_TRACE(fault);
-    simulator::AdapterOptions options;
-    options.faults = FaultPlan::parse(fault);
-    const auto adapter =
-        std::make_shared<simulator::ElmAdapter>(std::make_shared<simulator::Replay>(trace), options);
-    const std::string result = outcome([&] { session.connect(simulator::makeBus(adapter), "replay"); });
-    whole += result.starts_with('{') ? 1 : 0;
-  }
-  EXPECT_GT(whole, 3U);
-}
-
 // What a serial port needs beside bytes: its rate is found and raised as without the recorder, and recorded.
 TEST_F(TraceTest, RecordsSerialPorts) {
   ConnectOptions options = recording();
@@ -124,38 +105,6 @@ TEST_F(TraceTest, IsThereAsItGoes) {
     EXPECT_TRUE(text.ends_with(" > ATZ\\r\n")) << text;
     EXPECT_EQ(std::count(text.begin(), text.end(), '>'), i + 1);
   }
-}
-
-TEST_F(TraceTest, BadOnesAreNamedWithTheirLine) {
-  const std::string file = write("bad.trace", "# velmara trace 1\n0.0 > ATZ\\r\nnonsense\n");
-  for (const std::string& what : {file, path("none.trace")}) {
-    try {
-      session.connect(parseLink("replay:" + what));
-      FAIL() << what;
-    } catch (const Failure& failure) {
-      EXPECT_EQ(failure.kind(), Failure::Kind::Unusable);
-      EXPECT_NE(std::string(failure.what()).find(what == file ? file + ":3: " : what), std::string::npos)
-          << failure.what();
-    }
-    EXPECT_EQ(failureOf([&] { summarizeTrace(what); }), Failure::Kind::Unusable);
-  }
-  EXPECT_EQ(outcomeOf("replay:" + write("empty.trace", "# velmara trace 1\n")),
-            "failure " + std::to_string(static_cast<int>(Failure::Kind::NoAdapter)));
-}
-
-TEST_F(TraceTest, RequestsThatAreNotThereAreTold) {
-  outcomeOf("demo:iso9141", recording());
-  std::istringstream lines(contentOf(traceFile));
-  std::string kept;
-  bool inVin = false;
-  for (std::string line; std::getline(lines, line);) {
-    inVin = line.find(" > ") != std::string::npos ? line.find("> 0902") != std::string::npos : inVin;
-    kept += inVin ? "" : line + "\n";
-  }
-  session.connect(parseLink("replay:" + write("kept.trace", kept)));
-  EXPECT_FALSE(readInfo(session, unit()).vin);
-  ASSERT_EQ(session.missingRequests().size(), 1U);
-  EXPECT_EQ(session.missingRequests().front().request, "0902");
 }
 
 TEST_F(TraceTest, SummaryCountsAndMeasures) {
