@@ -11,7 +11,6 @@
 #include <regex>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 namespace clitest {
 
@@ -40,15 +39,8 @@ HttpProbe::HttpProbe(int port, int room) : m_socket(::socket(AF_INET, SOCK_STREA
   }
 }
 
-HttpProbe::HttpProbe(HttpProbe&& other) noexcept
-    : m_socket(std::exchange(other.m_socket, -1)),
-      m_ended(other.m_ended),
-      m_received(std::move(other.m_received)) {}
-
 HttpProbe::~HttpProbe() {
-  if (m_socket >= 0) {
-    ::close(m_socket);
-  }
+  ::close(m_socket);
 }
 
 void HttpProbe::send(const std::string& text) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -19,7 +20,6 @@ class HttpProbe {
   /// choice if 0.
   explicit HttpProbe(int port, int room = 0);
   ~HttpProbe();
-  HttpProbe(HttpProbe&& other) noexcept;
   HttpProbe(const HttpProbe&) = delete;
   HttpProbe& operator=(const HttpProbe&) = delete;
 
@@ -33,7 +33,7 @@ class HttpProbe {
  private:
   bool readSome(std::chrono::steady_clock::time_point until);
 
-  int m_socket;
+  const int m_socket;
   bool m_ended = false;
   std::string m_received;
 };

@@ -51,7 +51,7 @@ TEST_F(Serve, GoesOnInACrowdOfThousandAndDropsThoseWhoAreSlow) {
   half.send("POST /api/disconnect HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port) +
             "\r\nAuthorization: Bearer " + server.token +
             "\r\nContent-Type: application/json\r\nContent-Length: 10\r\n\r\n{");
-  std::vector<HttpProbe> crowd;
+  std::deque<HttpProbe> crowd;
   for (int i = 0; i < 150; ++i) {
     crowd.emplace_back(server.port);
     crowd.back().send("GET /api/state HTTP/1.1\r\nHost: 127.0.0.1");
@@ -90,7 +90,7 @@ TEST_F(Serve, GoesOnInACrowdOfThousandAndDropsThoseWhoAreSlow) {
 
 TEST_F(Serve, HasRoomForSixtyFourViewers) {
   const Server server = serve("");
-  std::vector<HttpProbe> viewers;
+  std::deque<HttpProbe> viewers;
   for (int i = 0; i < 64; ++i) {
     viewers.emplace_back(server.port);
     viewers.back().send(server.streamRequest(""));

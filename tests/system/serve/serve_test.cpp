@@ -63,11 +63,7 @@ TEST_F(Serve, RefusesWhatIsNotInOrderAndGoesOnPolling) {
   const std::string type = "Content-Type: application/json\r\n";
   const std::string body = "Content-Length: 2\r\n\r\n{}";
   const std::string post = "POST /api/disconnect HTTP/1.1\r\n";
-  struct Row {
-    int status;
-    std::string request;
-  };
-  const Row rows[] = {
+  const std::pair<int, std::string> rows[] = {
       {403, "GET /api/state HTTP/1.1\r\nHost: evil.example:" + std::to_string(server.port) + "\r\n\r\n"},
       {403, "GET /api/state HTTP/1.1\r\nHost: 127.0.0.1:1\r\n\r\n"},
       {403, "GET /api/state HTTP/1.1\r\n\r\n"},
@@ -98,33 +94,30 @@ TEST_F(Serve, RefusesWhatIsNotInOrderAndGoesOnPolling) {
       {405, "GET /api/clear HTTP/1.1\r\n" + host + "\r\n"},
       {405, "PUT /api/state HTTP/1.1\r\n" + host + "\r\n"},
       {405, "OPTIONS /api/clear HTTP/1.1\r\n" + host + "\r\n"}};
-  for (const Row& row : rows) {
-    const HttpAnswer answer = server.ask(row.request);
-    EXPECT_EQ(answer.status, row.status) << row.request.substr(0, 300) << answer.head;
+  for (const auto& [status, request] : rows) {
+    const HttpAnswer answer = server.ask(request);
+    EXPECT_EQ(answer.status, status) << request.substr(0, 300) << answer.head;
     EXPECT_TRUE(answer.json().is_object() && answer.json().contains("error")) << answer.body;
   }
-  struct Wrong {
-    const char* path;
-    const char* body;
-  };
-  const Wrong wrongs[] = {{"/api/connect", ""},
-                          {"/api/connect", "[1]"},
-                          {"/api/connect", "{\"link\": 7}"},
-                          {"/api/connect", "{\"link\": \"ftp:x\"}"},
-                          {"/api/connect", "{\"link\": \"demo:/etc/passwd\"}"},
-                          {"/api/connect", "{\"link\": \"serial:/etc/passwd\"}"},
-                          {"/api/connect", "{\"link\": \"serial:/dev/../etc/passwd\"}"},
-                          {"/api/connect", "{\"link\": \"replay:/etc/passwd\"}"},
-                          {"/api/connect", "{\"link\": \"replay:/dev/ttyUSB0@fast\"}"},
-                          {"/api/connect", "{\"protocol\": \"smoke\"}"},
-                          {"/api/read", "{\"name\": \"nothing\"}"},
-                          {"/api/read", "{\"name\": \"codes\", \"make\": \"nobody\"}"},
-                          {"/api/unit-system", "{\"unitSystem\": \"furlongs\"}"},
-                          {"/api/clear", "{}"},
-                          {"/api/clear", "{\"confirm\": \"yes\"}"}};
-  for (const Wrong& wrong : wrongs) {
-    const HttpAnswer answer = server.post(wrong.path, wrong.body);
-    EXPECT_EQ(answer.status, 400) << wrong.path << wrong.body << answer.body;
+  const std::pair<const char*, const char*> wrongs[] = {
+      {"connect", ""},
+      {"connect", "[1]"},
+      {"connect", "{\"link\": 7}"},
+      {"connect", "{\"link\": \"ftp:x\"}"},
+      {"connect", "{\"link\": \"demo:/etc/passwd\"}"},
+      {"connect", "{\"link\": \"serial:/etc/passwd\"}"},
+      {"connect", "{\"link\": \"serial:/dev/../etc/passwd\"}"},
+      {"connect", "{\"link\": \"replay:/etc/passwd\"}"},
+      {"connect", "{\"link\": \"replay:/dev/ttyUSB0@fast\"}"},
+      {"connect", "{\"protocol\": \"smoke\"}"},
+      {"read", "{\"name\": \"nothing\"}"},
+      {"read", "{\"name\": \"codes\", \"make\": \"nowish\"}"},
+      {"unit-system", "{\"unitSystem\": \"furlongs\"}"},
+      {"clear", "{}"},
+      {"clear", "{\"confirm\": \"yes\"}"}};
+  for (const auto& [path, wish] : wrongs) {
+    const HttpAnswer answer = server.post(std::string("/api/") + path, wish);
+    EXPECT_EQ(answer.status, 400) << path << wish << answer.body;
   }
   EXPECT_EQ(server.post("/api/control-unit", "{\"ecu\": \"7FF\"}").status, 409);
   EXPECT_EQ(server.get("/api/events?watch=zz").status, 400);
@@ -249,7 +242,7 @@ TEST_F(Serve, BreaksOffAnOpening) {
 TEST_F(Serve, ShowsTwentyViewersTheSame) {
   const Server& server = shared();
   constexpr int Count = 20;
-  std::vector<HttpProbe> viewers;
+  std::deque<HttpProbe> viewers;
   for (int i = 0; i < Count; ++i) {
     viewers.emplace_back(server.port);
     viewers.back().send(server.streamRequest("?watch=" + std::string(i % 2 == 0 ? "0C" : "0D")));
