@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <hostos/time.h>
-
 #include "clientfixture.h"
 #include "dispatch/dispatcher.h"
 #include "velmara/client/vehiclereader.h"

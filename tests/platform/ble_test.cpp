@@ -1,18 +1,12 @@
 #include <gmock/gmock.h>
-#include <hostos/bluetooth.h>
 #include <hostos/busfactory.h>
 #include <simulator/server.h>
 #include <simulator/vehicle.h>
 
-#include <chrono>
 #include <future>
-#include <memory>
-#include <string>
-#include <thread>
 
 #include "bluetoothlimits.h"
 #include "simulator/dialogue.h"
-#include "support/bluetoothbus.h"
 #include "support/bluetoothlistener.h"
 #include "support/limit.h"
 

@@ -1,12 +1,6 @@
 #include <gmock/gmock.h>
-#include <hostos/bluetooth.h>
-
-#include <chrono>
-#include <memory>
-#include <string>
 
 #include "bluetoothlimits.h"
-#include "support/bluetoothbus.h"
 #include "support/bluetoothlistener.h"
 #include "support/limit.h"
 

@@ -1,14 +1,11 @@
 #include <gmock/gmock.h>
-#include <hostos/thread.h>
 #include <pthread.h>
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <future>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "support/runner.h"
 #include "support/virtualclock.h"

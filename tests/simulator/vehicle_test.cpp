@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <set>
-#include <sstream>
 
 #include <simulator/bus.h>
 #include <simulator/vehicle.h>

@@ -3,9 +3,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
-
 #include "clifixture.h"
 #include "settingsstore.h"
 

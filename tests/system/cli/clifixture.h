@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -133,6 +134,43 @@ class Cli : public testing::Test {
     result.err = testing::internal::GetCapturedStderr();
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     return result;
+  }
+
+  /// Runs that need no interplay, all at once, as they mostly wait. A row of each: the command, in which " @"
+  /// stands for " --link demo:"; its exit code; what it prints; what it does not print, if that matters; and,
+  /// if it shall print a document, members of control units in that.
+  static void expectRuns(const json& rows) {
+    std::vector<std::unique_ptr<Process>> runs;
+    for (const json& row : rows) {
+      std::string command = row[0];
+      if (const std::size_t place = command.find(" @"); place != std::string::npos) {
+        command.replace(place, 2, " --link demo:");
+      }
+      runs.push_back(start(command + " --quiet" + (row.size() > 4 ? " --json" : "")));
+    }
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+      SCOPED_TRACE(rows[i][0].dump());
+      expectRun(rows[i], runs[i]->finish());
+    }
+  }
+  static void expectRun(const json& row, const Result& result) {
+    EXPECT_EQ(result.code, row[1]) << result.err;
+    for (std::size_t column = 2; column < std::min<std::size_t>(row.size(), 4); ++column) {
+      for (const std::string part : row[column]) {
+        EXPECT_EQ(has(result.out + result.err, part), column == 2) << part << "\n"
+                                                                   << result.out << result.err;
+      }
+    }
+    if (row.size() > 4) {
+      const json document = parsed(result, row[1]);
+      for (const auto& [id, members] : row[4].items()) {
+        const json unit = unitOf(document, id.c_str());
+        for (const auto& [place, value] : members.items()) {
+          EXPECT_EQ(unit.value(json::json_pointer("/" + place), json("missing")), value)
+              << place << " " << unit;
+        }
+      }
+    }
   }
 
   /// A simulated adapter, and the link to it.

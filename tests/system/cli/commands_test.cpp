@@ -1,9 +1,7 @@
 // The program end to end: the built velmara against simulated and absent adapters. Runs that do not depend on
 // each other go at the same time, since an opening takes some seconds of real time.
 
-#include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <map>
 #include <set>
 #include <thread>
@@ -14,15 +12,6 @@
 
 namespace clitest {
 namespace {
-
-std::vector<json> jsonLines(const Result& result) {
-  EXPECT_EQ(result.code, 0) << result.err;
-  std::vector<json> objects;
-  for (const std::string& line : linesOf(result.out)) {
-    objects.push_back(json::parse(line));
-  }
-  return objects;
-}
 
 // Such an adapter answers as if it were still searching.
 TEST_F(Cli, NamesTheProtocolsWhereTheAdapterTellsNone) {
@@ -48,13 +37,15 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
   const auto ecus = start("ecus");
   const auto ecusJson = start("ecus --json --quiet");
   const auto list = start("sensors --list");
-  const auto listJson = start("sensors --list --json");
   const auto once = start("sensors --once");
-  const auto missing = start("sensors --once 7A");
-  const auto wrongEcu = start("sensors --ecu XYZ");
   const auto counted = start("sensors --json --count 4 0C 05 voltage");
-  const auto imperial = start("sensors --json --once --unit imperial 05 0D");
   const auto timed = start("sensors --for 1 0C");
+  expectRuns(json::parse(R"json([
+["sensors --list --json", 0, ["\"unit\":\"°C\",\"numeric\":true,\"lowest\":-40,\"highest\":215}"]],
+["sensors --once 7A", 6, ["velmara: ", "7A"]],
+["sensors --ecu XYZ", 6, ["velmara: ", "7E8"]],
+["sensors --json --once --unit imperial 05 0D", 0, ["\"unit\":\"°F\"", "\"unit\":\"mph\""]]
+])json"));
 
   const Result shown = ecus->finish();
   expectShown(shown, {"ELM327", "ISO 15765-4", "7E8", "ECM", "0C  ", "spark ignition", "Service 09"});
@@ -85,14 +76,10 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
   expectShown(readOnce, {" rpm\n", " km\n", " min\n"});  // counters have units, too
   EXPECT_EQ(linesOf(listed.out).size(), linesOf(readOnce.out).size());
   EXPECT_FALSE(has(readOnce.out, "\x1b"));
-  const json coolant = pick(jsonLines(listJson->finish()), "pid", "05");
-  EXPECT_EQ(coolant.at("lowest"), -40);
-  EXPECT_EQ(coolant.at("highest"), 215);
-  expectComplaint(missing->finish(), 6, "7A");
-  expectComplaint(wrongEcu->finish(), 6, "7E8");
 
   std::map<std::string, std::vector<double>> values;
-  for (const json& object : jsonLines(counted->finish())) {
+  for (const std::string& line : linesOf(counted->finish().out)) {
+    const json object = json::parse(line);
     std::vector<double>& seen = values[object.at("pid")];
     seen.push_back(object.at("value"));
     EXPECT_DOUBLE_EQ(object.at("minimum"), *std::min_element(seen.begin(), seen.end()));
@@ -105,9 +92,6 @@ TEST_F(Cli, ShowsTheSimulatedVehicle) {
     EXPECT_EQ(seen.size(), 4U) << pid;
   }
   EXPECT_GT(values["0C"].front(), 0);
-  const std::vector<json> units = jsonLines(imperial->finish());
-  EXPECT_EQ(pick(units, "pid", "05").at("unit"), "°F");
-  EXPECT_EQ(pick(units, "pid", "0D").at("unit"), "mph");
   const Result plain = timed->finish();
   expectShown(plain, {"average"});
   EXPECT_GT(linesOf(plain.out).size(), 4U);
@@ -126,29 +110,19 @@ TEST_F(Cli, ReachesAdaptersAndTellsWhichPhaseFailed) {
   const std::string log = (m_folder / "velmara.log").string();
 
   const auto overTcp = start("ecus --protocol can11-500 --link " + tcp.link);
-  const auto overOld = start("ecus --link " + old.link);
-  const auto overPty = start("sensors --once 0C --link " + pty.link);
-  const auto overFixed = start("sensors --once 0C --link " + fixed.link + "@9600");
-  const auto refused = start("ecus --log " + log + " --link " + ClosedLink);
-  const auto noDevice = start("ecus --link serial:/dev/velmara-has-no-such-port");
-  const auto noAnswer = start("ecus --link " + silent.link);
-  const auto onlyNoise = start("ecus --link " + noise.link);
-  const auto hungUp = start("ecus --link " + hangUp.link);
-  const auto otherProtocol = start("sensors --protocol j1850-pwm --link " + other.link);
-
+  expectRuns({{"ecus --link " + old.link, 0, {"ISO 9141-2"}},
+              {"sensors --once 0C --link " + pty.link, 0, {"rpm"}},
+              {"sensors --once 0C --link " + fixed.link + "@9600", 0, {"rpm"}},
+              {"ecus --log " + log + " --link " + ClosedLink, 2, {"velmara: ", "refused"}},
+              {"ecus --link serial:/dev/velmara-has-no-such-port", 2, {"velmara-has-no-such-port"}},
+              {"ecus --link " + silent.link, 3, {"no ELM327-class adapter answers"}},
+              {"ecus --link " + noise.link, 3, {"no ELM327-class adapter answers"}},
+              {"ecus --link " + hangUp.link, 5, {"was lost while looking for the adapter"}},
+              {"sensors --protocol j1850-pwm --link " + other.link, 4, {"SAE J1850 PWM"}}});
+  expectAll(read(log), {"Failed to open connection"});
   const Result viaTcp = overTcp->finish();
   expectShown(viaTcp, {"7E8"});
   EXPECT_FALSE(has(viaTcp.err, "simulated"));  // it cannot know
-  expectShown(overOld->finish(), {"ISO 9141-2"});
-  expectShown(overPty->finish(), {"rpm"});
-  expectShown(overFixed->finish(), {"rpm"});
-  expectComplaint(refused->finish(), 2, "refused");
-  expectAll(read(log), {"Failed to open connection"});
-  expectComplaint(noDevice->finish(), 2, "velmara-has-no-such-port");
-  expectComplaint(noAnswer->finish(), 3, "no ELM327-class adapter answers");
-  expectComplaint(onlyNoise->finish(), 3, "no ELM327-class adapter answers");
-  expectComplaint(hungUp->finish(), 5, "was lost while looking for the adapter");
-  expectComplaint(otherProtocol->finish(), 4, "SAE J1850 PWM");
 }
 
 TEST_F(Cli, EndsWithTheAdapterOrByASignal) {

@@ -1,9 +1,5 @@
 // The vehicle report: its verdict, its page, and the command.
 
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <functional>
 #include <set>
 
 #include "clifixture.h"

@@ -1,7 +1,5 @@
 // Monitors, test results, identity, summary, routines and the console, end to end.
 
-#include <csignal>
-
 #include "clifixture.h"
 
 namespace clitest {
@@ -30,54 +28,32 @@ answer 09 02 = silence
 
 class CliSections : public Cli {};
 
-// Documents hold what the reports of traces show; here is what those have not.
-TEST_F(CliSections, TellsOfMonitorsTestsAndIdentity) {
-  const auto monitors = start("monitors");
-  const auto document = start("monitors --json --quiet --ecu 7E8");
-  const auto tests = start("tests --ecu ECM");
-  const auto truck = start("tests --json --unit imperial --ecu 7E8 --link demo:diesel-truck");
-  const auto info = start("info");
-
-  expectShown(monitors->finish(),
-              {"Control unit 7E9: TCM", "Since codes were cleared: 7 of 8 complete",
-               "This driving cycle: 6 of 8 complete", "Evaporative System       INCOMPLETE      INCOMPLETE",
-               "Oxygen Sensor            complete        INCOMPLETE",
-               "Not present: Heated Catalyst, Secondary Air System\n"});
-  const json engine = unitOf(parsed(document->finish()), "7E8");
-  EXPECT_EQ(pick(engine.at("sinceReset"), "name", "Oxygen Sensor").at("status"), "complete");
-  EXPECT_EQ(pick(engine.at("thisCycle"), "name", "Oxygen Sensor").at("status"), "incomplete");
-  EXPECT_EQ(pick(engine.at("thisCycle"), "name", "Heated Catalyst").at("status"), "notAvailable");
-
-  const Result tested = tests->finish();
-  expectShown(tested, {"36 tests, 5 FAIL, 1 no result", "Catalyst Monitor Bank 1", "  FAIL\n"});
-  EXPECT_FALSE(has(tested.out, "7E9") || has(tested.out, "\x1b"));
-  const json groups = unitOf(parsed(truck->finish()), "7E8").at("onBoardTests");
-  EXPECT_EQ(pick(pick(groups, "id", "B2").at("tests"), "id", "82").at("result"), "noResult");
-  const json boost = pick(pick(groups, "id", "85").at("tests"), "id", "80");
-  EXPECT_EQ(boost.at("unit"), "psi");
-  EXPECT_EQ(boost.at("result"), "failed");
-  EXPECT_NEAR(boost.at("value").get<double>(), -5.58, 0.01);
-  EXPECT_NEAR(boost.at("maximum").get<double>(), 3.63, 0.01);
-  expectShown(info->finish(),
-              {"Engine Control Module", "EOBD and OBD II", "1VM20SAL6R1000417 (check digit fits)", "2024"});
-}
-
-TEST_F(CliSections, StartsRoutines) {
-  const auto accepted = start("routine --yes --run 2 --link demo:diesel-truck");
-  const auto refused = start("routine --yes --run 3 --link demo:diesel-truck");
-  const auto unknown = start("routine --yes --run 1 --link demo:diesel-truck");
-  const auto bare = start("routine --yes --run 1 --json --link demo:kwp-slow");
-  const auto several = start("routine --yes --run 1 --link demo:eight-units");
+// Documents are asked for what the reports of recorded traces have not.
+TEST_F(CliSections, TellsOfMonitorsTestsIdentityAndRoutines) {
   const auto asked = start("routine --run 1", Terminal::Both);
-
-  EXPECT_EQ(accepted->finish().out, "7E8 (ECM): accepted\n");
-  expectComplaint(refused->finish(), 6, "7EA (EAM) refused: Conditions not correct");
-  expectComplaint(unknown->finish(), 6, "No control unit offers routine 1");
-  const json status = parsed(bare->finish(), 6);  // a status byte that has no name
-  EXPECT_EQ(status.at("result"), "refused");
-  EXPECT_TRUE(status.at("reason").is_null());
-  expectComplaint(several->finish(), 1, "7E8 (ECM) and by 7EC (FPCM)");
-  expectComplaint(run("routine --run 1"), 1, "--yes");
+  expectRuns(json::parse(R"json([
+["monitors", 0,
+ ["Control unit 7E9: TCM", "Since codes were cleared: 7 of 8 complete",
+  "This driving cycle: 6 of 8 complete", "Evaporative System       INCOMPLETE      INCOMPLETE",
+  "Oxygen Sensor            complete        INCOMPLETE",
+  "Not present: Heated Catalyst, Secondary Air System\n"]],
+["monitors", 0, [], [],
+ {"7E8": {"sinceReset/7": {"name": "Oxygen Sensor", "status": "complete"}, "thisCycle/7/status": "incomplete",
+          "thisCycle/4": {"name": "Heated Catalyst", "status": "notAvailable"}}}],
+["tests --ecu ECM", 0, ["36 tests, 5 FAIL, 1 no result", "Catalyst Monitor Bank 1", "  FAIL\n"],
+ ["7E9", "\u001b"]],
+["tests --unit imperial @diesel-truck", 0, [], [],
+ {"7E8": {"onBoardTests/15/tests/2/result": "noResult", "onBoardTests/4/tests/0/value": -5.58,
+          "onBoardTests/4/tests/0/maximum": 3.63, "onBoardTests/4/tests/0/unit": "psi",
+          "onBoardTests/4/tests/0/result": "failed"}}],
+["info", 0, ["Engine Control Module", "EOBD and OBD II", "1VM20SAL6R1000417 (check digit fits)", "2024"]],
+["routine --yes --run 2 @diesel-truck", 0, ["7E8 (ECM): accepted\n"]],
+["routine --yes --run 3 @diesel-truck", 6, ["7EA (EAM) refused: Conditions not correct"]],
+["routine --yes --run 1 @diesel-truck", 6, ["No control unit offers routine 1"]],
+["routine --yes --run 1 --json @kwp-slow", 6, ["\"result\": \"refused\"", "\"reason\": null"]],
+["routine --yes --run 1 @eight-units", 1, ["7E8 (ECM) and by 7EC (FPCM)"]],
+["routine --run 1", 1, ["--yes"]]
+])json"));
 
   asked->await("[y/N]");
   asked->type("n\n");
@@ -88,39 +64,25 @@ TEST_F(CliSections, StartsRoutines) {
 }
 
 TEST_F(CliSections, SaysWhyNothingCame) {
-  const std::string link = " --json --link demo:" + write("silent.vehicle", SilentVehicle);
-  struct Case {
-    const char* command;
-    const char* words;
-    const char* reason;  // a member in JSON
-  };
-  const Case cases[] = {{"monitors", "does not tell its readiness monitors", "monitorsReason"},
-                        {"tests", "no test results", "onBoardTestsReason"},
-                        {"info", "does not tell anything about itself", "informationReason"},
-                        {"summary", "does not tell its state", "summaryReason"},
-                        {"codes", "does not tell its trouble codes", "codesReason"},
-                        {"freeze", "does not tell its freeze frames", "framesReason"},
-                        {"routine --yes --run 1", "is not known: 7E8", nullptr}};
-  std::vector<std::unique_ptr<Process>> runs;
-  for (const Case& row : cases) {
-    runs.push_back(start(row.command + link));
-  }
+  const std::string silent = " --link demo:" + write("silent.vehicle", SilentVehicle);
   const std::string bare =
       write("bare.vehicle", "name = Bare\nprotocol = 6\n[unit ECM 7E8]\n01 0C = 0C 10\n");
-  const auto unoffered = start("tests --link demo:" + bare);
-  for (std::size_t i = 0; i < runs.size(); ++i) {
-    SCOPED_TRACE(cases[i].command);
-    const Result result = runs[i]->finish();
-    expectComplaint(result, 6, cases[i].words);
-    EXPECT_EQ(has(result.err, "Is the ignition on?"), cases[i].reason != nullptr) << result.err;
-    const json document = parsed(result, 6);
-    if (cases[i].reason != nullptr) {
-      EXPECT_EQ(document.at("units").at(0).at(cases[i].reason), "The control unit does not answer.");
-    }
+  json rows = json::parse(R"json([
+["monitors", 6, ["does not tell its readiness monitors"], "monitorsReason"],
+["tests", 6, ["no test results"], "onBoardTestsReason"],
+["info", 6, ["does not tell anything about itself"], "informationReason"],
+["summary", 6, ["does not tell its state"], "summaryReason"],
+["codes", 6, ["does not tell its trouble codes"], "codesReason"],
+["freeze", 6, ["does not tell its freeze frames"], "framesReason"]])json");
+  for (json& row : rows) {
+    row[0] = row[0].get<std::string>() + silent;
+    row[2].push_back("Is the ignition on?");
+    row.push_back({{"7E8", {{row[3].get<std::string>(), "The control unit does not answer."}}}});
+    row[3] = json::array();
   }
-  const Result connected = unoffered->finish();
-  expectComplaint(connected, 6, "no test results");
-  EXPECT_FALSE(has(connected.err, "ignition")) << connected.err;
+  rows.push_back({"routine --yes --run 1" + silent, 6, {"velmara: ", "is not known: 7E8"}, {"ignition"}});
+  rows.push_back({"tests --link demo:" + bare, 6, {"velmara: ", "no test results"}, {"ignition"}});
+  expectRuns(rows);
 }
 
 TEST_F(CliSections, TalksToTheAdapterUntilTheLinkOrTheUserEnds) {

@@ -1,8 +1,6 @@
 // A link that is lost or spoiled at every exchange of a whole life: opening, live values, everything that the
 // services read, a test routine, the console, clearing, the end. By a clock of its own.
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <sstream>
 

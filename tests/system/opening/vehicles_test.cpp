@@ -1,11 +1,7 @@
 // Every adapter on every vehicle, every serial rate, and vehicles of many units, by a clock of their own.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
-#include <set>
 #include <tuple>
 
 #include <fmt/format.h>

@@ -1,7 +1,6 @@
 // A trace that was made anonymous reads as before, and holds no piece of what identifies a car or its owner.
 
-#include <algorithm>
-#include <cctype>
+#include <regex>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -52,94 +51,75 @@ std::string anonymous(const std::string& lines) {
   return text.substr(text.find('\n') + 1);
 }
 
-struct Form {
-  const char* name;
-  const char* lines;
-};
+// A trace of exchanges with semicolons between: a request, ">" and its reply, in which "|" is the end of a
+// line and "~" that of a piece.
+std::string traceOf(const std::string& script) {
+  const std::string exchanges =
+      std::regex_replace(script, std::regex("([^>;]+)>([^;]+);?"), "0 > $1\\r\n0 < $2\\r\\r>\n");
+  const std::string lines = std::regex_replace(exchanges, std::regex("\\|"), "\\r");
+  return std::regex_replace(lines, std::regex("~"), "\n0 < ");
+}
 
 // Whole VINs in the forms in which adapters give them.
-const Form Whole[] = {
-    {"CAN",
-     "0 > 0902\\r\n0 < 7E8101449020131564D\\r7E8213230\n0 < 53414C3652\\r7E82231303030343137\\r\\r>\n"},
+const std::pair<const char*, const char*> Whole[] = {
+    {"CAN", "0902>7E8101449020131564D|7E8213230~53414C3652|7E82231303030343137"},
     {"CAN with blanks",
-     "0 > 09 02\\r\n0 < 09 02\\r7E8 10 14 49 02 01 31 56 4D \\r\\n7E8 21 32 30 53 41 4C 36 52 \\r\\n"
-     "7E8 22 31 30 30 30 34 31 37 \\r\\n\\r\\n>\n"},
+     "09 02>09 02|7E8 10 14 49 02 01 31 56 4D |\\n7E8 21 32 30 53 41 4C 36 52 |\\n7E8 22 31 30 30 30 34 31 "
+     "37 "},
     {"CAN of two units",
-     "0 > 0902\\r\n0 < 7E8101449020131564D\\r7E9101449020131564D\\r7E9213230\n0 < "
-     "53414C3652\\r7E82132305341\\x34C3652\\r"
-     "7E82231303030343137\\r7E92231303030343137\\r\\r>\n"},
-    {"CAN 29 bit",
-     "0 > 0902\\r\n0 < 18DAF110101449020131564D\\r18DAF110213230"
-     "53414C3652\\r18DAF1102231303030343137\\r\\r>\n"},
+     "0902>7E8101449020131564D|7E9101449020131564D|7E9213230~53414C3652|7E82132305341\\x34C3652|"
+     "7E82231303030343137|7E92231303030343137"},
+    {"CAN 29 bit", "0902>18DAF110101449020131564D|18DAF11021323053414C3652|18DAF1102231303030343137"},
     {"CAN without headers",
-     "0 > 0902\\r\n0 < 014 \\r0: 49 02 01 31 56 4D \\r1: 32 30 53 41 4C 36 52 \\r2: 31 30 30 30 34 31 37 "
-     "\\r\\r>\n"},
-    {"lower case", "0 > 0902\\r\n0 < 014\\r0:49020131564d\\r1:323053414c3652\\r2:31303030343137\\r\\r>\n"},
+     "0902>014 |0: 49 02 01 31 56 4D |1: 32 30 53 41 4C 36 52 |2: 31 30 30 30 34 31 37 "},
+    {"lower case", "0902>014|0:49020131564d|1:323053414c3652|2:31303030343137"},
     {"ISO 9141",
-     "0 > 0902\\r\n0 < 486B104902010000003140\\r"
-     "486B10490202564D323015\\r"
-     "486B1049020353414C3627\\r"
-     "486B1049020452313030F5\\r"
-     "486B1049020530343137DF\\r\\r>\n"},
+     "0902>486B104902010000003140|486B10490202564D323015|486B1049020353414C3627|486B1049020452313030F5|"
+     "486B1049020530343137DF"},
     {"J1850 PWM",
-     "0 > 0902\\r\n0 < 41 6B 10 49 02 01 00 00 00 31 2F \\r"
-     "41 6B 10 49 02 02 56 4D 32 30 E8 \\r"
-     "41 6B 10 49 02 03 53 41 4C 36 D1 \\r"
-     "41 6B 10 49 02 04 52 31 30 30 1D \\r"
-     "41 6B 10 49 02 05 30 34 31 37 18 \\r\\r>\n"},
+     "0902>41 6B 10 49 02 01 00 00 00 31 2F |41 6B 10 49 02 02 56 4D 32 30 E8 |41 6B 10 49 02 03 53 41 4C 36 "
+     "D1 |41 6B 10 49 02 04 52 31 30 30 1D |41 6B 10 49 02 05 30 34 31 37 18 "},
     {"KWP",
-     "0 > 0902\\r\n0 < 87F1104902010000003105\\r"
-     "87F110490202564D3230DA\\r"
-     "87F11049020353414C36EC\\r"
-     "87F11049020452313030BA\\r"
-     "87F11049020530343137A4\\r\\r>\n"},
+     "0902>87F1104902010000003105|87F110490202564D3230DA|87F11049020353414C36EC|87F11049020452313030BA|"
+     "87F11049020530343137A4"},
     {"before CAN without headers",
-     "0 > 0902\\r\n0 < 49 02 01 00 00 00 31 \\r"
-     "49 02 02 56 4D 32 30 \\r"
-     "49 02 03 53 41 4C 36 \\r"
-     "49 02 04 52 31 30 30 \\r"
-     "49 02 05 30 34 31 37 \\r\\r>\n"},
-    {"UDS", "0 > 22F190\\r\n0 < 7E8101462F19031564D\\r7E821323053414C3652\\r7E82231303030343137\\r\\r>\n"},
+     "0902>49 02 01 00 00 00 31 |49 02 02 56 4D 32 30 |49 02 03 53 41 4C 36 |49 02 04 52 31 30 30 |49 02 05 "
+     "30 34 31 37 "},
+    {"UDS", "22F190>7E8101462F19031564D|7E821323053414C3652|7E82231303030343137"},
     {"UDS behind another item",
-     "0 > 22F187F190\\r\n0 < 7E8101962F1874142F190\\r7E82131564D32305341\\r"
-     "7E8224C365231303030\\r7E823343137\\r\\r>\n"},
-    {"SAE J1979-2",
-     "0 > 22F802\\r\n0 < 7E8101462F8023156\\x34D\\r7E821323053414C3652\\r7E82231303030343137\\r\\r>\n"},
-    {"of the maker's own",
-     "0 > 22ABCD\\r\n0 < 7E8101562ABCD003156\\r7E8214D323053414C36\\r7E8225231303030343137\\r\\r>\n"},
-    {"by a command",
-     "0 > STPX H:7E0, D:0902, R:3\\r\n0 < "
-     "7E81014490201#1564D\\r7E821323053414C3652\\r7E82231303030343137\\r\\r>\n"},
+     "22F187F190>7E8101962F1874142F190|7E82131564D32305341|7E8224C365231303030|7E823343137"},
+    {"SAE J1979-2", "22F802>7E8101462F8023156\\x34D|7E821323053414C3652|7E82231303030343137"},
+    {"of the maker's own", "22ABCD>7E8101562ABCD003156|7E8214D323053414C36|7E8225231303030343137"},
+    {"by a command", "STPX H:7E0, D:0902, R:3>7E81014490201#1564D|7E821323053414C3652|7E82231303030343137"},
     {"J1850 VPW in blocks",
-     "0 > 3C01\\r\n0 < 486B107C010031564D323011\\r>\n1 > 3C02\\r\n1 < 486B107C0253414C36523122\\r>\n"
-     "2 > 3C03\\r\n2 < 486B107C0330303034313722\\r>\n"},
-    {"written", "0 > 2EF19031564D323053414C365231303030343137\\r\n0 < 7E8036EF190\\r>\n"},
-    {"KWP in one message", "0 > 1A90\\r\n0 < 5A9031564D323053414C365231303030343137\\r\\r>\n"}};
+     "3C01>486B107C010031564D323011;3C02>486B107C0253414C36523122;3C03>486B107C0330303034313722"},
+    {"written", "2EF19031564D323053414C365231303030343137>7E8036EF190"},
+    {"KWP in one message", "1A90>5A9031564D323053414C365231303030343137"}};
 
 TEST(Anonymized, WireFormsHoldNoPieceAndKeepTheirShape) {
-  for (const Form& form : Whole) {
-    SCOPED_TRACE(form.name);
-    const std::string text = anonymous(form.lines);
-    const simulator::Trace before =
-        simulator::Trace::parse(std::string("# velmara trace 1\n") + form.lines, "before");
+  for (const auto& [name, script] : Whole) {
+    SCOPED_TRACE(name);
+    const std::string lines = traceOf(script);
+    const std::string text = anonymous(lines);
+    const simulator::Trace before = simulator::Trace::parse("# velmara trace 1\n" + lines, "before");
     const simulator::Trace after = simulator::Trace::parse("# velmara trace 1\n" + text, "after");
     ASSERT_EQ(after.events.size(), before.events.size());
     for (std::size_t i = 0; i < before.events.size(); ++i) {
       EXPECT_EQ(after.events[i].text.size(), before.events[i].text.size());
     }
     for (const simulator::TraceExchange& exchange : simulator::exchangesOf(after)) {
-      std::istringstream lines(simulator::answerOf(after, exchange));
-      for (std::string line; std::getline(lines, line, '\r');) {
+      std::istringstream answer(simulator::answerOf(after, exchange));
+      for (std::string line; std::getline(answer, line, '\r');) {
         EXPECT_EQ(pieceOf(std::string(Vin).substr(MakerLength), line, 3), "") << line;
       }
     }
-    EXPECT_EQ(text, anonymous(form.lines));  // the same every time
+    EXPECT_EQ(text, anonymous(lines));  // the same every time
   }
 }
 
 // The number is in other places once it is known, and in parts of answers that came late or damaged.
 TEST(Anonymized, OtherPlacesHoldNoPieceEither) {
-  const std::string known = Whole[0].lines;
+  const std::string known = traceOf(Whole[0].second);
   const char* const places[] = {
       "5 > 0100\\r\n5 < 7E8064100BFBFB99700\\r7E821323053414C3652\\r\\r>\n",    // late
       "5 > 0904\\r\n5 < 7E821323053414C3652\\r7E82231303030343137\\r\\r>\n",    // the beginning is lost
@@ -199,37 +179,28 @@ TEST(Anonymized, OtherNumbersAreReplacedAlike) {
   }
 }
 
-// A name that the adapter was given, as it was written; its address without colons, and as HC-05 modules
-// write it; links that never opened.
-TEST(Anonymized, NamesAndPlacesInWordsAreReplaced) {
+// Names that the adapter was given, as they were written; addresses in any form; links that never opened.
+TEST(Anonymized, NamesLinksAndAdaptersAreNobodysOwn) {
   const std::string text = anonymous(
+      "# via 00:1D:A5:68:98:8B and 11-22-33-44-55-66\n0 ! opened bt:00:1d:a5:68:98:8b@1\n0 ! closed\n"
       "0 ! failed Cannot connect to joes-car.example:35000 (No route to host); switch it on.\n"
       "0 ! failed Cannot open /dev/serial/by-id/usb-FTDI_A50285BI (Busy); or choose: /dev/ttyUSB0.\n"
       "0 ! opened ble:00:1D:A5:68:98:8B@fff0\n0 > at @3 joe s car 7\\r\n0 < OK\\r>\n"
       "1 > AT@1\\r\n1 < joe s car 7\\r>\n2 > AT+X\\r\n2 < +X:001d:a5:68988b 001DA568988B 001d:a5:68988b\\r>\n"
-      "3 > AT+ADDR?\\r\n3 < OK+ADDR:44556677AABB\\r>\n");
-  for (const char* const secret : {"joe", "A50285BI", "988b", "988B", "car", "AABB"}) {
-    EXPECT_EQ(text.find(secret), std::string::npos) << secret << "\n" << text;
-  }
-  for (const char* const kept : {"Cannot connect to adapter:35000 (No route to host); switch it on.",
-                                 "Cannot open /dev/adapter (Busy); or choose: /dev/ttyUSB0.", "@fff0"}) {
-    EXPECT_NE(text.find(kept), std::string::npos) << kept << "\n" << text;
-  }
-}
-
-TEST(Anonymized, LinksAndAdaptersAreNobodysOwn) {
-  const std::string text = anonymous(
-      "# via 00:1D:A5:68:98:8B and 11-22-33-44-55-66\n0 ! opened bt:00:1d:a5:68:98:8b@1\n0 ! closed\n"
-      "1 ! opened tcp:joes-car.example:35000\n1 ! lost cannot reach joes-car.example\n"
-      "2 ! opened serial:/dev/serial/by-id/usb-FTDI_A50285BI\n3 ! opened demo:/home/joe/car.vehicle\n"
-      "4 > AT@2\\r\n4 < AT@2\\rSN0123456789\\r\\r>\n4 > AT@1\\r\n4 < My SN0123456789 chip\\r\\r>\n"
-      "4 ! opened demo:iso9141\n5 > 0100\\r\n5 < 4100BFBFB997\\r\\r>\n");
-  for (const char* const secret : {"1D:A5", "22-33", "joe", "A50285BI", "0123456789", "1d:a5"}) {
+      "3 > AT+ADDR?\\r\n3 < OK+ADDR:44556677AABB\\r>\n"
+      "4 ! opened tcp:joes-car.example:35000\n4 ! lost cannot reach joes-car.example\n"
+      "5 ! opened serial:/dev/serial/by-id/usb-FTDI_A50285BI\n6 ! opened demo:/home/joe/car.vehicle\n"
+      "7 > AT@2\\r\n7 < AT@2\\rSN0123456789\\r\\r>\n7 > AT@1\\r\n7 < My SN0123456789 chip\\r\\r>\n"
+      "7 ! opened demo:iso9141\n8 > 0100\\r\n8 < 4100BFBFB997\\r\\r>\n");
+  for (const char* const secret :
+       {"joe", "A50285BI", "988b", "988B", "s car", "AABB", "1D:A5", "1d:a5", "22-33", "0123456789"}) {
     EXPECT_EQ(text.find(secret), std::string::npos) << secret << "\n" << text;
   }
   for (const char* const kept :
-       {"bt:02:00:00:00:00:01@1", "# via 02:00:00:00:00:01 and 02:00:00:00:00:02", "tcp:adapter:35000",
-        "cannot reach adapter", "serial:/dev/adapter", "demo:vehicle", "demo:iso9141", "4100BFBFB997"}) {
+       {"Cannot connect to adapter:35000 (No route to host); switch it on.",
+        "Cannot open /dev/adapter (Busy); or choose: /dev/ttyUSB0.", "@fff0", "bt:02:00:00:00:00:01@1",
+        "# via 02:00:00:00:00:01 and 02:00:00:00:00:02", "tcp:adapter:35000", "cannot reach adapter",
+        "serial:/dev/adapter", "demo:vehicle", "demo:iso9141", "4100BFBFB997"}) {
     EXPECT_NE(text.find(kept), std::string::npos) << kept << "\n" << text;
   }
 }

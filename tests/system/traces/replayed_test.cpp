@@ -1,6 +1,5 @@
 // A replay tells what the vehicle told.
 
-#include <algorithm>
 #include <sstream>
 
 #include <simulator/replay.h>
