@@ -20,8 +20,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr const char* Address = "AA:BB:CC:11:22:33";
-constexpr const char* Usual = R"(["fff0", ["fff1", "notify"], ["fff2", "write-without-response", "write"]])";
+constexpr const char* Address = BluetoothBus::Address;
+constexpr const char* Usual = BluetoothBus::Usual;
 constexpr const char* Sockets = R"("sockets": true)";
 constexpr const char* Calls = R"("sockets": false)";
 
@@ -57,14 +57,6 @@ class Ble : public testing::Test {
       GTEST_SKIP() << "python3-dbusmock is not installed";
     }
     bluez->use();
-  }
-
-  // One device with these services and whatever else is said of it, and of the scene.
-  static void play(const std::string& device, const std::string& services = Usual,
-                   const std::string& scene = R"("radios": [true])", BluetoothBus& bus = *bluez) {
-    bus.mock("Play", "{" + scene + R"(, "devices": [{"address": ")" + Address + R"(", "port": )" +
-                         std::to_string(adapter->port()) + R"(, "services": [)" + services + "], " + device +
-                         "}]}");
   }
 
   static std::shared_ptr<IMessageBus> makeBus(const std::string& service = {}) {
@@ -135,7 +127,7 @@ TEST_F(Ble, FindsTheSerialStreamAmongTheServices) {
     for (const char* way : {Sockets, Calls}) {
       SCOPED_TRACE(std::string(row.what) + " " + way);
       const std::string serial = row.serial.empty() ? "" : R"(, "serial": [)" + row.serial + "]";
-      play(std::string(R"("known": true, )") + way + serial, row.services);
+      bluez->play(adapter->port(), std::string(R"("known": true, )") + way + serial, row.services);
       const auto bus = makeBus(row.service);
       EXPECT_EQ(bus->open() == 0, row.opens) << lastError(*bus);
       if (row.opens) {
@@ -151,7 +143,8 @@ TEST_F(Ble, TellsOfALinkLostAtEveryExchange) {
   for (const char* way : {Sockets, Calls}) {
     for (int number = 1; number <= 5; ++number) {
       SCOPED_TRACE(std::string(way) + " " + std::to_string(number));
-      play(std::string(R"("known": true, "lose": )") + std::to_string(number) + ", " + way);
+      bluez->play(adapter->port(),
+                  std::string(R"("known": true, "lose": )") + std::to_string(number) + ", " + way);
       const auto bus = makeBus();
       ASSERT_EQ(bus->open(), 0) << lastError(*bus);
       for (int i = 1; i < number; ++i) {
@@ -204,7 +197,7 @@ TEST_F(Ble, SaysWhatIsWrongWithinItsLimits) {
       {R"("known": true, "pairing": "granted", "hang": ["Pair"])", "bluetoothctl pair AA:BB:CC:11:22:33"}};
   for (const Case& row : cases) {
     SCOPED_TRACE(row.device);
-    play(row.device, Usual, row.scene);
+    bluez->play(adapter->port(), row.device, Usual, row.scene);
     const auto bus = makeBus();
     const auto start = Clock::now();
     EXPECT_EQ(bus->open() == 0, row.words.empty());
@@ -230,7 +223,7 @@ TEST_F(Ble, SaysWhatIsWrongWithinItsLimits) {
 
 TEST_F(Ble, LeavesAnAdapterToWhoHasIt) {
   for (const char* way : {Sockets, Calls}) {
-    play(std::string(R"("known": true, )") + way);
+    bluez->play(adapter->port(), std::string(R"("known": true, )") + way);
     const auto first = makeBus();
     ASSERT_EQ(first->open(), 0) << lastError(*first);
     const auto second = makeBus();
@@ -243,7 +236,7 @@ TEST_F(Ble, LeavesAnAdapterToWhoHasIt) {
 
 // BlueZ takes its time to disconnect: what was asked for by the last link must not end the next.
 TEST_F(Ble, OutlivesTheDisconnectionOfTheLinkBefore) {
-  play(R"("known": true, "linger": 200)");
+  bluez->play(adapter->port(), R"("known": true, "linger": 200)");
   for (int round = 0; round < 3; ++round) {
     const auto bus = makeBus();
     ASSERT_EQ(bus->open(), 0) << lastError(*bus);
@@ -264,7 +257,8 @@ TEST_F(Ble, CloseEndsAnOpeningWhereverItStands) {
       R"("class": 7936)"};                       // sought in vain
   for (const char* scene : scenes) {
     SCOPED_TRACE(scene);
-    play(scene, R"(["abf0", ["abf1", "notify"], ["abf2", "write-without-response"]])");
+    bluez->play(adapter->port(), scene,
+                R"(["abf0", ["abf1", "notify"], ["abf2", "write-without-response"]])");
     for (const int wait : {0, 3, 60}) {
       const auto bus = makeBus();
       auto opening = std::async(std::launch::async, [&] { return bus->open(); });
@@ -284,7 +278,7 @@ TEST_F(Ble, EndsWithBluez) {
   for (const char* way : {Sockets, Calls}) {
     BluetoothBus other(BluetoothBus::LowEnergy);
     other.startBluez();
-    play(std::string(R"("known": true, )") + way, Usual, R"("radios": [true])", other);
+    other.play(adapter->port(), std::string(R"("known": true, )") + way);
     const auto bus = makeBus();
     Dialogue elm(bus);
     EXPECT_THAT(elm.ask("ATI"), HasSubstr("ELM327")) << lastError(*bus);

@@ -213,19 +213,17 @@ struct Terminal {
 };
 
 #ifdef BLUETOOTH_BUS
-constexpr const char* LeAddress = "AA:BB:CC:11:22:33";
+using bluetoothtest::BluetoothBus;
 
 // A Low Energy adapter that passes bytes to and from a port of this machine; false if nobody can play it.
 // "ble" gives sockets, "ble-calls" does not.
 bool playLowEnergy(const std::string& kind, std::uint32_t port, const std::string& more = {}) {
-  static bluetoothtest::BluetoothBus bus(bluetoothtest::BluetoothBus::LowEnergy);
+  static BluetoothBus bus(BluetoothBus::LowEnergy);
   static const bool there = !bus.missing() && (bus.startBluez(), true);
   if (there) {
-    bus.mock("Play", std::string(R"({"devices": [{"address": ")") + LeAddress +
-                         R"(", "known": true, "port": )" + std::to_string(port) + R"(, "sockets": )" +
-                         (kind == "ble" ? "true" : "false") + more +
-                         R"(, "services": [["fff0", ["fff1", "notify"], )" +
-                         R"(["fff2", "write-without-response"]]]}]})");
+    bus.play(static_cast<int>(port),
+             std::string(R"("known": true, "sockets": )") + (kind == "ble" ? "true" : "false") + more,
+             R"(["fff0", ["fff1", "notify"], ["fff2", "write-without-response"]])");
   }
   return there;
 }
@@ -252,7 +250,7 @@ class BusTest : public testing::TestWithParam<std::string> {
       if (!playLowEnergy(GetParam(), m_listener->port)) {
         GTEST_SKIP() << "python3-dbusmock is not installed";
       }
-      bus = BusFactory::createBleBus(LeAddress);
+      bus = BusFactory::createBleBus(BluetoothBus::Address);
     }
 #endif
   }
@@ -292,7 +290,7 @@ TEST(BleBus, CutsWritesAndJoinsNotificationsOfAnySize) {
       if (!playLowEnergy(kind, listener.port, ", " + more)) {
         GTEST_SKIP() << "python3-dbusmock is not installed";
       }
-      const auto bus = BusFactory::createBleBus(LeAddress);
+      const auto bus = BusFactory::createBleBus(BluetoothBus::Address);
       ASSERT_EQ(bus->open(), 0) << lastError(*bus);
       const File peer = listener.accept();
       Bytes bytes = pattern(1500);

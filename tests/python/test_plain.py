@@ -103,8 +103,6 @@ def test_codes():
         (lambda: velmara.connect(unit_system="parsec"), "unit system"),
         (lambda: velmara.Simulator("no-such-car"), "no-such-car"),
         (lambda: velmara.Simulator("/dev/zero"), "no file of text"),
-        (lambda: velmara.connect("replay:/dev/zero"), "no file of text"),
-        (lambda: velmara.connect("ble:nobody"), "six pairs"),
         (lambda: velmara.connect(trace="/no/such/folder/trace"), "/no/such/folder"),
         (lambda: velmara.devices(bluetooth=True, seconds=math.nan), "number of seconds"),
         (lambda: velmara.Simulator(adapter="none"), '"none"'),

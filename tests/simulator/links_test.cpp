@@ -1,7 +1,5 @@
 
-#include <atomic>
 #include <stdexcept>
-#include <thread>
 
 #include <hostos/busfactory.h>
 #include <simulator/bus.h>
@@ -105,32 +103,6 @@ TEST_F(Faults, DelayCutAndSpoilReplies) {
   EXPECT_EQ(elm.listen(), Coolant);
 }
 
-TEST_F(Faults, TellOfEachExchange) {
-  std::vector<std::string> told;
-  std::shared_ptr<hostos::IMessageBus> bus;
-  AdapterOptions options;
-  options.faults.onExchange = [&](unsigned exchange, const std::string& command) {
-    EXPECT_EQ(exchange, told.size());
-    told.push_back(command);
-    if (exchange == 2) {
-      bus->close();
-    }
-  };
-  bus = simulator::makeBus(Vehicle::load("petrol-can11"), options);
-  Dialogue elm(bus);
-  elm.ask("ate0");
-  elm.ask("");
-  EXPECT_EQ(elm.type("01 0c\r"), 1);
-  EXPECT_EQ(told, (std::vector<std::string>{"ATE0", "ATE0", "010C"}));
-  std::vector<unsigned char> bytes;
-  EXPECT_EQ(bus->read(bytes), hostos::BusReadError);
-  std::string text;
-  EXPECT_NE(bus->lastError(text).find("closed"), std::string::npos);
-  // Opened again it goes on, with the settings it had.
-  bus->open();
-  EXPECT_EQ(elm.ask("ATI"), "ELM327 v1.5\r\r>");
-}
-
 TEST(FaultScript, TellsWhatIsWrong) {
   for (const char* text :
        {"nothing", "latency:x", "close@", "close@1-x", "latency:-1", "split:99999999999"}) {
@@ -142,31 +114,6 @@ TEST(FaultScript, TellsWhatIsWrong) {
   EXPECT_GT(plan.faults[0].last, 1000000U);
   EXPECT_EQ(plan.faults[1].text, "ERROR");
   EXPECT_EQ(plan.faults[1].last, 7U);
-}
-
-// A reader, a writer and somebody who closes, at once and in real time.
-TEST(InProcess, ClosesUnderItsReaderAndWriter) {
-  for (int round = 0; round < 20; ++round) {
-    const auto bus = simulator::makeSerialBus(Vehicle::load("petrol-can11"), {}, 38400);
-    bus->open();
-    std::atomic<std::size_t> read{0};
-    std::thread reader([&] {
-      for (std::vector<unsigned char> bytes; bus->read(bytes) != hostos::BusReadError; bytes.clear()) {
-        read += bytes.size();
-      }
-    });
-    std::thread writer([&] {
-      while (bus->write({'0', '1', '0', 'C', '\r'}) == 0) {
-        bus->setBaudrate(bus->baudrate());
-      }
-    });
-    while (read == 0) {
-      hostos::CTime::msleep(1);
-    }
-    bus->close();
-    reader.join();
-    writer.join();
-  }
 }
 
 // --- A server, in real time and over the real platform layer ---

@@ -146,16 +146,9 @@ TEST_F(ReplayTest, AnswersByRequest) {
       "0 > ATZ\\r\n0 < ELM\\r\\r>\n"
       "1 > 01 0c\\r\n1 < 410C01\\r\\r>\n2 > 010C\\r\n2 < 410C\n2 < 02\\r\\r>\n3 > 010D\\r\n3 < "
       "410D00\\r\\r>\n");
-  EXPECT_EQ(dialogue.ask("010D"), "410D00\r\r>");
-  EXPECT_EQ(dialogue.ask("010C"), "410C01\r\r>");
-  EXPECT_EQ(dialogue.ask("01 0C"), "410C02\r\r>");
-  EXPECT_EQ(dialogue.ask("010c"), "410C02\r\r>");
-  EXPECT_EQ(dialogue.ask("atz"), "ELM\r\r>");
+  dialogue.converse("010D>410D00;010C>410C01;01 0C>410C02;010c>410C02;atz>ELM");
   EXPECT_EQ(dialogue.ask(""), "ELM\r\r>");  // the last one once more, as an adapter does
-  EXPECT_EQ(dialogue.ask("ATI"), "?\r\r>");
-  EXPECT_EQ(dialogue.ask("STI"), "?\r\r>");
-  EXPECT_EQ(dialogue.ask("0104"), "NO DATA\r\r>");
-  EXPECT_EQ(dialogue.ask("0104"), "NO DATA\r\r>");
+  dialogue.converse("ATI>?;STI>?;0104>NO DATA;0104>NO DATA");
   const auto missing = replay->missing();
   ASSERT_EQ(missing.size(), 3U);
   EXPECT_EQ(missing[0].request, "ATI");
@@ -202,9 +195,8 @@ TEST_F(ReplayTest, LeavesOutWhatCameAtAWrongRate) {
       "0 ! opened serial:/dev/ttyUSB0\n0 ! baud 9600\n0 > ATI\\r\n0 < \\xF8\\x80>\n1 ! baud 38400\n"
       "1 > ATZ\\r\n1 < ELM\\r\\r>\n2 > ATBRD23\\r\n2 < OK\\r\n2.1 < ELM327\\r\n2.2 ! baud 115200\n"
       "3 > \\r\n3 < OK\\r\\r>\n4 > ATI\\r\n4 < ELM327 v1.5\\r\\r>\n");
-  EXPECT_EQ(dialogue.ask("ATI"), "ELM327 v1.5\r\r>");
-  EXPECT_EQ(dialogue.ask("ATZ"), "ELM\r\r>");  // was not asked for again
-  EXPECT_EQ(dialogue.ask(""), "OK\r\r>");      // a line of its own in this trace
+  dialogue.converse("ATI>ELM327 v1.5;ATZ>ELM");  // which was not asked for again
+  EXPECT_EQ(dialogue.ask(""), "OK\r\r>");        // a line of its own in this trace
 }
 
 TEST_F(ReplayTest, FaultsApplyAsToAnyAdapter) {

@@ -42,6 +42,9 @@ inline void require(bool holds, const char* otherwise) {
 class BluetoothBus {
  public:
   static constexpr const char* LowEnergy = BLUETOOTH_LOW_ENERGY;
+  static constexpr const char* Address = "AA:BB:CC:11:22:33";
+  static constexpr const char* Usual =
+      R"(["fff0", ["fff1", "notify"], ["fff2", "write-without-response", "write"]])";
 
   explicit BluetoothBus(const char* standIn = nullptr) {
     std::array<int, 2> ends{};
@@ -100,6 +103,13 @@ class BluetoothBus {
     object("/org/bluez")->callMethod(method).onInterface("org.bluez.Mock").withArguments(arguments...);
   }
 
+  // Lets the stand-in for Low Energy play one device that leads to a port of this machine, with these
+  // services and whatever else is said of it, and of the scene.
+  void play(int port, const std::string& device, const std::string& services = Usual,
+            const std::string& scene = R"("radios": [true])") {
+    mock("Play", "{" + scene + R"(, "devices": [{"address": ")" + Address + R"(", "port": )" +
+                     std::to_string(port) + R"(, "services": [)" + services + "], " + device + "}]}");
+  }
   // Changes a property, and tells so on the bus.
   template <typename Value>
   void change(const char* path, const char* interface, const char* name, const Value& value) {

@@ -1,13 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -17,6 +12,7 @@
 
 #include "commandline.h"
 #include "process.h"
+#include "support/temporaryfolder.h"
 
 namespace clitest {
 
@@ -83,15 +79,9 @@ inline Texts linesOf(const std::string& text) {
 
 /// Runs of the program, each with the same folder of settings of its own. A command's words stand between
 /// blanks, or in 'quotes'.
-class Cli : public testing::Test {
+class Cli : public testing::Test, protected TemporaryFolder {
  protected:
-  Cli() {
-    std::string pattern = testing::TempDir() + "velmara-cli-XXXXXX";
-    EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
-    m_folder = pattern;
-    ::setenv("XDG_CONFIG_HOME", pattern.c_str(), 1);
-  }
-  ~Cli() override { std::filesystem::remove_all(m_folder); }
+  Cli() { ::setenv("XDG_CONFIG_HOME", m_folder.c_str(), 1); }
 
   static Texts wordsOf(const std::string& command) {
     Texts words;
@@ -182,19 +172,6 @@ class Cli : public testing::Test {
     std::unique_ptr<Process> process;
     std::string link;
   };
-
-  std::string write(const std::string& name, const std::string& content) const {
-    const std::filesystem::path file = m_folder / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << content;
-    return file.string();
-  }
-  static std::string read(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
-  std::filesystem::path m_folder;
 };
 
 }  // namespace clitest

@@ -46,16 +46,15 @@ TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
 }
 
 TEST_F(CliFast, SaysWhereTheVehicleDoesNot) {
-  const auto fast = [](const std::string& words) { return start("sensors --fast --for 3 " + words); };
   const std::string refuses = write("refuses.vehicle",
                                     "name = Refuses\nprotocol = 6\n[unit ECM 7E8]\ngroups = refuse 12\n"
                                     "monitors = 04 00 00\n01 0C = 1A F8\n01 0D = 32\n");
-  const auto declines = fast("--link demo:" + refuses + " 0C 0D");
-  const auto old = fast("--link demo:kwp-fast 0C 0D");
-  const auto single = fast("--link demo: 0C");
-  const clitest::Result declined = declines->finish();
-  expectShown(declined, {"Engine RPM", "Vehicle Speed"});
-  EXPECT_TRUE(has(declined.err, "one by one, as the vehicle answers no groups.")) << declined.err;
+  const auto declined = start("sensors --fast --for 3 0C 0D --link demo:" + refuses);
+  const auto old = start("sensors --fast --for 3 0C 0D --link demo:kwp-fast");
+  const auto single = start("sensors --fast --for 3 0C");
+  const clitest::Result result = declined->finish();
+  expectShown(result, {"Engine RPM", "Vehicle Speed"});
+  EXPECT_TRUE(has(result.err, "one by one, as the vehicle answers no groups.")) << result.err;
   EXPECT_TRUE(has(old->finish().err, "one by one, as this protocol has no groups."));
   EXPECT_FALSE(has(single->finish().err, "one by one")) << "as always";
 }

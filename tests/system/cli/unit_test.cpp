@@ -2,13 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -16,6 +12,7 @@
 #include "report/json.h"
 #include "report/jsonreport.h"
 #include "settingsstore.h"
+#include "support/temporaryfolder.h"
 #include "terminal/table.h"
 #include "velmara/client/failure.h"
 
@@ -55,25 +52,9 @@ TEST(ReportText, WritesNoNumberWhereThereIsNone) {
   EXPECT_NE(velmara::htmlReport(report, {}).find("<td class=\"number\">–</td>"), std::string::npos);
 }
 
-class SettingsFile : public testing::Test {
+class SettingsFile : public testing::Test, protected TemporaryFolder {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "velmara-settings-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    m_folder = pattern;
-    m_file = m_folder / "velmara" / "settings.json";
-  }
-  void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-  void write(const std::string& text) const {
-    std::filesystem::create_directories(m_file.parent_path());
-    std::ofstream(m_file) << text;
-  }
-  static std::string read(const std::filesystem::path& file) {
-    std::stringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-  }
+  void write(const std::string& text) const { TemporaryFolder::write("velmara/settings.json", text); }
   std::set<std::string> files() const {
     std::set<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(m_file.parent_path())) {
@@ -93,8 +74,7 @@ class SettingsFile : public testing::Test {
     return valueOf(store, key);
   }
 
-  std::filesystem::path m_folder;
-  std::filesystem::path m_file;
+  const std::filesystem::path m_file = m_folder / "velmara" / "settings.json";
 };
 
 TEST_F(SettingsFile, KeepsNumbersAndTextsApart) {

@@ -20,7 +20,7 @@ class Withstand : public Cli {
 
 // What the program opens must not take the numbers of standard files.
 TEST_F(Withstand, DoesWithoutStandardFiles) {
-  const std::string log = (m_folder / "velmara.log").string();
+  const std::string log = path("velmara.log");
   const auto noInput = shell("exec " + program() + "ecus --quiet <&-");
   const auto noFiles = shell("exec " + program() + "ecus --log " + log + " <&- >&- 2>&-");
   const auto noOutput = shell("exec " + program() + "ecus --quiet <&- >&-");

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,13 +40,6 @@ std::vector<std::string> split(const std::string& text, char mark) {
   return parts;
 }
 
-std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
-  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
-    text.replace(at, from.size(), to);
-  }
-  return text;
-}
-
 std::vector<Row> readRows(const std::string& path) {
   std::vector<Row> rows;
   std::ifstream file(path);
@@ -53,7 +47,8 @@ std::vector<Row> readRows(const std::string& path) {
   for (int line = 1; std::getline(file, text); ++line) {
     const std::vector<std::string> columns = split(text, '\t');
     if (!text.starts_with('#') && columns.size() >= 5) {
-      const std::string reply = replaceAll(replaceAll(columns[3], "\\r", "\r"), "\\n", "\n");
+      const std::string lines = std::regex_replace(columns[3], std::regex(R"(\\r)"), "\r");
+      const std::string reply = std::regex_replace(lines, std::regex(R"(\\n)"), "\n");
       rows.push_back({line, columns[1], columns[2], reply, columns[4]});
     }
   }
@@ -108,9 +103,10 @@ Outcome replay(const Row& row) {
   return outcome;
 }
 
-bool isTroubleCode(const std::string& word) {
-  return word.size() == 5 && std::string("PCBU").find(word[0]) != std::string::npos && word[1] <= '3' &&
-         isHex(word.substr(1));
+/// All places of a text that match a pattern.
+std::vector<std::smatch> matches(const std::string& text, const char* pattern) {
+  const std::regex regex(pattern);
+  return {std::sregex_iterator(text.begin(), text.end(), regex), {}};
 }
 
 std::vector<std::string> codesOf(const Row& row, const Outcome& outcome) {
@@ -179,23 +175,17 @@ std::optional<bool> agrees(const Row& row, const Outcome& outcome) {
   if (meaning.starts_with("no codes")) {
     return !outcome.responses.empty() && codesOf(row, outcome).empty();
   }
-  const auto words = split(replaceAll(replaceAll(replaceAll(meaning, ",", " "), ";", " "), "  ", " "), ' ');
   std::vector<std::string> codes;
-  std::ranges::copy_if(words, std::back_inserter(codes), isTroubleCode);
+  for (const std::smatch& code : matches(meaning, R"(\b[PCBU][0-3][0-9A-F]{3}\b)")) {
+    codes.push_back(code.str());
+  }
   if (!codes.empty()) {
     return codesOf(row, outcome) == codes;
   }
   // "ECU 7E8: 41 00 BE" or "7E8: 41 00 BE": every unit that is told with bytes.
   std::optional<bool> all;
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::string unit = words[i].substr(0, words[i].size() - 1);
-    std::string data;
-    for (std::size_t k = i + 1; k < words.size() && words[k].size() == 2 && isHex(words[k]); ++k) {
-      data += words[k];
-    }
-    if (words[i].ends_with(':') && isHex(unit) && !data.empty()) {
-      all = all.value_or(true) && unitReplied(outcome, unit, fake::bytes(data));
-    }
+  for (const std::smatch& unit : matches(meaning, R"(\b([0-9A-F]+):((?: [0-9A-F]{2}\b)+))")) {
+    all = all.value_or(true) && unitReplied(outcome, unit.str(1), fake::bytes(unit.str(2)));
   }
   return all;
 }

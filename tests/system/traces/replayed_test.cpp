@@ -83,16 +83,16 @@ TEST_F(TraceTest, RecordsSerialPorts) {
 TEST_F(TraceTest, NothingIsOverwritten) {
   const std::string file = write("old.trace", "precious");
   EXPECT_EQ(failureOf([&] { TraceWriter writer(file); }), Failure::Kind::FileExists);
-  EXPECT_EQ(failureOf([&] { TraceWriter writer(folder.string()); }), Failure::Kind::NotAFile);
+  EXPECT_EQ(failureOf([&] { TraceWriter writer(m_folder.string()); }), Failure::Kind::NotAFile);
   EXPECT_EQ(failureOf([&] { TraceWriter writer(path("no/where.trace")); }), Failure::Kind::Unusable);
-  EXPECT_EQ(contentOf(file), "precious");
+  EXPECT_EQ(read(file), "precious");
   { TraceWriter unused(path("unused.trace")); }
   EXPECT_FALSE(std::filesystem::exists(path("unused.trace")));
   TraceWriter writer(path("new.trace"));
   write("new.trace", "somebody else was here first");
   writer.closed();
   EXPECT_NE(writer.failure(), "");
-  EXPECT_EQ(contentOf(path("new.trace")), "somebody else was here first");
+  EXPECT_EQ(read(path("new.trace")), "somebody else was here first");
 }
 
 // Every event is in the file before the dialogue goes on.
@@ -100,7 +100,7 @@ TEST_F(TraceTest, IsThereAsItGoes) {
   TraceWriter writer(path("live.trace"));
   for (int i = 0; i < 3; ++i) {
     writer.sent({'A', 'T', 'Z', '\r'});
-    const std::string text = contentOf(writer.name());
+    const std::string text = read(writer.name());
     EXPECT_TRUE(text.ends_with(" > ATZ\\r\n")) << text;
     EXPECT_EQ(std::count(text.begin(), text.end(), '>'), i + 1);
   }
@@ -153,7 +153,7 @@ TEST_P(Vehicles, AreMadeOfTheirTraces) {
   for (std::size_t i = 0; i < live.at("units").size(); ++i) {
     for (const char* const key : {"id", "vin", "calibrations", "verificationNumbers", "mil", "confirmed",
                                   "pending", "permanent", "sinceReset", "onBoardTests", "frames"}) {
-      EXPECT_EQ(made["units"][i][key], live["units"][i][key]) << key << "\n" << contentOf(file);
+      EXPECT_EQ(made["units"][i][key], live["units"][i][key]) << key << "\n" << read(file);
     }
   }
 }
@@ -182,7 +182,7 @@ TEST_P(HandedIn, GivesItsReport) {
     std::ofstream(expected) << told;
     FAIL() << expected << " was missing. It has been written: check that all in it is right.";
   }
-  EXPECT_EQ(told, contentOf(expected));
+  EXPECT_EQ(told, read(expected));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, HandedIn, testing::ValuesIn(handedIn()), testName);

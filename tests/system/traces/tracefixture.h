@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +10,7 @@
 
 #include "client/clientfixture.h"
 #include "report/jsonreport.h"
+#include "support/temporaryfolder.h"
 #include "velmara/client/tracewriter.h"
 #include "velmara/client/vehiclereader.h"
 
@@ -26,27 +24,9 @@ inline std::vector<std::string> allVehicles() {
   return names;
 }
 
-inline std::string contentOf(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// Traces and reports, by a clock of its own. Files go with the test.
-class TraceTest : public ClientTest {
+class TraceTest : public ClientTest, protected TemporaryFolder {
  protected:
-  TraceTest() {
-    std::string pattern = testing::TempDir() + "velmara-trace-XXXXXX";
-    EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
-    folder = pattern;
-  }
-  ~TraceTest() override { std::filesystem::remove_all(folder); }
-
-  std::string path(const std::string& name) const { return (folder / name).string(); }
-  std::string write(const std::string& name, const std::string& content) const {
-    std::ofstream(path(name), std::ios::binary) << content;
-    return path(name);
-  }
-
   /// A name that no trace had yet, and what writes it.
   ConnectOptions recording() {
     ConnectOptions options;
@@ -84,7 +64,6 @@ class TraceTest : public ClientTest {
     return outcome([&] { session.connect(parseLink(link), options); });
   }
 
-  std::filesystem::path folder;
   std::string traceFile;
 
  private:
