@@ -15,8 +15,6 @@ namespace {
 
 using Kind = Failure::Kind;
 using State = Section::State;
-using Fault = simulator::Fault;
-using simulator::FaultPlan;
 
 TEST_F(ClientTest, ReadsAllThatAUnitOffers) {
   connect("petrol-can11");

@@ -252,9 +252,6 @@ TEST_P(EveryExchange, StandsASpoiledReply) {
       }
     }
   }
-  RecordProperty("lives", static_cast<int>(lives));
-  RecordProperty("opened", static_cast<int>(opened));
-  RecordProperty("finished", static_cast<int>(finished));
   // Most of an opening can do without one reply.
   EXPECT_GT(opened, lives / 2);
   EXPECT_GT(finished, lives / 4);
