@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "bluetoothlimits.h"
 #include "buslimits.h"
 #include "support/limit.h"
 #ifdef BLUETOOTH_BUS
@@ -271,6 +272,7 @@ class BusTest : public testing::TestWithParam<std::string> {
   std::shared_ptr<IMessageBus> bus;
 
  private:
+  const Limit m_release{hostos::bluetoothLimits().release, 10000};  // the stand-in may starve
   std::unique_ptr<Terminal> m_terminal;
   std::unique_ptr<Listener> m_listener;
   File m_connection;
