@@ -15,6 +15,7 @@ namespace {
 constexpr const char* BusService = "org.freedesktop.DBus";
 constexpr const char* BusPath = "/org/freedesktop/DBus";
 constexpr const char* BluezService = "org.bluez";
+constexpr std::chrono::milliseconds TellTime{500};  // for the bus to take a message
 
 // In the names and texts of errors by which BlueZ tells that the other side wants a pairing, or refused one.
 constexpr const char* PairingWords[] = {"NotAuthorized", "uthentication", "ncryption", "Not paired"};
@@ -89,6 +90,11 @@ void Bluez::tell(const std::string& path, const char* interface, const char* met
         ->callMethod(method)
         .onInterface(interface)
         .dontExpectReply();
+    // Whoever closes a socket with signals unread takes with it what the bus has not read yet.
+    sdbus::createProxy(*m_connection, BusService, BusPath)
+        ->callMethod("GetId")
+        .onInterface(BusService)
+        .withTimeout(TellTime);
   } catch (const sdbus::Error&) {
     // The bus is gone, and what was begun ends with it.
   }

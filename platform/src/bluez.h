@@ -74,7 +74,7 @@ class Bluez {
     static_cast<void>((message << ... << arguments));
     return await(*object, message, limit);
   }
-  /// Calls a method of no arguments and does not wait, so that nobody waits for a BlueZ that hangs.
+  /// Calls a method of no arguments and waits until the bus has it, not BlueZ, which may hang.
   void tell(const std::string& path, const char* interface, const char* method);
 
   Objects objects();
