@@ -538,7 +538,7 @@ py::object toPython(const std::vector<ControlUnit>& units, const VehicleReport& 
 
 namespace {
 
-// A reading without a call of its class, whose __init__ would run in Python and take several times as long.
+// A reading without a call of its class, whose __init__ would run in Python.
 py::object makeReading(const std::array<py::object, 5>& values) {
   static const auto* const type = new py::object(classOf("Reading"));  // both as long as the interpreter
   static PyObject* const names[] = {PyUnicode_InternFromString("name"), PyUnicode_InternFromString("value"),
