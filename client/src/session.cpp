@@ -331,10 +331,14 @@ std::optional<ControlUnit> Session::selectedUnit() const {
   return ecu ? std::optional(unitOf(*ecu)) : std::nullopt;
 }
 
+bool Session::isSelected(const ControlUnit& unit) const {
+  const std::shared_ptr<obd::IEcu> ecu = facade().ecuManager()->currentEcu();
+  return ecu && ecu->id() == unit.id;
+}
+
 // To select the same one again would void what all services have.
 void Session::selectUnit(const ControlUnit& unit) {
-  const std::shared_ptr<obd::IEcu> current = facade().ecuManager()->currentEcu();
-  if (!current || current->id() != unit.id) {
+  if (!isSelected(unit)) {
     facade().ecuManager()->selectEcu(findUnit(ecuLabel(unit.id)).id);
   }
 }

@@ -10,7 +10,11 @@ namespace tavrix {
 /// it.
 class ClassicStream : public std::ostringstream {
  public:
-  ClassicStream() { imbue(std::locale::classic()); }
+  ClassicStream() {
+    if (getloc() != std::locale::classic()) {  // rare, and costly
+      imbue(std::locale::classic());
+    }
+  }
 };
 
 }  // namespace tavrix

@@ -1,20 +1,23 @@
 #pragma once
 
+#include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <string>
 
-#include <tavrix/classicstream.h>
-
 namespace obd {
 
-/// A number with `precision` digits behind the point.
+/// A number with `precision` digits behind the point, whatever locale the application has.
 inline std::string fixedText(float value, int precision) {
-  tavrix::ClassicStream text;
-  text.setf(std::ios_base::fixed, std::ios_base::floatfield);
-  text.precision(precision);
-  text << value;
-  return text.str();
+  constexpr int MostBefore = 48;  // digits of the largest value, sign and point
+  constexpr int DefaultPrecision = 6;
+  const int decimals = precision < 0 ? DefaultPrecision : precision;
+  std::string text(static_cast<std::size_t>(MostBefore) + static_cast<std::size_t>(decimals), '\0');
+  const char* const end =
+      std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, decimals).ptr;
+  text.resize(static_cast<std::size_t>(end - text.data()));
+  return text;
 }
 
 /// 10 to that power, as far as an integer goes.

@@ -333,9 +333,9 @@ void Driver::endWatch(std::exception_ptr error) {
 
 // Making one takes longer than a reading, so it is kept.
 Poller& Driver::readerOf(Session& session, const ControlUnit& unit) {
-  const std::optional<ControlUnit> selected = session.selectedUnit();
-  if (!m_reader || m_readerUnit != unit.id || !selected || selected->id != unit.id) {
-    m_disturbed = m_disturbed || !selected || selected->id != unit.id;
+  const bool selected = session.isSelected(unit);
+  if (!m_reader || m_readerUnit != unit.id || !selected) {
+    m_disturbed = m_disturbed || !selected;
     m_reader = std::make_unique<Poller>(session, unit);
     m_readerUnit = unit.id;
   }

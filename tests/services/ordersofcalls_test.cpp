@@ -3,6 +3,8 @@
 
 #include <simulator/elmadapter.h>
 
+#include <set>
+
 #include "services/fixture.h"
 
 namespace {
@@ -425,6 +427,11 @@ TEST_F(OrdersOfCalls, RefreshWithAFullQueue) {
   EXPECT_EQ(ofConsole.take().size(), 1 + Entries);
   EXPECT_EQ(hearAll(0), "");
   expectWholeBatches();
+  sensors->setGrouping(true);
+  sensors->refresh({Rpm, Speed});
+  const std::set<std::string> together = {"pid 12 761", "pid 13 50"};
+  const Texts values = hear(ofSensors, 1000);
+  EXPECT_EQ(std::set<std::string>(values.begin(), values.end()), together);
 }
 
 TEST_F(OrdersOfCalls, OnInvalidatedAtAConnect) {

@@ -33,10 +33,13 @@ class SensorGroups : public ServiceTest {
     if (unit != 0) {
       select(unit);
     }
+    makeSensors(grouping);
+    commands->clear();
+  }
+  void makeSensors(bool grouping) {
     sensors = obd::SensorServiceBuilder::createSensorService();
     sensors->attach(&heard);
     sensors->setGrouping(grouping);
-    commands->clear();
   }
   /// What is heard of these in time, the events sorted, each once.
   std::set<std::string> poll(const Pids& pids, std::uint32_t time = 3000) {
@@ -205,27 +208,43 @@ TEST_F(SensorGroups, EndInEveryOrderOfCalls) {
     EXPECT_EQ(poll(pids, 500).size(), 2U);
     select(0x7E8);
   }
-  // From within an observer.
-  poll(pids, 500);
-  int calls = 0;
-  heard.onEvent = [&] {
-    if (++calls == 5) {
-      sensors->refresh({0x04, 0x0C});
-    } else if (calls == 50) {
-      sensors.reset();
+  // From within an observer, wherever in a round that is.
+  for (const int last : {50, 51, 52}) {
+    for (const bool grouping : {false, true}) {
+      makeSensors(grouping);
+      poll(pids, 500);
+      int calls = 0;
+      heard.onEvent = [&] {
+        if (++calls == 5) {
+          sensors->refresh({0x04, 0x0C});
+        } else if (calls == last) {
+          sensors.reset();
+        }
+      };
+      pumpFor(3000);
+      EXPECT_EQ(calls, last) << "nothing after the service is gone";
+      EXPECT_GT(heard.count("pid 4 25.1"), 0);
+      heard.onEvent = nullptr;
     }
-  };
-  pumpFor(3000);
-  EXPECT_EQ(calls, 50) << "nothing after the service is gone";
-  EXPECT_GT(heard.count("pid 4 25.1"), 0);
-  heard.onEvent = nullptr;
+  }
+  // What waits behind another service's request is not asked any more.
+  makeSensors(true);
+  const auto other = obd::SensorServiceBuilder::createSensorService();
+  other->refresh({0x0F});
+  for (std::uint32_t moment = 0; moment < 40; moment += 5) {
+    poll({0x0C, 0x0D}, 500 + moment);
+    sensors->reset();
+    commands->clear();
+    pumpFor(200);
+    EXPECT_EQ(timesAsked("01"), timesAsked("010F")) << moment;
+  }
 }
 
 TEST_F(SensorGroups, GoOnBesideValuesThatFail) {
   start(
       "name = Bare\nprotocol = 6\n[unit ECM 7E8]\nmonitors = 07 65 04\n01 0B = 30\n01 0C = 1A F8\n"
-      "01 0D = 32\n01 10 = 04 B0\n");
-  std::vector<int> all = {0x0C, 0x0D};
+      "01 0D = 32\n01 10 = 04 B0\n01 11 = 55\nanswer 01 11 = silence\ngroups = omit 11\n");
+  std::vector<int> all = {0x0C, 0x0D, 0x11};
   for (const auto& parameter : sensors->parameters()) {
     if (parameter->pid() >= 0xF0) {
       all.push_back(static_cast<int>(parameter->pid()));
@@ -234,7 +253,9 @@ TEST_F(SensorGroups, GoOnBesideValuesThatFail) {
   poll(all);
   heard.take();
   pumpFor(3000);
-  EXPECT_GT(counts()["pid 12"], 40);
+  const auto told = counts();
+  EXPECT_GT(told.at("pid 12"), 30);
+  EXPECT_FALSE(told.contains("pid 17"));
 }
 
 // A unit that answers groups in a way of its own, as the planner sees it.
@@ -347,6 +368,28 @@ TEST(GroupPlanner, NeverStarvesAnybody) {
         EXPECT_TRUE(unit.dead.contains(pid) || outcome.reads.contains(pid)) << round << ": " << int{pid};
       }
     }
+  }
+}
+
+TEST(GroupPlanner, GivesEachBlockItsTurn) {
+  const std::set<GroupPlanner::Pids> blocks = {
+      {0x0C, 0x0D, 0x10, 0x11}, {0x04, 0x0B, 0x0E, 0x43}, {0x05, 0x0F, 0x2F, 0x42}};
+  GroupPlanner planner;
+  planner.keepTogether(blocks);
+  std::map<GroupPlanner::Pids, int> turns;
+  for (int i = 0; i < 90; ++i) {
+    const auto next = planner.next();
+    const std::vector<PidLength> asked(next.begin(), next.end());
+    std::vector<unsigned char> pids;
+    std::ranges::transform(asked, std::back_inserter(pids), &PidLength::pid);
+    planner.reportGroup(asked, pids);
+    std::ranges::sort(pids);
+    for (const GroupPlanner::Pids& block : blocks) {
+      turns[block] += std::ranges::includes(pids, block) ? 1 : 0;
+    }
+  }
+  for (const GroupPlanner::Pids& block : blocks) {
+    EXPECT_GE(turns[block], 25);
   }
 }
 

@@ -61,11 +61,6 @@ void GroupPoller::run() {
   m_busy = m_query.dispatch([this](bool, const std::shared_ptr<SensorGroup>&) { onRun(); });
 }
 
-void GroupPoller::end() {
-  m_query.forget();
-  m_ended = true;
-}
-
 void GroupPoller::plan(SensorGroup& group) {
   group.reset();
   for (auto& [parameter, calculated] : m_calculated) {

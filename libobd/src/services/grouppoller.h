@@ -34,8 +34,8 @@ class GroupPoller : public std::enable_shared_from_this<GroupPoller> {
 
   /// Keeps going until nothing is polled any more, or until the unit has declined.
   void run();
-  /// Calls off the request that is on its way. Nothing is told any more.
-  void end();
+  /// Nothing is told any more. A request that is on its way is called off by letting go of this.
+  void end() { m_ended = true; }
 
  private:
   struct Calculated {

@@ -104,6 +104,8 @@ class VELMARA_EXPORT Session {
   ControlUnit findUnit(const std::string& text) const;
   /// The one that is asked; after `connect` the first that the library chose.
   std::optional<ControlUnit> selectedUnit() const;
+  /// Whether it is this one, at less cost.
+  bool isSelected(const ControlUnit& unit) const;
   /// Has another one asked. Whatever polls the one before ends then. Throws `Failure` (NoData) if the vehicle
   /// has no such unit.
   void selectUnit(const ControlUnit& unit);
