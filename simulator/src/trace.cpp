@@ -93,7 +93,7 @@ class Parser {
     std::string_view content = m_rest.substr(0, end);
     m_rest.remove_prefix(end == std::string_view::npos ? m_rest.size() : end + 1);
     ++m_line;
-    if (content.ends_with('\r')) {  // of an editor
+    while (content.ends_with('\r')) {  // of editors; a line that is written again ends in none
       content.remove_suffix(1);
     }
     return content;
