@@ -8,39 +8,12 @@
 #include "clientfixture.h"
 #include "dispatch/dispatcher.h"
 #include "velmara/client/vehiclereader.h"
-#include "velmara/client/verdict.h"
 
 namespace velmara {
 namespace {
 
 using Kind = Failure::Kind;
 using State = Section::State;
-
-TEST_F(ClientTest, ReadsAllThatAUnitOffers) {
-  connect("petrol-can11");
-  VehicleReport report;
-  report.link = readLink(session);
-  UnitReport& ecm = report.units.emplace_back();
-  ecm.identity = readIdentity(session, unit());
-  std::vector<std::string> told;
-  ReadOptions options;
-  options.make = "Ford";
-  options.progress = [&](const char* section, std::size_t answers, std::size_t expected) {
-    EXPECT_TRUE(expected == 0 || answers <= expected) << section;
-    if (told.empty() || told.back() != section) {
-      told.emplace_back(section);
-    }
-  };
-  readUnit(session, unit(), options, true, ecm);
-  ecm.summary = readSummary(session, unit());
-  for (const SectionName& section : reportSections()) {
-    EXPECT_TRUE(section.of(ecm).state == State::Complete || section.of(ecm).state == State::NotOffered)
-        << section.name << ": " << section.of(ecm).reason;
-  }
-  EXPECT_EQ(sectionNames(ecm, State::NotOffered), "oxygen sensor tests");
-  EXPECT_EQ(told.front(), "vehicle information");
-  EXPECT_EQ(judge(report, "").tone, Tone::Bad);
-}
 
 // No unit of this vehicle is selected by mistake, and each answers for itself.
 TEST_F(ClientTest, ReadsEachUnitByItself) {

@@ -1,10 +1,8 @@
 // Recordings, written and read back.
 
-#include <filesystem>
-#include <fstream>
-
-#include "clientfixture.h"
 #include "velmara/client/recording.h"
+#include "clientfixture.h"
+#include "support/temporaryfolder.h"
 #include "velmara/client/recordingfile.h"
 #include "velmara/client/recordingwriter.h"
 
@@ -64,10 +62,10 @@ TEST(RecordingText, HoldsNoFormulas) {
   EXPECT_EQ(readRecording("Time [s],A\x9B\u202E[2J [V]\n1,1\n", "test").series[0].name, "A..[2J");
 }
 
-TEST(RecordingOnDisk, IsWholeOrNotThere) {
-  const std::filesystem::path folder = testing::TempDir();
-  const std::string name = (folder / "velmara-client-recording.csv").string();
-  std::filesystem::remove(name);
+class RecordingOnDisk : public testing::Test, protected TemporaryFolder {};
+
+TEST_F(RecordingOnDisk, IsWholeOrNotThere) {
+  const std::string name = path("recording.csv");
   {
     RecordingFile file(name, false);
     EXPECT_FALSE(std::filesystem::exists(name));
@@ -80,12 +78,11 @@ TEST(RecordingOnDisk, IsWholeOrNotThere) {
     file.write("a,b\r\n");
     file.close();
   }
-  EXPECT_EQ(std::filesystem::file_size(name), 5U);
+  EXPECT_EQ(read(name), "a,b\r\n");
   EXPECT_EQ(failureOf([&] { RecordingFile again(name, false); }), Kind::FileExists);
-  EXPECT_EQ(failureOf([&] { RecordingFile again(folder.string(), true); }), Kind::NotAFile);
+  EXPECT_EQ(failureOf([&] { RecordingFile again(m_folder.string(), true); }), Kind::NotAFile);
   EXPECT_EQ(failureOf([&] { RecordingFile again(name + "/x.csv", true); }), Kind::Unusable);
   EXPECT_EQ(failureOf([&] { RecordingFile again(name, true); }), std::nullopt);
-  std::filesystem::remove(name);
 }
 
 }  // namespace

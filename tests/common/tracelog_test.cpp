@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 #include <tavrix/tracelog.h>
 
-#include <filesystem>
-#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "support/foreignlocale.h"
+#include "support/temporaryfolder.h"
 
 namespace {
 
@@ -13,22 +13,13 @@ using tavrix::LogStream;
 using testing::ElementsAre;
 using testing::EndsWith;
 
-class TraceLogTest : public testing::Test {
+class TraceLogTest : public testing::Test, protected TemporaryFolder {
  protected:
-  TraceLogTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tracelogXXXXXX").string();
-    m_folder = ::mkdtemp(pattern.data());
-    tavrix::traceLogger() = &logger;
-  }
-  ~TraceLogTest() override {
-    tavrix::traceLogger() = nullptr;
-    std::filesystem::remove_all(m_folder);
-  }
-
-  std::string path(const char* name) const { return (m_folder / name).string(); }
+  TraceLogTest() { tavrix::traceLogger() = &logger; }
+  ~TraceLogTest() override { tavrix::traceLogger() = nullptr; }
 
   static std::vector<std::string> lines(const std::string& path) {
-    std::ifstream file(path);
+    std::istringstream file(read(path));
     std::vector<std::string> result;
     for (std::string line; std::getline(file, line);) {
       result.push_back(line);
@@ -37,9 +28,6 @@ class TraceLogTest : public testing::Test {
   }
 
   tavrix::DebugLogger logger;
-
- private:
-  std::filesystem::path m_folder;
 };
 
 // Numbers do not follow the global locale; the thread of a line has several digits.
@@ -79,7 +67,7 @@ TEST_F(TraceLogTest, OpeningTruncatesAndMovesOn) {
   say("not opened");
   logger.open("");
   say("no path");
-  std::ofstream(path("second")) << "of the last run\n";
+  write("second", "of the last run\n");
   logger.open(path("first"));
   say("one");
   logger.open(path("second"));

@@ -1,24 +1,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
+#include "../support/temporaryfolder.h"
 #include "dtc/dtctable.h"
 #include "dtc/generator/dtcgenerator.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// A data folder of its own that goes away with the test. Generic, Chrysler and Dodge have rows.
-class DataFolder {
+// Generic, Chrysler and Dodge have rows.
+class DataFolder : TemporaryFolder {
  public:
-  DataFolder() : m_path(fs::temp_directory_path() / ("velmara-dtc-" + std::to_string(getpid()))) {
-    fs::remove_all(m_path);
-    fs::create_directories(m_path);
+  DataFolder() {
     std::string makes = "# make\tfile\trows\tP\tB\tC\tU\trepeats\n";
     for (const std::string_view name : obd::ManufacturerTexts) {
       makes += std::string(name) + (name == "Generic" ? "\tgeneric.tsv\t3\t2\t1\t0\t0\t0\n"
@@ -30,15 +24,9 @@ class DataFolder {
     write("c-d.tsv", "# Own words.\nP1100\tFan\nP1100\tPump\nP1101\tMisfire\nU1000\tBus\n");
     write("totals.tsv", "rows\t11\ncodes\t6\ntexts\t6\nlongest\t10\ngeneric P0\t2\nmakes P1\t6\nP1100\t4\n");
   }
-  DataFolder(const DataFolder&) = delete;
-  DataFolder& operator=(const DataFolder&) = delete;
-  ~DataFolder() { fs::remove_all(m_path); }
-
-  void write(const std::string& name, const std::string& content) { std::ofstream(m_path / name) << content; }
 
   void replace(const std::string& name, const std::string& from, const std::string& to) {
-    std::ifstream in(m_path / name);
-    std::string content(std::istreambuf_iterator<char>(in), {});
+    std::string content = TemporaryFolder::read(path(name));
     const std::size_t at = content.find(from);
     ASSERT_NE(at, std::string::npos) << from;
     write(name, content.replace(at, from.size(), to));
@@ -48,7 +36,7 @@ class DataFolder {
   std::string read() const {
     std::string text;
     try {
-      for (const dtcgen::Row& row : dtcgen::readRows(m_path)) {
+      for (const dtcgen::Row& row : dtcgen::readRows(m_folder)) {
         text += std::to_string(row.make) + ' ' + row.code + ' ' + row.text + '\n';
       }
     } catch (const std::runtime_error& error) {
@@ -56,9 +44,6 @@ class DataFolder {
     }
     return text;
   }
-
- private:
-  fs::path m_path;
 };
 
 TEST(DtcGeneratorTest, ReadsTheRowsMakeByMake) {

@@ -10,14 +10,12 @@
 #include <thread>
 
 #include "dtc/dtcreader.h"
-#include "dtc/manufacturer.h"
 #include "smalltable.h"
 
 namespace {
 
 using obd::DtcDataModel;
 using obd::DtcReader;
-using obd::Manufacturer;
 using testing::ElementsAre;
 
 using Records = std::vector<std::shared_ptr<DtcDataModel>>;
@@ -103,20 +101,6 @@ TEST_F(DtcReaderTest, MakesADefaultRecordForACodeItDoesNotHold) {
     EXPECT_EQ(m_reader.getGenericCode(code)->description(), "ISO/SAE Reserved");
   }
   DtcReader::clean();  // the lock went with the exception
-}
-
-TEST_F(DtcReaderTest, HoldsTheBuiltInRows) {
-  // These stay to the letter, oddities included.
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"Generic", "C0619", "Brake Pedal Position Sensor \u201CA\u201D Offset Exceeded Learning Limit"},
-      {"Acura", "P1168", "Primary HO2S (No. 1) LABEL Low Input"},
-      {"Buick", "P1300]", "Ignitor Circuit"},
-      {"Generic", "U3548", "High Voltage System Interlock Circuit \"P\" High"}};
-  for (const auto& [make, code, text] : rows) {
-    EXPECT_THAT(fieldsOf(m_reader.getTroubleCodes(code)),
-                testing::Contains(Fields(code, text, m_reader.getSystem(code), make)));
-  }
-  EXPECT_EQ(Manufacturer::manufacturerToString(Manufacturer::Volvo), "Volvo");
 }
 
 TEST_F(DtcReaderTest, KeepsRecordsAliveAfterClean) {

@@ -2,6 +2,7 @@
 
 #include "link/devicedetector.h"
 #include "link/elmscantool.h"
+#include "support/foreignlocale.h"
 
 #include "fakes.h"
 
@@ -79,6 +80,7 @@ class ScantoolTest : public testing::Test {
   }
   std::string logged() { return joined(log.take(), "; "); }
 
+  const ForeignLocale foreign;  // changes nothing of the dialogue
   fake::Log log;
   FakeConnection connection;
   ElmScantool device{&connection};
@@ -381,6 +383,7 @@ class DetectorTest : public testing::Test {
     return connection.takeWritten() + joined(log.take(), "; ");
   }
 
+  const ForeignLocale foreign;
   fake::Log log;
   FakeConnection connection;
   std::shared_ptr<FakeBus> bus = std::make_shared<FakeBus>();

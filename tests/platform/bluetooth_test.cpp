@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "bluetoothlimits.h"
 #include "support/bluetoothlistener.h"
-#include "support/limit.h"
 
 using bluetoothtest::BluetoothBus;
 using testing::ElementsAre;
@@ -116,17 +114,6 @@ TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
   search->stop();
   EXPECT_TRUE(listener.done());
   bus->mock("RemoveAdapterWithDevices", "hci1");
-}
-
-TEST_F(Bluetooth, endsByItself) {
-  const Limit limit(hostos::bluetoothLimits().inquiry, 200);
-  addAdapter();
-  const auto begin = std::chrono::steady_clock::now();
-  ASSERT_TRUE(search->start());
-  EXPECT_TRUE(listener.done());
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
-  EXPECT_TRUE(bus->discoveryEnds());
-  EXPECT_EQ(stack->lastError(), "");
 }
 
 TEST_F(Bluetooth, callsNobodyAfterCancel) {

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <hostos/time.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -8,27 +9,13 @@
 #include <string>
 
 #include "support/runner.h"
-#include "support/virtualclock.h"
 
 namespace {
 
 using hostos::CThread;
 using hostos::CTime;
 using hostos::WaitCondition;
-using testing::ElementsAre;
 using RealClock = std::chrono::steady_clock;
-
-int realMilliseconds(RealClock::time_point since) {
-  return static_cast<int>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(RealClock::now() - since).count());
-}
-
-// Calls with 1 to `times`.
-void repeat(int times, const std::function<void(int)>& work) {
-  for (int i = 1; i <= times; ++i) {
-    work(i);
-  }
-}
 
 TEST(SystemTime, SleepsWaitsAndCounts) {
   const std::uint32_t start = CTime::milliseconds();
@@ -52,7 +39,7 @@ TEST(SystemTime, SleepsWaitsAndCounts) {
   while (!set) {
     ASSERT_TRUE(condition.wait(lock, 3000));
   }
-  EXPECT_LT(realMilliseconds(before), 1000);
+  EXPECT_LT(RealClock::now() - before, std::chrono::seconds(1));
   lock.unlock();
 }
 
@@ -64,12 +51,12 @@ TEST(Thread, JoinIsSafeInEveryState) {
     ++*static_cast<std::atomic<int>*>(argument);
     return nullptr;
   };
-  repeat(3, [&](int i) {
+  for (int i = 1; i <= 3; ++i) {
     ASSERT_TRUE(thread.run(count, &runs));
     thread.join();
     EXPECT_EQ(runs, i);
     thread.join();
-  });
+  }
 }
 
 TEST(Thread, RunsOnceAtATimeUnderItsName) {
@@ -110,34 +97,6 @@ TEST(Thread, MayDeleteItself) {
       &context));
   context.ready.set_value();
   EXPECT_EQ(context.gone.get_future().wait_for(std::chrono::seconds(2)), std::future_status::ready);
-}
-
-TEST(VirtualClockTest, LongSleepsTakeNoTimeAndKeepTheirOrder) {
-  const auto before = RealClock::now();
-  hostos::IClock* const outer = &CTime::clock();
-  constexpr std::uint32_t Start = 0xFFFFFFF0;  // the counter wraps
-  std::vector<std::string> order;              // no lock: one waiter wakes at a time
-  {
-    VirtualClock clock(Start);
-    std::mutex mutex;
-    const auto sleep = [&](const char* name, std::uint32_t milliseconds) {
-      CTime::msleep(milliseconds);
-      const std::lock_guard guard(mutex);
-      order.push_back(name + std::to_string(CTime::milliseconds() - Start));
-    };
-    Runner a([&] { repeat(3, [&](int) { sleep("a", 20000); }); });
-    Runner b([&] {
-      sleep("b", 30000);
-      sleep("b", 10000);
-    });
-    sleep("main", 40000);
-    EXPECT_EQ(CTime::milliseconds(), 39984U);
-    a.join();
-  }
-  EXPECT_EQ(&CTime::clock(), outer);
-  // Of one deadline, who began to wait first wakes first.
-  EXPECT_THAT(order, ElementsAre("a20000", "b30000", "main40000", "a40000", "b40000", "a60000"));
-  EXPECT_LT(realMilliseconds(before), 1000);
 }
 
 }  // namespace

@@ -70,16 +70,6 @@ TEST_F(Adapter, WaitsForASilentVehicleAsLongAsTold) {
   elm.converse("0100>NO DATA");
 }
 
-TEST_F(Adapter, StopsForACharacter) {
-  AdapterOptions slow;
-  slow.latency = 500;
-  Dialogue elm(simulator::makeBus(vehicle(), slow));
-  elm.converse("ATE0;ATSP6");
-  elm.type("0100\r");
-  EXPECT_EQ(elm.listen('>', 100), "");
-  elm.converse("0105>STOPPED;0105>41 05 47 ");
-}
-
 TEST_F(Adapter, FiltersAndAddresses) {
   m_elm.prepare();
   m_elm.converse(R"(ATSP6;011C>7E803411C0700000000|7E903411C0700000000|7EB03411C0700000000;

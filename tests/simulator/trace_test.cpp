@@ -16,10 +16,6 @@ using simulator::Trace;
 
 constexpr const char* Head = "# velmara trace 1\n";
 
-Trace parse(const std::string& lines) {
-  return Trace::parse(Head + lines, "test");
-}
-
 std::string complaintOf(const std::string& text) {
   try {
     Trace::parse(text, "car.trace");
@@ -126,12 +122,9 @@ TEST(Trace, FilesAreNotTrustedEither) {
 
 class ReplayTest : public testing::Test {
  protected:
-  Dialogue open(const std::string& lines, Replay::Pace pace = Replay::Pace::AsRecorded,
-                const simulator::FaultPlan& faults = {}) {
-    replay = std::make_shared<Replay>(parse(lines), pace);
-    simulator::AdapterOptions options;
-    options.faults = faults;
-    bus = simulator::makeBus(std::make_shared<simulator::ElmAdapter>(replay, options));
+  Dialogue open(const std::string& lines, Replay::Pace pace = Replay::Pace::AsRecorded) {
+    replay = std::make_shared<Replay>(Trace::parse(Head + lines, "test"), pace);
+    bus = simulator::makeBus(std::make_shared<simulator::ElmAdapter>(replay, simulator::AdapterOptions()));
     return Dialogue(bus);
   }
 
@@ -197,20 +190,6 @@ TEST_F(ReplayTest, LeavesOutWhatCameAtAWrongRate) {
       "3 > \\r\n3 < OK\\r\\r>\n4 > ATI\\r\n4 < ELM327 v1.5\\r\\r>\n");
   dialogue.converse("ATI>ELM327 v1.5;ATZ>ELM");  // which was not asked for again
   EXPECT_EQ(dialogue.ask(""), "OK\r\r>");        // a line of its own in this trace
-}
-
-TEST_F(ReplayTest, FaultsApplyAsToAnyAdapter) {
-  const std::string lines = "0 > 0100\\r\n0 < 4100BFBFB997\\r\\r>\n";
-  simulator::FaultPlan faults = simulator::FaultPlan::parse("latency:300@1,half@2,error:BUS ERROR@3,close@4");
-  Dialogue dialogue = open(lines, Replay::Pace::AtOnce, faults);
-  EXPECT_EQ(dialogue.ask("0100"), "4100BFBFB997\r\r>");
-  const std::uint32_t start = clock.milliseconds();
-  EXPECT_EQ(dialogue.ask("0100"), "4100BFBFB997\r\r>");
-  EXPECT_EQ(clock.milliseconds() - start, 300U);
-  EXPECT_EQ(dialogue.ask("0100"), "4100BFB");
-  EXPECT_EQ(dialogue.ask("0100"), "BUS ERROR\r\r>");
-  EXPECT_EQ(dialogue.ask("0100"), "");
-  EXPECT_EQ(dialogue.result, hostos::BusPeerClosed);
 }
 
 }  // namespace

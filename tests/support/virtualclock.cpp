@@ -51,12 +51,11 @@ class VirtualClock::Counted {
   const bool m_foreign;
 };
 
-VirtualClock::VirtualClock(std::uint32_t start)
+VirtualClock::VirtualClock()
     : m_id(++clockIds),
       m_previous(&hostos::CTime::clock()),
       m_previousObserver(hostos::threadObserver()),
-      m_outer(countedBy),
-      m_now(start) {
+      m_outer(countedBy) {
   VirtualClock::threadBegins();
   hostos::CTime::setClock(this);
   hostos::setThreadObserver(this);

@@ -22,7 +22,7 @@
 /// go last, on the same thread, while no other thread uses it.
 class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
  public:
-  explicit VirtualClock(std::uint32_t start = 1000);
+  VirtualClock();
   VirtualClock(const VirtualClock&) = delete;
   VirtualClock& operator=(const VirtualClock&) = delete;
   ~VirtualClock() override;
@@ -49,7 +49,7 @@ class VirtualClock : public hostos::IClock, public hostos::ThreadObserver {
   const std::uint64_t m_outer;  // the clock by which the making thread was counted before
 
   std::mutex m_mutex;  // guards what follows
-  std::uint64_t m_now;
+  std::uint64_t m_now = 1000;
   std::vector<Waiter*> m_waiters;  // in the order in which they began
   int m_busy = 0;                  // counted threads that do not wait
   int m_inside = 0;                // threads in a wait

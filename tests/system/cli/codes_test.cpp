@@ -123,7 +123,11 @@ TEST_F(CliCodes, LooksUpWithoutAVehicle) {
   ASSERT_GT(rows.size(), 100U);
   EXPECT_EQ(rows.front(), "Generic\tB0001\tBody\tDriver Frontal Stage 1 Deployment Control");
   EXPECT_EQ(rows.back(), "Generic\tU3548\tNetwork\tHigh Voltage System Interlock Circuit \"P\" High");
-  EXPECT_EQ(std::count(rows.begin(), rows.end(), "Buick\tP1300]\tPowertrain\tIgnitor Circuit"), 1);
+  for (const char* odd :
+       {"Buick\tP1300]\tPowertrain\tIgnitor Circuit",  // these stay to the letter
+        "Generic\tC0619\tChassis\tBrake Pedal Position Sensor “A” Offset Exceeded Learning Limit"}) {
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), odd), 1) << odd;
+  }
   for (const std::string& row : linesOf(runHere("lookup --all --make honda").out)) {
     ASSERT_EQ(row.substr(0, 6), "Honda\t");
     ASSERT_EQ(std::count(row.begin(), row.end(), '\t'), 3) << row;

@@ -1,6 +1,4 @@
-// Every adapter on every vehicle, every serial rate, and vehicles of many units, by a clock of their own.
-
-#include <gmock/gmock.h>
+// Every adapter on every vehicle, and every serial rate, by a clock of their own.
 
 #include <tuple>
 
@@ -8,13 +6,9 @@
 
 #include <simulator/bus.h>
 
-#include "core/fakevehicle.h"
 #include "link/connection.h"
 #include "link/devicedetector.h"
-#include "parameters/calibrationitems.h"
-#include "parameters/ecuname.h"
 #include "parameters/identificationnumber.h"
-#include "support/foreignlocale.h"
 #include "support/virtualclock.h"
 #include "system/frontend.h"
 #include "vehicle/obdproxybuilder.h"
@@ -147,47 +141,6 @@ INSTANTIATE_TEST_SUITE_P(All, EveryPair,
                          testing::Combine(testing::ValuesIn(simulator::personalities()),
                                           testing::ValuesIn(simulator::vehicleNames())));
 
-// --- The application's locale ---
-
-// The dialogue, the units as they are described, and the lines of the log, of an opening that a fault
-// strikes.
-std::string opening(const std::string& name, unsigned fault) {
-  fake::Log log;
-  const auto commands = std::make_shared<CommandLog>();
-  AdapterOptions options;
-  options.faults.add(simulator::Fault::Kind::ErrorWord, fault, 0, "7E8 10 FF 7F 00\r7E9 03 7F");
-  options.faults.onExchange = [commands](unsigned, const std::string& command) { commands->add(command); };
-  FrontEnd house;
-  EXPECT_TRUE(house.open(simulator::makeBus(loadAt(name, Cruise), options)));
-  house.run(500);
-  std::vector<std::string> lines = commands->all();
-  for (const auto& unit : house.units().ecus()) {
-    lines.push_back(unit->name() + " " + unit->description());
-  }
-  // Services that hear of the unit and of the connection at different times log some lines twice.
-  const std::vector<std::string> logged = log.take();
-  const std::set<std::string> different(logged.begin(), logged.end());
-  lines.insert(lines.end(), different.begin(), different.end());
-  std::string text;
-  for (const std::string& line : lines) {
-    text += line + "\n";
-  }
-  return text;
-}
-
-TEST(GlobalLocale, ChangesNeitherDialogueNorTexts) {
-  const VirtualClock clock;
-  const std::tuple<const char*, unsigned, const char*> cases[] = {
-      {"eight-units", 18, "Failed to get supported 01 IDs 0x41 - 0x60 for ECU 0x7e8 frame 0x0"},
-      {"iso9141", 21, "Control Module 0x10"}};
-  for (const auto& [name, fault, telling] : cases) {
-    const std::string classic = opening(name, fault);
-    EXPECT_THAT(classic, testing::HasSubstr(telling));
-    const ForeignLocale foreign;
-    EXPECT_EQ(opening(name, fault), classic);
-  }
-}
-
 // --- Serial ports ---
 
 // A serial port with an adapter, taken to a standing connection the way the connection manager does it. The
@@ -263,26 +216,5 @@ TEST_P(EverySerialRate, IsFoundAndRaised) {
 INSTANTIATE_TEST_SUITE_P(All, EverySerialRate,
                          testing::Combine(testing::ValuesIn(simulator::personalities()),
                                           testing::Values(9600, 19200, 38400, 57600, HighestRate)));
-
-TEST(ManyUnits, AnswerInPiecesAndAreToldApart) {
-  const VirtualClock clock;
-  AdapterOptions options;
-  options.latency = 2;
-  options.faults = simulator::FaultPlan::parse("split:5,jitter:30");
-  FrontEnd house;
-  ASSERT_TRUE(house.open(simulator::makeBus(loadAt("eight-units", Cruise), options)));
-  EXPECT_EQ(textOf(house.proxy()), Vehicles.at("eight-units").first);
-  obd::CalibrationIds ids;
-  ASSERT_EQ(ids.update(house.proxy()), obd::IQuery::Updated);
-  std::string values;
-  for (const auto& unit : house.proxy()->ecus()) {
-    house.units().selectEcu(unit->id());
-    values += " " + liveValueOf(house);
-    const std::vector<std::string> texts = ids.calibrationIds(unit);
-    ASSERT_EQ(texts.size(), 1U) << unit->name();
-    EXPECT_TRUE(texts.front().starts_with("VSIM30-" + unit->name())) << texts.front();
-  }
-  EXPECT_EQ(values, " 3975 3975 14.10 3975 14.10 14.10 14.10 14.10");
-}
 
 }  // namespace

@@ -42,14 +42,6 @@ TEST(EventFeed, TellsEverythingOnceOrThatSomethingIsMissing) {
   }
 }
 
-TEST(EventFeed, WakesThoseWhoWaitAtItsEnd) {
-  EventFeed feed;
-  EventFeed::Place place = feed.now();
-  std::thread waiting([&] { EXPECT_EQ(feed.next(place, 1h).text, ""); });
-  feed.close();
-  waiting.join();
-}
-
 TEST(Mailbox, AnswersFromTheDrivingThreadOnly) {
   std::atomic<int> rings{0};
   Mailbox mailbox([&rings] { ++rings; });
