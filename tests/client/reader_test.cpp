@@ -20,9 +20,17 @@ TEST_F(ClientTest, ReadsEachUnitByItself) {
   connect("eight-units");
   const std::vector<ControlUnit> units = session.units();
   std::vector<IdentitySection> identities;
+  std::size_t missing = 1;
+  ReadOptions options;
+  options.progress = [&missing](const char*, std::size_t answers, std::size_t expected) {
+    EXPECT_LE(answers, expected);
+    missing = expected - answers;
+  };
   for (const ControlUnit& one : {units[2], units[0], units[2]}) {
     identities.push_back(readIdentity(session, one));
     EXPECT_TRUE(readFaults(session, one).hasContent());
+    EXPECT_TRUE(readSummary(session, one, options).hasContent());
+    EXPECT_EQ(missing, 0U);
     EXPECT_EQ(session.selectedUnit()->id, one.id);
   }
   EXPECT_EQ(identities[0].id, identities[2].id);

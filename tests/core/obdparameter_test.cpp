@@ -43,7 +43,7 @@ class ObdParameter : public testing::Test {
     proxy->add(std::make_shared<fake::Ecu>(0x7EA));
   }
 
-  const ForeignLocale foreign;  // does not change the log
+  ForeignLocale foreign;  // does not change the log
   fake::Log log;
   std::shared_ptr<fake::Proxy> proxy = std::make_shared<fake::Proxy>();
   Probe probe;

@@ -80,7 +80,7 @@ class ScantoolTest : public testing::Test {
   }
   std::string logged() { return joined(log.take(), "; "); }
 
-  const ForeignLocale foreign;  // changes nothing of the dialogue
+  ForeignLocale foreign;  // changes nothing of the dialogue
   fake::Log log;
   FakeConnection connection;
   ElmScantool device{&connection};
@@ -383,7 +383,7 @@ class DetectorTest : public testing::Test {
     return connection.takeWritten() + joined(log.take(), "; ");
   }
 
-  const ForeignLocale foreign;
+  ForeignLocale foreign;
   fake::Log log;
   FakeConnection connection;
   std::shared_ptr<FakeBus> bus = std::make_shared<FakeBus>();

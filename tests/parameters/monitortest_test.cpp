@@ -108,15 +108,6 @@ TEST_F(MonitorTest, ReplyOnCan) {
   EXPECT_EQ(tests(*kept), "1: 1 [0, 2] = 0;") << "items outlive the reply";
 }
 
-TEST_F(MonitorTest, OneReplyInEitherUnitSystem) {
-  obd::MonitorTestResult query(0x21);
-  ASSERT_TRUE(query.setResponseData(ecu, bytes("46 218016 0000 0000 03E8")));
-  const auto monitor = query.getItems(*ecu).front();
-  EXPECT_EQ(tests(*monitor, Metric) + tests(*monitor, Imperial),
-            "128: -40.0 [-40.0, 60.0] = 0;128: -40.0 [-40.0, 140.0] = 0;");
-  EXPECT_EQ(monitor->items(Imperial)[0]->unit(), Unit::DegreeFahrenheit);
-}
-
 TEST_F(MonitorTest, Names) {
   const std::tuple<unsigned char, const char*, const char*> namesOfTests[] = {
       {0x00, "ISO/SAE reserved", "NA"},

@@ -37,38 +37,24 @@ std::string ask(const std::shared_ptr<IMessageBus>& bus, const std::string& comm
 }
 
 // Adapters of Low Energy that lead to a simulated one.
-class Ble : public testing::Test {
+class Ble : public bluetoothtest::BluezTest {
  protected:
   static void SetUpTestSuite() {
-    bluez = std::make_unique<BluetoothBus>(BluetoothBus::LowEnergy);
-    if (!bluez->missing()) {
-      bluez->startBluez();
+    if (start(BluetoothBus::LowEnergy)) {
       adapter = std::make_unique<simulator::TcpServer>(simulator::Vehicle::load("petrol-can11"),
                                                        simulator::AdapterOptions{});
     }
   }
   static void TearDownTestSuite() {
     adapter.reset();
-    bluez.reset();
+    BluezTest::TearDownTestSuite();
   }
-
-  void SetUp() override {
-    if (bluez->missing()) {
-      GTEST_SKIP() << "python3-dbusmock is not installed";
-    }
-    bluez->use();
-  }
-
   static std::shared_ptr<IMessageBus> makeBus(const std::string& service = {}) {
     return BusFactory::createBleBus("aa:bb:cc:11:22:33", service);
   }
 
-  static std::unique_ptr<BluetoothBus> bluez;
-  static std::unique_ptr<simulator::TcpServer> adapter;
+  static inline std::unique_ptr<simulator::TcpServer> adapter;
 };
-
-std::unique_ptr<BluetoothBus> Ble::bluez;
-std::unique_ptr<simulator::TcpServer> Ble::adapter;
 
 TEST(BleBus, IsMadeOfAnAddressAndAService) {
   for (const char* address :

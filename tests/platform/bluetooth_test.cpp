@@ -16,33 +16,21 @@ constexpr const char* FirstPath = "/org/bluez/hci0/dev_00_1D_A5_68_98_8B";
 constexpr const char* Second = "AA:BB:CC:11:22:33";
 constexpr const char* SecondPath = "/org/bluez/hci0/dev_AA_BB_CC_11_22_33";
 
-class Bluetooth : public testing::Test {
+class Bluetooth : public bluetoothtest::BluezTest {
  protected:
-  static void SetUpTestSuite() {
-    bus = std::make_unique<BluetoothBus>();
-    if (!bus->missing()) {
-      bus->startBluez();
-    }
-  }
-  static void TearDownTestSuite() { bus.reset(); }
+  static void SetUpTestSuite() { start(); }
 
-  void SetUp() override {
-    if (bus->missing()) {
-      GTEST_SKIP() << "python3-dbusmock is not installed";
-    }
-    bus->use();
-    search->setListener(&listener);
-  }
+  Bluetooth() { search->setListener(&listener); }
   void TearDown() override {
     search.reset();
     listener.setClosed(true);
     if (m_adapter) {
-      bus->mock("RemoveAdapterWithDevices", "hci0");
+      bluez->mock("RemoveAdapterWithDevices", "hci0");
     }
   }
 
   void addAdapter() {
-    bus->mock("AddAdapter", "hci0", "laptop");
+    bluez->mock("AddAdapter", "hci0", "laptop");
     m_adapter = true;
   }
 
@@ -52,7 +40,6 @@ class Bluetooth : public testing::Test {
     return stack->lastError();
   }
 
-  static std::unique_ptr<BluetoothBus> bus;
   bluetoothtest::Listener listener;
   std::shared_ptr<hostos::IBluetoothStack> stack = hostos::bluetoothStack();
   std::unique_ptr<hostos::IDeviceSearch> search{stack->createDeviceSearch()};
@@ -61,14 +48,12 @@ class Bluetooth : public testing::Test {
   bool m_adapter = false;
 };
 
-std::unique_ptr<BluetoothBus> Bluetooth::bus;
-
 TEST_F(Bluetooth, saysWhatIsMissing) {
   EXPECT_THAT(refusal(), HasSubstr("no Bluetooth adapter"));
   addAdapter();
-  bus->change(AdapterPath, Adapter, "Powered", false);
+  bluez->change(AdapterPath, Adapter, "Powered", false);
   EXPECT_THAT(refusal(), HasSubstr("switched off"));
-  bus->change(AdapterPath, Adapter, "Powered", true);
+  bluez->change(AdapterPath, Adapter, "Powered", true);
   EXPECT_TRUE(search->start());
   EXPECT_EQ(stack->lastError(), "");
   EXPECT_THAT(refusal(), HasSubstr("under way already"));
@@ -78,34 +63,35 @@ TEST_F(Bluetooth, saysWhatIsMissing) {
     const BluetoothBus empty;
     EXPECT_THAT(refusal(), HasSubstr("BlueZ"));
   }
-  bus->use("unix:path=/nonexistent/bus");
+  bluez->use("unix:path=/nonexistent/bus");
   EXPECT_THAT(refusal(), HasSubstr("cannot be reached"));
 }
 
 TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
   addAdapter();
-  bus->mock("AddDevice", "hci0", First, "OBDII");
-  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:01", "phone");
-  bus->mock("PairDevice", "hci0", "AA:00:00:00:00:01", 0);  // its services are known, and have no serial port
-  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:02", "thermometer");
-  bus->change("/org/bluez/hci0/dev_AA_00_00_00_00_02", Device, "AddressType", std::string("random"));
-  bus->mock("AddAdapter", "hci1", "another");
-  bus->mock("AddDevice", "hci1", "AA:00:00:00:00:03", "of the other adapter");
+  bluez->mock("AddDevice", "hci0", First, "OBDII");
+  bluez->mock("AddDevice", "hci0", "AA:00:00:00:00:01", "phone");
+  bluez->mock("PairDevice", "hci0", "AA:00:00:00:00:01",
+              0);  // its services are known, and have no serial port
+  bluez->mock("AddDevice", "hci0", "AA:00:00:00:00:02", "thermometer");
+  bluez->change("/org/bluez/hci0/dev_AA_00_00_00_00_02", Device, "AddressType", std::string("random"));
+  bluez->mock("AddAdapter", "hci1", "another");
+  bluez->mock("AddDevice", "hci1", "AA:00:00:00:00:03", "of the other adapter");
 
   ASSERT_TRUE(search->start());
   const std::string obdii = std::string("OBDII|") + First + "|1";
   EXPECT_THAT(listener.found(1), ElementsAre(obdii));
-  EXPECT_TRUE(bus->discovering());
-  bus->mock("AddDevice", "hci0", Second, "AA-BB-CC-11-22-33");
-  bus->change(SecondPath, Device, "RSSI", std::int16_t{-40});       // nothing new
-  bus->change(FirstPath, Device, "Alias", std::int32_t{5});         // of the wrong type
-  bus->change(SecondPath, Device, "Alias", std::string("V-LINK"));  // its name is known now
+  EXPECT_TRUE(bluez->discovering());
+  bluez->mock("AddDevice", "hci0", Second, "AA-BB-CC-11-22-33");
+  bluez->change(SecondPath, Device, "RSSI", std::int16_t{-40});       // nothing new
+  bluez->change(FirstPath, Device, "Alias", std::int32_t{5});         // of the wrong type
+  bluez->change(SecondPath, Device, "Alias", std::string("V-LINK"));  // its name is known now
   const std::string second = std::string(Second) + "|1";
   EXPECT_THAT(listener.found(3), ElementsAre(obdii, "AA-BB-CC-11-22-33|" + second, "V-LINK|" + second));
   search->stop();
   EXPECT_TRUE(listener.done());
-  EXPECT_TRUE(bus->discoveryEnds());
-  bus->mock("AddDevice", "hci0", "AA:00:00:00:00:04", "late");
+  EXPECT_TRUE(bluez->discoveryEnds());
+  bluez->mock("AddDevice", "hci0", "AA:00:00:00:00:04", "late");
 
   listener.setClosed(false);
   ASSERT_TRUE(search->start());
@@ -113,7 +99,7 @@ TEST_F(Bluetooth, findsDevicesUntilStoppedAndFindsThemAgain) {
               testing::UnorderedElementsAre(obdii, "V-LINK|" + second, "late|AA:00:00:00:00:04|1"));
   search->stop();
   EXPECT_TRUE(listener.done());
-  bus->mock("RemoveAdapterWithDevices", "hci1");
+  bluez->mock("RemoveAdapterWithDevices", "hci1");
 }
 
 TEST_F(Bluetooth, callsNobodyAfterCancel) {
@@ -121,25 +107,25 @@ TEST_F(Bluetooth, callsNobodyAfterCancel) {
   for (int i = 10; i < 25; ++i) {
     listener.setClosed(false);
     ASSERT_TRUE(search->start());
-    bus->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i),
-              "adapter");  // its signal is on its way
+    bluez->mock("AddDevice", "hci0", "AA:00:00:00:00:" + std::to_string(i),
+                "adapter");  // its signal is on its way
     search->cancel();
     listener.setClosed(true);
   }
-  EXPECT_TRUE(bus->discoveryEnds());
+  EXPECT_TRUE(bluez->discoveryEnds());
 }
 
 TEST_F(Bluetooth, maybeLetGoOfFromWithinACall) {
   addAdapter();
-  bus->mock("AddDevice", "hci0", First, "OBDII");
-  bus->mock("AddDevice", "hci0", Second, "V-LINK");
+  bluez->mock("AddDevice", "hci0", First, "OBDII");
+  bluez->mock("AddDevice", "hci0", Second, "V-LINK");
   listener.whenFound = [this] {
     stack.reset();
     search.reset();
   };
   ASSERT_TRUE(search->start());
   EXPECT_EQ(listener.found(1).size(), 1U);
-  EXPECT_TRUE(bus->discoveryEnds());
+  EXPECT_TRUE(bluez->discoveryEnds());
   EXPECT_EQ(listener.found(1).size(), 1U);
 }
 

@@ -5,7 +5,6 @@
 
 #include "dialogue.h"
 
-using simulator::AdapterOptions;
 using simulator::Vehicle;
 
 namespace {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -141,6 +142,24 @@ class BluetoothBus {
   int m_socket = -1;
   std::string m_address;
   std::unique_ptr<sdbus::IConnection> m_connection;
+};
+
+/// Tests that share a bus; skipped where nothing can stand in for BlueZ.
+class BluezTest : public testing::Test {
+ protected:
+  static void TearDownTestSuite() { bluez.reset(); }
+  static bool start(const char* standIn = nullptr) {
+    bluez = std::make_unique<BluetoothBus>(standIn);
+    return !bluez->missing() && (bluez->startBluez(), true);
+  }
+  void SetUp() override {
+    if (bluez->missing()) {
+      GTEST_SKIP() << "python3-dbusmock is not installed";
+    }
+    bluez->use();
+  }
+
+  static inline std::unique_ptr<BluetoothBus> bluez;
 };
 
 }  // namespace bluetoothtest

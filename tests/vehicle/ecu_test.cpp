@@ -72,7 +72,7 @@ class Ecu : public testing::Test {
     return text;
   }
 
-  const ForeignLocale foreign;  // changes neither what is asked nor texts nor the log
+  ForeignLocale foreign;  // changes neither what is asked nor texts nor the log
   fake::Log log;
   std::shared_ptr<fake::Proxy> proxy = std::make_shared<fake::Proxy>();
 };

@@ -4,18 +4,11 @@
 
 #include "clifixture.h"
 
+namespace clitest {
 namespace {
 
-using clitest::expectComplaint;
-using clitest::expectShown;
-using clitest::has;
-using clitest::json;
-using clitest::linesOf;
-
-class CliFast : public clitest::Cli {};
-
 // The same values, in JSON and in a recording, and several times as many.
-TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
+TEST_F(Cli, ReadsInGroupsWhereTheVehicleAnswersThem) {
   const std::string sensors = "sensors --link demo: --for 2 0C 0D 05 10 11 04 ";
   const std::string file = write("drives/note", "") + ".csv";
   const auto oneByOne = start(sensors + "--json");
@@ -26,9 +19,9 @@ TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
   expectShown(run("settings fast"), {"yes"});
   expectComplaint(run("settings fast perhaps"), 1, "It takes yes or no.");
 
-  const clitest::Result slow = oneByOne->finish();
-  const clitest::Result fast = inGroups->finish();
-  for (const clitest::Result* result : {&slow, &fast}) {
+  const Result slow = oneByOne->finish();
+  const Result fast = inGroups->finish();
+  for (const Result* result : {&slow, &fast}) {
     EXPECT_EQ(result->code, 0) << result->err;
     std::set<std::string> pids;
     for (const std::string& line : linesOf(result->out)) {
@@ -45,14 +38,14 @@ TEST_F(CliFast, ReadsInGroupsWhereTheVehicleAnswersThem) {
   EXPECT_GT(linesOf(read(file)).size(), 20U);
 }
 
-TEST_F(CliFast, SaysWhereTheVehicleDoesNot) {
+TEST_F(Cli, SaysWhereTheVehicleAnswersNoGroups) {
   const std::string refuses = write("refuses.vehicle",
                                     "name = Refuses\nprotocol = 6\n[unit ECM 7E8]\ngroups = refuse 12\n"
                                     "monitors = 04 00 00\n01 0C = 1A F8\n01 0D = 32\n");
   const auto declined = start("sensors --fast --for 3 0C 0D --link demo:" + refuses);
   const auto old = start("sensors --fast --for 3 0C 0D --link demo:kwp-fast");
   const auto single = start("sensors --fast --for 3 0C");
-  const clitest::Result result = declined->finish();
+  const Result result = declined->finish();
   expectShown(result, {"Engine RPM", "Vehicle Speed"});
   EXPECT_TRUE(has(result.err, "one by one, as the vehicle answers no groups.")) << result.err;
   EXPECT_TRUE(has(old->finish().err, "one by one, as this protocol has no groups."));
@@ -60,3 +53,4 @@ TEST_F(CliFast, SaysWhereTheVehicleDoesNot) {
 }
 
 }  // namespace
+}  // namespace clitest

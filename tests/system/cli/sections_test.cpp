@@ -5,22 +5,16 @@
 namespace clitest {
 namespace {
 
-// Answers what an opening asks, and then nothing at all.
+// Answers what an opening asks, and then nothing at all; it has no codes to tell.
 constexpr const char* SilentVehicle = R"(name = Silent car
 protocol = 6
 [unit ECM 7E8]
 monitors = 07 E5 04
-codes = none
 01 0C = 0C 10
 09 02 = "1VM20SAL6R1000417"
 06 21 80 = 20 0.1 0 0.3
 08 01 = accept
 answer 01 01 = silence
-answer 01 0C = silence
-answer 03 = silence
-answer 07 = silence
-answer 0A = silence
-answer 02 02 * = silence
 answer 06 21 = silence
 answer 08 01 * = silence
 answer 09 02 = silence

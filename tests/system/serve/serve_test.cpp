@@ -186,8 +186,9 @@ TEST_F(Serve, SaysWhyItCannotStart) {
   expectComplaint(runHere("serve --listen 127.0.0.1:0 --link ftp:"), 1, "ftp");
 }
 
-TEST_F(Serve, RecordsWhatTheProgramCanPlot) {
+TEST_F(Serve, RecordsInGroupsWhatTheProgramCanPlot) {
   const Server& server = shared();
+  EXPECT_TRUE(Server::await([&] { return server.state().at("pace") == "grouped"; }));
   EXPECT_EQ(server.post("/api/recording/start").json().at("recording").at("on"), true);
   EXPECT_TRUE(Server::await([&] { return server.state().at("recording").at("rows") >= 3; }));
   EXPECT_EQ(server.post("/api/recording/stop").json().at("recording").at("on"), false);
@@ -261,12 +262,6 @@ TEST_F(Serve, ShowsTwentyViewersTheSame) {
   }
   EXPECT_TRUE(back.await("id: " + later, Limit));
   EXPECT_EQ(numberOf(idsOf(back.received()).front()), numberOf(seen.back()) + 1);
-}
-
-TEST_F(Serve, AsksForSeveralValuesWithOneRequest) {
-  const Server& server = shared();
-  EXPECT_TRUE(Server::await([&] { return server.state().at("pace") == "grouped"; }));
-  EXPECT_TRUE(server.goesOnReading(10));
 }
 
 TEST_F(Serve, TellsReadingsOfFormerUnitsBeforeThoseOfOthers) {

@@ -80,14 +80,7 @@ TEST_F(TraceTest, RecordsSerialPorts) {
   EXPECT_EQ(trace.events[4].text, std::string(answer.begin(), answer.end()));
 }
 
-TEST_F(TraceTest, NothingIsOverwritten) {
-  const std::string file = write("old.trace", "precious");
-  EXPECT_EQ(failureOf([&] { TraceWriter writer(file); }), Failure::Kind::FileExists);
-  EXPECT_EQ(failureOf([&] { TraceWriter writer(m_folder.string()); }), Failure::Kind::NotAFile);
-  EXPECT_EQ(failureOf([&] { TraceWriter writer(path("no/where.trace")); }), Failure::Kind::Unusable);
-  EXPECT_EQ(read(file), "precious");
-  { TraceWriter unused(path("unused.trace")); }
-  EXPECT_FALSE(std::filesystem::exists(path("unused.trace")));
+TEST_F(TraceTest, IsLeftToWhoWasQuicker) {
   TraceWriter writer(path("new.trace"));
   write("new.trace", "somebody else was here first");
   writer.closed();
