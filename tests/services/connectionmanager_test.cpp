@@ -238,6 +238,17 @@ TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryExchangeOfAnOpening) {
   EXPECT_EQ(lowPowers, static_cast<int>(exchanges) - 2);
 }
 
+TEST_F(ConnectionManagerTest, CloseIsSafeAtEveryMomentOfAnOpening) {
+  for (std::uint32_t moment = 0; moment < 900; moment += 23) {
+    ASSERT_TRUE(open(makeBus()));
+    CTime::msleep(moment);
+    manager.close();
+    expectClosed();
+  }
+  ASSERT_TRUE(open(makeBus()));  // and it still works
+  EXPECT_TRUE(pumpUntil([&] { return listener.heard().back() == 'C'; }));
+}
+
 TEST_F(ConnectionManagerTest, AnOpeningClosesWhatIsStillOpen) {
   openAndWait(makeBus(), "1234C");
   const std::shared_ptr<CommandLog> before = commands;
