@@ -9,10 +9,12 @@
 #include "serve/board.h"
 #include "serve/mailbox.h"
 #include "serve/metrics.h"
+#include "serve/pages.h"
+#include "serve/site.h"
 #include "velmara/client/failure.h"
 
 using namespace velmara;
-using namespace std::chrono_literals;
+using namespace std::literals;
 
 namespace {
 
@@ -143,6 +145,17 @@ TEST(Metrics, EscapeWhatTheAdapterSays) {
     EXPECT_NE(text.find(line), std::string::npos) << line << text;
   }
   EXPECT_EQ(text.find("kind=\"pending\""), std::string::npos);  // not told is not none
+}
+
+TEST(Site, HasTheRoutesThatItsDescriptionTellsOf) {
+  Json paths = Json::parse(findPageFile("/api/openapi.json")->text).at("paths");
+  EXPECT_EQ(paths.at("/api/openapi.json").erase("get"), 1U);
+  for (const Site::Route& route : Site::routes()) {
+    EXPECT_EQ(paths.at(route.path).erase(route.method == "GET"s ? "get" : "post"), 1U) << route.path;
+  }
+  for (const auto& [path, methods] : paths.items()) {
+    EXPECT_TRUE(methods.empty()) << path << ": nothing does " << methods;
+  }
 }
 
 }  // namespace
