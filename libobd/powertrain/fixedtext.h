@@ -5,19 +5,25 @@
 #include <cstddef>
 #include <limits>
 #include <string>
+#include <system_error>
 
 namespace obd {
 
 /// A number with `precision` digits behind the point, whatever locale the application has.
 inline std::string fixedText(float value, int precision) {
-  constexpr int MostBefore = 48;  // digits of the largest value, sign and point
   constexpr int DefaultPrecision = 6;
-  const int decimals = precision < 0 ? DefaultPrecision : precision;
-  std::string text(static_cast<std::size_t>(MostBefore) + static_cast<std::size_t>(decimals), '\0');
-  const char* const end =
-      std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, decimals).ptr;
-  text.resize(static_cast<std::size_t>(end - text.data()));
-  return text;
+  constexpr std::size_t Short = 15;  // what a string holds in place, and enough for nearly all
+  std::string text(Short, '\0');
+  for (;;) {
+    const auto [end, error] =
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed,
+                      precision < 0 ? DefaultPrecision : precision);
+    if (error == std::errc()) {
+      text.resize(static_cast<std::size_t>(end - text.data()));
+      return text;
+    }
+    text.resize(2 * text.size());
+  }
 }
 
 /// 10 to that power, as far as an integer goes.
